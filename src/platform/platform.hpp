@@ -1,0 +1,79 @@
+// The operating-system services the library uses, and the only place that
+// knows how each platform provides them.  Everything outside platform/ goes
+// through these declarations, so a port implements this file and nothing else.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace orx::platform {
+
+// A non-recursive mutex.  Waits have no time-out.
+class Mutex {
+ public:
+  Mutex();
+  ~Mutex();
+  Mutex(const Mutex &) = delete;
+  Mutex &operator=(const Mutex &) = delete;
+  void lock();
+  void unlock();
+
+ private:
+  alignas(16) unsigned char storage_[64];
+};
+
+// Scoped lock over a Mutex.
+class Lock {
+ public:
+  explicit Lock(Mutex &m) : m_(m) { m_.lock(); }
+  ~Lock() { m_.unlock(); }
+  Lock(const Lock &) = delete;
+  Lock &operator=(const Lock &) = delete;
+
+ private:
+  Mutex &m_;
+};
+
+// Address of a named symbol in a module handle the host supplied (what the
+// platform's loader returned), or null.
+void *module_symbol(void *module, const char *name);
+
+// Host and user names into buf (always terminated); false when unknown.
+bool host_name(char *buf, std::size_t size);
+bool user_name(char *buf, std::size_t size);
+
+// Seconds since the epoch, and broken-down local time of such a value.
+std::int64_t wall_seconds();
+struct LocalTime {
+  int year;  // years since 1900
+  int month; // 0..11
+  int day;   // 1..31
+  int hour, minute, second;
+};
+bool local_time(std::int64_t seconds, LocalTime *out);
+// Monotonic seconds, for elapsed-time measurements.
+double tick_seconds();
+
+// File status.  Returns 0 on success, else the system error number.
+struct FileStatus {
+  std::int64_t size;
+  std::int64_t modified;  // seconds since the epoch
+  bool directory;
+};
+int file_status(const char *path, FileStatus *out);
+// True when the path exists (mode 0 of the access check).
+bool file_exists(const char *path);
+// Remove a file; 0 on success, else the system error number.
+int remove_file(const char *path);
+
+// Environment.  put_env takes "NAME=value"; the string becomes part of the
+// environment and must stay alive (the caller does not free it).
+const char *get_env(const char *name);
+int put_env(char *assignment);
+
+// Show a fatal message by the platform's own means (a message box where
+// there is one).  On POSIX the text has already gone to standard error, so
+// this does nothing more.
+void show_fatal_message(const char *title, const char *text);
+
+}  // namespace orx::platform

@@ -1,0 +1,112 @@
+// POSIX implementation of the platform services.
+#include <dlfcn.h>
+#include <pthread.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "platform/platform.hpp"
+
+namespace orx::platform {
+
+static_assert(sizeof(pthread_mutex_t) <= 64, "Mutex storage too small");
+
+namespace {
+pthread_mutex_t *native(unsigned char *storage) {
+  return std::launder(reinterpret_cast<pthread_mutex_t *>(storage));
+}
+
+void copy_out(char *buf, std::size_t size, const char *text) {
+  if (size == 0) return;
+  std::size_t n = std::strlen(text);
+  if (n >= size) n = size - 1;
+  std::memcpy(buf, text, n);
+  buf[n] = '\0';
+}
+}  // namespace
+
+Mutex::Mutex() { pthread_mutex_init(new (storage_) pthread_mutex_t, nullptr); }
+Mutex::~Mutex() { pthread_mutex_destroy(native(storage_)); }
+void Mutex::lock() { pthread_mutex_lock(native(storage_)); }
+void Mutex::unlock() { pthread_mutex_unlock(native(storage_)); }
+
+void *module_symbol(void *module, const char *name) {
+  if (module == nullptr || name == nullptr) return nullptr;
+  return dlsym(module, name);
+}
+
+bool host_name(char *buf, std::size_t size) {
+  if (size == 0) return false;
+  if (gethostname(buf, size) != 0) {
+    buf[0] = '\0';
+    return false;
+  }
+  buf[size - 1] = '\0';
+  return true;
+}
+
+bool user_name(char *buf, std::size_t size) {
+  if (size == 0) return false;
+  buf[0] = '\0';
+  char scratch[4096];
+  passwd pw{};
+  passwd *found = nullptr;
+  if (getpwuid_r(geteuid(), &pw, scratch, sizeof scratch, &found) == 0 && found != nullptr &&
+      found->pw_name != nullptr) {
+    copy_out(buf, size, found->pw_name);
+    return true;
+  }
+  if (const char *env = std::getenv("USER")) {
+    copy_out(buf, size, env);
+    return true;
+  }
+  return false;
+}
+
+std::int64_t wall_seconds() {
+  timespec ts{};
+  clock_gettime(CLOCK_REALTIME, &ts);
+  return static_cast<std::int64_t>(ts.tv_sec);
+}
+
+bool local_time(std::int64_t seconds, LocalTime *out) {
+  time_t t = static_cast<time_t>(seconds);
+  tm parts{};
+  if (localtime_r(&t, &parts) == nullptr) return false;
+  *out = LocalTime{parts.tm_year, parts.tm_mon, parts.tm_mday,
+                   parts.tm_hour, parts.tm_min, parts.tm_sec};
+  return true;
+}
+
+double tick_seconds() {
+  timespec ts{};
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
+}
+
+int file_status(const char *path, FileStatus *out) {
+  struct stat st{};
+  if (stat(path, &st) != 0) return errno;
+  out->size = static_cast<std::int64_t>(st.st_size);
+  out->modified = static_cast<std::int64_t>(st.st_mtime);
+  out->directory = S_ISDIR(st.st_mode);
+  return 0;
+}
+
+bool file_exists(const char *path) { return access(path, F_OK) == 0; }
+
+int remove_file(const char *path) { return unlink(path) == 0 ? 0 : errno; }
+
+const char *get_env(const char *name) { return std::getenv(name); }
+
+int put_env(char *assignment) { return putenv(assignment); }
+
+void show_fatal_message(const char *, const char *) {}
+
+}  // namespace orx::platform

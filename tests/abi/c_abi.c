@@ -1,0 +1,29 @@
+/* Proves the public interface from plain C: every public header compiles as
+ * strict C99 and the program links against the shared library alone. */
+#include <stdio.h>
+#include <string.h>
+
+#include "orx/err.h"
+#include "orx/export.h"
+
+static int quiet(const char *name, int severity, const char *message, struct ERR_RECORD *record,
+                 intptr_t data) {
+  (void)name; (void)severity; (void)message; (void)record;
+  ++*(int *)data;
+  return 0;
+}
+
+int main(void) {
+  int seen = 0;
+  void *p;
+  ERR_dcl_handler(NULL, quiet, (intptr_t)&seen);
+  ERR_printf(ERR_ERROR, "from C %d", 7);
+  if (seen != 1) return 1;
+  p = ERR_malloc(16);
+  if (p == NULL) return 2;
+  ERR_free(p);
+  if (strcmp(ERR_type(ERR_WARNING), "WARNING") != 0) return 3;
+  ERR_can_handler(NULL);
+  printf("C interface ok\n");
+  return 0;
+}

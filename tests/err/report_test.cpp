@@ -1,0 +1,310 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "orx/err.h"
+#include "support/error_capture.hpp"
+#include "support/fixtures.hpp"
+
+namespace {
+
+using orx::test::CleanErrors;
+using orx::test::ErrorCapture;
+
+using ErrReport = CleanErrors;
+
+ERR_RECORD make_record(int severity, const char *name, const char *format) {
+  ERR_RECORD r{};
+  r.severity = static_cast<unsigned char>(severity);
+  r.name = name;
+  r.format = format;
+  return r;
+}
+
+TEST_F(ErrReport, DebugStartsMaskedButRecordReportsStillCount) {
+  ERR_RECORD debug = make_record(ERR_DEBUG, "TEST_debug", "trace %d");
+  ErrorCapture cap;
+  ERR_report(&debug, 1);
+  ERR_printf(ERR_DEBUG, "silent");
+  EXPECT_EQ(cap.size(), 0u);
+  // The record form counts masked reports; the printf form does not.
+  EXPECT_EQ(ERR_stats(ERR_DEBUG), 1u);
+  EXPECT_EQ(debug.count, 1u);
+  EXPECT_EQ(ERR_last(0), nullptr);
+
+  EXPECT_EQ(ERR_unmask_s(ERR_DEBUG), 1);
+  ERR_report(&debug, 2);
+  ASSERT_EQ(cap.size(), 1u);
+  EXPECT_EQ(cap.last(), "trace 2");
+  EXPECT_EQ(ERR_stats(ERR_DEBUG), 2u);
+}
+
+TEST_F(ErrReport, MasksReturnPreviousStateAndSuppressEverything) {
+  ErrorCapture cap;
+  EXPECT_EQ(ERR_mask(nullptr), 0);
+  EXPECT_EQ(ERR_mask(nullptr), 1);
+  ERR_printf(ERR_ERROR, "hidden");
+  ERR_report_cat(orx__msg_cat, 902, 1, ERR_WARNING, "hidden too");
+  ERR_RECORD rec = make_record(ERR_ERROR, "TEST_rec", "x");
+  ERR_report(&rec);
+  EXPECT_EQ(cap.size(), 0u);
+  EXPECT_EQ(ERR_last(0), nullptr);
+  EXPECT_EQ(ERR_stats(ERR_ERROR), 1u);  // only the record form counted
+  EXPECT_EQ(ERR_unmask(nullptr), 1);
+  EXPECT_EQ(ERR_unmask(nullptr), 0);
+
+  EXPECT_EQ(ERR_mask(&rec), 0);
+  EXPECT_EQ(ERR_mask(&rec), 1);
+  ERR_report(&rec);
+  EXPECT_EQ(cap.size(), 0u);
+  EXPECT_EQ(rec.count, 2u);
+  EXPECT_EQ(ERR_unmask(&rec), 1);
+  ERR_report(&rec);
+  EXPECT_EQ(cap.size(), 1u);
+
+  EXPECT_EQ(ERR_mask_s(ERR_WARNING), 0);
+  EXPECT_EQ(ERR_mask_s(ERR_WARNING), 1);
+  ERR_printf(ERR_WARNING, "masked warning");
+  EXPECT_EQ(cap.size(), 1u);
+  EXPECT_EQ(ERR_unmask_s(ERR_WARNING), 1);
+  EXPECT_EQ(ERR_mask_s(5), 0);
+  EXPECT_EQ(ERR_mask_s(-1), 0);
+  EXPECT_EQ(ERR_unmask_s(7), 0);
+}
+
+TEST_F(ErrReport, StatsSumAndOutOfRange) {
+  ErrorCapture cap;
+  ERR_unmask_s(ERR_DEBUG);
+  for (int s = 0; s <= ERR_ERROR; ++s)
+    for (int i = 0; i <= s; ++i) ERR_printf(s, "n");
+  uint32_t sum = 0;
+  for (int s = 0; s <= 4; ++s) sum += ERR_stats(s);
+  EXPECT_EQ(ERR_stats(ERR_WARNING), 3u);
+  EXPECT_EQ(ERR_stats(-1), sum);
+  EXPECT_EQ(sum, 10u);
+  EXPECT_EQ(ERR_stats(5), 0u);
+  EXPECT_EQ(ERR_stats(-2), 0u);
+}
+
+TEST_F(ErrReport, RingHoldsLastSixteenNewestFirst) {
+  ErrorCapture cap;
+  std::vector<ERR_RECORD> recs;
+  std::vector<std::string> names;
+  for (int i = 0; i < 17; ++i) names.push_back("TEST_r" + std::to_string(i));
+  for (int i = 0; i < 17; ++i) recs.push_back(make_record(ERR_WARNING, names[i].c_str(), "m"));
+  EXPECT_EQ(ERR_last(0), nullptr);
+  ERR_report(&recs[0]);
+  EXPECT_EQ(ERR_last(0), &recs[0]);
+  EXPECT_EQ(ERR_last(1), nullptr);
+  for (int i = 1; i < 17; ++i) ERR_report(&recs[i]);
+  EXPECT_EQ(ERR_last(0), &recs[16]);
+  EXPECT_EQ(ERR_last(15), &recs[1]);  // the seventeenth overwrote the first
+  EXPECT_EQ(ERR_last(16), nullptr);
+  EXPECT_EQ(ERR_last(-1), nullptr);
+
+  // Plain reports share one static record describing the newest one.
+  ERR_printf(ERR_ERROR, "first %d", 1);
+  ERR_printf(ERR_ERROR, "second %d", 2);
+  ASSERT_NE(ERR_last(0), nullptr);
+  EXPECT_EQ(ERR_last(0), ERR_last(1));
+  EXPECT_STREQ(ERR_last(0)->format, "second 2");
+  EXPECT_STREQ(ERR_last(0)->name, "second %d");
+}
+
+struct Order {
+  std::vector<std::string> calls;
+};
+
+int handler_a(const char *, int, const char *, ERR_RECORD *, intptr_t data) {
+  reinterpret_cast<Order *>(data)->calls.push_back("a");
+  return 1;
+}
+int handler_b(const char *, int, const char *, ERR_RECORD *, intptr_t data) {
+  reinterpret_cast<Order *>(data)->calls.push_back("b");
+  return 1;
+}
+int handler_stop(const char *, int, const char *, ERR_RECORD *, intptr_t data) {
+  reinterpret_cast<Order *>(data)->calls.push_back("stop");
+  return 0;
+}
+Order *g_own_order = nullptr;
+int own_handler(const char *, int, const char *, ERR_RECORD *, intptr_t data) {
+  EXPECT_EQ(data, 0);
+  g_own_order->calls.push_back("own");
+  return 1;
+}
+
+TEST_F(ErrReport, HandlersRunRecordChainOwnThenGlobalNewestFirst) {
+  Order order;
+  g_own_order = &order;
+  ErrorCapture cap;  // the oldest global handler: stops the chain last
+  ERR_RECORD rec = make_record(ERR_WARNING, "TEST_chain", "msg");
+  rec.handler = own_handler;
+  auto data = reinterpret_cast<intptr_t>(&order);
+  ERR_dcl_handler(nullptr, handler_a, data);
+  ERR_dcl_handler(nullptr, handler_b, data);
+  ERR_dcl_handler(&rec, handler_a, data);
+  ERR_report(&rec);
+  EXPECT_EQ(order.calls, (std::vector<std::string>{"a", "own", "b", "a"}));
+  EXPECT_EQ(cap.size(), 1u);
+
+  // A handler returning 0 stops the report there.
+  order.calls.clear();
+  ERR_dcl_handler(&rec, handler_stop, data);
+  ERR_report(&rec);
+  EXPECT_EQ(order.calls, (std::vector<std::string>{"stop"}));
+  EXPECT_EQ(cap.size(), 1u);
+
+  EXPECT_EQ(ERR_can_handler(&rec), handler_stop);
+  EXPECT_EQ(ERR_can_handler(&rec), handler_a);
+  EXPECT_EQ(ERR_can_handler(&rec), nullptr);
+  EXPECT_EQ(ERR_can_handler(nullptr), handler_b);
+  EXPECT_EQ(ERR_can_handler(nullptr), handler_a);
+}
+
+TEST_F(ErrReport, DefaultHandlerPrintsSeverityAndMessage) {
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(ERR_printf(ERR_WARNING, "disk %s is %d%% full", "a", 93), 0);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "WARNING, disk a is 93% full\n");
+}
+
+TEST_F(ErrReport, MiniFormatQuirks) {
+  ErrorCapture cap;
+  ERR_RECORD rec = make_record(ERR_ERROR, "TEST_fmt", "a%cb %d %f %s %x 100%% end%");
+  ERR_report(&rec, 42, 1.5, "str");
+  EXPECT_EQ(cap.last(), "ab 42 1.500000 str %x 100% end%");
+  EXPECT_EQ(cap.reports().back().name, "TEST_fmt");
+
+  char buf[128];
+  std::memset(buf, 'Z', sizeof buf);
+  ERR_RECORD empty = make_record(ERR_ERROR, "TEST_empty", "");
+  EXPECT_STREQ(ERR_format(buf, &empty), "");
+  EXPECT_STREQ(ERR_format(buf, &rec, 7, 2.0, "s"), "ab 7 2.000000 s %x 100% end%");
+
+  // A masked record leaves the buffer untouched, not even terminated.
+  std::memset(buf, 'Z', sizeof buf);
+  ERR_mask(&rec);
+  ERR_format(buf, &rec, 7, 2.0, "s");
+  EXPECT_EQ(buf[0], 'Z');
+
+  // Long messages are cut, not overflowed.
+  std::string big(1000, 'x');
+  ERR_RECORD longrec = make_record(ERR_ERROR, "TEST_long", "%s");
+  ERR_report(&longrec, big.c_str());
+  EXPECT_EQ(cap.last().size(), 255u);
+}
+
+TEST_F(ErrReport, FormatFillNamesConversions) {
+  char buf[256];
+  ERR_RECORD rec = make_record(ERR_ERROR, "TEST_fill", "%s at %d (%f) %c %q 5%%");
+  EXPECT_STREQ(ERR_format_fill(&rec, buf),
+               "<string> at <integer> (<real>) <character> <unknown type> 5%");
+  const char *names[] = {"file", "line", nullptr};
+  rec.arg_names = names;
+  EXPECT_STREQ(ERR_format_fill(&rec, buf),
+               "<file> at <line> (<real>) <character> <unknown type> 5%");
+  ERR_mask(nullptr);  // masks are not consulted
+  EXPECT_STREQ(ERR_format_fill(&rec, buf),
+               "<file> at <line> (<real>) <character> <unknown type> 5%");
+}
+
+TEST_F(ErrReport, CompareSkipsPrefixAndTreatsShortNameAsPrefix) {
+  ERR_RECORD rec = make_record(ERR_ERROR, "ORX__open_failed", "");
+  EXPECT_EQ(ERR_compare("ORX__open_failed", &rec, 0), 0);
+  EXPECT_EQ(ERR_compare("ORX__open", &rec, 0), 0);  // shorter: prefix compare
+  EXPECT_EQ(ERR_compare("open_failed", &rec, 1), 0);
+  EXPECT_EQ(ERR_compare("open", &rec, 1), 0);
+  EXPECT_EQ(ERR_compare("open_failed_more", &rec, 1), 1);
+  EXPECT_EQ(ERR_compare("aaa", &rec, 1), -1);
+  EXPECT_EQ(ERR_compare("zzz", &rec, 1), 1);
+  ERR_RECORD high = make_record(ERR_ERROR, "\xe9t\xe9", "");
+  EXPECT_EQ(ERR_compare("a\xe9\xe9", &high, 0), -1);  // unsigned characters
+}
+
+TEST_F(ErrReport, ErrnoReportsAndMultiProcessGate) {
+  ErrorCapture cap;
+  EXPECT_EQ(ERR_report_errno(0, "x"), 0);
+  EXPECT_EQ(cap.size(), 0u);
+  ERR_report_errno(ENOENT, "open");
+  EXPECT_EQ(cap.last(), std::string("open: ") + std::strerror(ENOENT));
+  EXPECT_EQ(cap.reports().back().severity, ERR_ERROR);
+  ERR_report_errno(ENOENT, "");
+  EXPECT_EQ(cap.last(), std::strerror(ENOENT));
+  ERR_report_errno(-3, "x");
+  EXPECT_EQ(cap.last(), "x: error -3");
+  ERR_report_errno(-3, nullptr);
+  EXPECT_EQ(cap.last(), "error -3");
+
+  EXPECT_EQ(ERR_report_mp(12, 0), 1);
+  EXPECT_EQ(ERR_report_mp(12, 1), 0);
+}
+
+TEST_F(ErrReport, QueryCopiesFieldsOut) {
+  ERR_RECORD rec = make_record(ERR_WARNING, "TEST_q", "fmt");
+  rec.info1 = 11;
+  rec.info2 = 22;
+  ERR_mask(&rec);
+  ERR_report(&rec);
+  int sev = -1, masked = -1;
+  uint32_t count = 0;
+  const char *name = nullptr, *format = nullptr;
+  intptr_t i1 = 0, i2 = 0;
+  ERR_query(&rec, &sev, &masked, &count, &name, &format, &i1, &i2);
+  EXPECT_EQ(sev, ERR_WARNING);
+  EXPECT_EQ(masked, 1);
+  EXPECT_EQ(count, 1u);
+  EXPECT_STREQ(name, "TEST_q");
+  EXPECT_STREQ(format, "fmt");
+  EXPECT_EQ(i1, 11);
+  EXPECT_EQ(i2, 22);
+  ERR_query(&rec, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+  EXPECT_STREQ(ERR_type(ERR_FATAL), "FATAL");
+  EXPECT_STREQ(ERR_type(9), "UNKNOWN");
+}
+
+TEST_F(ErrReport, AllocationFailureIsReportedAndOldBlockKept) {
+  ErrorCapture cap;
+  void *p = ERR_malloc(8);
+  ASSERT_NE(p, nullptr);
+  std::memcpy(p, "1234567", 8);
+  {
+    orx::test::FailNthAllocation fail(1);
+    EXPECT_EQ(ERR_realloc(p, 64), nullptr);
+    EXPECT_TRUE(fail.fired());
+  }
+  EXPECT_TRUE(cap.has(ERR_ERROR, "No more internal memory"));
+  EXPECT_STREQ(static_cast<char *>(p), "1234567");
+  {
+    orx::test::FailNthAllocation fail(2);
+    void *q = ERR_malloc(4);
+    EXPECT_NE(q, nullptr);
+    EXPECT_EQ(ERR_malloc(4), nullptr);
+    void *empty = ERR_malloc(0);  // a zero-size block is still a block
+    EXPECT_NE(empty, nullptr);
+    ERR_free(q);
+    ERR_free(empty);
+  }
+  EXPECT_EQ(ERR_free(p), 1);
+  EXPECT_EQ(ERR_free(nullptr), 1);
+  EXPECT_EQ(orx__err, 0);  // the wrappers leave the status to their callers
+}
+
+TEST_F(ErrReport, HandlerNodeAllocationFailureIsReported) {
+  ErrorCapture cap;
+  orx::test::FailNthAllocation fail(1);
+  EXPECT_EQ(ERR_dcl_handler(nullptr, handler_a, 0), 0);
+  EXPECT_TRUE(cap.has(ERR_ERROR, "No more internal memory"));
+}
+
+using ErrReportDeathTest = CleanErrors;
+
+TEST_F(ErrReportDeathTest, FatalReportPrintsAndAborts) {
+  EXPECT_DEATH(ERR_printf(ERR_FATAL, "the end %d", 1), "FATAL, the end 1");
+  ERR_RECORD rec = make_record(ERR_FATAL, "TEST_fatal", "record %s");
+  EXPECT_DEATH(ERR_report(&rec, "fatal"), "FATAL, record fatal");
+}
+
+}  // namespace

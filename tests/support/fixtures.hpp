@@ -1,0 +1,69 @@
+// Small test fixtures: allocation-failure injection, environment variables
+// and temporary directories that clean up after themselves.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "err/heap.hpp"
+#include "err/report_internal.hpp"
+
+namespace orx::test {
+
+// Fails the n-th allocation made while in scope.
+class FailNthAllocation {
+ public:
+  explicit FailNthAllocation(long n) { heap::fail_nth(n); }
+  ~FailNthAllocation() { heap::fail_nth(0); }
+  FailNthAllocation(const FailNthAllocation &) = delete;
+  FailNthAllocation &operator=(const FailNthAllocation &) = delete;
+  bool fired() const { return heap::failure_fired(); }
+};
+
+// Runs op with the 1st, 2nd, ... allocation failing until op completes
+// without the injected failure firing.  op returns whether it succeeded; a
+// run in which the failure fired must report failure.  Returns the number of
+// allocations the successful run needed.
+long for_each_allocation_failure(const std::function<bool()> &op, long limit = 10000);
+
+// Sets (or with nullopt, unsets) an environment variable for the scope.
+class ScopedEnv {
+ public:
+  ScopedEnv(const char *name, std::optional<std::string> value);
+  ~ScopedEnv();
+  ScopedEnv(const ScopedEnv &) = delete;
+  ScopedEnv &operator=(const ScopedEnv &) = delete;
+
+ private:
+  std::string name_;
+  std::optional<std::string> old_;
+};
+
+// A fresh directory, removed with its contents at the end of the scope.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir &) = delete;
+  TempDir &operator=(const TempDir &) = delete;
+  const std::string &path() const { return path_; }
+  std::string file(const std::string &name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+// Base fixture: the error service starts clean for every test.
+class CleanErrors : public ::testing::Test {
+ protected:
+  void SetUp() override { err::reset(); }
+  void TearDown() override {
+    heap::fail_nth(0);
+    err::reset();
+  }
+};
+
+}  // namespace orx::test
