@@ -1,0 +1,151 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "support/error_capture.hpp"
+#include "support/fixtures.hpp"
+#include "util/arena.hpp"
+#include "util/grow_array.hpp"
+#include "util/queue.hpp"
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/lsan_interface.h>
+#endif
+
+namespace {
+
+using namespace orx::util;
+using Containers = orx::test::CleanErrors;
+
+TEST_F(Containers, GrowArrayAllocatesWholeIncrementsAndKeepsASpare) {
+  void *data = reinterpret_cast<void *>(1);
+  GrowArray *a = grow_create(0, 4, 8, &data);
+  ASSERT_NE(a, nullptr);
+  EXPECT_EQ(data, nullptr);
+  EXPECT_EQ(a->allocated, 0u);
+  EXPECT_EQ(a->used, 0u);
+
+  ASSERT_EQ(grow_add(a, 1, &data), 1);  // first growth: one increment
+  EXPECT_EQ(a->allocated, 4u);
+  EXPECT_EQ(a->used, 1u);
+  ASSERT_NE(data, nullptr);
+  ASSERT_EQ(grow_add(a, 2, &data), 1);  // 3 < 4: no growth
+  EXPECT_EQ(a->allocated, 4u);
+  ASSERT_EQ(grow_add(a, 1, &data), 1);  // reaching 4 exactly still grows
+  EXPECT_EQ(a->allocated, 8u);
+  EXPECT_EQ(a->used, 4u);
+  ASSERT_EQ(grow_add(a, 9, &data), 1);  // 13 needs two more increments
+  EXPECT_EQ(a->allocated, 16u);
+  std::memset(data, 0xab, a->allocated * a->element_size);  // the block really is that big
+  EXPECT_EQ(grow_destroy(a, &data), 1);
+  EXPECT_EQ(data, nullptr);
+
+  a = grow_create(5, 4, 2, &data);
+  ASSERT_NE(a, nullptr);
+  EXPECT_EQ(a->allocated, 8u);
+  EXPECT_EQ(a->used, 5u);
+  EXPECT_EQ(grow_destroy(a, &data), 1);
+  a = grow_create(0, 1, 1, &data);
+  EXPECT_EQ(grow_destroy(a, &data), 0);  // no data block
+}
+
+TEST_F(Containers, GrowArrayRefusesBadArgumentsAndReportsExhaustion) {
+  void *data = nullptr;
+  {
+#if defined(__SANITIZE_ADDRESS__)
+    __lsan::ScopedDisabler keep_quiet;  // the refused header is kept on purpose
+#endif
+    EXPECT_EQ(grow_create(1, 0, 4, &data), nullptr);
+    EXPECT_EQ(grow_create(1, 4, 0, &data), nullptr);
+    EXPECT_EQ(grow_create(-1, 4, 4, &data), nullptr);
+  }
+  orx::test::ErrorCapture cap;
+  GrowArray *a = grow_create(1, 2, 4, &data);
+  ASSERT_NE(a, nullptr);
+  {
+    orx::test::FailNthAllocation fail(1);
+    EXPECT_EQ(grow_add(a, 5, &data), 0);
+  }
+  EXPECT_EQ(data, nullptr);  // freed, not leaked
+  EXPECT_TRUE(cap.has(ERR_ERROR, "No more internal memory"));
+  EXPECT_EQ(grow_destroy(a, &data), 0);
+  orx::test::for_each_allocation_failure([&] {
+    GrowArray *b = grow_create(3, 2, 4, &data);
+    if (b == nullptr) return false;
+    grow_destroy(b, &data);
+    return true;
+  });
+}
+
+struct Item {
+  Item *next;
+  int value;
+};
+
+TEST_F(Containers, QueueAppendsIteratesAndPops) {
+  Queue *q = queue_create();
+  ASSERT_NE(q, nullptr);
+  EXPECT_EQ(queue_pop(q), nullptr);
+  Item items[3] = {{nullptr, 1}, {nullptr, 2}, {nullptr, 3}};
+  for (auto &i : items) queue_append(q, &i);
+  EXPECT_EQ(q->count, 3u);
+  queue_rewind(q);
+  int sum = 0;
+  while (auto *i = static_cast<Item *>(queue_next(q))) sum = sum * 10 + i->value;
+  EXPECT_EQ(sum, 123);
+  EXPECT_EQ(queue_next(q), nullptr);  // stays at the end until rewound
+  queue_rewind(q);
+  EXPECT_EQ(queue_pop(q), &items[0]);
+  EXPECT_EQ(queue_next(q), &items[1]);  // the cursor moved off the popped head
+  EXPECT_EQ(queue_pop(q), &items[1]);
+  EXPECT_EQ(queue_pop(q), &items[2]);  // the last one resets the queue
+  EXPECT_EQ(q->count, 0u);
+  EXPECT_EQ(q->head, nullptr);
+  EXPECT_EQ(q->tail, nullptr);
+  EXPECT_EQ(q->cursor, nullptr);
+  queue_append(q, &items[1]);
+  EXPECT_EQ(q->head, reinterpret_cast<QueueLink *>(&items[1]));
+  orx::heap::release(q);
+}
+
+TEST_F(Containers, ArenaRoundsToEightAndOpensChunksForLargeRequests) {
+  Arena arena;
+  arena.chunk_size = 64;
+  auto *a = static_cast<char *>(arena_carve(&arena, 1));
+  auto *b = static_cast<char *>(arena_carve(&arena, 9));
+  EXPECT_EQ(b - a, 8);
+  void *first_chunk = arena.chunks;
+  auto *big = static_cast<char *>(arena_carve(&arena, 100));  // beyond the chunk size
+  ASSERT_NE(big, nullptr);
+  std::memset(big, 1, 100);
+  EXPECT_NE(arena.chunks, first_chunk);
+  EXPECT_EQ(*static_cast<void **>(arena.chunks), first_chunk);
+  arena_release(&arena);
+  EXPECT_EQ(arena.chunks, nullptr);
+  {
+    orx::test::FailNthAllocation fail(1);
+    EXPECT_EQ(arena_carve(&arena, 8), nullptr);
+  }
+}
+
+TEST_F(Containers, SmallBlocksPickTheClassThatLeavesRoomForTheHeader) {
+  SmallBlocks pool;
+  char *five = small_allocate(&pool, 5);
+  char *six = small_allocate(&pool, 6);
+  char *last = small_allocate(&pool, 1021);
+  ASSERT_NE(five, nullptr);
+  ASSERT_NE(six, nullptr);
+  ASSERT_NE(last, nullptr);
+  EXPECT_EQ(five[-1], 0);  // 8-byte class
+  EXPECT_EQ(six[-1], 1);   // 16-byte class
+  EXPECT_EQ(last[-1], 7);  // 1024-byte class
+  EXPECT_EQ(five[0], '\0');
+  EXPECT_EQ(small_allocate(&pool, 1022), nullptr);
+  EXPECT_EQ(small_allocate(&pool, -1), nullptr);
+  std::memset(six, 'x', 14);
+  small_release(&pool, six);
+  EXPECT_EQ(small_allocate(&pool, 13), six);  // reused from the class's free list
+  arena_release(&pool.arena);
+}
+
+}  // namespace
