@@ -1,0 +1,103 @@
+#include <gtest/gtest.h>
+
+#include "config_fixture.hpp"
+
+namespace {
+
+using Colour = orx::test::ConfigTest;
+
+TEST_F(Colour, DefaultsAndTheCie1931Table) {
+  float r[3], g[3], b[3], w[3];
+  CLR_def_primaries(r, g, b);
+  CLR_def_white(w);
+  EXPECT_EQ(r[0], 0.67f);
+  EXPECT_EQ(g[1], 0.71f);
+  EXPECT_EQ(b[2], 0.78f);
+  EXPECT_EQ(w[1], 0.316f);
+  EXPECT_NEAR(w[2], 1.0f - 0.31f - 0.316f, 1e-6);
+  float start, end, step;
+  CLR_def_wavelengths(&start, &end, &step);
+  EXPECT_EQ(start, 380.0f);
+  EXPECT_EQ(end, 780.0f);
+  EXPECT_EQ(step, 5.0f);
+  uint32_t n = 0;
+  const CLR_CMF_ROW *rows = CLR_def_cmf(&n);
+  ASSERT_EQ(n, 81u);
+  EXPECT_EQ(rows[0].wavelength, 380.0f);
+  EXPECT_EQ(rows[80].wavelength, 780.0f);
+  EXPECT_EQ(rows[35].wavelength, 555.0f);
+  EXPECT_EQ(rows[35].y, 1.0f);  // the photopic peak
+  float xyz[3];
+  EXPECT_EQ(CLR_cmf_at(557.5f, xyz), 1);
+  EXPECT_NEAR(xyz[1], (1.0f + 0.995f) / 2, 1e-6);
+  EXPECT_EQ(CLR_cmf_at(300.0f, xyz), 0);
+  EXPECT_EQ(xyz[0], 0.0f);
+}
+
+TEST_F(Colour, FileOverridesPrimariesSamplingAndTable) {
+  write_config(
+      "clr__red_primary 0.64 0.33\n"
+      "clr__white_point 0.3127 0.3290\n"
+      "clr__green_primary 0.3\n"            // wrong count: reported, skipped
+      "clr__wavelength 400 700 10\n"
+      "clr__cmf_table\n"
+      "# wavelength x y z\n"
+      "600 1 0.5 0\n"
+      "500 0 0.25 0.5\n"
+      "end_cmf_table\n");
+  orx::test::ErrorCapture cap;
+  float r[3], g[3], w[3];
+  CLR_def_primaries(r, g, nullptr);
+  CLR_def_white(w);
+  EXPECT_EQ(r[0], 0.64f);
+  EXPECT_NEAR(r[2], 0.03f, 1e-6);
+  EXPECT_EQ(g[0], 0.21f);
+  EXPECT_EQ(w[0], 0.3127f);
+  EXPECT_EQ(cap.last(), config_path() + ": Invalid configuration file syntax, line 3");
+  float start, step;
+  CLR_def_wavelengths(&start, nullptr, &step);
+  EXPECT_EQ(start, 400.0f);
+  EXPECT_EQ(step, 10.0f);
+  uint32_t n = 0;
+  const CLR_CMF_ROW *rows = CLR_def_cmf(&n);
+  ASSERT_EQ(n, 2u);
+  EXPECT_EQ(rows[0].wavelength, 500.0f);  // sorted
+  float xyz[3];
+  EXPECT_EQ(CLR_cmf_at(550.0f, xyz), 1);
+  EXPECT_NEAR(xyz[0], 0.5f, 1e-6);
+  EXPECT_NEAR(xyz[1], 0.375f, 1e-6);
+}
+
+TEST(ColourMatrix, Rec709PrimariesGiveThePublishedMatrix) {
+  const float r[2] = {0.64f, 0.33f}, g[2] = {0.30f, 0.60f}, b[2] = {0.15f, 0.06f};
+  const float d65[2] = {0.3127f, 0.3290f};
+  double m[9];
+  ASSERT_EQ(CLR_rgb_to_xyz_matrix(r, g, b, d65, m), 0);
+  const double expected[9] = {0.4124, 0.3576, 0.1805, 0.2126, 0.7152,
+                              0.0722, 0.0193, 0.1192, 0.9505};
+  for (int i = 0; i < 9; ++i) EXPECT_NEAR(m[i], expected[i], 5e-5) << i;
+  const float flat[2] = {0.3f, 0.0f};
+  EXPECT_EQ(CLR_rgb_to_xyz_matrix(r, g, b, flat, m), -1);
+  EXPECT_EQ(CLR_rgb_to_xyz_matrix(r, r, b, d65, m), -1);
+}
+
+TEST_F(Colour, ExhaustionKeepsTheBuiltInValues) {
+  std::string text = "clr__cmf_table\n";
+  for (int wl = 400; wl < 1400; wl += 5) text += std::to_string(wl) + " 1 1 1\n";
+  write_config(text + "end_cmf_table\n");
+  orx::test::ErrorCapture cap;
+  orx::test::for_each_allocation_failure([&] {
+    if (CLR_init(nullptr) != 0) {
+      uint32_t n = 0;
+      CLR_def_cmf(&n);  // builds again; may succeed now
+      CLR_exit();
+      return false;
+    }
+    uint32_t n = 0;
+    CLR_def_cmf(&n);
+    CLR_exit();
+    return n == 200;
+  });
+}
+
+}  // namespace

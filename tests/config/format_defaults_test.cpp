@@ -1,0 +1,125 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "config_fixture.hpp"
+
+namespace {
+
+using FormatDefaults = orx::test::ConfigTest;
+
+std::vector<std::string> names() {
+  std::vector<std::string> out;
+  FMT_init(nullptr);
+  while (FMT_FORMAT *f = FMT_info()) out.push_back(f->name);
+  return out;
+}
+
+TEST_F(FormatDefaults, BuiltInValuesStandWithoutAFile) {
+  orx::test::ErrorCapture cap;
+  ERR_unmask_s(ERR_DEBUG);
+  EXPECT_STREQ(FMT_def_aspect(), "ntsc_640");
+  EXPECT_TRUE(cap.has(ERR_DEBUG, "fmt, initializing database for FMT_def_aspect request"));
+  EXPECT_EQ(FMT_def_gamma_tab_res(), 4096);
+  EXPECT_EQ(FMT_def_gamma(), 2.2f);
+  EXPECT_EQ(FMT_def_input_gamma(), 1.0f);
+  EXPECT_STREQ(FMT_def_key(), "rla");
+  EXPECT_STREQ(FMT_def_base_name(), "im");
+  EXPECT_STREQ(FMT_def_image_data(), "rgb");
+  EXPECT_EQ(FMT_def_dominance(), 1);
+  EXPECT_EQ(FMT_def_frame_rate(), 30);
+  EXPECT_EQ(FMT_def_swatch(), 0);
+  EXPECT_EQ(names(), std::vector<std::string>{"ntsc_640"});
+  FMT_FORMAT *f = FMT_find("ntsc_640");
+  ASSERT_NE(f, nullptr);
+  EXPECT_EQ(f->x_resolution, 640);
+  EXPECT_EQ(f->y_resolution, 486);
+  EXPECT_EQ(f->aspect, 1.33f);
+}
+
+TEST_F(FormatDefaults, EveryKeywordFollowsItsRule) {
+  write_config(
+      "fmt__gamma_table_res -7\n"
+      "fmt__gamma_default 1.7\n"
+      "fmt__input_gamma_default abc\n"
+      "fmt__key_default tif\n"
+      "fmt__name_default shot\n"
+      "fmt__chan_default rgba\n"
+      "fmt__dominance even\n"
+      "fmt__frame_rate 0\n"
+      "fmt__swatch_size -5\n"
+      "fmt__aspect_default hd\n");
+  EXPECT_EQ(FMT_def_gamma_tab_res(), -7);  // taken without checks
+  EXPECT_EQ(FMT_def_gamma(), 1.7f);
+  EXPECT_EQ(FMT_def_input_gamma(), 1.0f);
+  EXPECT_STREQ(FMT_def_key(), "tif");
+  EXPECT_STREQ(FMT_def_base_name(), "shot");
+  EXPECT_STREQ(FMT_def_image_data(), "rgba");
+  EXPECT_EQ(FMT_def_dominance(), 0);
+  EXPECT_EQ(FMT_def_frame_rate(), 30);
+  EXPECT_EQ(FMT_def_swatch(), 0);
+  EXPECT_STREQ(FMT_def_aspect(), "ntsc_640");  // "hd" is not in the table
+  FMT_exit();
+
+  write_config("fmt__dominance odd\nfmt__frame_rate -3\nfmt__frame_rate 25\n"
+               "fmt__swatch_size none\nfmt__swatch_size 64\n");
+  EXPECT_EQ(FMT_def_dominance(), 1);
+  EXPECT_EQ(FMT_def_frame_rate(), 25);
+  EXPECT_EQ(FMT_def_swatch(), 64);
+  FMT_exit();
+  write_config("fmt__swatch_size none\n");
+  EXPECT_EQ(FMT_def_swatch(), 0);
+}
+
+TEST_F(FormatDefaults, AspectTableEntriesCommentsAndRedefinitions) {
+  write_config(
+      "fmt__aspect_default hd\n"
+      "fmt__aspect_table\n"
+      "# name xres yres aspect\n"
+      "hd 1920 1080 1.78\n"
+      "ntsc_640 648 486 1.0\n"
+      "broken 1 2\n"
+      "odd 10 20 square\n"
+      "fmt__frame_rate 24\n"           // keywords still work inside the table
+      "end_aspect_table\n"
+      "outside 1 2 3\n");              // not in a table: skipped
+  orx::test::ErrorCapture cap;
+  EXPECT_EQ(names(), (std::vector<std::string>{"hd", "ntsc_640", "odd"}));
+  ASSERT_EQ(cap.size(), 1u);
+  EXPECT_EQ(cap.last(), config_path() + ": Invalid configuration file syntax, line 6");
+  EXPECT_STREQ(FMT_def_aspect(), "hd");
+  EXPECT_EQ(FMT_def_frame_rate(), 24);
+  FMT_FORMAT *ntsc = FMT_find("ntsc_640");
+  ASSERT_NE(ntsc, nullptr);
+  EXPECT_EQ(ntsc->x_resolution, 648);
+  EXPECT_EQ(ntsc->aspect, 1.0f);
+  FMT_FORMAT *odd = FMT_find("odd");
+  ASSERT_NE(odd, nullptr);
+  EXPECT_EQ(odd->aspect, 0.0f);  // a non-real aspect is left unset
+  EXPECT_EQ(FMT_find("outside"), nullptr);
+}
+
+TEST_F(FormatDefaults, ExhaustionIsReportedAndLeavesNothingBehind) {
+  write_config("fmt__key_default tif\nfmt__aspect_default b\nfmt__aspect_table\n"
+               "a 1 2 1.0\nb 3 4 1.5\nend_aspect_table\n");
+  orx::test::ErrorCapture cap;
+  orx::test::for_each_allocation_failure([&] {
+    cap.clear();
+    orx__err = 0;
+    int status = FMT_init(nullptr);
+    if (status != 0) {
+      EXPECT_TRUE(status == -1 || status == -10) << status;
+      if (status == -10) {
+        EXPECT_EQ(orx__err, -10);
+      }
+      EXPECT_EQ(cap.last(), "No more internal memory");
+      return false;
+    }
+    bool complete = std::string(FMT_def_aspect()) == "b" && FMT_find("a") != nullptr;
+    FMT_exit();
+    return complete;
+  });
+}
+
+}  // namespace
