@@ -5,6 +5,7 @@
 
 #include "orx/err.h"
 #include "orx/export.h"
+#include "orx/ptr.h"
 
 static int quiet(const char *name, int severity, const char *message, struct ERR_RECORD *record,
                  intptr_t data) {
