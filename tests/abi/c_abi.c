@@ -3,6 +3,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "orx/byt.h"
 #include "orx/err.h"
 #include "orx/export.h"
 #include "orx/ptr.h"
