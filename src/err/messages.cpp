@@ -52,6 +52,8 @@ constexpr std::array kCatalogue = {
           "file"},
     Entry{Msg::kNoMemory, 3, "No more internal memory"},
     Entry{Msg::kMustBeDefined, 3, "%s: %s must be defined"},
+    Entry{Msg::kIndexType, 3, "%s cannot handle color index channel type"},
+    Entry{Msg::kIndexWidth, 3, "%s cannot handle color index channel width"},
     Entry{Msg::kPlaybackParams, 3,
           "%s: cannot set the playback parameters for this %s file; (it is not a multiframe "
           "file, or this function is unsupported for this file type)"},
@@ -84,6 +86,13 @@ constexpr std::array kCatalogue = {
     Entry{Msg::kCurveType, 3,
           "Invalid curve type %d found: must be of type ORX_C_INTEGER or ORX_C_FLOAT"},
     Entry{Msg::kCurveDepth, 3, "Invalid curve depth %d found: must be in the range %d to %d"},
+    Entry{Msg::kCurveChannelCounts, 3,
+          "Incompatible response curve channel counts (channel counts must be the same for "
+          "composited response curves)"},
+    Entry{Msg::kCurveChannelType, 3,
+          "Incompatible response curve channel type (channel must be of type ORX_C_INTEGER for "
+          "composited response curve)"},
+    Entry{Msg::kCurveElementCounts, 3, "Incompatible response curve channel element counts"},
     Entry{Msg::kUnknownKey, 3,
           "Unknown file type key (\"%s\") was specified; Ensure that the plug-in for this "
           "type is defined"},

@@ -39,6 +39,8 @@ enum class Msg : int32_t {
   kCapabilityCode = 902092,
   kNoMemory = 902094,
   kMustBeDefined = 902121,
+  kIndexType = 902132,
+  kIndexWidth = 902133,
   kPlaybackParams = 902166,
   kNotOurFile = 902167,
   kSetFrame = 902192,
@@ -51,6 +53,9 @@ enum class Msg : int32_t {
   kPlaybackStop = 902208,
   kCurveType = 902210,
   kCurveDepth = 902211,
+  kCurveChannelCounts = 902212,
+  kCurveChannelType = 902213,
+  kCurveElementCounts = 902214,
   kUnknownKey = 902902,
   // Set 903: configuration.
   kConfigSyntax = 903002,

@@ -1,0 +1,219 @@
+/* liborx: the image-file core.
+ *
+ * An application describes the image it wants in an ORX_INFO record
+ * (ORX_info_init or ORX_info_alloc), opens it, moves scanlines and closes
+ * it.  Each image stored in a file is described by a per-image descriptor,
+ * ORX_IFD: its window, active window, response curve and channel groups.
+ *
+ * Sample types: ORX_C_INTEGER (unsigned, 1 to 32 bits, held in 8-bit
+ * samples up to 8 bits, 16-bit samples for 9 to 16, 32-bit above),
+ * ORX_C_FLOAT (32-bit), ORX_C_DOUBLE (64-bit).  An integer sample of width w
+ * stands for value / (2^w - 1).
+ *
+ * Strings in these records are owned by the record and released with
+ * ERR_free by ORX_info_cleanup.  Failing functions leave a status in
+ * orx__err (see orx/err.h).
+ */
+#ifndef ORX_ORX_H
+#define ORX_ORX_H
+
+#include <stdint.h>
+
+#include "orx/export.h"
+
+ORX_BEGIN_DECLS
+
+/* Channel sample types. */
+#define ORX_C_INTEGER 1
+#define ORX_C_FLOAT 2
+#define ORX_C_DOUBLE 3
+
+/* Validity marker of an initialised ORX_INFO. */
+#define ORX_INFO_VALID 22839u
+
+/* Access bits of an open image object. */
+#define ORX_ACCESS_READ 4
+#define ORX_ACCESS_WRITE 8
+
+/* Kinds of response curve. */
+#define ORX_CURVE_PARAMETRIC 1
+#define ORX_CURVE_TABULATED 2
+
+/* How stored values map to light: a gamma alone (parametric) or one table
+ * per channel (tabulated).  All tables live in one block owned by
+ * curves[0]; curves[k] = curves[0] + k * length entries.  Entries are 8-bit
+ * unsigned for depth 8, 16-bit unsigned for depth 9..16, float for
+ * ORX_C_FLOAT. */
+typedef struct ORX_RESPONSE_CURVE {
+  int32_t kind;      /* ORX_CURVE_PARAMETRIC or ORX_CURVE_TABULATED */
+  float gamma;
+  int32_t flags;     /* cleared by ORX_response_curve_init; not interpreted */
+  int32_t reserved;
+  int32_t channels;  /* number of per-channel tables */
+  int32_t length;    /* entries per table */
+  int32_t type;      /* ORX_C_INTEGER or ORX_C_FLOAT */
+  int32_t depth;     /* bits per integer entry, 8 to 16 */
+  void **curves;
+} ORX_RESPONSE_CURVE;
+
+/* A group of channels of one kind. */
+typedef struct ORX_CHANNELS {
+  char *name;        /* owned; "unknown" when copied into an object without one */
+  int32_t count;
+  int32_t type;      /* ORX_C_INTEGER, ORX_C_FLOAT or ORX_C_DOUBLE */
+  int32_t bits;      /* bits per sample */
+  int32_t reserved;
+} ORX_CHANNELS;
+
+/* An inclusive rectangle: columns left..right, rows bottom..top. */
+typedef struct ORX_WINDOW {
+  int32_t left, right, bottom, top;
+} ORX_WINDOW;
+
+/* Per-image descriptor: one for each image stored in a file. */
+typedef struct ORX_IFD {
+  int32_t version;             /* 1 */
+  ORX_RESPONSE_CURVE curve;    /* parametric, gamma 2.2, by default */
+  char *aspect;                /* owned: name of a format of the format-defaults database */
+  int32_t x_offset, y_offset;  /* copied through, not interpreted */
+  int32_t field;               /* field (interlace) code */
+  ORX_WINDOW window;           /* the full image */
+  ORX_WINDOW active;           /* the stored part */
+  int32_t pixel_flags;         /* 1; copied through */
+  int32_t orientation;         /* 1; bit 0 set: lines are read top row first */
+  ORX_CHANNELS image;          /* colour channels */
+  ORX_CHANNELS matte;          /* mattes (alpha) */
+  ORX_CHANNELS aux;            /* auxiliary channels (Z and others) */
+  ORX_CHANNELS index;          /* colour index; used only without image channels;
+                                  integer, at most 16 bits */
+} ORX_IFD;
+
+struct ORX_CAP_SETTING;
+
+/* The application's request record. */
+typedef struct ORX_INFO {
+  char *type;          /* format key or extension; may be NULL */
+  char *handle;        /* the file name */
+  uint8_t full_path;   /* non-zero: handle is used as given, without directories */
+  char *name;          /* image name */
+  char *extension;     /* set at open from the format */
+  char *desc;          /* description */
+  char *program;       /* program that made the image */
+  char *machine;       /* host that made the image */
+  char *user;          /* user who made the image */
+  char *date;          /* creation stamp */
+  char *time;          /* rendering time */
+  char *filter;        /* filter used */
+  char *note;          /* a further text, "unknown" when copied into an object */
+  struct ORX_CAP_SETTING **settings; /* format-specific settings asked for; not freed
+                                        by ORX_info_cleanup */
+  uint8_t transient;   /* cleared; not copied at open */
+  uint64_t client_data; /* copied through unchanged */
+  int32_t job;         /* job number written into files; -1 none */
+  int32_t frame;       /* frame number; 1 */
+  uint32_t client_flags; /* copied through unchanged */
+  uint32_t valid;      /* ORX_INFO_VALID while initialised */
+  float red[3];        /* chromaticity x, y, z of the primaries and white point */
+  float green[3];
+  float blue[3];
+  float white[3];
+  int32_t image_count; /* descriptors in images */
+  ORX_IFD *images;     /* owned */
+  int32_t timing_mode; /* 1; copied with the four words after it */
+  float frame_rate;    /* frames per second; 29.97 */
+  int32_t timing_start;
+  int32_t timing_end;
+  int32_t frame_count; /* frames in a multi-frame file; 0 */
+  uint8_t enabled;     /* 1 */
+  uint64_t reserved[3];
+} ORX_INFO;
+
+/* --- Records --------------------------------------------------------------- */
+
+/* Set every field of info to its default, the validity marker included. */
+ORX_API void ORX_info_init(ORX_INFO *info);
+/* A new initialised record from ERR_malloc, or NULL when memory is short. */
+ORX_API ORX_INFO *ORX_info_alloc(void);
+/* Clear the validity marker; with free_strings non-zero also free the
+ * record's strings and its descriptors (with their strings), nulling each
+ * pointer.  A record that is not initialised gets a two-line complaint on
+ * standard error, and the call carries on. */
+ORX_API void ORX_info_cleanup(ORX_INFO *info, uint8_t free_strings);
+/* ORX_info_cleanup, then ERR_free of the record.  Returns 0. */
+ORX_API int ORX_info_free(ORX_INFO *info, uint8_t free_strings);
+
+/* Set a descriptor to the defaults the core gives every new image. */
+ORX_API void orx__init_ifd(ORX_IFD *ifd);
+
+/* Build the channel scanline buffer for width pixels of descriptor ifd: one
+ * row pointer per channel (image, matte, auxiliary, colour index) into one
+ * zero-filled block owned by the first pointer.  Rows take 1, 2 or 4 bytes a
+ * sample for integer widths up to 8, 16 or 32 bits, 4 for float, 8 for
+ * double, 2 for colour index, rounded up to an even byte count.  who names
+ * the format in messages.  *size (when size is not NULL) receives the
+ * block's byte size.  NULL with orx__err -16 for a channel type or width
+ * that cannot be held (reported), -10 when memory is short.  With image
+ * channels, ifd->index.count is set to 0 first.  Free with ORX_chan_free. */
+ORX_API void **ORX_chan_alloc(ORX_IFD *ifd, int32_t width, const char *who, uint32_t *size);
+ORX_API void **orx__chan_alloc(ORX_IFD *ifd, int32_t width, const char *who);
+/* Free a channel scanline buffer; NULL is accepted. */
+ORX_API void ORX_chan_free(void **buffer);
+ORX_API int orx__chan_free(void **buffer);
+
+/* Build dir/name+extension in a static buffer that the next call
+ * overwrites.  A name starting with "/" or "./", or a NULL dir, is used
+ * alone; the extension is not added when the name already ends with it, and
+ * its dot is not doubled. */
+ORX_API const char *orx__build_handle(const char *dir, const char *name, const char *extension);
+
+/* --- Gamma tables, look-up tables and response curves ---------------------- */
+
+/* Tables from one gamma exponent, sized by the gamma table resolution R of
+ * the format-defaults database (FMT_def_gamma_tab_res, 4096 built in).  Each
+ * returns a new table, or NULL when memory is short; free with
+ * ORX_gamma_done.
+ *   ORX_gamma_btof: 256 floats, 8-bit code to linear 0..1
+ *   ORX_gamma_btos: 256 uint16_t, 8-bit code to linear code 0..R-1
+ *   ORX_gamma_tob:  R uint8_t, linear code to 8-bit code
+ *   ORX_gamma_tof:  R floats, linear code to an 8-bit scaled value 0..254.9 */
+ORX_API float *ORX_gamma_btof(float gamma);
+ORX_API uint16_t *ORX_gamma_btos(float gamma);
+ORX_API uint8_t *ORX_gamma_tob(float gamma);
+ORX_API float *ORX_gamma_tof(float gamma);
+ORX_API int ORX_gamma_done(void *table);
+
+/* One colour of a palette. */
+typedef struct ORX_LUT_ENTRY {
+  uint16_t red, green, blue, alpha;
+} ORX_LUT_ENTRY;
+
+/* A palette of colour-index images. */
+typedef struct ORX_LUT {
+  ORX_LUT_ENTRY *entries;
+  int32_t max_index; /* count - 1 when allocated; callers keep it */
+  uint32_t count;
+  float gamma;       /* 1.0 when allocated */
+} ORX_LUT;
+
+ORX_API ORX_LUT *ORX_lut_alloc(uint32_t count);
+ORX_API ORX_LUT *ORX_lut_copy(const ORX_LUT *lut);
+ORX_API int ORX_lut_free(ORX_LUT *lut);
+/* Resize the entries (new ones zeroed); max_index is left for the caller to
+ * set.  On failure the record is freed and NULL returned. */
+ORX_API ORX_LUT *ORX_lut_realloc(ORX_LUT *lut, uint32_t count);
+
+/* Fill a curve's tables from its gamma, channels, length, type and depth;
+ * the curve becomes tabulated.  0, or -1 on a bad type or depth or when
+ * memory is short (orx__err -10). */
+ORX_API int ORX_response_curve_init(ORX_RESPONSE_CURVE *curve);
+/* Copy src's header and deep-copy its tables into dst.  0 or -1. */
+ORX_API int ORX_response_curve_copy(ORX_RESPONSE_CURVE *dst, const ORX_RESPONSE_CURVE *src);
+/* out = a after b (b applied first, its results indexing a).  0 or -1. */
+ORX_API int ORX_response_curve_comp(const ORX_RESPONSE_CURVE *a, const ORX_RESPONSE_CURVE *b,
+                                    ORX_RESPONSE_CURVE *out);
+/* Free a tabulated curve's tables and null curves.  Returns 1. */
+ORX_API int ORX_response_curve_done(ORX_RESPONSE_CURVE *curve);
+
+ORX_END_DECLS
+
+#endif /* ORX_ORX_H */
