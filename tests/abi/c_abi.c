@@ -7,6 +7,7 @@
 #include "orx/err.h"
 #include "orx/export.h"
 #include "orx/ptr.h"
+#include "orx/str.h"
 
 static int quiet(const char *name, int severity, const char *message, struct ERR_RECORD *record,
                  intptr_t data) {
