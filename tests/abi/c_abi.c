@@ -4,8 +4,10 @@
 #include <string.h>
 
 #include "orx/byt.h"
+#include "orx/clr.h"
 #include "orx/err.h"
 #include "orx/export.h"
+#include "orx/fmt.h"
 #include "orx/ptr.h"
 #include "orx/str.h"
 
