@@ -169,9 +169,10 @@ ORX_API const char *orx__build_handle(const char *dir, const char *name, const c
 /* --- Gamma tables, look-up tables and response curves ---------------------- */
 
 /* Tables from one gamma exponent, sized by the gamma table resolution R of
- * the format-defaults database (FMT_def_gamma_tab_res, 4096 built in).  Each
- * returns a new table, or NULL when memory is short; free with
- * ORX_gamma_done.
+ * the format-defaults database (FMT_def_gamma_tab_res, 4096 built in).  A
+ * setting below 2 is taken as 2 and one above 65536 as 65536 (the most a
+ * 16-bit table can address).  Each returns a new table, or NULL when memory
+ * is short (nothing is reported); free with ORX_gamma_done, which returns 1.
  *   ORX_gamma_btof: 256 floats, 8-bit code to linear 0..1
  *   ORX_gamma_btos: 256 uint16_t, 8-bit code to linear code 0..R-1
  *   ORX_gamma_tob:  R uint8_t, linear code to 8-bit code
@@ -195,23 +196,43 @@ typedef struct ORX_LUT {
   float gamma;       /* 1.0 when allocated */
 } ORX_LUT;
 
+/* A new palette of count zeroed entries, gamma 1.0; NULL when memory is
+ * short (reported as "No more internal memory").  Free with ORX_lut_free. */
 ORX_API ORX_LUT *ORX_lut_alloc(uint32_t count);
+/* A new palette with lut's count, entries, max_index and gamma; NULL when
+ * lut is NULL or memory is short. */
 ORX_API ORX_LUT *ORX_lut_copy(const ORX_LUT *lut);
+/* Free the entries and the record (NULL accepted).  Returns 0. */
 ORX_API int ORX_lut_free(ORX_LUT *lut);
-/* Resize the entries (new ones zeroed); max_index is left for the caller to
- * set.  On failure the record is freed and NULL returned. */
+/* Resize the entries (new ones zeroed) and set count; max_index is left for
+ * the caller to set.  Returns the record, or NULL when lut is NULL; on
+ * failure the record is freed and NULL returned. */
 ORX_API ORX_LUT *ORX_lut_realloc(ORX_LUT *lut, uint32_t count);
 
 /* Fill a curve's tables from its gamma, channels, length, type and depth;
- * the curve becomes tabulated.  0, or -1 on a bad type or depth or when
- * memory is short (orx__err -10). */
+ * the curve becomes tabulated and flags is cleared.  Integer entries run
+ * from 0 to 2^depth - 1, float entries from 0 to 1.  A curve of length 1 is
+ * a constant: its one entry is the value at input 0.  Tables the curve held
+ * before are not freed (call ORX_response_curve_done first).  Returns 0, or
+ * -1 with curves NULL on a bad type or depth, channels or length below 1
+ * (none of these is reported), or when memory is short (orx__err -10). */
 ORX_API int ORX_response_curve_init(ORX_RESPONSE_CURVE *curve);
-/* Copy src's header and deep-copy its tables into dst.  0 or -1. */
+/* Copy src's header and deep-copy its tables into dst, which then owns its
+ * own tables; a parametric src copies the header only.  0, or -1 with
+ * dst->curves NULL on a bad type or depth (reported) or when memory is short
+ * (orx__err -10). */
 ORX_API int ORX_response_curve_copy(ORX_RESPONSE_CURVE *dst, const ORX_RESPONSE_CURVE *src);
-/* out = a after b (b applied first, its results indexing a).  0 or -1. */
+/* out = a after b (b applied first, its results indexing a): out gets b's
+ * channels and length, a's type and depth, and new tables.  Tabulated
+ * curves must have equal channel counts, b must be an integer curve and a
+ * must have 2^(b's depth) entries (each mismatch is reported).  A
+ * parametric side is first tabulated.  Two parametric curves give the
+ * tabulated curve of gamma b.gamma / a.gamma.  Returns 0, or -1 with out
+ * untouched; curves of other kinds return 0 and leave out untouched. */
 ORX_API int ORX_response_curve_comp(const ORX_RESPONSE_CURVE *a, const ORX_RESPONSE_CURVE *b,
                                     ORX_RESPONSE_CURVE *out);
-/* Free a tabulated curve's tables and null curves.  Returns 1. */
+/* Free a tabulated curve's tables and null curves; a parametric curve is
+ * left as it is.  Returns 1. */
 ORX_API int ORX_response_curve_done(ORX_RESPONSE_CURVE *curve);
 
 ORX_END_DECLS
