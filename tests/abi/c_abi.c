@@ -8,6 +8,8 @@
 #include "orx/err.h"
 #include "orx/export.h"
 #include "orx/fmt.h"
+#include "orx/orx.h"
+#include "orx/plugin.h"
 #include "orx/ptr.h"
 #include "orx/str.h"
 
