@@ -171,9 +171,18 @@ bool ensure(const char *caller) {
   return true;
 }
 
+// A default, read after the database has been built (the reference is
+// taken before, the value after).
+template <class T>
+T answer(const char *caller, const T &value) {
+  ensure(caller);
+  return value;
+}
+
 }  // namespace
 }  // namespace orx::config
 
+using orx::config::answer;
 using orx::config::g;
 
 extern "C" {
@@ -219,45 +228,15 @@ FMT_FORMAT *FMT_info(void) {
 }
 
 // Each query answers from the built-in values when the build failed.
-const char *FMT_def_aspect(void) {
-  orx::config::ensure("FMT_def_aspect");
-  return g.d.aspect;
-}
-int FMT_def_dominance(void) {
-  orx::config::ensure("FMT_def_dominance");
-  return g.d.dominance;
-}
-int FMT_def_frame_rate(void) {
-  orx::config::ensure("FMT_def_frame_rate");
-  return g.d.frame_rate;
-}
-float FMT_def_gamma(void) {
-  orx::config::ensure("FMT_def_gamma");
-  return g.d.gamma;
-}
-int FMT_def_gamma_tab_res(void) {
-  orx::config::ensure("FMT_def_gamma_tab_res");
-  return g.d.gamma_tab_res;
-}
-const char *FMT_def_image_data(void) {
-  orx::config::ensure("FMT_def_image_data");
-  return g.d.channels;
-}
-float FMT_def_input_gamma(void) {
-  orx::config::ensure("FMT_def_input_gamma");
-  return g.d.input_gamma;
-}
-int FMT_def_swatch(void) {
-  orx::config::ensure("FMT_def_swatch");
-  return g.d.swatch;
-}
-const char *FMT_def_key(void) {
-  orx::config::ensure("FMT_def_key");
-  return g.d.key;
-}
-const char *FMT_def_base_name(void) {
-  orx::config::ensure("FMT_def_base_name");
-  return g.d.base_name;
-}
+const char *FMT_def_aspect(void) { return answer("FMT_def_aspect", g.d.aspect); }
+int FMT_def_dominance(void) { return answer("FMT_def_dominance", g.d.dominance); }
+int FMT_def_frame_rate(void) { return answer("FMT_def_frame_rate", g.d.frame_rate); }
+float FMT_def_gamma(void) { return answer("FMT_def_gamma", g.d.gamma); }
+int FMT_def_gamma_tab_res(void) { return answer("FMT_def_gamma_tab_res", g.d.gamma_tab_res); }
+const char *FMT_def_image_data(void) { return answer("FMT_def_image_data", g.d.channels); }
+float FMT_def_input_gamma(void) { return answer("FMT_def_input_gamma", g.d.input_gamma); }
+int FMT_def_swatch(void) { return answer("FMT_def_swatch", g.d.swatch); }
+const char *FMT_def_key(void) { return answer("FMT_def_key", g.d.key); }
+const char *FMT_def_base_name(void) { return answer("FMT_def_base_name", g.d.base_name); }
 
 }  // extern "C"
