@@ -51,6 +51,11 @@ struct LocalTime {
   int hour, minute, second;
 };
 bool local_time(std::int64_t seconds, LocalTime *out);
+// A moment (seconds since the epoch) in local time, written with a strftime
+// format into buf (always terminated).  Returns the length of the text, 0 when
+// the moment cannot be represented or the text does not fit.
+std::size_t format_local_time(std::int64_t seconds, const char *format, char *buf,
+                              std::size_t size);
 // Monotonic seconds, for elapsed-time measurements.
 double tick_seconds();
 

@@ -84,6 +84,19 @@ bool local_time(std::int64_t seconds, LocalTime *out) {
   return true;
 }
 
+std::size_t format_local_time(std::int64_t seconds, const char *format, char *buf,
+                              std::size_t size) {
+  if (size == 0) return 0;
+  buf[0] = '\0';
+  tzset();  // deliberate: honour a TZ changed since the last call
+  time_t t = static_cast<time_t>(seconds);
+  tm parts{};
+  if (localtime_r(&t, &parts) == nullptr) return 0;
+  std::size_t n = strftime(buf, size, format, &parts);
+  if (n == 0) buf[0] = '\0';
+  return n;
+}
+
 double tick_seconds() {
   timespec ts{};
   clock_gettime(CLOCK_MONOTONIC, &ts);
