@@ -1,0 +1,306 @@
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "formats/rla/rle.hpp"
+
+namespace {
+
+using orx::rla::decode_row;
+using orx::rla::encode_buffer_size;
+using orx::rla::encode_row;
+using orx::rla::Sample;
+using Bytes = std::vector<std::uint8_t>;
+
+// Encodes into a buffer of exactly the documented size, so that the address
+// sanitizer catches any write past it.
+template <int N>
+Bytes encode(const std::vector<Sample<N>> &samples) {
+  int n = static_cast<int>(samples.size());
+  Bytes out(encode_buffer_size(n, 8 * N));
+  out.resize(encode_row<N>(samples.data(), n, out.data()));
+  return out;
+}
+
+Bytes repeat(int count, std::uint8_t v) { return Bytes(static_cast<std::size_t>(count), v); }
+
+Bytes concat(std::initializer_list<Bytes> parts) {
+  Bytes all;
+  for (const Bytes &p : parts) all.insert(all.end(), p.begin(), p.end());
+  return all;
+}
+
+// Distinct neighbours: no run anywhere.
+Bytes ramp(int count, std::uint8_t first = 0) {
+  Bytes b(static_cast<std::size_t>(count));
+  for (int i = 0; i < count; ++i)
+    b[static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(first + i);
+  return b;
+}
+
+TEST(RlaRle, RunsOfThreeOrMoreArePacketsShorterRunsStayInTheLiteral) {
+  EXPECT_EQ(encode<1>({1, 2, 2, 3}), (Bytes{0xFC, 1, 2, 2, 3}));
+  EXPECT_EQ(encode<1>({1, 2, 2, 2, 3}), (Bytes{0xFF, 1, 0x02, 2, 0xFF, 3}));
+  EXPECT_EQ(encode<1>({5, 5, 5}), (Bytes{0x02, 5}));
+  EXPECT_EQ(encode<1>({1, 5, 5}), (Bytes{0xFD, 1, 5, 5}));
+  EXPECT_EQ(encode<1>({1, 5, 5, 5}), (Bytes{0xFF, 1, 0x02, 5}));
+  EXPECT_EQ(encode<1>({7}), (Bytes{0xFF, 7}));
+  EXPECT_EQ(encode<1>({7, 7}), (Bytes{0xFE, 7, 7}));
+  // Two runs back to back, with no literal between them.
+  EXPECT_EQ(encode<1>({4, 4, 4, 9, 9, 9, 9}), (Bytes{0x02, 4, 0x03, 9}));
+  EXPECT_TRUE(encode<1>({}).empty());
+}
+
+TEST(RlaRle, LongRunsAndLiteralsSplitIntoPiecesOf128) {
+  EXPECT_EQ(encode<1>(repeat(300, 0xAB)), (Bytes{127, 0xAB, 127, 0xAB, 43, 0xAB}));
+  EXPECT_EQ(encode<1>(repeat(129, 9)), (Bytes{127, 9, 0, 9}));
+  EXPECT_EQ(encode<1>(repeat(128, 9)), (Bytes{127, 9}));
+
+  Bytes literal = ramp(129);
+  EXPECT_EQ(encode<1>(literal),
+            concat({{0x80}, Bytes(literal.begin(), literal.begin() + 128), {0xFF, 128}}));
+  Bytes exact = ramp(128);
+  EXPECT_EQ(encode<1>(exact), concat({{0x80}, exact}));
+  // A literal ended by a run is emitted before the run, in pieces.
+  Bytes mixed = concat({ramp(130), repeat(5, 0xEE)});
+  EXPECT_EQ(encode<1>(mixed), concat({{0x80}, ramp(128), {0xFE, 128, 129}, {4, 0xEE}}));
+}
+
+TEST(RlaRle, WideSamplesAreSplitIntoPlanesMostSignificantFirst) {
+  EXPECT_EQ(encode<2>({0x1234}), (Bytes{0xFF, 0x12, 0xFF, 0x34}));
+  EXPECT_EQ(encode<2>({0x1201, 0x1202, 0x1203}), (Bytes{0x02, 0x12, 0xFD, 0x01, 0x02, 0x03}));
+  EXPECT_EQ(encode<4>({0x11223344, 0x11223355}),
+            (Bytes{0xFE, 0x11, 0x11, 0xFE, 0x22, 0x22, 0xFE, 0x33, 0x33, 0xFE, 0x44, 0x55}));
+
+  std::vector<std::uint16_t> out(3);
+  Bytes chunk{0x02, 0x12, 0xFD, 0x01, 0x02, 0x03};
+  EXPECT_EQ(decode_row<2>(chunk.data(), chunk.size(), 3, out.data()), 3);
+  EXPECT_EQ(out, (std::vector<std::uint16_t>{0x1201, 0x1202, 0x1203}));
+}
+
+TEST(RlaRle, FloatAndDoubleChannelsAreHostOrderCopies) {
+  const float f[2] = {1.0f, -2.5f};
+  std::uint8_t bytes[8];
+  EXPECT_EQ(orx::rla::encode_raw(f, 2, bytes), 8u);
+  const Bytes one_le{0x00, 0x00, 0x80, 0x3F};
+  Bytes first(bytes, bytes + 4);
+  if constexpr (std::endian::native == std::endian::little) {
+    EXPECT_EQ(first, one_le);
+  } else {
+    EXPECT_EQ(first, Bytes(one_le.rbegin(), one_le.rend()));
+  }
+  float back[2] = {};
+  EXPECT_EQ(orx::rla::decode_raw(bytes, 8, 2, back), 2);
+  EXPECT_EQ(back[1], -2.5f);
+  // A chunk holding fewer whole samples than asked gives a short count.
+  EXPECT_EQ(orx::rla::decode_raw(bytes, 7, 2, back), 1);
+
+  const double d[1] = {0.1};
+  std::uint8_t dbytes[8];
+  EXPECT_EQ(orx::rla::encode_raw(d, 1, dbytes), 8u);
+  EXPECT_EQ(std::memcmp(dbytes, d, 8), 0);
+}
+
+TEST(RlaRle, MalformedChunksDecodeShortWithoutOverrun) {
+  std::vector<std::uint8_t> out(4, 0xCC);
+  std::size_t used = 99;
+  // A run longer than the samples left is not applied.
+  Bytes chunk{0xFE, 1, 2, 0x05, 7};
+  EXPECT_EQ(decode_row<1>(chunk.data(), chunk.size(), 4, out.data(), &used), 2);
+  EXPECT_EQ(used, 3u);
+  EXPECT_EQ(out[2], 0xCC);
+  // A literal longer than the input left, and a run without its value.
+  chunk = {0xFD, 1, 2};
+  EXPECT_EQ(decode_row<1>(chunk.data(), chunk.size(), 4, out.data()), 0);
+  chunk = {0x01, 8, 0x01};
+  EXPECT_EQ(decode_row<1>(chunk.data(), chunk.size(), 4, out.data(), &used), 2);
+  EXPECT_EQ(used, 2u);
+  // Running out of packets, with no input at all.
+  EXPECT_EQ(decode_row<1>(nullptr, 0, 4, out.data(), &used), 0);
+  EXPECT_EQ(used, 0u);
+  // Trailing bytes are left for the caller to judge.
+  chunk = {0x03, 6, 0xFF, 1};
+  EXPECT_EQ(decode_row<1>(chunk.data(), chunk.size(), 4, out.data(), &used), 4);
+  EXPECT_EQ(used, 2u);
+  // Wide samples: a short second plane is the count reported.
+  std::vector<std::uint16_t> wide(4);
+  chunk = {0x03, 0x12, 0x01, 0x34};
+  EXPECT_EQ(decode_row<2>(chunk.data(), chunk.size(), 4, wide.data(), &used), 2);
+  EXPECT_EQ(wide[0], 0x1234);
+  EXPECT_EQ(used, 4u);
+}
+
+TEST(RlaRle, BufferBoundsFollowTheLargestChannelWidth) {
+  EXPECT_EQ(orx::rla::decode_buffer_size(100, 8), 200u);
+  EXPECT_EQ(orx::rla::decode_buffer_size(100, 9), 400u);
+  EXPECT_EQ(orx::rla::decode_buffer_size(100, 32), 800u);
+  EXPECT_EQ(orx::rla::decode_buffer_size(100, 64), 1600u);
+  EXPECT_EQ(orx::rla::encode_buffer_size(254, 8), 259u);
+  EXPECT_EQ(orx::rla::encode_buffer_size(254, 16), 516u);
+  EXPECT_EQ(orx::rla::encode_buffer_size(254, 17), 1030u);
+  EXPECT_EQ(orx::rla::encode_buffer_size(254, 64), 2058u);
+  EXPECT_EQ(orx::rla::encode_buffer_size(-3, 8), 3u);
+  EXPECT_EQ(orx::rla::plane_count(1), 1);
+  EXPECT_EQ(orx::rla::plane_count(9), 2);
+  EXPECT_EQ(orx::rla::plane_count(16), 2);
+  EXPECT_EQ(orx::rla::plane_count(17), 4);
+  EXPECT_EQ(orx::rla::plane_count(33), 0);
+}
+
+// ---- Properties over random input -----------------------------------------
+
+// The packets the rules call for, written out the plain way, one plane at a
+// time: the model the fast encoder must match byte for byte.
+template <class T>
+void model_plane(const std::vector<T> &s, unsigned shift, Bytes &out) {
+  auto byte = [&](std::size_t i) { return static_cast<std::uint8_t>(s[i] >> shift); };
+  auto literal = [&](std::size_t from, std::size_t to) {
+    for (; from < to; from += 128) {
+      std::size_t k = std::min<std::size_t>(to - from, 128);
+      out.push_back(static_cast<std::uint8_t>(-static_cast<int>(k)));
+      for (std::size_t j = 0; j < k; ++j) out.push_back(byte(from + j));
+    }
+  };
+  std::size_t pending = 0;
+  for (std::size_t i = 0; i < s.size();) {
+    std::size_t j = i;
+    while (j < s.size() && byte(j) == byte(i)) ++j;
+    if (j - i >= 3) {
+      literal(pending, i);
+      for (std::size_t r = j - i; r > 0; r -= std::min<std::size_t>(r, 128)) {
+        out.push_back(static_cast<std::uint8_t>(std::min<std::size_t>(r, 128) - 1));
+        out.push_back(byte(i));
+      }
+      pending = j;
+    }
+    i = j;
+  }
+  literal(pending, s.size());
+}
+
+// Rows with runs of every length, grain, and long literals.
+template <class T>
+std::vector<T> random_row(std::mt19937 &rng, int n) {
+  std::vector<T> row;
+  std::uniform_int_distribution<int> kind(0, 2), run_len(1, 300), noise(0, 3);
+  while (static_cast<int>(row.size()) < n) {
+    T v = static_cast<T>(rng());
+    int len = run_len(rng);
+    switch (kind(rng)) {
+      case 0:
+        row.insert(row.end(), static_cast<std::size_t>(len), v);
+        break;
+      case 1:  // few values: short runs everywhere
+        for (int i = 0; i < len; ++i) row.push_back(static_cast<T>(v + noise(rng)));
+        break;
+      default:
+        for (int i = 0; i < len; ++i) row.push_back(static_cast<T>(rng()));
+    }
+  }
+  row.resize(static_cast<std::size_t>(n));
+  return row;
+}
+
+template <int N>
+void check_round_trips(std::mt19937 &rng) {
+  using T = Sample<N>;
+  // Wide rows too: decoders may work through a row in pieces.
+  std::uniform_int_distribution<int> width(1, 1500), wide(2000, 9000);
+  for (int trial = 0; trial < 400; ++trial) {
+    int n = trial < 8 ? trial + 1 : trial % 8 == 0 ? wide(rng) : width(rng);
+    std::vector<T> row = random_row<T>(rng, n);
+    Bytes chunk = encode<N>(row);
+    Bytes expected;
+    for (int plane = 0; plane < N; ++plane) {
+      model_plane(row, static_cast<unsigned>(8 * (N - 1 - plane)), expected);
+    }
+    ASSERT_EQ(chunk, expected) << "width " << n << ", sample bytes " << N;
+
+    std::vector<T> back(static_cast<std::size_t>(n));
+    std::size_t used = 0;
+    ASSERT_EQ(decode_row<N>(chunk.data(), chunk.size(), n, back.data(), &used), n);
+    ASSERT_EQ(used, chunk.size());
+    ASSERT_EQ(back, row) << "width " << n << ", sample bytes " << N;
+  }
+}
+
+TEST(RlaRle, EncodeMatchesTheRulesAndDecodesBackForEveryWidth) {
+  std::mt19937 rng(20240611);
+  check_round_trips<1>(rng);
+  check_round_trips<2>(rng);
+  check_round_trips<4>(rng);
+}
+
+// Straightforward decoder: per plane, stop at the first packet that does not
+// fit; the samples before it are what a decoder must have produced.
+template <class T>
+int model_decode(const Bytes &in, int n, std::vector<T> &out, std::size_t &used) {
+  std::size_t p = 0;
+  int got = 0;
+  for (int plane = 0; plane < static_cast<int>(sizeof(T)); ++plane) {
+    unsigned shift = static_cast<unsigned>(8 * (sizeof(T) - 1 - plane));
+    got = 0;
+    while (got < n && p < in.size()) {
+      int c = static_cast<std::int8_t>(in[p]);
+      int k = c >= 0 ? c + 1 : -c;
+      std::size_t need = c >= 0 ? 1 : static_cast<std::size_t>(k);
+      if (in.size() - p - 1 < need || k > n - got) break;
+      for (int j = 0; j < k; ++j) {
+        T b = static_cast<T>(T{in[p + 1 + (c >= 0 ? 0 : static_cast<std::size_t>(j))]} << shift);
+        T &s = out[static_cast<std::size_t>(got + j)];
+        s = static_cast<T>(plane == 0 ? b : (s | b));
+      }
+      p += 1 + need;
+      got += k;
+    }
+    if (got < n) break;
+  }
+  used = p;
+  return got;
+}
+
+template <int N>
+void check_garbage(std::mt19937 &rng) {
+  using T = Sample<N>;
+  std::uniform_int_distribution<int> width(0, 700), wide(2000, 5000), byte(0, 255), flips(0, 4);
+  std::uniform_int_distribution<std::size_t> len(0, 1600);
+  for (int trial = 0; trial < 3000; ++trial) {
+    int n = trial % 16 == 1 ? wide(rng) : width(rng);
+    Bytes in;
+    if (trial % 2 == 0) {
+      in.resize(len(rng));
+      for (auto &b : in) b = static_cast<std::uint8_t>(byte(rng));
+    } else {
+      // A valid chunk, damaged: it decodes far before going wrong.
+      in = encode<N>(random_row<T>(rng, n));
+      for (int f = flips(rng); f > 0 && !in.empty(); --f) {
+        in[static_cast<std::size_t>(rng()) % in.size()] = static_cast<std::uint8_t>(byte(rng));
+      }
+      if (!in.empty() && trial % 4 == 1) in.resize(static_cast<std::size_t>(rng()) % in.size());
+    }
+    // Exact sizes, on the heap: any read or write past them is caught.
+    std::vector<T> out(static_cast<std::size_t>(n));
+    std::vector<T> model(static_cast<std::size_t>(n));
+    std::size_t used = 0;
+    std::size_t model_used = 0;
+    int got = decode_row<N>(in.empty() ? nullptr : in.data(), in.size(), n,
+                            n == 0 ? nullptr : out.data(), &used);
+    int expected = model_decode(in, n, model, model_used);
+    ASSERT_EQ(got, expected);
+    ASSERT_EQ(used, model_used);
+    ASSERT_TRUE(std::equal(out.begin(), out.begin() + got, model.begin()));
+  }
+}
+
+TEST(RlaRle, ArbitraryBytesNeverOverrunAndDecodeLikeThePlainRules) {
+  std::mt19937 rng(7);
+  check_garbage<1>(rng);
+  check_garbage<2>(rng);
+  check_garbage<4>(rng);
+}
+
+}  // namespace
