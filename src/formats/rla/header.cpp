@@ -39,35 +39,111 @@ static_assert(fields_tile_header(), "RLA header fields must tile the 740 bytes e
 
 constexpr char kUnknown[] = "unknown";
 
+// A field's place as a type, so that the code reading or writing it can check
+// at compile time that the value it pairs with the field has the field's size.
 template <FieldSpan F>
-std::int16_t get16(const HeaderBytes &bytes) {
-  static_assert(F.size == 2);
-  return static_cast<std::int16_t>(load_be16(bytes + F.offset));
+struct At {};
+
+// The fields every layout shares, paired with their values: offsets 0 to 611
+// (the revision aside: it is read, but always written as -2) and the storage
+// codes at 660 and 664, which the validity rules look at in any layout.  One
+// list serves decoding and encoding, so the two cannot drift apart.
+template <class H, class Visit>
+void shared_fields(H &h, Visit &&visit) {
+  using namespace layout;
+  visit(At<kWindowLeft>{}, h.window.left);
+  visit(At<kWindowRight>{}, h.window.right);
+  visit(At<kWindowBottom>{}, h.window.bottom);
+  visit(At<kWindowTop>{}, h.window.top);
+  visit(At<kActiveLeft>{}, h.active.left);
+  visit(At<kActiveRight>{}, h.active.right);
+  visit(At<kActiveBottom>{}, h.active.bottom);
+  visit(At<kActiveTop>{}, h.active.top);
+  visit(At<kFrame>{}, h.frame);
+  visit(At<kStorage>{}, h.image.storage);
+  visit(At<kImageChannels>{}, h.image.count);
+  visit(At<kMatteChannels>{}, h.matte.count);
+  visit(At<kAuxChannels>{}, h.aux.count);
+  visit(At<kGamma>{}, h.gamma);
+  visit(At<kRedPrimary>{}, h.red);
+  visit(At<kGreenPrimary>{}, h.green);
+  visit(At<kBluePrimary>{}, h.blue);
+  visit(At<kWhitePoint>{}, h.white);
+  visit(At<kJob>{}, h.job);
+  visit(At<kName>{}, h.name);
+  visit(At<kDesc>{}, h.desc);
+  visit(At<kProgram>{}, h.program);
+  visit(At<kMachine>{}, h.machine);
+  visit(At<kUser>{}, h.user);
+  visit(At<kDate>{}, h.date);
+  visit(At<kAspect>{}, h.aspect);
+  visit(At<kAspectRatio>{}, h.aspect_ratio);
+  visit(At<kChannelDesc>{}, h.channel_desc);
+  visit(At<kMatteStorage>{}, h.matte.storage);
+  visit(At<kAuxStorage>{}, h.aux.storage);
 }
 
-template <FieldSpan F>
-void put16(HeaderBytes &bytes, std::int16_t value) {
-  static_assert(F.size == 2);
-  store_be16(bytes + F.offset, static_cast<std::uint16_t>(value));
+// The fields trusted only in the current layout.
+template <class H, class Visit>
+void current_fields(H &h, Visit &&visit) {
+  using namespace layout;
+  visit(At<kField>{}, h.field);
+  visit(At<kTime>{}, h.time);
+  visit(At<kFilter>{}, h.filter);
+  visit(At<kImageBits>{}, h.image.bits);
+  visit(At<kMatteBits>{}, h.matte.bits);
+  visit(At<kAuxBits>{}, h.aux.bits);
+  visit(At<kAuxDesc>{}, h.aux_desc);
+  visit(At<kNext>{}, h.next);
 }
 
-// Reads a text field up to its first NUL; the rest of the array is zeroed so
-// that equal texts compare equal as arrays.
-template <FieldSpan F>
-void get_text(const HeaderBytes &bytes, Text<F.size> &out) {
-  const std::uint8_t *begin = bytes + F.offset;
-  const std::uint8_t *end = std::find(begin, begin + F.size, std::uint8_t{0});
-  out.fill('\0');
-  std::memcpy(out.data(), begin, static_cast<std::size_t>(end - begin));
-}
+// Reads fields out of the header bytes.  A text is read up to its first NUL
+// and the rest of the array zeroed, so equal texts compare equal as arrays.
+struct FieldReader {
+  const HeaderBytes &bytes;
 
-// Writes at most the field width less one character, so the last byte is
-// always NUL; the bytes after the text stay zero.
-template <FieldSpan F>
-void put_text(HeaderBytes &bytes, const Text<F.size> &text) {
-  const char *end = std::find(text.data(), text.data() + (F.size - 1), '\0');
-  std::memcpy(bytes + F.offset, text.data(), static_cast<std::size_t>(end - text.data()));
-}
+  template <FieldSpan F>
+  void operator()(At<F>, std::int16_t &v) const {
+    static_assert(F.size == 2);
+    v = static_cast<std::int16_t>(load_be16(bytes + F.offset));
+  }
+  template <FieldSpan F, class Word>
+  void operator()(At<F>, Word &v) const {
+    static_assert(F.size == 4 && sizeof(Word) == 4);
+    v = static_cast<Word>(load_be32(bytes + F.offset));
+  }
+  template <FieldSpan F, std::size_t N>
+  void operator()(At<F>, std::array<char, N> &text) const {
+    static_assert(N == F.size + 1);
+    const std::uint8_t *begin = bytes + F.offset;
+    const std::uint8_t *end = std::find(begin, begin + F.size, std::uint8_t{0});
+    text.fill('\0');
+    std::memcpy(text.data(), begin, static_cast<std::size_t>(end - begin));
+  }
+};
+
+// Writes fields into zeroed header bytes.  A text keeps at most the field
+// width less one character, so its last byte is always NUL.
+struct FieldWriter {
+  HeaderBytes &bytes;
+
+  template <FieldSpan F>
+  void operator()(At<F>, std::int16_t v) const {
+    static_assert(F.size == 2);
+    store_be16(bytes + F.offset, static_cast<std::uint16_t>(v));
+  }
+  template <FieldSpan F, class Word>
+  void operator()(At<F>, Word v) const {
+    static_assert(F.size == 4 && sizeof(Word) == 4);
+    store_be32(bytes + F.offset, static_cast<std::uint32_t>(v));
+  }
+  template <FieldSpan F, std::size_t N>
+  void operator()(At<F>, const std::array<char, N> &text) const {
+    static_assert(N == F.size + 1);
+    const char *end = std::find(text.data(), text.data() + (F.size - 1), '\0');
+    std::memcpy(bytes + F.offset, text.data(), static_cast<std::size_t>(end - text.data()));
+  }
+};
 
 template <std::size_t N>
 void set_text(std::array<char, N> &out, const char *text) {
@@ -75,71 +151,21 @@ void set_text(std::array<char, N> &out, const char *text) {
   std::memcpy(out.data(), text, std::min(std::strlen(text), N - 1));
 }
 
-template <FieldSpan Left, FieldSpan Right, FieldSpan Bottom, FieldSpan Top>
-Window get_window(const HeaderBytes &bytes) {
-  return Window{get16<Left>(bytes), get16<Right>(bytes), get16<Bottom>(bytes), get16<Top>(bytes)};
-}
-
-template <FieldSpan Left, FieldSpan Right, FieldSpan Bottom, FieldSpan Top>
-void put_window(HeaderBytes &bytes, const Window &w) {
-  put16<Left>(bytes, w.left);
-  put16<Right>(bytes, w.right);
-  put16<Bottom>(bytes, w.bottom);
-  put16<Top>(bytes, w.top);
-}
-
-// The fields every layout shares (offsets 0 to 611), and the raw storage
-// codes wherever they sit: the validity rules look at them in any layout.
-void decode_shared(const HeaderBytes &bytes, Header *h) {
-  using namespace layout;
-  h->window = get_window<kWindowLeft, kWindowRight, kWindowBottom, kWindowTop>(bytes);
-  h->active = get_window<kActiveLeft, kActiveRight, kActiveBottom, kActiveTop>(bytes);
-  h->frame = get16<kFrame>(bytes);
-  h->image.count = get16<kImageChannels>(bytes);
-  h->matte.count = get16<kMatteChannels>(bytes);
-  h->aux.count = get16<kAuxChannels>(bytes);
-  h->image.storage = get16<kStorage>(bytes);
-  h->matte.storage = get16<kMatteStorage>(bytes);
-  h->aux.storage = get16<kAuxStorage>(bytes);
-  h->revision = get16<kRevision>(bytes);
-  get_text<kGamma>(bytes, h->gamma);
-  get_text<kRedPrimary>(bytes, h->red);
-  get_text<kGreenPrimary>(bytes, h->green);
-  get_text<kBluePrimary>(bytes, h->blue);
-  get_text<kWhitePoint>(bytes, h->white);
-  h->job = static_cast<std::int32_t>(load_be32(bytes + kJob.offset));
-  get_text<kName>(bytes, h->name);
-  get_text<kDesc>(bytes, h->desc);
-  get_text<kProgram>(bytes, h->program);
-  get_text<kMachine>(bytes, h->machine);
-  get_text<kUser>(bytes, h->user);
-  get_text<kDate>(bytes, h->date);
-  get_text<kAspect>(bytes, h->aspect);
-  get_text<kAspectRatio>(bytes, h->aspect_ratio);
-  get_text<kChannelDesc>(bytes, h->channel_desc);
-}
-
 // Revision -2: everything from offset 612 on is read as stored.
 void decode_current(const HeaderBytes &bytes, bool, Header *h) {
-  using namespace layout;
-  h->field = get16<kField>(bytes);
-  get_text<kTime>(bytes, h->time);
-  get_text<kFilter>(bytes, h->filter);
-  h->image.type = channel_type(h->image.storage);
-  h->matte.type = channel_type(h->matte.storage);
-  h->aux.type = channel_type(h->aux.storage);
-  h->image.bits = get16<kImageBits>(bytes);
-  h->matte.bits = get16<kMatteBits>(bytes);
-  h->aux.bits = get16<kAuxBits>(bytes);
-  get_text<kAuxDesc>(bytes, h->aux_desc);
-  h->next = load_be32(bytes + kNext.offset);
+  current_fields(*h, FieldReader{bytes});
+  for (ChannelGroup *group : {&h->image, &h->matte, &h->aux}) {
+    group->type = channel_type(group->storage);
+  }
 }
 
 // Any other revision: the fields from offset 612 on predate the current
-// layout.  Deliberately, the field code is still honoured for "rlb" files,
-// whose writers stored it there before the layout grew.
+// layout and are replaced by fixed values.  Deliberately, the field code is
+// still taken from offset 612 when the file is read as "rlb": that variant
+// differs from "rla" in nothing else.
 void decode_older(const HeaderBytes &bytes, bool rlb, Header *h) {
-  h->field = rlb ? get16<layout::kField>(bytes) : std::int16_t{0};
+  h->field = 0;
+  if (rlb) FieldReader{bytes}(At<layout::kField>{}, h->field);
   set_text(h->time, kUnknown);
   set_text(h->filter, kUnknown);
   for (ChannelGroup *group : {&h->image, &h->matte, &h->aux}) {
@@ -174,46 +200,18 @@ bool window_ordered(const Window &w) {
 
 void decode_header(const HeaderBytes &bytes, bool rlb, Header *out) {
   *out = Header{};
-  decode_shared(bytes, out);
+  FieldReader read{bytes};
+  shared_fields(*out, read);
+  read(At<layout::kRevision>{}, out->revision);
   revision_of(out->revision).decode(bytes, rlb, out);
 }
 
 void encode_header(const Header &h, HeaderBytes &bytes) {
-  using namespace layout;
   std::memset(bytes, 0, kHeaderSize);
-  put_window<kWindowLeft, kWindowRight, kWindowBottom, kWindowTop>(bytes, h.window);
-  put_window<kActiveLeft, kActiveRight, kActiveBottom, kActiveTop>(bytes, h.active);
-  put16<kFrame>(bytes, h.frame);
-  put16<kStorage>(bytes, h.image.storage);
-  put16<kImageChannels>(bytes, h.image.count);
-  put16<kMatteChannels>(bytes, h.matte.count);
-  put16<kAuxChannels>(bytes, h.aux.count);
-  put16<kRevision>(bytes, kCurrentRevision);
-  put_text<kGamma>(bytes, h.gamma);
-  put_text<kRedPrimary>(bytes, h.red);
-  put_text<kGreenPrimary>(bytes, h.green);
-  put_text<kBluePrimary>(bytes, h.blue);
-  put_text<kWhitePoint>(bytes, h.white);
-  store_be32(bytes + kJob.offset, static_cast<std::uint32_t>(h.job));
-  put_text<kName>(bytes, h.name);
-  put_text<kDesc>(bytes, h.desc);
-  put_text<kProgram>(bytes, h.program);
-  put_text<kMachine>(bytes, h.machine);
-  put_text<kUser>(bytes, h.user);
-  put_text<kDate>(bytes, h.date);
-  put_text<kAspect>(bytes, h.aspect);
-  put_text<kAspectRatio>(bytes, h.aspect_ratio);
-  put_text<kChannelDesc>(bytes, h.channel_desc);
-  put16<kField>(bytes, h.field);
-  put_text<kTime>(bytes, h.time);
-  put_text<kFilter>(bytes, h.filter);
-  put16<kImageBits>(bytes, h.image.bits);
-  put16<kMatteStorage>(bytes, h.matte.storage);
-  put16<kMatteBits>(bytes, h.matte.bits);
-  put16<kAuxStorage>(bytes, h.aux.storage);
-  put16<kAuxBits>(bytes, h.aux.bits);
-  put_text<kAuxDesc>(bytes, h.aux_desc);
-  store_be32(bytes + kNext.offset, h.next);
+  FieldWriter write{bytes};
+  shared_fields(h, write);
+  current_fields(h, write);
+  write(At<layout::kRevision>{}, kCurrentRevision);
 }
 
 std::int32_t channel_type(std::int16_t storage) {
