@@ -1,0 +1,342 @@
+// The RLA writer: the write open that creates the file and writes the first
+// header, the row writer, and the completion of the file on close (headers
+// of later images, next-image links, offset tables, elapsed time).
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "err/heap.hpp"
+#include "err/messages.hpp"
+#include "formats/rla/channels.hpp"
+#include "formats/rla/header.hpp"
+#include "formats/rla/rle.hpp"
+#include "orx/err.h"
+#include "orx/orx.h"
+#include "orx/rla.h"
+#include "platform/platform.hpp"
+
+namespace orx::rla {
+namespace {
+
+// What all images of one written file share.
+struct WriteFile {
+  std::FILE *stream = nullptr;
+  bool to_stdout = false;
+  double start = 0.0;  // tick seconds at open
+};
+
+struct WriteImage {
+  WriteFile *file = nullptr;
+  bool header_pending = true;
+  int channels = 0;
+  Kind *kinds = nullptr;
+  int window_bottom = 0, window_top = 0;
+  int active_bottom = 0, active_top = 0;
+  int active_width = 0, active_height = 0;
+  int left_pad = 0;
+  int next_row = 0;
+  std::uint8_t *table = nullptr;  // offsets as stored, one per active row
+  std::uint8_t *encode = nullptr;
+  std::size_t encode_size = 0;
+  long header_position = 0;
+  std::uint8_t header_link[4] = {};  // header_position big-endian, for the previous next field
+  long table_position = 0;
+};
+
+constexpr long kTimeOffset = static_cast<long>(layout::kTime.offset);
+
+template <std::size_t N>
+void put_text(std::array<char, N> &dst, const char *text) {
+  dst.fill('\0');
+  if (text != nullptr) std::strncpy(dst.data(), text, N - 1);
+}
+
+std::int16_t clamp_frame(int32_t frame) {
+  if (frame > 32767) return 32767;
+  if (frame < -1) return 0;  // deliberate: -1 itself stays, as FF FF
+  return static_cast<std::int16_t>(frame);
+}
+
+std::int16_t clamp16(int32_t v) {
+  return static_cast<std::int16_t>(v < -32768 ? -32768 : v > 32767 ? 32767 : v);
+}
+
+void put_group(ChannelGroup &group, const ORX_CHANNELS &channels) {
+  group.count = clamp16(channels.count > 0 ? channels.count : 0);
+  group.storage = storage_code(channels.type);
+  group.bits = channels.type == ORX_C_FLOAT    ? 32
+               : channels.type == ORX_C_DOUBLE ? 64
+                                               : clamp16(channels.bits);
+}
+
+void put_xy(std::array<char, layout::kRedPrimary.size + 1> &dst, const float *xyz) {
+  std::snprintf(dst.data(), dst.size(), "%7.4f %7.4f", static_cast<double>(xyz[0]),
+                static_cast<double>(xyz[1]));
+}
+
+void build_header(const ORX_OBJECT *object, int index, Header &h) {
+  const ORX_INFO &info = object->info;
+  const ORX_IFD &ifd = info.images[index];
+  h = Header{};
+  h.window = {clamp16(ifd.window.left), clamp16(ifd.window.right), clamp16(ifd.window.bottom),
+              clamp16(ifd.window.top)};
+  h.active = {clamp16(ifd.active.left), clamp16(ifd.active.right), clamp16(ifd.active.bottom),
+              clamp16(ifd.active.top)};
+  h.frame = clamp_frame(info.frame);
+  put_group(h.image, ifd.image);
+  put_group(h.matte, ifd.matte);
+  put_group(h.aux, ifd.aux);
+  h.job = info.job;
+  std::snprintf(h.gamma.data(), h.gamma.size(), "%7.4f", static_cast<double>(ifd.curve.gamma));
+  put_xy(h.red, info.red);
+  put_xy(h.green, info.green);
+  put_xy(h.blue, info.blue);
+  put_xy(h.white, info.white);
+  put_text(h.name, info.name);
+  put_text(h.desc, info.desc);
+  put_text(h.program, info.program);
+  put_text(h.machine, info.machine);
+  put_text(h.user, info.user);
+  put_text(h.date, info.date);
+  put_text(h.aspect, ifd.aspect);
+  put_text(h.channel_desc, ifd.image.name);
+  h.field = clamp16(ifd.field);
+  put_text(h.time, info.time);
+  put_text(h.filter, info.filter);
+  put_text(h.aux_desc, ifd.aux.name);
+  // The descriptor holds no aspect ratio of its own: the window's shape is it.
+  const int width = ifd.window.right - ifd.window.left + 1;
+  const int height = ifd.window.top - ifd.window.bottom + 1;
+  const double ratio = height > 0 ? static_cast<double>(width) / height : 1.0;
+  std::snprintf(h.aspect_ratio.data(), h.aspect_ratio.size(), "%5.3f", ratio);
+  h.next = 0;
+}
+
+int write_failed(const ORX_OBJECT *object) {
+  const char *name = object->info.handle != nullptr ? object->info.handle : "";
+  fail(ORX_E_WRITE, Msg::kCannotWriteTo, name, std::strerror(errno));
+  return -1;
+}
+
+int write_header(const ORX_OBJECT *object, WriteImage &image, int index) {
+  std::FILE *stream = image.file->stream;
+  long at = std::ftell(stream);
+  image.header_position = at > 0 ? at : 0;
+  store_be32(image.header_link, static_cast<std::uint32_t>(image.header_position));
+  Header h;
+  build_header(object, index, h);
+  HeaderBytes bytes;
+  encode_header(h, bytes);
+  if (std::fwrite(bytes, 1, kHeaderSize, stream) != kHeaderSize) return write_failed(object);
+  image.table_position = image.header_position + static_cast<long>(kHeaderSize);
+  const std::size_t size = offset_table_size(image.active_height);
+  if (std::fwrite(image.table, 1, size, stream) != size) return write_failed(object);
+  return 0;
+}
+
+void release_images(WriteImage *states, int count) {
+  if (states == nullptr) return;
+  for (int i = 0; i < count; ++i) {
+    heap::release(states[i].kinds);
+    heap::release(states[i].table);
+    heap::release(states[i].encode);
+  }
+  heap::release(states[0].file);
+  heap::release(states);
+}
+
+// Fills image's state from its descriptor; 0 or a negative status (reported).
+int fill_state(const ORX_OBJECT *object, const ORX_IFD &ifd, WriteImage &image) {
+  image.channels = channel_total(ifd);
+  image.window_bottom = ifd.window.bottom;
+  image.window_top = ifd.window.top;
+  image.active_bottom = ifd.active.bottom;
+  image.active_top = ifd.active.top;
+  image.active_width = ifd.active.right - ifd.active.left + 1;
+  image.active_height = ifd.active.top - ifd.active.bottom + 1;
+  if (image.active_width < 0) image.active_width = 0;
+  if (image.active_height < 0) image.active_height = 0;
+  image.left_pad = ifd.active.left - ifd.window.left;
+  if (image.left_pad < 0) image.left_pad = 0;
+  image.next_row = ifd.window.bottom;
+  const std::size_t table_size = offset_table_size(image.active_height);
+  image.table = static_cast<std::uint8_t *>(heap::allocate(table_size > 0 ? table_size : 1));
+  image.kinds = static_cast<Kind *>(
+      heap::allocate(static_cast<std::size_t>(image.channels > 0 ? image.channels : 1)));
+  if (image.table == nullptr || image.kinds == nullptr) return ORX_E_NO_MEMORY;
+  std::memset(image.table, 0, table_size);
+  int max_bits = 0;
+  if (!channel_kinds(ifd, format_name(object), image.kinds, &max_bits)) return ORX_E_UNSUPPORTED;
+  image.encode_size = encode_buffer_size(image.active_width, max_bits) + 2;
+  image.encode = static_cast<std::uint8_t *>(heap::allocate(image.encode_size));
+  return image.encode == nullptr ? ORX_E_NO_MEMORY : 0;
+}
+
+std::size_t encode_channel(const WriteImage &image, int channel, const void *row,
+                           std::uint8_t *out) {
+  const Kind kind = image.kinds[channel];
+  const auto *src = static_cast<const std::uint8_t *>(row) +
+                    static_cast<std::size_t>(image.left_pad) * kind_bytes(kind);
+  const int n = image.active_width;
+  switch (kind) {
+    case Kind::kInt8: return encode_row<1>(src, n, out);
+    case Kind::kInt16: return encode_row<2>(reinterpret_cast<const std::uint16_t *>(src), n, out);
+    case Kind::kInt32: return encode_row<4>(reinterpret_cast<const std::uint32_t *>(src), n, out);
+    case Kind::kFloat: return encode_raw<float>(reinterpret_cast<const float *>(src), n, out);
+    case Kind::kDouble: return encode_raw<double>(reinterpret_cast<const double *>(src), n, out);
+  }
+  return 0;
+}
+
+int write_row(void *data, int32_t y, void *channels) {
+  auto &image = *static_cast<WriteImage *>(data);
+  if (y != image.next_row) return fail(ORX_E_BAD_SCANLINE, Msg::kBadScanline, y);
+  if (y >= image.active_bottom && y <= image.active_top) {
+    std::FILE *stream = image.file->stream;
+    long at = std::ftell(stream);
+    set_offset(image.table, y - image.active_bottom, static_cast<std::uint32_t>(at > 0 ? at : 0));
+    auto **rows = static_cast<void **>(channels);
+    for (int c = 0; c < image.channels; ++c) {
+      const std::size_t n = encode_channel(image, c, rows[c], image.encode + 2);
+      store_be16(image.encode, static_cast<std::uint16_t>(n));
+      if (std::fwrite(image.encode, 1, n + 2, stream) != n + 2)
+        return fail(ORX_E_WRITE, Msg::kCannotWriteScanline, y, std::strerror(errno));
+    }
+  }
+  ++image.next_row;
+  orx__err = 0;
+  return 0;
+}
+
+int open_file(ORX_OBJECT *object, WriteImage *states, const char **path) {
+  WriteFile &file = *states[0].file;
+  const char *name = object->info.handle != nullptr ? object->info.handle : "";
+  if (std::strcmp(name, "/dev/stdout") == 0) {
+    file.stream = stdout;
+    file.to_stdout = true;
+    *path = nullptr;
+    return 0;
+  }
+  *path = object->info.full_path != 0
+              ? name
+              : orx__build_handle(platform::get_env("KV_IMG_DIR"), name, format_extension(object));
+  file.stream = std::fopen(*path, "wb");
+  if (file.stream == nullptr)
+    return fail(ORX_E_FIELD_MISSING, Msg::kCannotOpen, *path, std::strerror(errno));
+  return 0;
+}
+
+int open_images(ORX_OBJECT *object, WriteImage *states, int count, const char **path) {
+  int status = open_file(object, states, path);
+  if (status != 0) return status;
+  states[0].file->start = platform::tick_seconds();
+  for (int i = 0; i < count; ++i) {
+    status = fill_state(object, object->info.images[i], states[i]);
+    if (status == ORX_E_NO_MEMORY) return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
+    if (status != 0) return status;
+  }
+  return write_header(object, states[0], 0) != 0 ? ORX_E_WRITE : 0;
+}
+
+bool seek_write(std::FILE *stream, long at, const void *bytes, std::size_t size) {
+  return std::fseek(stream, at, SEEK_SET) == 0 && std::fwrite(bytes, 1, size, stream) == size;
+}
+
+// Headers of later images, next-image links and image 0's table; false
+// after a report when a header could not be written.
+bool complete(const ORX_OBJECT *object, WriteImage *states, int count) {
+  WriteFile &file = *states[0].file;
+  if (states[0].header_pending) {
+    for (int i = 1; i < count; ++i) {
+      if (!file.to_stdout && std::fseek(file.stream, 0, SEEK_END) != 0) {
+        write_failed(object);
+        return false;
+      }
+      if (write_header(object, states[i], i) != 0) return false;
+    }
+    for (int i = 0; i + 1 < count && !file.to_stdout; ++i) {
+      if (states[i].table_position <= 0) continue;
+      seek_write(file.stream, states[i].table_position - 4, states[i + 1].header_link, 4);
+    }
+    for (int i = 0; i < count; ++i) states[i].header_pending = false;
+  }
+  if (states[0].table_position > 0 && !file.to_stdout)
+    seek_write(file.stream, states[0].table_position, states[0].table,
+               offset_table_size(states[0].active_height));
+  const auto elapsed = static_cast<long>(platform::tick_seconds() - file.start);
+  char stamp[layout::kTime.size] = {};
+  std::snprintf(stamp, sizeof stamp, "%02d:%02d:%02d", static_cast<int>(elapsed / 3600),
+                static_cast<int>(elapsed / 60 % 60), static_cast<int>(elapsed % 60));
+  seek_write(file.stream, kTimeOffset, stamp, sizeof stamp);
+  return true;
+}
+
+}  // namespace
+
+void finish_writer(ORX_OBJECT *object) {
+  if (object->private_cell == nullptr || object->private_cell[0] == nullptr) return;
+  auto *states = static_cast<WriteImage *>(object->private_cell[0]);
+  const int count = object->info.image_count;
+  WriteFile *file = states[0].file;
+  std::FILE *stream = file->stream;
+  const bool standard = file->to_stdout;
+  complete(object, states, count);
+  const int status = orx__err;
+  release_images(states, count);
+  object->private_cell[0] = nullptr;
+  if (standard) {
+    std::fflush(stream);
+  } else if (std::fclose(stream) != 0) {
+    write_failed(object);
+    return;
+  }
+  orx__err = status;
+}
+
+}  // namespace orx::rla
+
+extern "C" {
+
+int ORX_rla_w_open(ORX_OBJECT *object) {
+  using namespace orx::rla;
+  if (object == nullptr) return 0;
+  const int count = object->info.image_count;
+  if (count <= 0 || object->info.images == nullptr) {
+    orx__err = ORX_E_FIELD_MISSING;
+    return 0;
+  }
+  object->scan = write_row;
+  object->close = close_object;
+  const auto n = static_cast<std::size_t>(count);
+  auto **cell = static_cast<void **>(orx::heap::allocate(n * sizeof(void *)));
+  auto *states = static_cast<WriteImage *>(orx::heap::allocate(n * sizeof(WriteImage)));
+  auto *file = static_cast<WriteFile *>(orx::heap::allocate(sizeof(WriteFile)));
+  if (cell == nullptr || states == nullptr || file == nullptr) {
+    orx::heap::release(cell);
+    orx::heap::release(states);
+    orx::heap::release(file);
+    orx__err = ORX_E_NO_MEMORY;
+    return 0;
+  }
+  *file = WriteFile{};
+  for (std::size_t i = 0; i < n; ++i) {
+    states[i] = WriteImage{};
+    states[i].file = file;
+    cell[i] = &states[i];
+  }
+  const char *path = nullptr;
+  if (open_images(object, states, count, &path) != 0) {
+    if (file->stream != nullptr && !file->to_stdout) {
+      std::fclose(file->stream);
+      orx::platform::remove_file(path);
+    }
+    release_images(states, count);
+    orx::heap::release(cell);
+    return 0;
+  }
+  orx::heap::release(object->private_cell);
+  object->private_cell = cell;
+  return 1;
+}
+
+}  // extern "C"

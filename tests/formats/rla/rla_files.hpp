@@ -1,0 +1,174 @@
+// Helpers of the RLA tests: image objects described in a few fields, a
+// deterministic sample pattern with runs and literals, and whole files
+// written through the writer and read back through the reader.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "orx/err.h"
+#include "orx/orx.h"
+#include "orx/plugin.h"
+#include "orx/rla.h"
+#include "orx/str.h"
+
+namespace orx::test {
+
+struct Group {
+  int count = 0;
+  int type = ORX_C_INTEGER;
+  int bits = 8;
+};
+
+struct ImageSpec {
+  ORX_WINDOW window{0, 9, 0, 5};
+  ORX_WINDOW active{0, 9, 0, 5};
+  Group image{3, ORX_C_INTEGER, 8};
+  Group matte{};
+  Group aux{};
+};
+
+inline void set_group(ORX_CHANNELS &dst, const Group &g) {
+  dst.count = g.count;
+  dst.type = g.type;
+  dst.bits = g.bits;
+}
+
+// A write object for path (used as given) with one descriptor per spec.
+inline ORX_OBJECT *writer_object(const std::string &path, const std::vector<ImageSpec> &specs) {
+  ORX_OBJECT *object = orx__new_obj(ORX_ACCESS_WRITE);
+  object->info.handle = STR_save(path.c_str());
+  object->info.full_path = 1;
+  object->info.image_count = static_cast<int32_t>(specs.size());
+  object->info.images =
+      static_cast<ORX_IFD *>(ERR_malloc(static_cast<uint32_t>(specs.size() * sizeof(ORX_IFD))));
+  for (std::size_t i = 0; i < specs.size(); ++i) {
+    ORX_IFD &ifd = object->info.images[i];
+    orx__init_ifd(&ifd);
+    ifd.window = specs[i].window;
+    ifd.active = specs[i].active;
+    set_group(ifd.image, specs[i].image);
+    set_group(ifd.matte, specs[i].matte);
+    set_group(ifd.aux, specs[i].aux);
+    ifd.aspect = STR_save("ntsc_640");
+  }
+  return object;
+}
+
+inline ORX_OBJECT *reader_object(const std::string &path) {
+  ORX_OBJECT *object = orx__new_obj(ORX_ACCESS_READ);
+  object->info.handle = STR_save(path.c_str());
+  object->info.full_path = 1;
+  return object;
+}
+
+// Bytes of one sample of a group in a channel row.
+inline std::size_t sample_size(const ORX_CHANNELS &g) {
+  if (g.type == ORX_C_FLOAT) return 4;
+  if (g.type == ORX_C_DOUBLE) return 8;
+  return g.bits <= 8 ? 1 : g.bits <= 16 ? 2 : 4;
+}
+
+// The groups of each channel of a descriptor, in buffer order.
+inline std::vector<const ORX_CHANNELS *> channel_groups(const ORX_IFD &ifd) {
+  std::vector<const ORX_CHANNELS *> out;
+  for (const ORX_CHANNELS *g : {&ifd.image, &ifd.matte, &ifd.aux})
+    for (int c = 0; c < g->count; ++c) out.push_back(g);
+  return out;
+}
+
+// The expected bytes of channel c's row y over the whole window: the pattern
+// inside the active window, zeros elsewhere.  Columns come in groups of
+// four equal values so that rows mix runs and literals.
+inline std::vector<uint8_t> expected_row(const ORX_IFD &ifd, int c, int y) {
+  const ORX_CHANNELS &g = *channel_groups(ifd)[static_cast<std::size_t>(c)];
+  const int width = ifd.window.right - ifd.window.left + 1;
+  const std::size_t size = sample_size(g);
+  std::vector<uint8_t> row(static_cast<std::size_t>(width) * size, 0);
+  if (y < ifd.active.bottom || y > ifd.active.top) return row;
+  for (int x = ifd.active.left; x <= ifd.active.right; ++x) {
+    const uint64_t v = (x % 8 < 4) ? static_cast<uint64_t>(c * 11 + y * 3)
+                                   : static_cast<uint64_t>(c * 11 + x * 7 + y * 13 + 0x12345);
+    uint8_t *p = row.data() + static_cast<std::size_t>(x - ifd.window.left) * size;
+    if (g.type == ORX_C_FLOAT) {
+      float f = static_cast<float>(v) / 7.0f;
+      std::memcpy(p, &f, 4);
+    } else if (g.type == ORX_C_DOUBLE) {
+      double d = static_cast<double>(v) / 7.0;
+      std::memcpy(p, &d, 8);
+    } else {
+      const uint64_t mask = g.bits >= 32 ? 0xffffffffu : ((uint64_t{1} << g.bits) - 1);
+      const uint64_t s = v & mask;
+      if (size == 1) *p = static_cast<uint8_t>(s);
+      if (size == 2) { uint16_t w = static_cast<uint16_t>(s); std::memcpy(p, &w, 2); }
+      if (size == 4) { uint32_t w = static_cast<uint32_t>(s); std::memcpy(p, &w, 4); }
+    }
+  }
+  return row;
+}
+
+// Writes every row of every image of an opened write object, then closes it.
+inline void write_all_rows_and_close(ORX_OBJECT *object) {
+  for (int i = 0; i < object->info.image_count; ++i) {
+    ORX_IFD &ifd = object->info.images[i];
+    void **buffer = orx__chan_alloc(&ifd, ifd.window.right - ifd.window.left + 1, "test");
+    ASSERT_NE(buffer, nullptr);
+    for (int y = ifd.window.bottom; y <= ifd.window.top; ++y) {
+      const int channels = static_cast<int>(channel_groups(ifd).size());
+      for (int c = 0; c < channels; ++c) {
+        std::vector<uint8_t> row = expected_row(ifd, c, y);
+        std::memcpy(buffer[c], row.data(), row.size());
+      }
+      ASSERT_EQ(object->scan(object->private_cell[i], y, buffer), 0) << "row " << y;
+    }
+    orx__chan_free(buffer);
+  }
+  EXPECT_EQ(object->close(object, 0), 0);
+}
+
+inline void write_file(const std::string &path, const std::vector<ImageSpec> &specs) {
+  ORX_OBJECT *object = writer_object(path, specs);
+  ASSERT_EQ(ORX_rla_w_open(object), 1);
+  write_all_rows_and_close(object);
+}
+
+// Reads every row of every image of an opened read object and compares with
+// the pattern.
+inline void expect_pattern(ORX_OBJECT *object) {
+  for (int i = 0; i < object->info.image_count; ++i) {
+    const ORX_IFD &ifd = object->info.images[i];
+    const int channels = static_cast<int>(channel_groups(ifd).size());
+    for (int y = ifd.window.bottom; y <= ifd.window.top; ++y) {
+      void **rows = nullptr;
+      ASSERT_EQ(object->scan(object->private_cell[i], y, &rows), 0) << "image " << i << " row " << y;
+      for (int c = 0; c < channels; ++c) {
+        std::vector<uint8_t> want = expected_row(ifd, c, y);
+        ASSERT_EQ(std::memcmp(rows[c], want.data(), want.size()), 0)
+            << "image " << i << " row " << y << " channel " << c;
+      }
+    }
+  }
+}
+
+inline std::vector<uint8_t> load(const std::string &path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+inline void save_bytes(const std::string &path, const std::vector<uint8_t> &bytes) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+inline uint32_t be32(const std::vector<uint8_t> &b, std::size_t at) {
+  return (uint32_t{b[at]} << 24) | (uint32_t{b[at + 1]} << 16) | (uint32_t{b[at + 2]} << 8) |
+         b[at + 3];
+}
+
+}  // namespace orx::test

@@ -1,0 +1,154 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "formats/rla/rla_files.hpp"
+#include "support/error_capture.hpp"
+#include "support/fixtures.hpp"
+
+namespace {
+
+using namespace orx::test;
+using RlaRoundTrip = CleanErrors;
+
+void round_trip(const std::string &path, const std::vector<ImageSpec> &specs) {
+  write_file(path, specs);
+  ORX_OBJECT *object = reader_object(path);
+  ASSERT_EQ(ORX_rla_r_open(object), 1) << path;
+  ASSERT_EQ(object->info.image_count, static_cast<int32_t>(specs.size()));
+  for (std::size_t i = 0; i < specs.size(); ++i) {
+    const ORX_IFD &ifd = object->info.images[i];
+    EXPECT_EQ(ifd.version, i == 0 ? 1 : 2);
+    EXPECT_EQ(ifd.window.right, specs[i].window.right);
+    EXPECT_EQ(ifd.active.left, specs[i].active.left);
+    EXPECT_EQ(ifd.image.count, specs[i].image.count);
+    EXPECT_EQ(ifd.matte.count, specs[i].matte.count);
+    EXPECT_EQ(ifd.aux.count, specs[i].aux.count);
+    EXPECT_EQ(ifd.image.type, specs[i].image.type);
+  }
+  expect_pattern(object);
+  EXPECT_EQ(object->close(object, 0), 0);
+}
+
+TEST_F(RlaRoundTrip, EveryIntegerWidthFloatAndDoubleWithMatteAndAux) {
+  TempDir dir;
+  const Group groups[] = {{1, ORX_C_INTEGER, 8},  {3, ORX_C_INTEGER, 8},  {3, ORX_C_INTEGER, 12},
+                          {3, ORX_C_INTEGER, 16}, {1, ORX_C_INTEGER, 24}, {3, ORX_C_INTEGER, 32},
+                          {3, ORX_C_FLOAT, 32},   {1, ORX_C_DOUBLE, 64},  {3, ORX_C_INTEGER, 5}};
+  int n = 0;
+  for (const Group &g : groups) {
+    ImageSpec spec;
+    spec.window = {0, 300, 0, 4};  // wider than one 128-sample packet
+    spec.active = spec.window;
+    spec.image = g;
+    spec.matte = {1, g.type, g.bits};
+    spec.aux = {1, ORX_C_FLOAT, 32};
+    round_trip(dir.file("k" + std::to_string(n++) + ".rla"), {spec});
+    spec.matte = {};
+    spec.aux = {2, g.type, g.bits};
+    round_trip(dir.file("k" + std::to_string(n++) + ".rla"), {spec});
+  }
+}
+
+TEST_F(RlaRoundTrip, OddWidthsAndActiveWindowsSmallerThanTheWindow) {
+  TempDir dir;
+  ImageSpec spec;
+  spec.window = {0, 6, 0, 4};  // width 7
+  spec.active = spec.window;
+  spec.image = {3, ORX_C_INTEGER, 8};
+  round_trip(dir.file("odd.rla"), {spec});
+  spec.window = {2, 40, 1, 12};
+  spec.active = {5, 31, 3, 9};  // padding columns on both sides, padding rows above and below
+  spec.matte = {1, ORX_C_INTEGER, 16};
+  round_trip(dir.file("pad8.rla"), {spec});
+  spec.image = {4 - 1, ORX_C_DOUBLE, 64};
+  round_trip(dir.file("paddouble.rla"), {spec});
+}
+
+TEST_F(RlaRoundTrip, MultiImageFilesLinkEveryHeaderAndReadInAnyOrder) {
+  TempDir dir;
+  ImageSpec a;
+  ImageSpec b;
+  b.window = {0, 20, 0, 7};
+  b.active = {3, 17, 2, 5};
+  b.image = {1, ORX_C_INTEGER, 16};
+  b.matte = {1, ORX_C_FLOAT, 32};
+  ImageSpec c;
+  c.window = {0, 3, 0, 2};
+  c.active = c.window;
+  const std::string path = dir.file("multi.rla");
+  round_trip(path, {a, b, c});
+
+  // Next links: image 0 -> image 1 -> image 2 -> 0.
+  std::vector<uint8_t> bytes = load(path);
+  const uint32_t second = be32(bytes, 736);
+  ASSERT_GT(second, 740u);
+  const uint32_t third = be32(bytes, second + 736);
+  ASSERT_GT(third, second);
+  EXPECT_EQ(be32(bytes, third + 736), 0u);
+
+  // Interleaved reading across images and backwards within one.
+  ORX_OBJECT *object = reader_object(path);
+  ASSERT_EQ(ORX_rla_r_open(object), 1);
+  for (int y = 5; y >= 0; --y) {
+    for (int i : {1, 0, 2}) {
+      const ORX_IFD &ifd = object->info.images[i];
+      if (y > ifd.window.top) continue;
+      void **rows = nullptr;
+      ASSERT_EQ(object->scan(object->private_cell[i], y, &rows), 0);
+      std::vector<uint8_t> want = expected_row(ifd, 0, y);
+      EXPECT_EQ(std::memcmp(rows[0], want.data(), want.size()), 0) << i << " " << y;
+    }
+  }
+  EXPECT_EQ(object->close(object, 0), 0);
+}
+
+TEST_F(RlaRoundTrip, HeaderTextsAndChromaticitiesSurvive) {
+  TempDir dir;
+  const std::string path = dir.file("texts.rla");
+  ORX_OBJECT *object = writer_object(path, {ImageSpec{}});
+  ORX_INFO &info = object->info;
+  info.name = STR_save("shot_010");
+  info.desc = STR_save(std::string(200, 'd').c_str());  // longer than its field
+  info.program = STR_save("render");
+  info.machine = STR_save("host1");
+  info.user = STR_save("ann");
+  info.date = STR_save("Jan  1 2025");
+  info.filter = STR_save("box");
+  info.job = 77;
+  info.frame = 12;
+  info.red[0] = 0.64f;
+  info.red[1] = 0.33f;
+  info.images[0].curve.gamma = 1.8f;
+  info.images[0].image.name = STR_save("rgb");
+  info.images[0].aux.name = STR_save("depth");
+  info.images[0].field = 2;
+  ASSERT_EQ(ORX_rla_w_open(object), 1);
+  write_all_rows_and_close(object);
+
+  object = reader_object(path);
+  ASSERT_EQ(ORX_rla_r_open(object), 1);
+  EXPECT_STREQ(object->info.name, "shot_010");
+  EXPECT_EQ(std::string(object->info.desc), std::string(127, 'd'));
+  EXPECT_STREQ(object->info.program, "render");
+  EXPECT_STREQ(object->info.machine, "host1");
+  EXPECT_STREQ(object->info.user, "ann");
+  EXPECT_STREQ(object->info.date, "Jan  1 2025");
+  EXPECT_STREQ(object->info.filter, "box");
+  EXPECT_STREQ(object->info.time, "00:00:00");
+  EXPECT_EQ(object->info.job, 77);
+  EXPECT_EQ(object->info.frame, 12);
+  EXPECT_NEAR(object->info.red[0], 0.64, 1e-4);
+  EXPECT_NEAR(object->info.red[2], 0.03, 1e-4);
+  EXPECT_NEAR(object->info.white[1], 0.316, 1e-4);
+  const ORX_IFD &ifd = object->info.images[0];
+  EXPECT_NEAR(ifd.curve.gamma, 1.8, 1e-4);
+  EXPECT_STREQ(ifd.aspect, "ntsc_640");
+  EXPECT_STREQ(ifd.image.name, "rgb");
+  EXPECT_STREQ(ifd.aux.name, "depth");
+  EXPECT_EQ(ifd.field, 2);
+  EXPECT_EQ(object->close(object, 0), 0);
+}
+
+}  // namespace
