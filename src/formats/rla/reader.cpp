@@ -235,7 +235,7 @@ int open_images(ORX_OBJECT *object, Images &images) {
   if (file == nullptr) return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
   *file = ReadFile{};
   if (!grow(object, images, file)) {
-    heap::release(file);
+    if (images.states == nullptr) heap::release(file);  // else the first state holds it
     return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
   }
   const char *name = object->info.handle;

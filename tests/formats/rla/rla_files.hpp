@@ -61,11 +61,15 @@ inline ORX_OBJECT *writer_object(const std::string &path, const std::vector<Imag
   return object;
 }
 
+// A read object for path (used as given); null when memory is short.
 inline ORX_OBJECT *reader_object(const std::string &path) {
   ORX_OBJECT *object = orx__new_obj(ORX_ACCESS_READ);
+  if (object == nullptr) return nullptr;
   object->info.handle = STR_save(path.c_str());
   object->info.full_path = 1;
-  return object;
+  if (object->info.handle != nullptr) return object;
+  orx__free_obj(object);
+  return nullptr;
 }
 
 // Bytes of one sample of a group in a channel row.

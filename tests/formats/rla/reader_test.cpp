@@ -1,0 +1,316 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "formats/rla/header.hpp"
+#include "formats/rla/rla_files.hpp"
+#include "support/error_capture.hpp"
+#include "support/fixtures.hpp"
+
+namespace {
+
+using namespace orx::test;
+using RlaReader = CleanErrors;
+
+// Opens path for reading; on failure frees the object and returns null.
+ORX_OBJECT *open_or_free(const std::string &path) {
+  ORX_OBJECT *object = reader_object(path);
+  if (ORX_rla_r_open(object) == 1) return object;
+  orx__free_obj(object);
+  return nullptr;
+}
+
+// A one-row file of width 4 and one image channel of `bits` whose only
+// chunk is `chunk`, assembled by hand.
+std::vector<uint8_t> one_chunk_file(int bits, const std::vector<uint8_t> &chunk) {
+  orx::rla::Header h;
+  h.window = {0, 3, 0, 0};
+  h.active = h.window;
+  h.image = {1, 0, static_cast<int16_t>(bits), 0};
+  std::strcpy(h.aspect.data(), "x");
+  std::vector<uint8_t> bytes(orx::rla::kHeaderSize + 4);
+  orx::rla::HeaderBytes header;
+  orx::rla::encode_header(h, header);
+  std::memcpy(bytes.data(), header, orx::rla::kHeaderSize);
+  orx::rla::store_be32(bytes.data() + orx::rla::kHeaderSize,
+                       static_cast<uint32_t>(orx::rla::kHeaderSize + 4));
+  bytes.push_back(static_cast<uint8_t>(chunk.size() >> 8));
+  bytes.push_back(static_cast<uint8_t>(chunk.size()));
+  bytes.insert(bytes.end(), chunk.begin(), chunk.end());
+  return bytes;
+}
+
+TEST_F(RlaReader, RefusesStdinSilentlyAndReportsMissingAndShortFiles) {
+  TempDir dir;
+  ErrorCapture errors;
+  EXPECT_EQ(open_or_free("/dev/stdin"), nullptr);
+  EXPECT_EQ(errors.size(), 0u);
+
+  EXPECT_EQ(open_or_free(dir.file("missing.rla")), nullptr);
+  EXPECT_EQ(orx__err, ORX_E_FIELD_MISSING);
+  EXPECT_TRUE(errors.has(3, "Cannot open file " + dir.file("missing.rla")));
+
+  save_bytes(dir.file("short.rla"), std::vector<uint8_t>(100, 0));
+  errors.clear();
+  EXPECT_EQ(open_or_free(dir.file("short.rla")), nullptr);
+  EXPECT_EQ(orx__err, ORX_E_NOT_OUR_FILE);
+  EXPECT_TRUE(errors.has(3, "short.rla: This does not appear to be a Korvantel file"));
+  EXPECT_EQ(ORX_rla_is_file(dir.file("short.rla").c_str(), nullptr), 0);
+  EXPECT_EQ(ORX_rla_is_file(dir.file("missing.rla").c_str(), nullptr), 0);
+}
+
+TEST_F(RlaReader, NameWithoutExtensionIsCompletedAndSearchedInTheImageDirectory) {
+  TempDir dir;
+  write_file(dir.file("pic.rla"), {ImageSpec{}});
+  ScopedEnv env("KV_IMG_DIR", dir.path());
+  ORX_OBJECT *object = orx__new_obj(ORX_ACCESS_READ);
+  object->info.handle = STR_save("pic");
+  ASSERT_EQ(ORX_rla_r_open(object), 1);
+  expect_pattern(object);
+  EXPECT_EQ(object->close(object, 0), 0);
+}
+
+TEST_F(RlaReader, HeadersBreakingTheValidityRulesAreNotRla) {
+  TempDir dir;
+  const std::string good = dir.file("good.rla");
+  write_file(good, {ImageSpec{}});
+  const std::vector<uint8_t> bytes = load(good);
+  EXPECT_EQ(ORX_rla_is_file(good.c_str(), nullptr), 1);
+  std::FILE *stream = std::fopen(good.c_str(), "rb");
+  std::fgetc(stream);
+  EXPECT_EQ(ORX_rla_is_file(nullptr, stream), 1);  // rewinds first
+  std::fclose(stream);
+
+  struct Patch {
+    std::size_t at;
+    std::vector<uint8_t> value;
+  };
+  const Patch patches[] = {
+      {20, {0, 4}},             // four image channels
+      {8, {0xff, 0xff}},        // active left below window left
+      {28, {'x', 'y', 0}},      // gamma not a number
+  };
+  ErrorCapture errors;
+  for (const Patch &p : patches) {
+    std::vector<uint8_t> bad = bytes;
+    std::copy(p.value.begin(), p.value.end(), bad.begin() + static_cast<long>(p.at));
+    save_bytes(dir.file("bad.rla"), bad);
+    errors.clear();
+    EXPECT_EQ(open_or_free(dir.file("bad.rla")), nullptr) << p.at;
+    EXPECT_EQ(orx__err, ORX_E_NOT_OUR_FILE);
+    EXPECT_TRUE(errors.has(3, "This does not appear to be a Korvantel file"));
+  }
+  // Empty aspect and aspect-ratio fields: neither the test nor the open accepts it.
+  std::vector<uint8_t> bad = bytes;
+  bad[548] = 0;
+  bad[572] = 0;
+  save_bytes(dir.file("bad.rla"), bad);
+  EXPECT_EQ(ORX_rla_is_file(dir.file("bad.rla").c_str(), nullptr), 0);
+  EXPECT_EQ(open_or_free(dir.file("bad.rla")), nullptr);
+  bad[572] = '1';  // one of the two suffices
+  save_bytes(dir.file("bad.rla"), bad);
+  EXPECT_EQ(ORX_rla_is_file(dir.file("bad.rla").c_str(), nullptr), 1);
+}
+
+TEST_F(RlaReader, RowFailuresLeaveTheObjectUsable) {
+  TempDir dir;
+  const std::string path = dir.file("rows.rla");
+  ImageSpec spec;
+  spec.image = {1, ORX_C_INTEGER, 8};
+  write_file(path, {spec});
+  std::vector<uint8_t> bytes = load(path);
+  const uint32_t row1 = be32(bytes, 740 + 4);
+  bytes[row1] = 0x7f;  // chunk length 32767+: longer than the decode buffer
+  bytes[row1 + 1] = 0xff;
+  save_bytes(path, bytes);
+
+  ErrorCapture errors;
+  ORX_OBJECT *object = open_or_free(path);
+  ASSERT_NE(object, nullptr);
+  void **rows = nullptr;
+  EXPECT_EQ(object->scan(object->private_cell[0], 6, &rows), ORX_E_BAD_SCANLINE);
+  EXPECT_TRUE(errors.has(3, "Bad scanline: 6 (out of range, or not in sequence"));
+  EXPECT_EQ(object->scan(object->private_cell[0], -1, &rows), ORX_E_BAD_SCANLINE);
+  EXPECT_EQ(object->scan(object->private_cell[0], 1, &rows), ORX_E_READ);
+  EXPECT_EQ(orx__err, ORX_E_READ);
+  EXPECT_TRUE(errors.has(3, "Cannot read scanline 1"));
+  ASSERT_EQ(object->scan(object->private_cell[0], 2, &rows), 0);  // seeks past the damage
+  EXPECT_EQ(std::memcmp(rows[0], expected_row(object->info.images[0], 0, 2).data(), 10), 0);
+  ASSERT_EQ(object->scan(object->private_cell[0], 0, &rows), 0);
+  EXPECT_EQ(std::memcmp(rows[0], expected_row(object->info.images[0], 0, 0).data(), 10), 0);
+  EXPECT_EQ(object->close(object, 0), 0);
+}
+
+TEST_F(RlaReader, EightBitChunksMustBeExactWiderOnesMayCarryTrailingBytes) {
+  TempDir dir;
+  ErrorCapture errors;
+  save_bytes(dir.file("a.rla"), one_chunk_file(8, {3, 9}));
+  ORX_OBJECT *object = open_or_free(dir.file("a.rla"));
+  ASSERT_NE(object, nullptr);
+  void **rows = nullptr;
+  ASSERT_EQ(object->scan(object->private_cell[0], 0, &rows), 0);
+  EXPECT_EQ(static_cast<uint8_t *>(rows[0])[3], 9);
+  object->close(object, 0);
+
+  save_bytes(dir.file("b.rla"), one_chunk_file(8, {3, 9, 0}));
+  object = open_or_free(dir.file("b.rla"));
+  ASSERT_NE(object, nullptr);
+  EXPECT_EQ(object->scan(object->private_cell[0], 0, &rows), ORX_E_UNDECODABLE);
+  EXPECT_TRUE(errors.has(3, "Cannot decode scanline 0"));
+  object->close(object, 0);
+
+  save_bytes(dir.file("c.rla"), one_chunk_file(16, {3, 0x12, 3, 0x34, 0, 0}));
+  object = open_or_free(dir.file("c.rla"));
+  ASSERT_NE(object, nullptr);
+  ASSERT_EQ(object->scan(object->private_cell[0], 0, &rows), 0);
+  EXPECT_EQ(static_cast<uint16_t *>(rows[0])[2], 0x1234);
+  object->close(object, 0);
+
+  save_bytes(dir.file("d.rla"), one_chunk_file(16, {3, 0x12}));  // second plane missing
+  object = open_or_free(dir.file("d.rla"));
+  ASSERT_NE(object, nullptr);
+  EXPECT_EQ(object->scan(object->private_cell[0], 0, &rows), ORX_E_UNDECODABLE);
+  object->close(object, 0);
+}
+
+TEST_F(RlaReader, RowsOutsideTheActiveWindowAreZerosWithoutTouchingTheFile) {
+  TempDir dir;
+  const std::string path = dir.file("pad.rla");
+  ImageSpec spec;
+  spec.window = {0, 9, 0, 9};
+  spec.active = {2, 7, 3, 6};
+  write_file(path, {spec});
+  // Cut the file after its offset table: no row data is left.
+  std::filesystem::resize_file(path, 740 + 4 * 4);
+  ORX_OBJECT *object = open_or_free(path);
+  ASSERT_NE(object, nullptr);
+  void **rows = nullptr;
+  ErrorCapture errors;
+  for (int y : {0, 2, 7, 9}) {
+    ASSERT_EQ(object->scan(object->private_cell[0], y, &rows), 0);
+    for (int c = 0; c < 3; ++c)
+      for (int x = 0; x < 10; ++x) EXPECT_EQ(static_cast<uint8_t *>(rows[c])[x], 0);
+  }
+  EXPECT_EQ(object->scan(object->private_cell[0], 3, &rows), ORX_E_READ);
+  EXPECT_EQ(object->close(object, 0), 0);
+}
+
+TEST_F(RlaReader, UnsupportedChannelsAndBrokenLinksFailTheOpen) {
+  TempDir dir;
+  const std::string path = dir.file("types.rla");
+  write_file(path, {ImageSpec{}, ImageSpec{}});
+  const std::vector<uint8_t> bytes = load(path);
+  ErrorCapture errors;
+
+  std::vector<uint8_t> bad = bytes;
+  bad[19] = 7;  // unknown storage code of the image channels
+  save_bytes(path, bad);
+  EXPECT_EQ(open_or_free(path), nullptr);
+  EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED);
+  EXPECT_TRUE(errors.has(3, "rla cannot handle image channel type"));
+
+  bad = bytes;
+  bad[666] = 0;
+  bad[667] = 40;  // 40-bit auxiliary integers, with one auxiliary channel
+  bad[25] = 1;
+  save_bytes(path, bad);
+  errors.clear();
+  EXPECT_EQ(open_or_free(path), nullptr);
+  EXPECT_TRUE(errors.has(3, "rla cannot handle auxiliary channel width"));
+
+  // The second header's link pointing back at itself would loop for ever.
+  bad = bytes;
+  const uint32_t second = be32(bad, 736);
+  orx::rla::store_be32(bad.data() + second + 736, second);
+  save_bytes(path, bad);
+  errors.clear();
+  EXPECT_EQ(open_or_free(path), nullptr);
+  EXPECT_EQ(orx__err, ORX_E_NOT_OUR_FILE);
+  // A link past the end of the file.
+  orx::rla::store_be32(bad.data() + 736, 0x7fffffff);
+  save_bytes(path, bad);
+  EXPECT_EQ(open_or_free(path), nullptr);
+}
+
+TEST_F(RlaReader, HugeWindowInATinyFileFailsBeforeAllocatingIt) {
+  TempDir dir;
+  orx::rla::Header h;
+  h.window = {0, 32767, 0, 32767};
+  h.active = h.window;
+  h.image = {3, 5, 64, 0};
+  h.matte = {32767, 5, 64, 0};
+  h.aux = {32767, 5, 64, 0};
+  std::strcpy(h.aspect.data(), "x");
+  orx::rla::HeaderBytes header;
+  orx::rla::encode_header(h, header);
+  save_bytes(dir.file("huge.rla"), std::vector<uint8_t>(header, header + sizeof header));
+  ErrorCapture errors;
+  EXPECT_EQ(open_or_free(dir.file("huge.rla")), nullptr);
+  EXPECT_EQ(orx__err, ORX_E_NOT_OUR_FILE);
+}
+
+TEST_F(RlaReader, OutOfMemoryAnywhereInTheOpenLeaksNothing) {
+  TempDir dir;
+  const std::string path = dir.file("oom.rla");
+  ImageSpec spec;
+  spec.matte = {1, ORX_C_INTEGER, 16};
+  write_file(path, {spec, spec});
+  ErrorCapture errors;
+  long needed = for_each_allocation_failure([&] {
+    ORX_OBJECT *object = reader_object(path);
+    if (object == nullptr) return false;
+    bool ok = ORX_rla_r_open(object) == 1;
+    if (ok) {
+      object->close(object, 0);
+    } else {
+      EXPECT_EQ(orx__err, ORX_E_NO_MEMORY);
+      orx__free_obj(object);
+    }
+    return ok;
+  });
+  EXPECT_GT(needed, 5);
+}
+
+TEST_F(RlaReader, RandomlyDamagedFilesNeverCrashOrLeak) {
+  TempDir dir;
+  const std::string good = dir.file("good.rla");
+  ImageSpec a;
+  a.window = {0, 40, 0, 7};
+  a.active = {3, 30, 1, 6};
+  a.matte = {1, ORX_C_INTEGER, 16};
+  a.aux = {1, ORX_C_FLOAT, 32};
+  ImageSpec b;
+  b.image = {1, ORX_C_INTEGER, 32};
+  write_file(good, {a, b});
+  const std::vector<uint8_t> bytes = load(good);
+  std::mt19937 random(1234);
+  ErrorCapture errors;
+  const std::string path = dir.file("damaged.rla");
+  for (int trial = 0; trial < 400; ++trial) {
+    std::vector<uint8_t> bad = bytes;
+    const int changes = 1 + static_cast<int>(random() % 8);
+    for (int k = 0; k < changes; ++k) {
+      std::size_t at = random() % bad.size();
+      if (random() % 2 == 0) at = random() % 800;  // favour the first header and table
+      bad[at] = static_cast<uint8_t>(random());
+    }
+    if (random() % 8 == 0) bad.resize(random() % bad.size());
+    save_bytes(path, bad);
+    ORX_OBJECT *object = open_or_free(path);
+    if (object == nullptr) continue;
+    for (int i = 0; i < object->info.image_count; ++i) {
+      const ORX_IFD &ifd = object->info.images[i];
+      const int last = std::min(ifd.window.top, ifd.window.bottom + 40);
+      for (int y = ifd.window.bottom - 1; y <= last + 1; ++y) {
+        void **rows = nullptr;
+        object->scan(object->private_cell[i], y, &rows);
+      }
+    }
+    object->close(object, 0);
+  }
+}
+
+}  // namespace
