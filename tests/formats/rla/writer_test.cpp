@@ -1,0 +1,223 @@
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "formats/rla/rla_files.hpp"
+#include "support/error_capture.hpp"
+#include "support/fixtures.hpp"
+
+namespace {
+
+using namespace orx::test;
+using RlaWriter = CleanErrors;
+
+// Opens a writer for path and closes it without rows; returns the bytes.
+std::vector<uint8_t> empty_file(const std::string &path, int frame) {
+  ORX_OBJECT *object = writer_object(path, {ImageSpec{}});
+  object->info.frame = frame;
+  EXPECT_EQ(ORX_rla_w_open(object), 1);
+  EXPECT_EQ(object->close(object, 0), 0);
+  return load(path);
+}
+
+TEST_F(RlaWriter, FrameNumbersAreClampedToSixteenBits) {
+  TempDir dir;
+  const std::string path = dir.file("f.rla");
+  std::vector<uint8_t> bytes = empty_file(path, 40000);
+  EXPECT_EQ(bytes[16], 0x7f);
+  EXPECT_EQ(bytes[17], 0xff);
+  bytes = empty_file(path, -1);
+  EXPECT_EQ(bytes[16], 0xff);
+  EXPECT_EQ(bytes[17], 0xff);
+  bytes = empty_file(path, -5);
+  EXPECT_EQ(bytes[16], 0);
+  EXPECT_EQ(bytes[17], 0);
+  bytes = empty_file(path, 321);
+  EXPECT_EQ(bytes[16] * 256 + bytes[17], 321);
+}
+
+TEST_F(RlaWriter, WritesExactPacketsPatchesTheTableAndStampsTheTime) {
+  TempDir dir;
+  const std::string path = dir.file("runs.rla");
+  ImageSpec spec;
+  spec.window = {0, 299, 0, 1};
+  spec.active = spec.window;
+  spec.image = {1, ORX_C_INTEGER, 8};
+  ORX_OBJECT *object = writer_object(path, {spec});
+  ASSERT_EQ(ORX_rla_w_open(object), 1);
+  void **buffer = orx__chan_alloc(&object->info.images[0], 300, "test");
+  std::memset(buffer[0], 0x5a, 300);
+  ASSERT_EQ(object->scan(object->private_cell[0], 0, buffer), 0);
+  for (int x = 0; x < 129; ++x) static_cast<uint8_t *>(buffer[0])[x] = static_cast<uint8_t>(x);
+  for (int x = 129; x < 300; ++x) static_cast<uint8_t *>(buffer[0])[x] = 7;
+  ASSERT_EQ(object->scan(object->private_cell[0], 1, buffer), 0);
+  orx__chan_free(buffer);
+  ASSERT_EQ(object->close(object, 0), 0);
+
+  const std::vector<uint8_t> bytes = load(path);
+  EXPECT_EQ(be32(bytes, 736), 0u);  // a single image
+  EXPECT_STREQ(reinterpret_cast<const char *>(bytes.data() + 614), "00:00:00");
+  EXPECT_EQ(bytes[26], 0xff);  // current revision
+  EXPECT_EQ(bytes[27], 0xfe);
+  const uint32_t row0 = be32(bytes, 740);
+  const uint32_t row1 = be32(bytes, 744);
+  EXPECT_EQ(row0, 748u);
+  const std::vector<uint8_t> runs = {0, 6, 127, 0x5a, 127, 0x5a, 43, 0x5a};
+  EXPECT_TRUE(std::equal(runs.begin(), runs.end(), bytes.begin() + row0));
+  EXPECT_EQ(row1, row0 + runs.size());
+  // 129 differing bytes: a full literal of 128, a literal of 1, then the run of 171.
+  EXPECT_EQ(bytes[row1 + 2], 0x80);
+  EXPECT_EQ(bytes[row1 + 3 + 128], 0xff);
+  EXPECT_EQ(bytes[row1 + 3 + 128 + 1], 128);
+  EXPECT_EQ(bytes[row1 + 3 + 128 + 2], 127);
+  EXPECT_EQ(bytes[row1 + 3 + 128 + 3], 7);
+  EXPECT_EQ(bytes[row1 + 3 + 128 + 4], 42);
+  EXPECT_EQ(bytes.size(), row1 + 2u + 129 + 2 + 4);
+}
+
+TEST_F(RlaWriter, RowsGoStrictlyInOrderFromTheWindowBottom) {
+  TempDir dir;
+  ImageSpec spec;
+  spec.window = {0, 3, 2, 6};
+  spec.active = {0, 3, 3, 4};
+  ORX_OBJECT *object = writer_object(dir.file("order.rla"), {spec});
+  ASSERT_EQ(ORX_rla_w_open(object), 1);
+  void **buffer = orx__chan_alloc(&object->info.images[0], 4, "test");
+  ErrorCapture errors;
+  EXPECT_EQ(object->scan(object->private_cell[0], 0, buffer), ORX_E_BAD_SCANLINE);
+  EXPECT_EQ(object->scan(object->private_cell[0], 2, buffer), 0);  // outside the active rows
+  EXPECT_EQ(object->scan(object->private_cell[0], 3, buffer), 0);
+  EXPECT_EQ(object->scan(object->private_cell[0], 5, buffer), ORX_E_BAD_SCANLINE);
+  EXPECT_EQ(orx__err, ORX_E_BAD_SCANLINE);
+  EXPECT_TRUE(errors.has(
+      3, "Bad scanline: 5 (out of range, or not in sequence if a sequential file)"));
+  EXPECT_EQ(object->scan(object->private_cell[0], 4, buffer), 0);
+  orx__chan_free(buffer);
+  EXPECT_EQ(object->close(object, 0), 0);
+}
+
+TEST_F(RlaWriter, FloatChannelsAreWrittenThirtyTwoBitsWideInHostOrder) {
+  TempDir dir;
+  const std::string path = dir.file("float.rla");
+  ImageSpec spec;
+  spec.window = {0, 1, 0, 0};
+  spec.active = spec.window;
+  spec.image = {1, ORX_C_FLOAT, 16};
+  spec.aux = {1, ORX_C_DOUBLE, 8};
+  ORX_OBJECT *object = writer_object(path, {spec});
+  ASSERT_EQ(ORX_rla_w_open(object), 1);
+  void **buffer = orx__chan_alloc(&object->info.images[0], 2, "test");
+  static_cast<float *>(buffer[0])[0] = 1.5f;
+  static_cast<float *>(buffer[0])[1] = -2.0f;
+  static_cast<double *>(buffer[1])[1] = 0.25;
+  ASSERT_EQ(object->scan(object->private_cell[0], 0, buffer), 0);
+  orx__chan_free(buffer);
+  ASSERT_EQ(object->close(object, 0), 0);
+  const std::vector<uint8_t> bytes = load(path);
+  EXPECT_EQ(bytes[18] * 256 + bytes[19], 4);    // float storage
+  EXPECT_EQ(bytes[658] * 256 + bytes[659], 32);  // described as 32 bits
+  EXPECT_EQ(bytes[664] * 256 + bytes[665], 5);   // double storage
+  EXPECT_EQ(bytes[666] * 256 + bytes[667], 64);
+  const uint32_t row = be32(bytes, 740);
+  EXPECT_EQ(bytes[row + 1], 8);
+  float first = 0;
+  std::memcpy(&first, bytes.data() + row + 2, 4);
+  EXPECT_EQ(first, 1.5f);
+
+  object = reader_object(path);
+  ASSERT_EQ(ORX_rla_r_open(object), 1);
+  void **rows = nullptr;
+  ASSERT_EQ(object->scan(object->private_cell[0], 0, &rows), 0);
+  EXPECT_EQ(static_cast<float *>(rows[0])[1], -2.0f);
+  EXPECT_EQ(static_cast<double *>(rows[1])[1], 0.25);
+  object->close(object, 0);
+}
+
+TEST_F(RlaWriter, FailedOpensReportAndLeaveNoFileBehind) {
+  TempDir dir;
+  ErrorCapture errors;
+  ORX_OBJECT *object = writer_object(dir.file("no/such/dir.rla"), {ImageSpec{}});
+  EXPECT_EQ(ORX_rla_w_open(object), 0);
+  EXPECT_EQ(orx__err, ORX_E_FIELD_MISSING);
+  EXPECT_TRUE(errors.has(3, "Cannot open file " + dir.file("no/such/dir.rla")));
+  orx__free_obj(object);
+
+  ImageSpec bad;
+  bad.matte = {1, 9, 8};
+  const std::string path = dir.file("type.rla");
+  object = writer_object(path, {ImageSpec{}, bad});
+  object->info.type = STR_save("rlb");
+  EXPECT_EQ(ORX_rla_w_open(object), 0);
+  EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED);
+  EXPECT_TRUE(errors.has(3, "rlb cannot handle matte channel type"));
+  EXPECT_FALSE(std::filesystem::exists(path));
+  orx__free_obj(object);
+
+  bad = ImageSpec{};
+  bad.image = {3, ORX_C_INTEGER, 33};
+  object = writer_object(path, {bad});
+  EXPECT_EQ(ORX_rla_w_open(object), 0);
+  EXPECT_TRUE(errors.has(3, "rla cannot handle image channel width"));
+  EXPECT_FALSE(std::filesystem::exists(path));
+  orx__free_obj(object);
+}
+
+TEST_F(RlaWriter, OutOfMemoryInTheOpenLeaksNothingAndRemovesTheFile) {
+  TempDir dir;
+  const std::string path = dir.file("oom.rla");
+  ImageSpec spec;
+  spec.matte = {1, ORX_C_INTEGER, 16};
+  ErrorCapture errors;
+  // The object is built outside the injection; only the open's allocations fail.
+  for (long n = 1; n < 1000; ++n) {
+    ORX_OBJECT *object = writer_object(path, {spec, spec});
+    bool ok;
+    bool fired;
+    {
+      FailNthAllocation fail(n);
+      ok = ORX_rla_w_open(object) == 1;
+      fired = fail.fired();
+    }
+    if (!fired) {
+      ASSERT_TRUE(ok);
+      EXPECT_EQ(object->close(object, 0), 0);
+      EXPECT_GT(n, 3);
+      break;
+    }
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(orx__err, ORX_E_NO_MEMORY);
+    EXPECT_FALSE(std::filesystem::exists(path)) << n;
+    orx__free_obj(object);
+  }
+}
+
+TEST_F(RlaWriter, StandardOutputKeepsThePlaceholderTable) {
+  TempDir dir;
+  const std::string path = dir.file("stdout.rla");
+  std::fflush(stdout);
+  const int saved = dup(1);
+  std::FILE *target = std::fopen(path.c_str(), "wb");
+  ASSERT_NE(target, nullptr);
+  dup2(fileno(target), 1);
+  ImageSpec spec;
+  spec.window = {0, 3, 0, 1};
+  spec.active = spec.window;
+  ORX_OBJECT *object = writer_object("/dev/stdout", {spec});
+  ASSERT_EQ(ORX_rla_w_open(object), 1);
+  write_all_rows_and_close(object);
+  std::fflush(stdout);
+  dup2(saved, 1);
+  close(saved);
+  std::fclose(target);
+  const std::vector<uint8_t> bytes = load(path);
+  ASSERT_GT(bytes.size(), 748u);
+  EXPECT_EQ(be32(bytes, 740), 0u);
+  EXPECT_EQ(be32(bytes, 744), 0u);
+}
+
+}  // namespace
