@@ -32,6 +32,7 @@ namespace {
 struct ReadFile {
   std::FILE *stream = nullptr;
   std::uint32_t position = 0;  // the stream's offset, so in-order reads make no seeks
+  bool synced = true;          // false after a failed row left the stream elsewhere
   int current = 0;             // the image whose rows were read last
   bool is_stdin = false;
 };
@@ -322,11 +323,14 @@ int read_row(void *data, int32_t y, void *out) {
     image.next_row = y;
   }
   const std::uint32_t offset = offset_at(image.table, y - image.active_bottom);
-  if (offset != file.position) {
+  if (offset != file.position || !file.synced) {
     if (std::fseek(file.stream, static_cast<long>(offset), SEEK_SET) != 0)
       return fail(ORX_E_READ, Msg::kCannotRead, y, std::strerror(errno));
     file.position = offset;
+    file.synced = true;
   }
+  // Until the row is complete, a failure leaves the stream inside a chunk.
+  file.synced = false;
   for (int c = 0; c < image.channels; ++c) {
     std::uint8_t length[2];
     if (std::fread(length, 1, 2, file.stream) != 2)
@@ -340,6 +344,7 @@ int read_row(void *data, int32_t y, void *out) {
     file.position += static_cast<std::uint32_t>(n + 2);
     if (!decode_chunk(image, c, n)) return fail(ORX_E_UNDECODABLE, Msg::kCannotDecode, y);
   }
+  file.synced = true;
   image.next_row = y + 1;
   *static_cast<void ***>(out) = image.buffer;
   orx__err = 0;

@@ -176,6 +176,24 @@ TEST_F(RlaReader, EightBitChunksMustBeExactWiderOnesMayCarryTrailingBytes) {
   object->close(object, 0);
 }
 
+TEST_F(RlaReader, RetryingAFailedRowReadsItFromItsStartAgain) {
+  TempDir dir;
+  // A length beyond the decode buffer, followed by bytes that would form a
+  // valid chunk if read from where the failed attempt left the stream.
+  save_bytes(dir.file("retry.rla"), one_chunk_file(8, {0, 2, 3, 9}));
+  std::vector<uint8_t> bytes = load(dir.file("retry.rla"));
+  bytes[744] = 0x7f;
+  bytes[745] = 0x00;
+  save_bytes(dir.file("retry.rla"), bytes);
+  ErrorCapture errors;
+  ORX_OBJECT *object = open_or_free(dir.file("retry.rla"));
+  ASSERT_NE(object, nullptr);
+  void **rows = nullptr;
+  EXPECT_EQ(object->scan(object->private_cell[0], 0, &rows), ORX_E_READ);
+  EXPECT_EQ(object->scan(object->private_cell[0], 0, &rows), ORX_E_READ);
+  object->close(object, 0);
+}
+
 TEST_F(RlaReader, RowsOutsideTheActiveWindowAreZerosWithoutTouchingTheFile) {
   TempDir dir;
   const std::string path = dir.file("pad.rla");
