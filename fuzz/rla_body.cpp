@@ -23,7 +23,7 @@ const std::string &scratch_path() {
 bool write_file(const std::string &path, const std::uint8_t *data, std::size_t size) {
   std::FILE *f = std::fopen(path.c_str(), "wb");
   if (f == nullptr) return false;
-  bool ok = std::fwrite(data, 1, size, f) == size;
+  bool ok = size == 0 || std::fwrite(data, 1, size, f) == size;
   return std::fclose(f) == 0 && ok;
 }
 

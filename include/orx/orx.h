@@ -75,8 +75,9 @@ typedef struct ORX_IFD {
   int32_t version;             /* 1 */
   ORX_RESPONSE_CURVE curve;    /* parametric, gamma 2.2, by default */
   char *aspect;                /* owned: name of a format of the format-defaults database */
-  int32_t x_offset, y_offset;  /* copied through, not interpreted */
-  int32_t field;               /* field (interlace) code */
+  int32_t x_resolution;        /* resolution and pixel aspect ratio of that format; */
+  int32_t y_resolution;        /* a reader without the format takes the window's size */
+  float aspect_ratio;
   ORX_WINDOW window;           /* the full image */
   ORX_WINDOW active;           /* the stored part */
   int32_t pixel_flags;         /* 1; copied through */
@@ -86,6 +87,7 @@ typedef struct ORX_IFD {
   ORX_CHANNELS aux;            /* auxiliary channels (Z and others) */
   ORX_CHANNELS index;          /* colour index; used only without image channels;
                                   integer, at most 16 bits */
+  int32_t field;               /* field (interlace) code; 0, passed through */
 } ORX_IFD;
 
 struct ORX_CAP_SETTING;
@@ -104,7 +106,7 @@ typedef struct ORX_INFO {
   char *date;          /* creation stamp */
   char *time;          /* rendering time */
   char *filter;        /* filter used */
-  char *note;          /* a further text, "unknown" when copied into an object */
+  char *compression;   /* how the pixels are stored, e.g. "run length encoded" */
   struct ORX_CAP_SETTING **settings; /* format-specific settings asked for; not freed
                                         by ORX_info_cleanup */
   uint8_t transient;   /* cleared; not copied at open */

@@ -58,7 +58,7 @@ void ORX_info_cleanup(ORX_INFO *info, uint8_t free_strings) {
   if (free_strings == 0) return;
   for (char **s : {&info->type, &info->handle, &info->name, &info->extension, &info->desc,
                    &info->program, &info->machine, &info->user, &info->date, &info->time,
-                   &info->filter, &info->note})
+                   &info->filter, &info->compression})
     release(*s);
   if (info->images != nullptr) {
     for (int32_t i = 0; i < info->image_count; ++i) {

@@ -28,7 +28,7 @@ TEST_F(Records, InfoDefaultsAndCleanupFreesEverythingOnce) {
   EXPECT_EQ(info->image_count, 0);
 
   info->handle = STR_save("a.rla");
-  info->note = STR_save("n");
+  info->compression = STR_save("n");
   info->image_count = 2;
   info->images = static_cast<ORX_IFD *>(ERR_malloc(2 * sizeof(ORX_IFD)));
   for (int i = 0; i < 2; ++i) {

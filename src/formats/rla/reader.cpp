@@ -20,6 +20,7 @@
 #include "formats/rla/header.hpp"
 #include "formats/rla/rle.hpp"
 #include "orx/err.h"
+#include "orx/fmt.h"
 #include "orx/orx.h"
 #include "orx/rla.h"
 #include "orx/str.h"
@@ -109,6 +110,28 @@ int not_ours(const char *path) {
   return -1;
 }
 
+// Resolution and aspect ratio: those of the named format when the format
+// database knows it, else the window's size with the stored ratio (or the
+// window's shape when the stored ratio is not a positive number).
+void describe_aspect(const Header &h, ORX_IFD &ifd) {
+  if (const FMT_FORMAT *format = FMT_find(h.aspect.data())) {
+    ifd.x_resolution = format->x_resolution;
+    ifd.y_resolution = format->y_resolution;
+    ifd.aspect_ratio = format->aspect;
+    return;
+  }
+  const int width = ifd.window.right - ifd.window.left + 1;
+  const int height = ifd.window.top - ifd.window.bottom + 1;
+  ifd.x_resolution = width;
+  ifd.y_resolution = height;
+  float stored = 0.0f;
+  const char *text = STR_skip_space(h.aspect_ratio.data());
+  if (text != nullptr && *text != '\0' && STR_is_real(text)) stored = std::strtof(text, nullptr);
+  ifd.aspect_ratio = stored > 0.0f   ? stored
+                     : height > 0    ? static_cast<float>(width) / static_cast<float>(height)
+                                     : 1.0f;
+}
+
 // The descriptor and object fields that come from header h of image index.
 int describe(ORX_OBJECT *object, int index, const Header &h, ORX_IFD &ifd) {
   ifd.version = index == 0 ? 1 : 2;
@@ -126,6 +149,7 @@ int describe(ORX_OBJECT *object, int index, const Header &h, ORX_IFD &ifd) {
   if (!save(&ifd.aspect, h.aspect.data()) || !save(&ifd.image.name, h.channel_desc.data()) ||
       !save(&ifd.aux.name, h.aux_desc.data()))
     return ORX_E_NO_MEMORY;
+  describe_aspect(h, ifd);
   ORX_INFO &info = object->info;
   info.frame = h.frame;
   info.job = h.job;
@@ -141,7 +165,7 @@ int describe(ORX_OBJECT *object, int index, const Header &h, ORX_IFD &ifd) {
   chromaticity(h.green.data(), info.green);
   chromaticity(h.blue.data(), info.blue);
   chromaticity(h.white.data(), info.white);
-  return 0;
+  return save(&info.compression, "run length encoded") ? 0 : ORX_E_NO_MEMORY;
 }
 
 // Reads the header at the stream's position as image `index` into the last

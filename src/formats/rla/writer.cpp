@@ -104,10 +104,12 @@ void build_header(const ORX_OBJECT *object, int index, Header &h) {
   put_text(h.time, info.time);
   put_text(h.filter, info.filter);
   put_text(h.aux_desc, ifd.aux.name);
-  // The descriptor holds no aspect ratio of its own: the window's shape is it.
+  // Without an aspect ratio of its own the image's is the window's shape.
   const int width = ifd.window.right - ifd.window.left + 1;
   const int height = ifd.window.top - ifd.window.bottom + 1;
-  const double ratio = height > 0 ? static_cast<double>(width) / height : 1.0;
+  const double ratio = ifd.aspect_ratio > 0.0f ? double{ifd.aspect_ratio}
+                       : height > 0            ? static_cast<double>(width) / height
+                                               : 1.0;
   std::snprintf(h.aspect_ratio.data(), h.aspect_ratio.size(), "%5.3f", ratio);
   h.next = 0;
 }

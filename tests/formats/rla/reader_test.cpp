@@ -7,6 +7,7 @@
 
 #include "formats/rla/header.hpp"
 #include "formats/rla/rla_files.hpp"
+#include "orx/fmt.h"
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
 
@@ -277,6 +278,9 @@ TEST_F(RlaReader, OutOfMemoryAnywhereInTheOpenLeaksNothing) {
   spec.matte = {1, ORX_C_INTEGER, 16};
   write_file(path, {spec, spec});
   ErrorCapture errors;
+  // The format database is built on its first query; build it now so that
+  // only the open's own allocations are failed.
+  ASSERT_EQ(FMT_init(nullptr), 0);
   long needed = for_each_allocation_failure([&] {
     ORX_OBJECT *object = reader_object(path);
     if (object == nullptr) return false;
@@ -329,6 +333,53 @@ TEST_F(RlaReader, RandomlyDamagedFilesNeverCrashOrLeak) {
     }
     object->close(object, 0);
   }
+}
+
+}  // namespace
+
+namespace {
+
+// The resolution and aspect ratio come from the format database when it
+// knows the aspect name, else from the window and the stored ratio.
+TEST(RlaReaderAspect, FormatDatabaseFirstThenStoredRatioThenWindowShape) {
+  orx::test::TempDir dir;
+  orx::test::ScopedEnv home("HOME", dir.path());
+  FMT_exit();
+  const std::string path = dir.file("aspect.rla");
+  orx::test::ImageSpec spec;  // a 10 x 6 window
+  orx::test::write_file(path, {spec});
+  auto read_back = [&](float *ratio, int *x, int *y, std::string *compression) {
+    ORX_OBJECT *object = orx::test::reader_object(path);
+    ASSERT_EQ(ORX_rla_r_open(object), 1);
+    *ratio = object->info.images[0].aspect_ratio;
+    *x = object->info.images[0].x_resolution;
+    *y = object->info.images[0].y_resolution;
+    *compression = object->info.compression;
+    object->close(object, 0);
+  };
+  float ratio;
+  int x, y;
+  std::string compression;
+  read_back(&ratio, &x, &y, &compression);  // "ntsc_640" is a built-in format
+  EXPECT_EQ(x, 640);
+  EXPECT_EQ(y, 486);
+  EXPECT_EQ(ratio, 1.33f);
+  EXPECT_EQ(compression, "run length encoded");
+
+  auto bytes = orx::test::load(path);
+  std::memcpy(&bytes[548], "custom\0", 7);
+  std::memcpy(&bytes[572], "2.500\0\0", 7);
+  orx::test::save_bytes(path, bytes);
+  read_back(&ratio, &x, &y, &compression);
+  EXPECT_EQ(x, 10);
+  EXPECT_EQ(y, 6);
+  EXPECT_EQ(ratio, 2.5f);
+
+  std::memcpy(&bytes[572], "0.000\0\0", 7);  // not positive: the window's shape
+  orx::test::save_bytes(path, bytes);
+  read_back(&ratio, &x, &y, &compression);
+  EXPECT_FLOAT_EQ(ratio, 10.0f / 6.0f);
+  FMT_exit();
 }
 
 }  // namespace

@@ -221,3 +221,21 @@ TEST_F(RlaWriter, StandardOutputKeepsThePlaceholderTable) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(RlaWriter, StoresTheDescriptorsAspectRatioOrElseTheWindowShape) {
+  orx::test::TempDir dir;
+  const std::string path = dir.file("ratio.rla");
+  ORX_OBJECT *object = orx::test::writer_object(path, {orx::test::ImageSpec{}, {}});
+  object->info.images[0].aspect_ratio = 1.5f;
+  ASSERT_EQ(ORX_rla_w_open(object), 1);
+  orx::test::write_all_rows_and_close(object);
+  auto bytes = orx::test::load(path);
+  EXPECT_STREQ(reinterpret_cast<const char *>(&bytes[572]), "1.500");
+  uint32_t second = orx::test::be32(bytes, 736);
+  ASSERT_LT(second + 580, bytes.size());
+  EXPECT_STREQ(reinterpret_cast<const char *>(&bytes[second + 572]), "1.667");  // 10 x 6
+}
+
+}  // namespace
