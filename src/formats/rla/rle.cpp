@@ -16,6 +16,21 @@ namespace {
 // A 64-bit word seen as lanes of one sample each.  Before a test, the plane's
 // byte of every lane is moved to the lane's low byte and the other bits are
 // cleared, so "these bytes are equal" becomes "this lane is zero".
+// Channel rows need not be aligned for their sample type (rows are only
+// rounded to an even byte count), so samples are read and written through
+// memcpy, which compiles to plain loads and stores where alignment does not
+// matter.
+template <class T>
+T get(const T *p, int i) {
+  T v;
+  std::memcpy(&v, p + i, sizeof v);
+  return v;
+}
+template <class T>
+void put(T *p, int i, T v) {
+  std::memcpy(p + i, &v, sizeof v);
+}
+
 template <class T>
 struct Lanes {
   static constexpr int kCount = static_cast<int>(8 / sizeof(T));
@@ -63,8 +78,8 @@ int find_run3(const T *s, int i, int n, unsigned shift) {
     if (equal != 0) return i + L::first(equal);
   }
   for (; i + 2 < n; ++i) {
-    std::uint8_t b = byte_of(s[i], shift);
-    if (byte_of(s[i + 1], shift) == b && byte_of(s[i + 2], shift) == b) return i;
+    std::uint8_t b = byte_of(get(s, i), shift);
+    if (byte_of(get(s, i + 1), shift) == b && byte_of(get(s, i + 2), shift) == b) return i;
   }
   return n;
 }
@@ -78,7 +93,7 @@ int run_end(const T *s, int i, int n, unsigned shift, std::uint8_t v) {
     std::uint64_t differ = L::nonzero(L::plane(L::load(s + i), shift) ^ vs);
     if (differ != 0) return i + L::first(differ);
   }
-  while (i < n && byte_of(s[i], shift) == v) ++i;
+  while (i < n && byte_of(get(s, i), shift) == v) ++i;
   return i;
 }
 
@@ -129,7 +144,7 @@ struct PlaneWriter {
     if constexpr (sizeof(T) == 1) {
       std::memcpy(dst, row + from, static_cast<std::size_t>(count));
     } else {
-      for (int j = 0; j < count; ++j) dst[j] = byte_of(row[from + j], shift);
+      for (int j = 0; j < count; ++j) dst[j] = byte_of(get(row, from + j), shift);
     }
   }
 };
@@ -145,7 +160,7 @@ std::uint8_t *encode_plane(const T *s, int n, unsigned shift, std::uint8_t *o,
   for (int i = 0;;) {
     int start = find_run3(s, i, n, shift);
     if (start >= n) break;
-    std::uint8_t v = byte_of(s[start], shift);
+    std::uint8_t v = byte_of(get(s, start), shift);
     int end = run_end(s, start + 3, n, shift, v);
     w.literal(literal, start);
     w.run(v, end - start);
@@ -221,9 +236,9 @@ int decode_bytes(PlaneInput &in, std::uint8_t *dst, int want, int room) {
 template <class T>
 void merge_plane(T *out, const std::uint8_t *bytes, int k, unsigned shift, bool first) {
   if (first) {
-    for (int j = 0; j < k; ++j) out[j] = static_cast<T>(T{bytes[j]} << shift);
+    for (int j = 0; j < k; ++j) put(out, j, static_cast<T>(T{bytes[j]} << shift));
   } else {
-    for (int j = 0; j < k; ++j) out[j] = static_cast<T>(out[j] | (T{bytes[j]} << shift));
+    for (int j = 0; j < k; ++j) put(out, j, static_cast<T>(get(out, j) | (T{bytes[j]} << shift)));
   }
 }
 

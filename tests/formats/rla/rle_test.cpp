@@ -304,3 +304,25 @@ TEST(RlaRle, ArbitraryBytesNeverOverrunAndDecodeLikeThePlainRules) {
 }
 
 }  // namespace
+
+namespace {
+
+// Channel rows are only rounded to an even byte count, so a 32-bit row may
+// start two bytes past a multiple of four: the codec must not assume more.
+TEST(RlaRle, WideSamplesWorkInRowsAlignedToTwoBytesOnly) {
+  constexpr int kN = 37;
+  alignas(8) unsigned char storage[2 + kN * 4 + 8] = {};
+  auto *row = reinterpret_cast<std::uint32_t *>(storage + 2);
+  for (int i = 0; i < kN; ++i) {
+    std::uint32_t v = i < 20 ? 0x01020304u : 0x0a0b0c00u + static_cast<std::uint32_t>(i);
+    std::memcpy(storage + 2 + 4 * i, &v, 4);
+  }
+  std::vector<std::uint8_t> chunk(orx::rla::encode_buffer_size(kN, 32));
+  std::size_t len = orx::rla::encode_row<4>(row, kN, chunk.data());
+  alignas(8) unsigned char back[2 + kN * 4 + 8] = {};
+  auto *out = reinterpret_cast<std::uint32_t *>(back + 2);
+  ASSERT_EQ(decode_row<4>(chunk.data(), len, kN, out), kN);
+  EXPECT_EQ(std::memcmp(storage + 2, back + 2, kN * 4), 0);
+}
+
+}  // namespace
