@@ -1,0 +1,81 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "formats/rla/rla_files.hpp"
+#include "peers.hpp"
+#include "support/fixtures.hpp"
+
+namespace {
+
+using namespace orx::test;
+
+// Writes an 8-bit file of the spec, with the channel description "rgb" that
+// GraphicsMagick insists on, and returns the interleaved samples top row
+// first, as raw output of the Magick tools lays them out.
+std::vector<uint8_t> write_rgb8(const std::string &path, const ImageSpec &spec) {
+  ORX_OBJECT *object = writer_object(path, {spec});
+  object->info.images[0].image.name = STR_save("rgb");
+  EXPECT_EQ(ORX_rla_w_open(object), 1);
+  write_all_rows_and_close(object);
+  ORX_IFD ifd;
+  orx__init_ifd(&ifd);
+  ifd.window = spec.window;
+  ifd.active = spec.active;
+  set_group(ifd.image, spec.image);
+  set_group(ifd.matte, spec.matte);
+  const int channels = spec.image.count + spec.matte.count;
+  std::vector<uint8_t> raw;
+  for (int y = spec.window.top; y >= spec.window.bottom; --y) {
+    std::vector<std::vector<uint8_t>> rows;
+    for (int c = 0; c < channels; ++c) rows.push_back(expected_row(ifd, c, y));
+    for (std::size_t x = 0; x < rows[0].size(); ++x)
+      for (int c = 0; c < channels; ++c) raw.push_back(rows[static_cast<std::size_t>(c)][x]);
+  }
+  return raw;
+}
+
+TEST(RlaWithGraphicsMagick, ReadsOurEightBitFilesExactly) {
+  ORX_REQUIRE_TOOL("gm");
+  TempDir dir;
+  const ImageSpec rgb{{0, 20, 0, 6}, {0, 20, 0, 6}, {3, ORX_C_INTEGER, 8}, {}, {}};
+  const ImageSpec rgba{{0, 9, 0, 4}, {0, 9, 0, 4}, {3, ORX_C_INTEGER, 8}, {1, ORX_C_INTEGER, 8}, {}};
+  for (const auto &[name, spec, map] : {std::tuple{"rgb", rgb, "rgb"}, {"rgba", rgba, "rgba"}}) {
+    SCOPED_TRACE(name);
+    const std::string path = dir.file(std::string(name) + ".rla");
+    const std::string out = dir.file(std::string(name) + ".raw");
+    std::vector<uint8_t> want = write_rgb8(path, spec);
+    ToolRun r = run("gm convert '" + path + "' -depth 8 " + map + ":'" + out + "'");
+    ASSERT_EQ(r.status, 0) << r.output;
+    EXPECT_EQ(load(out), want);
+  }
+}
+
+// ImageMagick 6.9 reads a file of one row correctly but refuses every file
+// of several rows as "corrupt image", ours and OpenImageIO's alike (see
+// docs/rla-layout.md).  The test pins that behaviour down, so a fixed
+// ImageMagick shows up here.
+TEST(RlaWithImageMagick, ReadsOneRowFilesAndRefusesTallerOnes) {
+  ORX_REQUIRE_TOOL("convert");
+  if (run("convert -version").output.find("ImageMagick") == std::string::npos)
+    GTEST_SKIP() << "convert is not ImageMagick";
+  TempDir dir;
+  const ImageSpec row{{0, 20, 0, 0}, {0, 20, 0, 0}, {3, ORX_C_INTEGER, 8}, {}, {}};
+  std::vector<uint8_t> want = write_rgb8(dir.file("row.rla"), row);
+  ToolRun r = run("convert '" + dir.file("row.rla") + "' -depth 8 rgb:'" + dir.file("row.raw") + "'");
+  ASSERT_EQ(r.status, 0) << r.output;
+  EXPECT_EQ(load(dir.file("row.raw")), want);
+
+  const ImageSpec tall{{0, 20, 0, 5}, {0, 20, 0, 5}, {3, ORX_C_INTEGER, 8}, {}, {}};
+  want = write_rgb8(dir.file("tall.rla"), tall);
+  r = run("convert '" + dir.file("tall.rla") + "' -depth 8 rgb:'" + dir.file("tall.raw") + "'");
+  if (r.status == 0) {
+    EXPECT_EQ(load(dir.file("tall.raw")), want) << "ImageMagick now reads tall files";
+  } else {
+    EXPECT_NE(r.output.find("corrupt image"), std::string::npos) << r.output;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,194 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "formats/rla/rla_files.hpp"
+#include "orx/fmt.h"
+#include "peers.hpp"
+#include "support/error_capture.hpp"
+#include "support/fixtures.hpp"
+
+namespace {
+
+using namespace orx::test;
+
+// Pixel values as oiiotool --dumpdata prints them: (x, y) -> channel texts.
+using Dump = std::map<std::pair<int, int>, std::vector<std::string>>;
+
+Dump dump(const std::string &path) {
+  ToolRun r = run("oiiotool --dumpdata '" + path + "'");
+  EXPECT_EQ(r.status, 0) << r.output;
+  Dump d;
+  std::istringstream in(r.output);
+  std::string line;
+  while (std::getline(in, line)) {
+    int x, y, used = 0;
+    if (std::sscanf(line.c_str(), " Pixel (%d, %d):%n", &x, &y, &used) != 2) continue;
+    std::istringstream values(line.substr(static_cast<std::size_t>(used)));
+    std::string v;
+    while (values >> v && v[0] != '(') d[{x, y}].push_back(v);
+  }
+  return d;
+}
+
+// The sample of channel c at column x of a row from expected_row, as text
+// in oiiotool's notation (integers as such, floats read back exactly).
+bool same_value(const ORX_CHANNELS &g, const uint8_t *p, const std::string &text) {
+  if (g.type == ORX_C_FLOAT) {
+    float f;
+    std::memcpy(&f, p, 4);
+    return std::strtof(text.c_str(), nullptr) == f;
+  }
+  uint64_t v = 0;
+  std::size_t size = sample_size(g);
+  if (size == 1) v = *p;
+  if (size == 2) { uint16_t w; std::memcpy(&w, p, 2); v = w; }
+  if (size == 4) { uint32_t w; std::memcpy(&w, p, 4); v = w; }
+  return std::strtoull(text.c_str(), nullptr, 10) == v;
+}
+
+// OpenImageIO numbers rows from the top and keeps columns as they are.
+void expect_oiio_reads(const std::string &path, const ImageSpec &spec) {
+  ORX_OBJECT *object = writer_object(path, {spec});
+  object->info.images[0].image.name = STR_save("rgb");
+  ASSERT_EQ(ORX_rla_w_open(object), 1);
+  write_all_rows_and_close(object);
+
+  ORX_IFD ifd;
+  orx__init_ifd(&ifd);
+  ifd.window = spec.window;
+  ifd.active = spec.active;
+  set_group(ifd.image, spec.image);
+  set_group(ifd.matte, spec.matte);
+  set_group(ifd.aux, spec.aux);
+  Dump d = dump(path);
+  const int width = spec.active.right - spec.active.left + 1;
+  const int height = spec.active.top - spec.active.bottom + 1;
+  ASSERT_EQ(d.size(), static_cast<std::size_t>(width * height)) << "pixel count";
+  int top_y = d.begin()->first.second;
+  for (const auto &[at, e] : d) top_y = std::min(top_y, at.second);
+  auto groups = channel_groups(ifd);
+  for (const auto &[at, values] : d) {
+    const int x = at.first;
+    const int row = spec.active.top - (at.second - top_y);
+    ASSERT_EQ(values.size(), groups.size());
+    for (std::size_t c = 0; c < groups.size(); ++c) {
+      auto want = expected_row(ifd, static_cast<int>(c), row);
+      const uint8_t *p = want.data() + static_cast<std::size_t>(x - spec.window.left) *
+                                           sample_size(*groups[c]);
+      ASSERT_TRUE(same_value(*groups[c], p, values[c]))
+          << "pixel " << x << "," << at.second << " channel " << c << " read as " << values[c];
+    }
+  }
+}
+
+class RlaWithOpenImageIO : public CleanErrors {
+ protected:
+  void SetUp() override {
+    CleanErrors::SetUp();
+    if (!have_tool("oiiotool")) GTEST_SKIP() << "oiiotool is not installed";
+  }
+  TempDir dir_;
+};
+
+TEST_F(RlaWithOpenImageIO, ReadsOurIntegerAndFloatChannelsExactly) {
+  struct Case {
+    const char *name;
+    ImageSpec spec;
+  } cases[] = {
+      {"grey8", {{0, 12, 0, 6}, {0, 12, 0, 6}, {1, ORX_C_INTEGER, 8}, {}, {}}},
+      {"rgb8_odd", {{0, 20, 0, 4}, {0, 20, 0, 4}, {3, ORX_C_INTEGER, 8}, {}, {}}},
+      {"rgba8", {{0, 15, 0, 5}, {0, 15, 0, 5}, {3, ORX_C_INTEGER, 8}, {1, ORX_C_INTEGER, 8}, {}}},
+      {"rgba16", {{0, 9, 0, 3}, {0, 9, 0, 3}, {3, ORX_C_INTEGER, 16}, {1, ORX_C_INTEGER, 16}, {}}},
+      {"rgbaf", {{0, 8, 0, 4}, {0, 8, 0, 4}, {3, ORX_C_FLOAT, 32}, {1, ORX_C_FLOAT, 32}, {}}},
+      {"rgb8_active", {{0, 30, 0, 9}, {3, 27, 2, 7}, {3, ORX_C_INTEGER, 8}, {}, {}}},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.name);
+    expect_oiio_reads(dir_.file(std::string(c.name) + ".rla"), c.spec);
+  }
+}
+
+TEST_F(RlaWithOpenImageIO, ReadsOurHeaderTextsAndChromaticities) {
+  const std::string path = dir_.file("texts.rla");
+  ORX_OBJECT *object = writer_object(path, {ImageSpec{}});
+  object->info.name = STR_save("beauty pass");
+  object->info.desc = STR_save("frame for the trailer");
+  object->info.program = STR_save("liborx tests");
+  object->info.red[0] = 0.64f;
+  object->info.red[1] = 0.33f;
+  object->info.white[0] = 0.3127f;
+  object->info.white[1] = 0.329f;
+  ASSERT_EQ(ORX_rla_w_open(object), 1);
+  write_all_rows_and_close(object);
+  ToolRun r = run("iinfo -v '" + path + "'");
+  ASSERT_EQ(r.status, 0) << r.output;
+  EXPECT_NE(r.output.find("beauty pass"), std::string::npos) << r.output;
+  EXPECT_NE(r.output.find("frame for the trailer"), std::string::npos) << r.output;
+  EXPECT_NE(r.output.find("liborx tests"), std::string::npos) << r.output;
+  EXPECT_NE(r.output.find("rla:RedChroma: 0.64, 0.33"), std::string::npos) << r.output;
+  EXPECT_NE(r.output.find("rla:WhitePoint: 0.3127, 0.329"), std::string::npos) << r.output;
+}
+
+// Files that OpenImageIO writes, read by us and compared with what it reads
+// back itself.
+TEST_F(RlaWithOpenImageIO, WeReadItsEightBitAndFloatFiles) {
+  for (const char *type : {"uint8", "float"}) {
+    SCOPED_TRACE(type);
+    const std::string path = dir_.file(std::string("oiio_") + type + ".rla");
+    ToolRun w = run("oiiotool --pattern fill:topleft=0,0.2,0.4,1:topright=1,0.6,0.2,0.5:"
+                "bottomleft=0.1,0.9,0.3,0:bottomright=0.5,0.5,0.5,0.25 19x7 4 -d " +
+                std::string(type) + " -o '" + path + "'");
+    ASSERT_EQ(w.status, 0) << w.output;
+    Dump d = dump(path);
+    ORX_OBJECT *object = reader_object(path);
+    ASSERT_EQ(ORX_rla_r_open(object), 1);
+    const ORX_IFD &ifd = object->info.images[0];
+    ASSERT_EQ(ifd.image.count, 3);
+    ASSERT_EQ(ifd.matte.count, 1);
+    const bool is_float = std::strcmp(type, "float") == 0;
+    EXPECT_EQ(ifd.image.type, is_float ? ORX_C_FLOAT : ORX_C_INTEGER);
+    int rows_checked = 0;
+    for (int y = ifd.window.bottom; y <= ifd.window.top; ++y) {
+      void **rows = nullptr;
+      ASSERT_EQ(object->scan(object->private_cell[0], y, &rows), 0);
+      const int oiio_y = ifd.window.top - y;
+      for (int x = ifd.window.left; x <= ifd.window.right; ++x) {
+        const auto &values = d[{x, oiio_y}];
+        ASSERT_EQ(values.size(), 4u) << x << "," << oiio_y;
+        for (int c = 0; c < 4; ++c) {
+          const ORX_CHANNELS &g = c < 3 ? ifd.image : ifd.matte;
+          const auto *p = static_cast<const uint8_t *>(rows[c]) +
+                          static_cast<std::size_t>(x - ifd.window.left) * sample_size(g);
+          ASSERT_TRUE(same_value(g, p, values[static_cast<std::size_t>(c)]))
+              << "pixel " << x << "," << oiio_y << " channel " << c;
+        }
+      }
+      ++rows_checked;
+    }
+    EXPECT_EQ(rows_checked, 7);
+    object->close(object, 0);
+  }
+}
+
+// OpenImageIO stores 16-bit channels with a storage code of its own (1),
+// which the layout does not know: the reader refuses such files plainly.
+TEST_F(RlaWithOpenImageIO, ItsSixteenBitFilesAreRefusedWithTheChannelTypeMessage) {
+  const std::string path = dir_.file("oiio16.rla");
+  ToolRun w = run("oiiotool --pattern constant:color=0.5,0.25,0.125 5x3 3 -d uint16 -o '" + path + "'");
+  ASSERT_EQ(w.status, 0) << w.output;
+  ErrorCapture cap;
+  ORX_OBJECT *object = reader_object(path);
+  EXPECT_EQ(ORX_rla_r_open(object), 0);
+  EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED);
+  EXPECT_EQ(cap.last(), "rla cannot handle image channel type");
+  orx__free_obj(object);
+}
+
+}  // namespace
