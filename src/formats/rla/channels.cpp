@@ -2,6 +2,8 @@
 // RLA reader and writer.
 #include "formats/rla/channels.hpp"
 
+#include "err/heap.hpp"
+
 #include <cstring>
 
 #include "err/messages.hpp"
@@ -85,6 +87,16 @@ int close_object(ORX_OBJECT *object, intptr_t) {
     release_reader(object);
   orx__free_obj(object);
   return orx__err;
+}
+
+char *buffer_stream(std::FILE *stream) {
+  constexpr std::size_t kSize = 256 * 1024;
+  auto *buffer = static_cast<char *>(heap::allocate(kSize));
+  if (buffer != nullptr && std::setvbuf(stream, buffer, _IOFBF, kSize) != 0) {
+    heap::release(buffer);
+    buffer = nullptr;
+  }
+  return buffer;
 }
 
 }  // namespace orx::rla

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 #include "orx/plugin.h"
 
@@ -37,6 +38,12 @@ bool channel_kinds(const ORX_IFD &ifd, const char *who, Kind *kinds, int *max_bi
 
 // Total channels of a descriptor (negative counts count as none).
 int channel_total(const ORX_IFD &ifd);
+
+// Gives a file stream a buffer of the library's large enough for whole rows,
+// so that a row moves in one system call rather than one per chunk.  Returns
+// the buffer, to be released after the stream is closed, or null when memory
+// is short (the stream is then left as it was).
+char *buffer_stream(std::FILE *stream);
 
 // Close function of both opens: completes the file when writing, releases
 // every state, closes the stream, frees the object and returns orx__err.

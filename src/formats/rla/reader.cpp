@@ -32,6 +32,7 @@ namespace {
 // What all images of one open file share.
 struct ReadFile {
   std::FILE *stream = nullptr;
+  char *buffer = nullptr;      // the stream's buffer, released after closing
   std::uint32_t position = 0;  // the stream's offset, so in-order reads make no seeks
   bool synced = true;          // false after a failed row left the stream elsewhere
   int current = 0;             // the image whose rows were read last
@@ -76,6 +77,7 @@ void release_all(ReadImage *states, int count) {
   ReadFile *file = states[0].file;
   for (int i = 0; i < count; ++i) release_image(states[i]);
   if (file != nullptr && file->stream != nullptr && !file->is_stdin) std::fclose(file->stream);
+  if (file != nullptr) heap::release(file->buffer);
   heap::release(file);
   heap::release(states);
 }
@@ -275,6 +277,8 @@ int open_images(ORX_OBJECT *object, Images &images) {
   file->stream = open_named(object, &path);
   if (file->stream == nullptr)
     return fail(ORX_E_FIELD_MISSING, Msg::kCannotOpen, path, std::strerror(errno));
+  file->buffer = buffer_stream(file->stream);
+  if (file->buffer == nullptr) return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
   long file_size = -1;
   if (std::fseek(file->stream, 0, SEEK_END) == 0) file_size = std::ftell(file->stream);
   if (file_size < 0 || std::fseek(file->stream, 0, SEEK_SET) != 0) return not_ours(path);

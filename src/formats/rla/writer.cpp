@@ -21,6 +21,7 @@ namespace {
 // What all images of one written file share.
 struct WriteFile {
   std::FILE *stream = nullptr;
+  char *buffer = nullptr;  // the stream's buffer, released after closing
   bool to_stdout = false;
   double start = 0.0;  // tick seconds at open
 };
@@ -225,6 +226,8 @@ int open_file(ORX_OBJECT *object, WriteImage *states, const char **path) {
   file.stream = std::fopen(*path, "wb");
   if (file.stream == nullptr)
     return fail(ORX_E_FIELD_MISSING, Msg::kCannotOpen, *path, std::strerror(errno));
+  file.buffer = buffer_stream(file.stream);
+  if (file.buffer == nullptr) return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
   return 0;
 }
 
@@ -281,6 +284,7 @@ void finish_writer(ORX_OBJECT *object) {
   const int count = object->info.image_count;
   WriteFile *file = states[0].file;
   std::FILE *stream = file->stream;
+  char *buffer = file->buffer;
   const bool standard = file->to_stdout;
   complete(object, states, count);
   const int status = orx__err;
@@ -288,9 +292,13 @@ void finish_writer(ORX_OBJECT *object) {
   object->private_cell[0] = nullptr;
   if (standard) {
     std::fflush(stream);
-  } else if (std::fclose(stream) != 0) {
-    write_failed(object);
-    return;
+  } else {
+    const bool closed = std::fclose(stream) == 0;
+    heap::release(buffer);
+    if (!closed) {
+      write_failed(object);
+      return;
+    }
   }
   orx__err = status;
 }
@@ -330,6 +338,7 @@ int ORX_rla_w_open(ORX_OBJECT *object) {
   if (open_images(object, states, count, &path) != 0) {
     if (file->stream != nullptr && !file->to_stdout) {
       std::fclose(file->stream);
+      orx::heap::release(file->buffer);
       orx::platform::remove_file(path);
     }
     release_images(states, count);
