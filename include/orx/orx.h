@@ -211,6 +211,13 @@ ORX_API int ORX_lut_free(ORX_LUT *lut);
  * failure the record is freed and NULL returned. */
 ORX_API ORX_LUT *ORX_lut_realloc(ORX_LUT *lut, uint32_t count);
 
+struct ORX_OBJECT;
+/* The palette of an open colour-index image: *lut becomes NULL, then the
+ * format's palette reader (when it has one) stores a new ORX_LUT there, which
+ * the caller frees with ORX_lut_free.  Returns non-zero on success; an image
+ * whose format has no palette reader succeeds with *lut NULL. */
+ORX_API int ORX_lut_read(struct ORX_OBJECT *object, ORX_LUT **lut);
+
 /* Fill a curve's tables from its gamma, channels, length, type and depth;
  * the curve becomes tabulated and flags is cleared.  Integer entries run
  * from 0 to 2^depth - 1, float entries from 0 to 1.  A curve of length 1 is

@@ -49,6 +49,10 @@ typedef int (*ORX_FRAME_FN)(void *private_data, int32_t frame);
 typedef int (*ORX_PLAYBACK_FN)(void *private_data, intptr_t a1, intptr_t a2, intptr_t a3);
 typedef int (*ORX_REGION_FN)(void *private_data, void *region_request);
 
+/* Palette reader of a colour-index format: stores a new ORX_LUT (or NULL)
+ * in *lut and returns non-zero on success. */
+typedef int (*ORX_LUT_READ_FN)(void *private_data, ORX_LUT **lut);
+
 /* The image object that ORX_open returns. */
 typedef struct ORX_OBJECT {
   void **private_cell;          /* the format's private data, one entry per image
@@ -65,7 +69,7 @@ typedef struct ORX_OBJECT {
   ORX_PLAYBACK_FN playback_params;
   ORX_PLAYBACK_FN playback_stop;
   ORX_FRAME_FN get_frame;
-  void *reserved1;
+  ORX_LUT_READ_FN lut_read;     /* palette reader, for colour-index formats */
   ORX_REGION_FN region;
   ORX_FRAME_FN set_frame;
   ORX_SEEK_FN seek;

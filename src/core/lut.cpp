@@ -5,6 +5,7 @@
 #include "err/messages.hpp"
 #include "orx/err.h"
 #include "orx/orx.h"
+#include "orx/plugin.h"
 
 namespace orx::core {
 namespace {
@@ -79,6 +80,14 @@ ORX_LUT *ORX_lut_realloc(ORX_LUT *lut, uint32_t count) {
   // max_index is deliberately left alone: callers resize first and then say
   // how much of the palette is in use.
   return lut;
+}
+
+int ORX_lut_read(ORX_OBJECT *object, ORX_LUT **lut) {
+  if (lut == nullptr) return 0;
+  *lut = nullptr;
+  if (object == nullptr || object->lut_read == nullptr) return 1;
+  void *data = object->private_cell != nullptr ? object->private_cell[0] : nullptr;
+  return object->lut_read(data, lut) != 0 ? 1 : 0;
 }
 
 }  // extern "C"

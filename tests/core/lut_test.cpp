@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "orx/orx.h"
+#include "orx/plugin.h"
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
 
@@ -76,6 +77,37 @@ TEST_F(Lut, OutOfMemoryReportsAndFreesTheRecord) {
   EXPECT_EQ(ORX_lut_alloc(0x40000000u), nullptr);
   EXPECT_EQ(capture.last(), "No more internal memory");
   EXPECT_EQ(ORX_lut_realloc(kept, 0x40000000u), nullptr);
+}
+
+}  // namespace
+
+namespace {
+
+int read_palette(void *data, ORX_LUT **lut) {
+  *lut = ORX_lut_alloc(*static_cast<uint32_t *>(data));
+  return *lut != nullptr;
+}
+int refuse_palette(void *, ORX_LUT **) { return 0; }
+
+TEST_F(Lut, ReadAsksTheFormatsPaletteReaderWithItsPrivateData) {
+  ORX_OBJECT *object = orx__new_obj(ORX_ACCESS_READ);
+  ASSERT_NE(object, nullptr);
+  ORX_LUT *lut = reinterpret_cast<ORX_LUT *>(1);
+  EXPECT_EQ(ORX_lut_read(object, &lut), 1);  // no reader: success, no palette
+  EXPECT_EQ(lut, nullptr);
+
+  uint32_t count = 16;
+  void *cell[1] = {&count};
+  object->private_cell = cell;
+  object->lut_read = read_palette;
+  ASSERT_EQ(ORX_lut_read(object, &lut), 1);
+  ASSERT_NE(lut, nullptr);
+  EXPECT_EQ(lut->count, 16u);
+  ORX_lut_free(lut);
+  object->lut_read = refuse_palette;
+  EXPECT_EQ(ORX_lut_read(object, &lut), 0);
+  object->private_cell = nullptr;
+  orx__free_obj(object);
 }
 
 }  // namespace
