@@ -14,6 +14,7 @@
 #define ORX_PLUGIN_H
 
 #include <stdint.h>
+#include <stdio.h>
 
 #include "orx/export.h"
 #include "orx/orx.h"
@@ -78,6 +79,143 @@ typedef struct ORX_OBJECT {
   ORX_DIRECT_SCAN_FN direct_scan;
   void *lock;                   /* the object's mutex; owned by the core */
 } ORX_OBJECT;
+
+/* --- Plug-in contract, part two: the symbols of a format plug-in ----------
+ *
+ * A plug-in is a module of the host's loader (what dlopen returned on POSIX)
+ * exporting these names; the library binds them with the platform's symbol
+ * lookup, in this order.  Data symbols are the addresses of the plug-in's
+ * variables.  Required: version ("3.2"), imageKey, imageName,
+ * imageOrientation, and imageReadOpen / imageWriteOpen when imageAccess
+ * has bit 4 / bit 8.  See docs/writing-plugins.md.
+ *
+ *   const char *version;                "3.2"
+ *   int imageInit(void);                optional; 0 drops the plug-in quietly
+ *   const char *imageKey;               the format key, unique in the registry
+ *   const char *imageExtension;         with its dot; default ""
+ *   const char *imageName;              display name
+ *   const char *imageDescription;       default NULL
+ *   const char *imageFormatString;      numbered file names; default "%s.%04.4d%s"
+ *   const char *imageNameSyntax;        e.g. "Name.####.Ext"; default NULL
+ *   int imageAddExtension;              default 1
+ *   int imageUsage;                     default 1
+ *   int imageOrientation;               scanline orientation of the files
+ *   int imageBitsPerPaletteEntry;       default 0
+ *   int imageNumberOfChannels;          default 3
+ *   int imageBitsPerChannel;            width mask (all bits: any width); default 128
+ *   int imageNumberOfMattes;            default 0
+ *   int imageBitsPerMatte;              default 0
+ *   int imageNumberOfZChannels;         default 0
+ *   int imageBitsPerZChannel;           default 0
+ *   int imageSupportsActiveWindow;      default 0
+ *   int imageAccess;                    ORX_ACCESS_* bits; default 12
+ *   int imageMultiFrame;                2 or more: one file holds many frames; default 0
+ *   uint8_t imageHardLinkDuplicates;    default 1
+ *   uint8_t imageSupportRemoteAccess;   default 0
+ *   ORX_CAPABILITY_FN imageCapability;  optional
+ *   ORX_CAPS_UPDATE_FN imageCapsAvailUpdate; optional
+ *   ORX_OPEN_FN imageReadOpen, imageWriteOpen;
+ *   ORX_DONE_FN imageDone;              optional; called by ORX_exit
+ *   ORX_IS_FILE_FN imageIsFile;         optional
+ *   ORX_POPUP_FN imagePrivateUIPopup;   optional
+ *   ORX_POPDOWN_FN imagePrivateUIPopdown; optional
+ */
+
+/* The protocol version a plug-in must declare. */
+#define ORX_PLUGIN_VERSION "3.2"
+
+/* Access bits beyond read and write: lines may be read in any order (16),
+ * and the format keeps images in memory (32). */
+#define ORX_ACCESS_RANDOM 16
+#define ORX_ACCESS_MEMORY 32
+
+/* One value of a list capability. */
+typedef struct ORX_CAP_LIST_ENTRY {
+  int16_t value;
+  char *name;
+  int32_t has_second;  /* non-zero: second_name replaces name at validation */
+  char *second_name;
+} ORX_CAP_LIST_ENTRY;
+
+/* The values of a list capability, ended by an entry with neither a name nor
+ * has_second. */
+typedef struct ORX_CAP_LIST {
+  int16_t default_value;
+  int32_t count;       /* filled in by the library */
+  ORX_CAP_LIST_ENTRY *entries;
+} ORX_CAP_LIST;
+
+/* One format-specific setting a format offers. */
+typedef struct ORX_CAP_ENTRY {
+  int32_t id;          /* the format's own code; not interpreted */
+  char *name;
+  int32_t has_second;
+  char *second_name;
+  uint8_t is_value;    /* zero: a choice from list */
+  ORX_CAP_LIST *list;
+  uint8_t state;       /* ORX_CAP_UNAVAILABLE set: not offered now */
+} ORX_CAP_ENTRY;
+
+#define ORX_CAP_UNAVAILABLE 4
+
+/* A setting asked for: code 0 integer, 1 float, ORX_CAP_UNSET not given. */
+#define ORX_CAP_INTEGER 0
+#define ORX_CAP_FLOAT 1
+#define ORX_CAP_UNSET 65535
+typedef struct ORX_CAP_SETTING {
+  uint16_t code;
+  union {
+    int32_t i;
+    float f;
+  } value;
+} ORX_CAP_SETTING;
+
+typedef int (*ORX_INIT_FN)(void);
+typedef void (*ORX_DONE_FN)(void);
+typedef int (*ORX_OPEN_FN)(ORX_OBJECT *object);
+/* Whether name (or the open stream, when not NULL) is a file of the format. */
+typedef uint8_t (*ORX_IS_FILE_FN)(const char *name, FILE *stream);
+/* The format's capability table, its entry count and two further counts. */
+typedef void (*ORX_CAPABILITY_FN)(ORX_CAP_ENTRY **table, int32_t *first, int32_t *second,
+                                  int32_t *count);
+typedef uint8_t (*ORX_CAPS_UPDATE_FN)(intptr_t argument, uint8_t flag);
+typedef int (*ORX_POPUP_FN)(intptr_t a);
+typedef int (*ORX_POPDOWN_FN)(intptr_t a, intptr_t b, intptr_t c, intptr_t d);
+
+/* The registry's public record of a format (ORX_find, ORX_info). */
+typedef struct ORX_FORMAT {
+  char *key;
+  char *extension;
+  char *name;
+  char *description;
+  int32_t owns_format_string;
+  char *format_string;
+  char *name_syntax;
+  int32_t add_extension;
+  int32_t usage;
+  int32_t orientation;
+  int32_t bits_per_palette_entry;
+  int32_t channels;
+  int32_t bits_per_channel;
+  int32_t mattes;
+  int32_t bits_per_matte;
+  int32_t z_channels;
+  int32_t bits_per_z_channel;
+  int32_t active_window;
+  int32_t access;
+  ORX_CAPABILITY_FN capability;
+  ORX_CAPS_UPDATE_FN caps_update;
+  int32_t multi_frame;
+  uint8_t hard_link;
+  uint8_t remote_access;
+  ORX_IS_FILE_FN is_file;
+  ORX_POPDOWN_FN popdown;
+  ORX_POPUP_FN popup;
+} ORX_FORMAT;
+
+/* The host's plug-in enumerator: stores the next module handle and the
+ * plug-in's name and returns non-zero, or returns 0 when there are no more. */
+typedef uint8_t (*ORX_PLUGIN_ENUM)(void **module, const char **name);
 
 /* A new object with access bits and a lock, every slot cleared, current
  * line -1 and the embedded info initialised; NULL with orx__err -10 when
