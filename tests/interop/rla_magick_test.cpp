@@ -20,12 +20,7 @@ std::vector<uint8_t> write_rgb8(const std::string &path, const ImageSpec &spec) 
   object->info.images[0].image.name = STR_save("rgb");
   EXPECT_EQ(ORX_rla_w_open(object), 1);
   write_all_rows_and_close(object);
-  ORX_IFD ifd;
-  orx__init_ifd(&ifd);
-  ifd.window = spec.window;
-  ifd.active = spec.active;
-  set_group(ifd.image, spec.image);
-  set_group(ifd.matte, spec.matte);
+  const ORX_IFD ifd = describe(spec);
   const int channels = spec.image.count + spec.matte.count;
   std::vector<uint8_t> raw;
   for (int y = spec.window.top; y >= spec.window.bottom; --y) {

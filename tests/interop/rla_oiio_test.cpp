@@ -60,13 +60,7 @@ void expect_oiio_reads(const std::string &path, const ImageSpec &spec) {
   ASSERT_EQ(ORX_rla_w_open(object), 1);
   write_all_rows_and_close(object);
 
-  ORX_IFD ifd;
-  orx__init_ifd(&ifd);
-  ifd.window = spec.window;
-  ifd.active = spec.active;
-  set_group(ifd.image, spec.image);
-  set_group(ifd.matte, spec.matte);
-  set_group(ifd.aux, spec.aux);
+  const ORX_IFD ifd = describe(spec);
   Dump d = dump(path);
   const int width = spec.active.right - spec.active.left + 1;
   const int height = spec.active.top - spec.active.bottom + 1;

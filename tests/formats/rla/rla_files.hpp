@@ -40,6 +40,18 @@ inline void set_group(ORX_CHANNELS &dst, const Group &g) {
   dst.bits = g.bits;
 }
 
+// A descriptor with the defaults and the spec's windows and groups.
+inline ORX_IFD describe(const ImageSpec &spec) {
+  ORX_IFD ifd;
+  orx__init_ifd(&ifd);
+  ifd.window = spec.window;
+  ifd.active = spec.active;
+  set_group(ifd.image, spec.image);
+  set_group(ifd.matte, spec.matte);
+  set_group(ifd.aux, spec.aux);
+  return ifd;
+}
+
 // A write object for path (used as given) with one descriptor per spec.
 inline ORX_OBJECT *writer_object(const std::string &path, const std::vector<ImageSpec> &specs) {
   ORX_OBJECT *object = orx__new_obj(ORX_ACCESS_WRITE);
