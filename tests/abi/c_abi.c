@@ -11,6 +11,7 @@
 #include "orx/orx.h"
 #include "orx/plugin.h"
 #include "orx/ptr.h"
+#include "orx/registry.h"
 #include "orx/rla.h"
 #include "orx/str.h"
 

@@ -1,0 +1,230 @@
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "registry/registry_fixture.hpp"
+#include "support/error_capture.hpp"
+
+namespace {
+
+using namespace orx::test;
+using testing::internal::CaptureStderr;
+using testing::internal::GetCapturedStderr;
+
+TEST_F(RegistryTest, WithoutPluginsOnlyTheBuiltInFormatsAreRegistered) {
+  ASSERT_EQ(ORX_init(nullptr, nullptr), 0);
+  EXPECT_EQ(ORX_info(), nullptr);
+  const ORX_FORMAT *mem = ORX_find(".mem");
+  ASSERT_NE(mem, nullptr);
+  EXPECT_STREQ(mem->key, "mem");
+  EXPECT_STREQ(mem->name, "memory");
+  EXPECT_EQ(mem->access, 60);
+  EXPECT_EQ(mem->usage, 255);
+  EXPECT_EQ(mem->channels, 32767);
+  EXPECT_EQ(mem->z_channels, 32767);
+  const ORX_FORMAT *pipe = ORX_find("pipe");
+  ASSERT_NE(pipe, nullptr);
+  EXPECT_EQ(pipe->access, 12);
+  EXPECT_EQ(pipe->mattes, 1);
+  EXPECT_EQ(pipe->z_channels, 0);
+  EXPECT_EQ(pipe->bits_per_channel, ~0);
+  EXPECT_STREQ(pipe->name_syntax, "Name.####.Ext");
+  const ORX_FORMAT *rla = ORX_find("rla");
+  ASSERT_NE(rla, nullptr);
+  EXPECT_STREQ(rla->extension, ".rla");
+  EXPECT_STREQ(rla->format_string, "%s.%04.4d%s");
+  EXPECT_EQ(rla->z_channels, 1);
+  EXPECT_EQ(rla->orientation, 1);
+  EXPECT_EQ(rla->active_window, 1);
+  EXPECT_EQ(ORX_find("Rla"), nullptr);  // exact comparison
+  char *keys[4] = {};
+  CaptureStderr();
+  EXPECT_EQ(ORX_getFormatKeys(keys), 0);
+  EXPECT_EQ(GetCapturedStderr(), "Plugins not loaded, so Load!!\n\nNo Plugins!\n");
+  // A second init only rewinds.
+  EXPECT_EQ(ORX_init(nullptr, nullptr), 0);
+}
+
+TEST_F(RegistryTest, RefusedPluginsAreReportedAndSkippedInitZeroSilently) {
+  PluginSet set({"plugin_good", "plugin_v31", "plugin_no_orientation", "plugin_init_zero"});
+  ErrorCapture errors;
+  ASSERT_EQ(set.init(), 0);
+  EXPECT_TRUE(errors.has(3,
+                         "plugin_v31: the version protocol of this plug-in (\"version\") is "
+                         "not supported; expecting version \"3.2\" but found \"3.1\""));
+  EXPECT_TRUE(errors.has(3, "plugin_no_orientation: imageOrientation must be defined"));
+  EXPECT_EQ(errors.size(), 2u);
+  EXPECT_EQ(set.counter(3, "test_plugin_init_calls"), 1);
+  EXPECT_EQ(ORX_find("tzero"), nullptr);
+  EXPECT_EQ(ORX_find("tv31"), nullptr);
+  EXPECT_EQ(ORX_find("tnoor"), nullptr);
+  const ORX_FORMAT *good = ORX_info();
+  ASSERT_NE(good, nullptr);
+  EXPECT_STREQ(good->key, "tgood");
+  EXPECT_STREQ(good->description, "registry test plug-in");
+  EXPECT_STREQ(good->format_string, "%s.%04.4d%s");
+  EXPECT_EQ(good->name_syntax, nullptr);
+  EXPECT_EQ(good->add_extension, 1);
+  EXPECT_EQ(good->usage, 1);
+  EXPECT_EQ(good->channels, 4);
+  EXPECT_EQ(good->bits_per_channel, 128);
+  EXPECT_EQ(good->access, 12);
+  EXPECT_EQ(good->hard_link, 1);
+  EXPECT_EQ(good->remote_access, 0);
+  EXPECT_EQ(good->is_file, nullptr);
+  EXPECT_EQ(ORX_info(), nullptr);
+  ORX_init(nullptr, nullptr);  // rewinds the iterator
+  EXPECT_EQ(ORX_info(), good);
+  EXPECT_EQ(ORX_hasReadSupport("tgood"), 1);
+  EXPECT_EQ(ORX_hasWriteSupport(".tgd"), 1);
+  EXPECT_EQ(ORX_hasReadSupport("nope"), 0);
+  EXPECT_EQ(ORX_hasWriteSupport(nullptr), 0);
+  EXPECT_EQ(ORX_isMultiFrameFormat("tgood"), 0);
+  ORX_exit();
+  EXPECT_EQ(set.counter(0, "test_plugin_done_calls"), 1);
+  EXPECT_EQ(set.counter(3, "test_plugin_done_calls"), 0);
+}
+
+TEST_F(RegistryTest, ALaterPluginReplacesAnEarlierOneWithTheSameKey) {
+  PluginSet set({"plugin_dup_a", "plugin_good", "plugin_dup_b"});
+  ASSERT_EQ(set.init(), 0);
+  EXPECT_STREQ(ORX_find("tdup")->name, "Dup B");
+  EXPECT_EQ(ORX_find(".tda"), nullptr);
+  char *keys[4] = {};
+  ASSERT_EQ(ORX_getFormatKeys(keys), 2);
+  EXPECT_STREQ(keys[0], "tgood");
+  EXPECT_STREQ(keys[1], "tdup");
+}
+
+// The registry's own announcements among the reports.
+std::vector<std::string> announcements(const ErrorCapture &errors) {
+  std::vector<std::string> out;
+  for (const Captured &c : errors.reports())
+    if (c.message.rfind("orx, ", 0) == 0) out.push_back(std::to_string(c.severity) + c.message);
+  return out;
+}
+
+TEST_F(RegistryTest, LazyInitialisationIsAnnouncedWithTheEntryPointsName) {
+  ERR_unmask_s(ERR_DEBUG);
+  ErrorCapture errors;
+  ASSERT_NE(ORX_find("rla"), nullptr);
+  EXPECT_STREQ(ORX_def_key(), "rla");  // already initialised: no announcement
+  ORX_exit();
+  EXPECT_STREQ(ORX_def_base_name(), "im");
+  ORX_exit();
+  EXPECT_EQ(ORX_info(), nullptr);
+  ORX_exit();
+  EXPECT_EQ(ORX_open(nullptr, "r"), nullptr);
+  const std::vector<std::string> expected = {
+      "0orx, initializing database for ORX_find request",
+      "0orx, initializing database for ORX_def_base_name request",
+      "0orx, initializing database for ORX_find request",
+      "0orx, initializing database for ORX_open request"};
+  EXPECT_EQ(announcements(errors), expected);
+}
+
+TEST_F(RegistryTest, NameFromKeyFallsBackToTheKeyAndReportsUnknownOnes) {
+  ASSERT_EQ(ORX_init(nullptr, nullptr), 0);
+  ErrorCapture errors;
+  EXPECT_STREQ(ORX_name_from_key("mem"), "memory");
+  EXPECT_STREQ(ORX_name_from_key(".pipe"), "pipe");
+  EXPECT_EQ(ORX_name_from_key(nullptr), nullptr);
+  const char *key = "tiff";
+  EXPECT_EQ(ORX_name_from_key(key), key);
+  EXPECT_TRUE(errors.has(3,
+                         "Unknown file type key (\"tiff\") was specified; Ensure that the "
+                         "plug-in for this type is defined"));
+}
+
+TEST_F(RegistryTest, NameQueriesListPluginsAndComplainAboutBadArguments) {
+  PluginSet set({"plugin_good", "plugin_multi"});
+  ASSERT_EQ(set.init(), 0);
+  char *list[4] = {};
+  ASSERT_EQ(ORX_getPluginNames(list), 2);
+  EXPECT_STREQ(list[0], "Test good");
+  EXPECT_STREQ(list[1], "Multi");
+  ERR_free(list[0]);
+  ERR_free(list[1]);
+  ASSERT_EQ(ORX_getPluginExtensions(list), 2);
+  EXPECT_STREQ(list[1], ".a_very_long_multiframe_ext");
+  char buffer[256];
+  EXPECT_EQ(ORX_getOnlyExtensions(buffer), 2);
+  EXPECT_STREQ(buffer, "*.tgd;*.a_very_long_multiframe_ext;");
+  EXPECT_EQ(ORX_getPluginNameFromKey("tmulti", buffer), 0);
+  EXPECT_STREQ(buffer, "Multi");
+  EXPECT_EQ(ORX_getKeyFromPluginName("Test good", buffer), 0);
+  EXPECT_STREQ(buffer, "tgood");
+  EXPECT_EQ(ORX_getExtFromPluginName("Test good", buffer), 0);
+  EXPECT_STREQ(buffer, ".tgd");
+  EXPECT_EQ(ORX_getExtFromFormatKey("tgood", buffer), 0);
+  EXPECT_STREQ(buffer, ".tgd");
+  EXPECT_EQ(ORX_getExtFromFormatKey("mem", buffer), -1);  // built-ins are not listed
+  EXPECT_EQ(ORX_getKeyFromPluginName("memory", buffer), -1);
+  EXPECT_EQ(ORX_isMultiFrameFormat("tmulti"), 1);
+
+  // "NAME (*EXT)\0*EXT\0" per plug-in, long patterns shown as "all formats".
+  char filters[256];
+  std::memset(filters, 'x', sizeof filters);
+  const std::string second = "Multi (all formats)";
+  const std::string pattern = "*.a_very_long_multiframe_ext";
+  EXPECT_EQ(ORX_getPluginNamesWithFilters(filters),
+            static_cast<int>(second.size() + 1 + pattern.size() + 1));
+  const char *at = filters;
+  for (const char *text : {"Test good (*.tgd)", "*.tgd", second.c_str(), pattern.c_str(), ""}) {
+    EXPECT_STREQ(at, text);
+    at += std::strlen(at) + 1;
+  }
+
+  CaptureStderr();
+  EXPECT_EQ(ORX_getFormatKeys(nullptr), 0);
+  EXPECT_EQ(ORX_getPluginNameFromKey(nullptr, buffer), -1);
+  EXPECT_EQ(ORX_getKeyFromPluginName(nullptr, buffer), -1);
+  EXPECT_EQ(ORX_getExtFromPluginName("Multi", nullptr), -1);
+  EXPECT_EQ(ORX_getPluginNamesWithFilters(nullptr), 0);
+  ORX_symbols();
+  EXPECT_EQ(GetCapturedStderr(),
+            "NULL pointer passed\nNULL key passed in\nNULL pluginName passed in\n"
+            "NULL buffer passed in\nNULL pointer passed!\n"
+            "ORX_symbols: should not be called by the application\n");
+}
+
+TEST_F(RegistryTest, FileTypeTestsAskEachFormatAndTellWhetherAllCouldAnswer) {
+  TempDir dir;
+  const std::string missing = dir.file("none.bin");
+  int32_t known = -1;
+  // Every built-in format can answer, so a file none claims is "__none_".
+  ASSERT_EQ(ORX_init(nullptr, nullptr), 0);
+  EXPECT_STREQ(ORX_get_file_type(missing.c_str(), nullptr, &known), "__none_");
+  EXPECT_EQ(known, 1);
+  ORX_exit();
+
+  PluginSet set({"plugin_good", "plugin_multi"});
+  ASSERT_EQ(set.init(), 0);
+  EXPECT_EQ(ORX_get_file_type(missing.c_str(), nullptr, &known), nullptr);
+  EXPECT_EQ(known, 0);  // the good plug-in has no file test
+  EXPECT_STREQ(ORX_get_file_type("shot.tmf", nullptr, &known), "tmulti");
+  EXPECT_STREQ(ORX_is_file_type("shot.tmf", nullptr, "tmulti", &known), "tmulti");
+  EXPECT_EQ(known, 1);
+  EXPECT_STREQ(ORX_is_file_type("again.tmf", nullptr, "tmulti", &known), "tmulti");
+  EXPECT_EQ(ORX_is_file_type("shot.tmf", nullptr, "rla", &known), nullptr);
+  EXPECT_EQ(ORX_is_file_type("shot.tmf", nullptr, "tgood", &known), nullptr);
+  EXPECT_EQ(known, 0);
+  EXPECT_STREQ(ORX_is_file_type("shot.tmf", nullptr, nullptr, &known), "tmulti");
+}
+
+TEST_F(RegistryTest, OutOfMemoryWhileBuildingFailsCleanly) {
+  PluginSet set({"plugin_good", "plugin_multi"});
+  ErrorCapture errors;
+  for_each_allocation_failure([&] {
+    if (set.init() != 0) {
+      EXPECT_EQ(orx__err, ORX_E_NO_MEMORY);
+      EXPECT_EQ(ORX_hasReadSupport("rla"), 0);  // left uninitialised
+      return false;
+    }
+    const bool complete = ORX_hasReadSupport("tmulti") == 1 && ORX_hasReadSupport("rla") == 1;
+    ORX_exit();
+    return complete;
+  });
+}
+
+}  // namespace
