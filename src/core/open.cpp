@@ -173,9 +173,10 @@ extern "C" {
 
 ORX_OBJECT *ORX_open(ORX_INFO *info, const char *mode) {
   using namespace orx::core;
-  orx__err = 0;
   if (!ensure_initialised("ORX_open")) return nullptr;
   orx::platform::Lock lock(library_mutex());
+  // Cleared under the lock: opens on other threads write it too.
+  orx__err = 0;
   if (info == nullptr) {
     orx::fail(ORX_E_FIELD_MISSING, orx::Msg::kFieldMissing, "info");
     return nullptr;
