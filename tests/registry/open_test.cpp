@@ -202,3 +202,49 @@ TEST_F(Open, OutOfMemoryFailsTheOpenWithoutLeaks) {
 }
 
 }  // namespace
+
+namespace {
+
+using namespace orx::test;
+using Slots = RegistryTest;
+
+void *g_seen[5];
+intptr_t g_close_argument;
+
+TEST_F(Slots, CallsGoThroughTheObjectsSlotsAndMissingOnesGiveMinus16) {
+  ORX_OBJECT *object = orx__new_obj(ORX_ACCESS_READ);
+  ASSERT_NE(object, nullptr);
+  void **rows = nullptr;
+  EXPECT_EQ(ORX_scan_read(object, 0, &rows), ORX_E_UNSUPPORTED);  // no scan, no private data
+  EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED);
+  object->direct_scan = [](void *data, int32_t line, void *a1, void *a2, void *a3, void *a4,
+                           void *a5) {
+    g_seen[0] = a1, g_seen[1] = a2, g_seen[2] = a3, g_seen[3] = a4, g_seen[4] = a5;
+    return data != nullptr && line == 7 ? 0 : -2;
+  };
+  EXPECT_EQ(ORX_direct_scan_read(object, 7, g_seen, nullptr, nullptr, nullptr, nullptr),
+            ORX_E_UNSUPPORTED);  // still no private data
+  object->private_cell = static_cast<void **>(ERR_malloc(sizeof(void *)));
+  object->private_cell[0] = object;
+  int a = 0, b = 0, c = 0, d = 0, e = 0;
+  EXPECT_EQ(ORX_direct_scan_write(object, 7, &a, &b, &c, &d, &e), 0);
+  EXPECT_EQ(g_seen[0], &a);
+  EXPECT_EQ(g_seen[4], &e);
+  EXPECT_EQ(object->current_line, 7);
+  EXPECT_EQ(ORX_direct_scan_read(object, 8, &a, &b, &c, &d, &e), -2);
+  EXPECT_EQ(object->current_line, 7);
+  EXPECT_EQ(ORX_scan_write(object, 1, rows), ORX_E_UNSUPPORTED);
+  object->close = [](ORX_OBJECT *o, intptr_t argument) {
+    g_close_argument = argument;
+    orx__free_obj(o);
+    return 5;
+  };
+  EXPECT_EQ(ORX_close_do_it(object, 3), 5);
+  EXPECT_EQ(g_close_argument, 3);
+
+  object = orx__new_obj(ORX_ACCESS_WRITE);
+  ASSERT_NE(object, nullptr);
+  EXPECT_EQ(ORX_close(object), ORX_E_UNSUPPORTED);  // no close slot: freed all the same
+}
+
+}  // namespace
