@@ -93,7 +93,7 @@ Bind bind_rest(void *module, const char *plugin, FormatRecord &record) {
   ORX_FORMAT &f = record.pub;
   for (const StringSymbol &s : kStringSymbols) {
     auto *cell = static_cast<const char *const *>(platform::module_symbol(module, s.name));
-    const char *text = cell != nullptr ? *cell : s.fallback;
+    const char *text = cell != nullptr && *cell != nullptr ? *cell : s.fallback;
     if (cell == nullptr && s.field == &ORX_FORMAT::name) return refuse(record, plugin, s.name);
     if (!copy_field(f.*s.field, text)) return Bind::kNoMemory;
   }

@@ -96,6 +96,17 @@ TEST_F(RegistryTest, ALaterPluginReplacesAnEarlierOneWithTheSameKey) {
   EXPECT_STREQ(keys[1], "tdup");
 }
 
+TEST_F(RegistryTest, NullStringSymbolsTakeTheirDefaults) {
+  PluginSet set({"plugin_null_extension"});
+  ASSERT_EQ(set.init(), 0);
+  const ORX_FORMAT *format = ORX_find("tnull");
+  ASSERT_NE(format, nullptr);
+  EXPECT_STREQ(format->extension, "");
+  char buffer[64];
+  EXPECT_EQ(ORX_getOnlyExtensions(buffer), 1);
+  EXPECT_STREQ(buffer, "*;");
+}
+
 // The registry's own announcements among the reports.
 std::vector<std::string> announcements(const ErrorCapture &errors) {
   std::vector<std::string> out;
