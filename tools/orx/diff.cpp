@@ -1,0 +1,60 @@
+// orx diff: compare two images channel by channel.
+#include <cmath>
+#include <cstdio>
+#include <string>
+
+#include "commands.hpp"
+#include "tool.hpp"
+
+namespace orx::tool {
+
+int run_diff(const DiffOptions &o) {
+  Image a, b;
+  if (!a.open_read(o.a, "")) return complain(o.a);
+  if (!b.open_read(o.b, "")) return complain(o.b);
+  const ORX_IFD &da = a.ifd(0);
+  const ORX_IFD &db = b.ifd(0);
+  const int width = width_of(da), height = height_of(da), channels = channels_of(da);
+  if (width != width_of(db) || height != height_of(db))
+    return complain(o.b, "size differs from " + o.a);
+  if (channels != channels_of(db)) return complain(o.b, "channel count differs from " + o.a);
+
+  double max_diff = 0.0, sum = 0.0, sum_sq = 0.0;
+  long differing = 0;
+  for (int r = 0; r < height; ++r) {
+    void **ra = nullptr, **rb = nullptr;
+    if (!a.read_row(0, da.window.bottom + r, &ra)) return complain(o.a);
+    if (!b.read_row(0, db.window.bottom + r, &rb)) return complain(o.b);
+    for (int x = 0; x < width; ++x) {
+      bool pixel_differs = false;
+      for (int c = 0; c < channels; ++c) {
+        const double d = std::fabs(sample(group_of(da, c), ra[c], x) -
+                                   sample(group_of(db, c), rb[c], x));
+        if (d > max_diff) max_diff = d;
+        sum += d;
+        sum_sq += d * d;
+        pixel_differs = pixel_differs || d > 0.0;
+      }
+      differing += pixel_differs ? 1 : 0;
+    }
+  }
+  const double samples = double{static_cast<double>(width)} * height * channels;
+  const double mse = samples > 0 ? sum_sq / samples : 0.0;
+  std::printf("max difference   %.6g\nmean difference  %.6g\ndiffering pixels %ld of %ld\n",
+              max_diff, samples > 0 ? sum / samples : 0.0, differing,
+              static_cast<long>(width) * height);
+  if (mse > 0.0)
+    std::printf("PSNR             %.2f dB\n", 10.0 * std::log10(1.0 / mse));
+  else
+    std::printf("PSNR             inf\n");
+  if (max_diff > o.fail) {
+    std::printf("FAIL: difference %.6g above %.6g\n", max_diff, o.fail);
+    return kDifferent;
+  }
+  if (o.warn > 0.0 && max_diff > o.warn)
+    std::printf("WARNING: difference %.6g above %.6g\n", max_diff, o.warn);
+  std::printf("PASS\n");
+  return kOk;
+}
+
+}  // namespace orx::tool

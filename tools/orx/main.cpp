@@ -1,0 +1,64 @@
+// orx: inspect, convert, compare and make image files with liborx.
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+
+#include "commands.hpp"
+#include "plugins.hpp"
+#include "tool.hpp"
+
+int main(int argc, char **argv) {
+  using namespace orx::tool;
+  CLI::App app{"orx: inspect, convert, compare and make image files"};
+  app.require_subcommand(1);
+  bool verbose = false;
+  app.add_flag("-v,--verbose", verbose, "Show information and debug notes of the library");
+
+  std::vector<std::string> info_files;
+  std::string info_type;
+  bool json = false;
+  auto *info = app.add_subcommand("info", "Describe every image of each file");
+  info->add_option("files", info_files, "Image files")->required();
+  info->add_option("--type", info_type, "Format key, when the name does not tell");
+  info->add_flag("--json", json, "Print JSON");
+
+  CopyOptions copy;
+  auto *copy_cmd = app.add_subcommand("copy", "Convert a file to another file or format");
+  copy_cmd->add_option("in", copy.in, "Input file (a name with #### for --frames)")->required();
+  copy_cmd->add_option("out", copy.out, "Output file")->required();
+  copy_cmd->add_option("--type", copy.type, "Format key of the output");
+  copy_cmd->add_option("--frames", copy.frames, "Frame range A-B for names with ####");
+
+  DiffOptions diff;
+  auto *diff_cmd = app.add_subcommand("diff", "Compare two images channel by channel");
+  diff_cmd->add_option("a", diff.a, "First image")->required();
+  diff_cmd->add_option("b", diff.b, "Second image")->required();
+  diff_cmd->add_option("--fail", diff.fail, "Largest difference that passes (default 0)");
+  diff_cmd->add_option("--warn", diff.warn, "Mention differences above this");
+
+  auto *formats = app.add_subcommand("formats", "List the formats the library knows");
+
+  PatternOptions pattern;
+  auto *pattern_cmd = app.add_subcommand("pattern", "Write a test image");
+  pattern_cmd->add_option("out", pattern.out, "Output file")->required();
+  pattern_cmd->add_option("--size", pattern.size, "WxH (default 640x480)");
+  pattern_cmd->add_option("--type", pattern.type, "int8, int16 or float (default int8)");
+  pattern_cmd->add_option("--channels", pattern.channels, "Colour channels, 1 to 3 (default 3)");
+  pattern_cmd->add_flag("--matte", pattern.matte, "Add a matte channel");
+
+  CLI11_PARSE(app, argc, argv);
+
+  install_reporting(verbose);
+  if (start_library(verbose) != 0) {
+    std::fprintf(stderr, "orx: the library could not start\n");
+    return kFailed;
+  }
+  int status = kFailed;
+  if (*info) status = run_info(info_files, info_type, json);
+  if (*copy_cmd) status = run_copy(copy);
+  if (*diff_cmd) status = run_diff(diff);
+  if (*formats) status = run_formats();
+  if (*pattern_cmd) status = run_pattern(pattern);
+  stop_library();
+  return status;
+}

@@ -1,0 +1,183 @@
+#include "tool.hpp"
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+
+#include "orx/registry.h"
+#include "orx/str.h"
+
+namespace orx::tool {
+namespace {
+
+std::string g_last_error;
+bool g_verbose = false;
+
+// Errors are kept for the failing command to name with its file (and shown
+// at once only when verbose); warnings always show, notes when verbose.
+int report(const char *, int severity, const char *message, ERR_RECORD *, intptr_t) {
+  if (message == nullptr) message = "";
+  if (severity >= ERR_ERROR) g_last_error = message;
+  if (severity == ERR_WARNING || g_verbose)
+    std::fprintf(stderr, "orx: %s%s\n", severity == ERR_WARNING ? "warning: " : "", message);
+  return severity == ERR_FATAL ? 1 : 0;  // a fatal report still ends the process
+}
+
+// A copy of a descriptor group's name, or NULL.
+void copy_name(ORX_CHANNELS &g) { g.name = g.name != nullptr ? STR_save(g.name) : nullptr; }
+
+}  // namespace
+
+void install_reporting(bool verbose) {
+  g_verbose = verbose;
+  if (verbose) {
+    ERR_unmask_s(ERR_DEBUG);
+    ERR_unmask_s(ERR_INFORMATION);
+  }
+  ERR_dcl_handler(nullptr, report, 0);
+}
+
+const std::string &last_error() { return g_last_error; }
+
+int complain(const std::string &what, const std::string &reason) {
+  std::string why = !reason.empty() ? reason : !g_last_error.empty() ? g_last_error : "failed";
+  // Most library messages name the file already.
+  if (why.compare(0, what.size(), what) == 0 || why.find(what) != std::string::npos)
+    std::fprintf(stderr, "orx: %s\n", why.c_str());
+  else
+    std::fprintf(stderr, "orx: %s: %s\n", what.c_str(), why.c_str());
+  return kFailed;
+}
+
+bool Image::open_read(const std::string &path, const std::string &type) {
+  ORX_INFO request;
+  ORX_info_init(&request);
+  request.handle = STR_save(path.c_str());
+  request.type = type.empty() ? nullptr : STR_save(type.c_str());
+  request.full_path = 1;
+  g_last_error.clear();
+  object_ = ORX_open(&request, "r");
+  ORX_info_cleanup(&request, 1);
+  return object_ != nullptr;
+}
+
+bool Image::open_write(const std::string &path, const std::string &type, const ORX_INFO &like) {
+  ORX_INFO request = like;  // texts and descriptors are copied below
+  request.valid = ORX_INFO_VALID;
+  for (char **s : {&request.name, &request.desc, &request.program, &request.machine,
+                   &request.user, &request.date, &request.time, &request.filter,
+                   &request.compression})
+    *s = *s != nullptr ? STR_save(*s) : nullptr;
+  request.handle = STR_save(path.c_str());
+  request.type = type.empty() ? nullptr : STR_save(type.c_str());
+  request.extension = nullptr;
+  request.settings = nullptr;
+  request.full_path = 1;
+  const auto n = static_cast<uint32_t>(like.image_count > 0 ? like.image_count : 0);
+  request.images = static_cast<ORX_IFD *>(ERR_malloc(n * sizeof(ORX_IFD)));
+  for (uint32_t i = 0; i < n && request.images != nullptr; ++i) {
+    ORX_IFD &ifd = request.images[i];
+    ifd = like.images[i];
+    ifd.curve.curves = nullptr;
+    ifd.curve.kind = ORX_CURVE_PARAMETRIC;
+    ifd.aspect = ifd.aspect != nullptr ? STR_save(ifd.aspect) : nullptr;
+    copy_name(ifd.image);
+    copy_name(ifd.matte);
+    copy_name(ifd.aux);
+    copy_name(ifd.index);
+  }
+  g_last_error.clear();
+  object_ = request.images != nullptr ? ORX_open(&request, "w") : nullptr;
+  ORX_info_cleanup(&request, 1);
+  return object_ != nullptr;
+}
+
+// Images after the first are reached through their own private data (the
+// library's scan calls address the first image of a file).
+bool Image::read_row(int i, int32_t y, void ***rows) {
+  if (i == 0) return ORX_scan_read(object_, y, rows) == 0;
+  return object_->scan(object_->private_cell[i], y, rows) == 0;
+}
+
+bool Image::write_row(int i, int32_t y, void **rows) {
+  if (i == 0) return ORX_scan_write(object_, y, rows) == 0;
+  return object_->scan(object_->private_cell[i], y, rows) == 0;
+}
+
+bool Image::close() {
+  if (object_ == nullptr) return true;
+  ORX_OBJECT *o = object_;
+  object_ = nullptr;
+  return ORX_close(o) == 0;
+}
+
+int width_of(const ORX_IFD &ifd) { return ifd.window.right - ifd.window.left + 1; }
+int height_of(const ORX_IFD &ifd) { return ifd.window.top - ifd.window.bottom + 1; }
+int channels_of(const ORX_IFD &ifd) {
+  return ifd.image.count + ifd.matte.count + ifd.aux.count;
+}
+
+const ORX_CHANNELS &group_of(const ORX_IFD &ifd, int c) {
+  if (c < ifd.image.count) return ifd.image;
+  if (c < ifd.image.count + ifd.matte.count) return ifd.matte;
+  return ifd.aux;
+}
+
+double sample(const ORX_CHANNELS &g, const void *row, int x) {
+  const auto *p = static_cast<const unsigned char *>(row);
+  if (g.type == ORX_C_FLOAT) {
+    float f;
+    std::memcpy(&f, p + 4 * x, 4);
+    return f;
+  }
+  if (g.type == ORX_C_DOUBLE) {
+    double d;
+    std::memcpy(&d, p + 8 * x, 8);
+    return d;
+  }
+  const double scale = std::ldexp(1.0, g.bits > 0 ? g.bits : 8) - 1.0;
+  if (g.bits <= 8) return p[x] / scale;
+  if (g.bits <= 16) {
+    uint16_t v;
+    std::memcpy(&v, p + 2 * x, 2);
+    return v / scale;
+  }
+  uint32_t v;
+  std::memcpy(&v, p + 4 * x, 4);
+  return v / scale;
+}
+
+void store(const ORX_CHANNELS &g, void *row, int x, double v) {
+  auto *p = static_cast<unsigned char *>(row);
+  if (g.type == ORX_C_FLOAT) {
+    const auto f = static_cast<float>(v);
+    std::memcpy(p + 4 * x, &f, 4);
+    return;
+  }
+  if (g.type == ORX_C_DOUBLE) {
+    std::memcpy(p + 8 * x, &v, 8);
+    return;
+  }
+  const double scale = std::ldexp(1.0, g.bits > 0 ? g.bits : 8) - 1.0;
+  const double clamped = v < 0.0 ? 0.0 : v > 1.0 ? 1.0 : v;
+  const auto q = static_cast<uint32_t>(clamped * scale + 0.5);
+  if (g.bits <= 8) {
+    p[x] = static_cast<unsigned char>(q);
+  } else if (g.bits <= 16) {
+    const auto w = static_cast<uint16_t>(q);
+    std::memcpy(p + 2 * x, &w, 2);
+  } else {
+    std::memcpy(p + 4 * x, &q, 4);
+  }
+}
+
+const char *type_name(int32_t type) {
+  switch (type) {
+    case ORX_C_INTEGER: return "integer";
+    case ORX_C_FLOAT: return "float";
+    case ORX_C_DOUBLE: return "double";
+    default: return "unknown";
+  }
+}
+
+}  // namespace orx::tool

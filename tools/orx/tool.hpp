@@ -1,0 +1,71 @@
+// Shared pieces of the orx tool: messages, opened images and samples.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "orx/err.h"
+#include "orx/orx.h"
+#include "orx/plugin.h"
+
+namespace orx::tool {
+
+// Exit statuses of every sub-command.
+constexpr int kOk = 0;
+constexpr int kDifferent = 1;  // diff: outside the thresholds
+constexpr int kFailed = 2;
+
+// Declares the tool's handler: warnings and errors go to standard error as
+// "orx: message"; verbose also shows information and debug notes.
+void install_reporting(bool verbose);
+// The newest error message the library reported, or "".
+const std::string &last_error();
+
+// Prints "orx: what: reason" for a failure and returns kFailed.
+int complain(const std::string &what, const std::string &reason = "");
+
+// An image open for reading or writing; closed when it goes out of scope.
+class Image {
+ public:
+  Image() = default;
+  ~Image() { close(); }
+  Image(const Image &) = delete;
+  Image &operator=(const Image &) = delete;
+
+  // Opens path for reading; type is a format key or "" to let the library
+  // choose.  False after reporting.
+  bool open_read(const std::string &path, const std::string &type);
+  // Opens path for writing with the descriptors and texts of like.
+  bool open_write(const std::string &path, const std::string &type, const ORX_INFO &like);
+
+  ORX_OBJECT *get() const { return object_; }
+  const ORX_INFO &info() const { return object_->info; }
+  int images() const { return object_->info.image_count; }
+  const ORX_IFD &ifd(int i) const { return object_->info.images[i]; }
+
+  // Reads row y of image i; the rows (one per channel) belong to the format.
+  bool read_row(int i, int32_t y, void ***rows);
+  // Writes row y of image i from the caller's rows.
+  bool write_row(int i, int32_t y, void **rows);
+  // Closes the file; false when completing it failed.
+  bool close();
+
+ private:
+  ORX_OBJECT *object_ = nullptr;
+};
+
+// Width, height and channel count of a descriptor's window.
+int width_of(const ORX_IFD &ifd);
+int height_of(const ORX_IFD &ifd);
+int channels_of(const ORX_IFD &ifd);
+// The group of channel c (image, matte, auxiliary, in that order).
+const ORX_CHANNELS &group_of(const ORX_IFD &ifd, int c);
+// Sample x of a channel row as a value from 0 to 1 (integers) or as stored
+// (floating point), and the reverse.
+double sample(const ORX_CHANNELS &g, const void *row, int x);
+void store(const ORX_CHANNELS &g, void *row, int x, double v);
+// "integer", "float" or "double".
+const char *type_name(int32_t type);
+
+}  // namespace orx::tool
