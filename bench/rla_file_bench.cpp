@@ -5,6 +5,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -126,5 +127,51 @@ void BM_RlaRead(benchmark::State &state) {
 ORX_RLA_FILE_BENCH(std::uint8_t);
 ORX_RLA_FILE_BENCH(std::uint16_t);
 ORX_RLA_FILE_BENCH(float);
+
+}  // namespace
+
+namespace {
+
+// Decode and encode of a given file through the RLA functions alone, the
+// floor for a converter such as `orx copy`: ORX_BENCH_COPY_FILE=path.
+void BM_RlaCopyFile(benchmark::State &state) {
+  const char *in_path = std::getenv("ORX_BENCH_COPY_FILE");
+  if (in_path == nullptr) {
+    state.SkipWithError("set ORX_BENCH_COPY_FILE to an RLA file");
+    return;
+  }
+  const std::string out_path =
+      (std::filesystem::temp_directory_path() / "orx-bench-copy.rla").string();
+  std::int64_t bytes = 0;
+  for (auto _ : state) {
+    ORX_OBJECT *in = object_for(in_path, ORX_ACCESS_READ);
+    if (!ORX_rla_r_open(in)) {
+      orx__free_obj(in);
+      state.SkipWithError("cannot read the file");
+      return;
+    }
+    ORX_OBJECT *out = object_for(out_path, ORX_ACCESS_WRITE);
+    out->info.image_count = 1;
+    out->info.images = static_cast<ORX_IFD *>(ERR_malloc(sizeof(ORX_IFD)));
+    out->info.images[0] = in->info.images[0];
+    ORX_IFD &ifd = out->info.images[0];
+    ifd.aspect = nullptr;
+    ifd.image.name = ifd.matte.name = ifd.aux.name = ifd.index.name = nullptr;
+    ORX_rla_w_open(out);
+    uint32_t row_bytes = 0;
+    void **probe = ORX_chan_alloc(&ifd, ifd.window.right - ifd.window.left + 1, "bench", &row_bytes);
+    ORX_chan_free(probe);
+    for (int y = ifd.window.bottom; y <= ifd.window.top; ++y) {
+      void **rows = nullptr;
+      in->scan(in->private_cell[0], y, &rows);
+      out->scan(out->private_cell[0], y, rows);
+      bytes += row_bytes;
+    }
+    in->close(in, 0);
+    out->close(out, 0);
+  }
+  state.SetBytesProcessed(bytes);
+}
+BENCHMARK(BM_RlaCopyFile)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
