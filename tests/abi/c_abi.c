@@ -4,10 +4,13 @@
 #include <string.h>
 
 #include "orx/byt.h"
+#include "orx/capability.h"
 #include "orx/clr.h"
 #include "orx/err.h"
 #include "orx/export.h"
 #include "orx/fmt.h"
+#include "orx/multiframe.h"
+#include "orx/naming.h"
 #include "orx/orx.h"
 #include "orx/plugin.h"
 #include "orx/ptr.h"
