@@ -294,7 +294,11 @@ int ORX_init(void *message_catalogue, ORX_PLUGIN_ENUM plugins) {
   r.plugin_count = r.count;
   if (const int status = add_builtins(r, capacity); status != 0)
     return init_failed(status == -1 ? orx__err : status);
-  for (int32_t i = 0; i < r.count; ++i) validate_capabilities(&r.records[i].pub);
+  // A table that cannot be completed for want of memory fails the whole
+  // initialisation, like any other exhausted allocation here.
+  for (int32_t i = 0; i < r.count; ++i)
+    if (!validate_capabilities(&r.records[i].pub) && orx__err == ORX_E_NO_MEMORY)
+      return init_failed(ORX_E_NO_MEMORY);
   multiframe_init(multiframe_limit());
   return orx__err;
 }
@@ -304,6 +308,7 @@ int ORX_exit(void) {
   Registry &r = g_registry;
   if (!r.initialised) return 0;
   multiframe_exit();
+  release_capabilities();
   for (int32_t i = 0; i < r.plugin_count; ++i)
     if (r.records[i].done != nullptr) r.records[i].done();
   for (int32_t i = 0; i < r.count; ++i) release_record(r.records[i]);

@@ -67,8 +67,16 @@ static int scan_write(void *data, int32_t line, void *in) {
   return line < 0 || line >= kSide ? -2 : 0;
 }
 
+static int close_calls;
+static intptr_t last_close_argument = -1;
+
+/* Closes seen by the format and the argument of the last one. */
+int test_plugin_close_calls(void) { return close_calls; }
+intptr_t test_plugin_last_close_argument(void) { return last_close_argument; }
+
 static int close_object(ORX_OBJECT *object, intptr_t argument) {
-  (void)argument;
+  ++close_calls;
+  last_close_argument = argument;
   orx__free_obj(object);
   return 0;
 }
@@ -78,6 +86,55 @@ static void **private_cell(void) {
   cell[0] = &lines;
   return cell;
 }
+
+#ifdef PLUGIN_MULTI_FRAME
+/* Frame and playback slots: each checks that it got the private data and
+ * answers with a value that shows which slot ran with which arguments.
+ * Files whose name contains "still" hold no frames. */
+static int32_t current_frame;
+
+static int get_frame(void *data, int32_t frame) {
+  (void)frame;
+  return data == &lines ? current_frame : -99;
+}
+
+static int set_frame(void *data, int32_t frame) {
+  if (data != &lines) return -99;
+  current_frame = frame;
+  return 0;
+}
+
+static int answer(void *data, int base, intptr_t a1, intptr_t a2, intptr_t a3) {
+  return data == &lines ? base + (int)(a1 + 10 * a2 + 100 * a3) : -99;
+}
+static int bind(void *d, intptr_t a1, intptr_t a2, intptr_t a3) {
+  return answer(d, 1000, a1, a2, a3);
+}
+static int go_to(void *d, intptr_t a1, intptr_t a2, intptr_t a3) {
+  return answer(d, 2000, a1, a2, a3);
+}
+static int play(void *d, intptr_t a1, intptr_t a2, intptr_t a3) {
+  return answer(d, 3000, a1, a2, a3);
+}
+static int params(void *d, intptr_t a1, intptr_t a2, intptr_t a3) {
+  return answer(d, 4000, a1, a2, a3);
+}
+static int stop(void *d, intptr_t a1, intptr_t a2, intptr_t a3) {
+  return answer(d, 5000, a1, a2, a3);
+}
+
+static void add_playback(ORX_OBJECT *object) {
+  const char *handle = object->info.handle;
+  object->info.frame_count = handle != NULL && strstr(handle, "still") != NULL ? 0 : 24;
+  object->playback_bind = bind;
+  object->playback_goto = go_to;
+  object->playback_play = play;
+  object->playback_params = params;
+  object->playback_stop = stop;
+  object->get_frame = get_frame;
+  object->set_frame = set_frame;
+}
+#endif
 
 int imageReadOpen(ORX_OBJECT *object) {
   /* The descriptors belong to the object, so they come from the library's
@@ -99,6 +156,9 @@ int imageReadOpen(ORX_OBJECT *object) {
   object->private_cell = cell;
   object->scan = scan_read;
   object->close = close_object;
+#ifdef PLUGIN_MULTI_FRAME
+  add_playback(object);
+#endif
   return 1;
 }
 
@@ -119,4 +179,66 @@ uint8_t imageIsFile(const char *name, FILE *stream) {
   (void)stream;
   return n >= m && strcmp(name + n - m, PLUGIN_IS_FILE_SUFFIX) == 0;
 }
+#endif
+
+#ifdef PLUGIN_CAPABILITIES
+/* A capability table: a list capability "compression" whose second entry
+ * takes its second name and whose third has only a second name, and a value
+ * capability named by its second name.  Variants break it on purpose. */
+#ifndef PLUGIN_CAP_DEFAULT
+#define PLUGIN_CAP_DEFAULT 1
+#endif
+static ORX_CAP_LIST_ENTRY compression_values[] = {
+    {0, "none", 0, NULL},
+    {1, "rle", 1, "Run length"},
+#ifdef PLUGIN_CAP_LIST_NAMELESS
+    {2, NULL, 1, NULL},
+#else
+    {2, NULL, 1, "Zip"},
+#endif
+    {0, NULL, 0, NULL},
+};
+static ORX_CAP_LIST compression = {PLUGIN_CAP_DEFAULT, 0, compression_values};
+static ORX_CAP_ENTRY capabilities[] = {
+    {7, "compression", 0, NULL, 0, &compression, 0},
+#ifdef PLUGIN_CAP_NAMELESS
+    {8, NULL, 0, "ignored without the flag", 1, NULL, 0},
+#else
+    {8, "q", 1, "Quality", 1, NULL, 0},
+#endif
+};
+
+void imageCapability(ORX_CAP_ENTRY **table, int32_t *first, int32_t *second, int32_t *count) {
+  *table = capabilities;
+  *first = PLUGIN_CAP_FIRST;
+  *second = PLUGIN_CAP_SECOND;
+  *count = 2;
+}
+
+/* The table itself, for the tests to inspect after validation. */
+ORX_CAP_ENTRY *test_plugin_capabilities(void) { return capabilities; }
+
+uint8_t imageCapsAvailUpdate(intptr_t argument, uint8_t flag) {
+  return (uint8_t)(argument + flag);
+}
+#endif
+
+#ifdef PLUGIN_POPUP
+/* A settings dialog; the popdown records its arguments. */
+static intptr_t popdown_args[4];
+static int popdown_calls;
+
+int imagePrivateUIPopup(intptr_t a) { return (int)(a * 2); }
+intptr_t test_plugin_popdown_arg(int i) { return popdown_args[i]; }
+int test_plugin_popdown_calls(void) { return popdown_calls; }
+#if PLUGIN_POPUP > 1
+int imagePrivateUIPopdown(intptr_t a, intptr_t b, intptr_t c, intptr_t d) {
+  popdown_args[0] = a;
+  popdown_args[1] = b;
+  popdown_args[2] = c;
+  popdown_args[3] = d;
+  ++popdown_calls;
+  return 77;
+}
+#endif
 #endif
