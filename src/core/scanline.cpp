@@ -156,13 +156,11 @@ int ORX_close(ORX_OBJECT *object) {
   if (object == nullptr) return orx__err = ORX_E_FIELD_MISSING;
   lock_of(object).lock();
   orx::platform::Lock library(library_mutex());
-  if (multiframe_close(object)) {
-    lock_of(object).unlock();
-    return 0;
-  }
-  // The close function frees the object and its mutex, so the mutex is
-  // given back first; the library mutex keeps other opens and closes out.
+  // The close function (reached directly or through the multi-frame cache)
+  // frees the object and its mutex, so the mutex is given back first; the
+  // library mutex keeps other opens and closes out.
   lock_of(object).unlock();
+  if (ORX_multiframe_used() != 0) return ORX_multiframe_set_closed(object);
   if (object->close == nullptr) {
     orx__free_obj(object);
     return orx__err = ORX_E_UNSUPPORTED;
