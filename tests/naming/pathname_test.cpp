@@ -1,0 +1,123 @@
+#include <climits>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "naming/naming_support.hpp"
+#include "orx/err.h"
+
+namespace {
+
+using PathnameBuild = orx::test::NamingTest;
+
+// The built name, "(null)" when building failed.
+std::string from_syntax(const char *syntax, const char *base, int32_t frame,
+                        const char *extension) {
+  char *name = ORX_pathname_build_from_name_syntax(syntax, base, frame, extension);
+  if (name == nullptr) return "(null)";
+  std::string s = name;
+  ERR_free(name);
+  return s;
+}
+
+std::string from_format(const char *format, const char *base, int32_t frame,
+                        const char *extension) {
+  char *name = ORX_pathname_build_no_name_syntax(format, base, frame, extension);
+  if (name == nullptr) return "(null)";
+  std::string s = name;
+  ERR_free(name);
+  return s;
+}
+
+TEST_F(PathnameBuild, BuiltInSyntaxPadsTheFrameAndKeepsOneExtensionDot) {
+  EXPECT_EQ(from_syntax("Name.####.Ext", "shot", 7, ".rla"), "shot.0007.rla");
+  EXPECT_EQ(orx__err, ORX_OK);
+  EXPECT_EQ(from_syntax("name.####.ext", "shot", 7, "rla"), "shot.0007.rla");
+  EXPECT_EQ(from_syntax("name..####..ext", "shot", 7, ".rla"), "shot..0007..rla");
+  EXPECT_EQ(from_syntax("name.####ext", "shot", 7, ".rla"), "shot.0007.rla");
+  EXPECT_EQ(from_syntax("name.####_ext", "shot", 7, ".rla"), "shot.0007_.rla");
+  EXPECT_EQ(from_syntax("name_##", "Shot", 3, ".rla"), "Shot_03");  // no extension token
+  EXPECT_EQ(from_syntax("####", "shot", 12, ".rla"), "0012");
+  EXPECT_EQ(from_syntax("name.name.ext", "a", 1, ".x"), "a.a.x");
+  EXPECT_EQ(from_syntax("name", nullptr, 1, nullptr), "");
+}
+
+TEST_F(PathnameBuild, WideAndNegativeFramesKeepAllDigitsAndTheirSign) {
+  EXPECT_EQ(from_syntax("name.####.ext", "s", 123456, ".rla"), "s.123456.rla");
+  EXPECT_EQ(from_syntax("name.####.ext", "s", 0, ".rla"), "s.0000.rla");
+  EXPECT_EQ(from_syntax("name.####.ext", "s", -7, ".rla"), "s.-0007.rla");
+  EXPECT_EQ(from_syntax("name.#.ext", "s", -7, ".rla"), "s.-7.rla");
+  EXPECT_EQ(from_syntax("name.#", "s", INT32_MIN, nullptr), "s.-2147483648");
+  EXPECT_EQ(from_syntax("name.#", "s", INT32_MAX, nullptr), "s.2147483647");
+  EXPECT_EQ(from_syntax(("name." + std::string(40, '#')).c_str(), "s", 5, nullptr),
+            "s." + std::string(39, '0') + "5");
+}
+
+TEST_F(PathnameBuild, AbsentExtensionTakesItsSeparatorAlong) {
+  EXPECT_EQ(from_syntax("name.####.ext", "shot", 7, nullptr), "shot.0007");
+  EXPECT_EQ(from_syntax("name.####.ext", "shot", 7, ""), "shot.0007");
+  EXPECT_EQ(from_syntax("ext.name", "shot", 7, ""), ".shot");
+  EXPECT_EQ(from_format("%s.%04.4d%s", "shot", 7, nullptr), "shot.0007");
+}
+
+TEST_F(PathnameBuild, InvalidOrEmptySyntaxGivesNullWithItsStatus) {
+  EXPECT_EQ(from_syntax("name.##.##", "s", 1, ".x"), "(null)");
+  EXPECT_EQ(orx__err, ORX_E_BAD_SYNTAX);
+  EXPECT_EQ(from_syntax("dir/name", "s", 1, ".x"), "(null)");
+  EXPECT_EQ(orx__err, ORX_E_BAD_SYNTAX);
+  EXPECT_EQ(from_syntax("", "s", 1, ".x"), "(null)");
+  EXPECT_EQ(orx__err, ORX_E_EMPTY_SYNTAX);
+  EXPECT_EQ(from_syntax(nullptr, "s", 1, ".x"), "(null)");
+  EXPECT_EQ(orx__err, ORX_E_EMPTY_SYNTAX);
+}
+
+// The built-in formats publish both forms; hosts get the same names either way.
+TEST_F(PathnameBuild, DefaultFormatStringAgreesWithTheBuiltInSyntax) {
+  for (int32_t frame : {0, 7, 42, 9999, 10000, 123456, -1, -7, -12345, INT32_MIN, INT32_MAX}) {
+    for (const char *extension : {".rla", ".mem", "", static_cast<const char *>(nullptr)}) {
+      SCOPED_TRACE(frame);
+      EXPECT_EQ(from_format("%s.%04.4d%s", "shot", frame, extension),
+                from_syntax("Name.####.Ext", "shot", frame, extension));
+    }
+  }
+}
+
+TEST_F(PathnameBuild, FormatStringTakesBaseFrameAndExtensionInThatOrderOnly) {
+  EXPECT_EQ(from_format("%s.%04d", "shot", 7, ".rla"), "shot.0007");
+  EXPECT_EQ(from_format("%s", "shot", 7, ".rla"), "shot");
+  EXPECT_EQ(from_format("%-6s|%+d%%%s", "ab", 3, ".x"), "ab    |+3%.x");
+  EXPECT_EQ(from_format("img_%s_%3d%s", nullptr, 7, ".x"), "img__  7.x");
+  for (const char *bad : {"plain", "%d%s", "%s%s%s", "%s%d%s%s", "%s%*d", "%s%ld", "%n",
+                          "%s%", "%+s", "%0s", "%s%99999d", "%s%.99999d", "%s%x", "%s%c"}) {
+    SCOPED_TRACE(bad);
+    EXPECT_EQ(from_format(bad, "s", 1, ".x"), "(null)");
+    EXPECT_EQ(orx__err, ORX_E_BAD_SYNTAX);
+  }
+  EXPECT_EQ(from_format("", "s", 1, ".x"), "(null)");
+  EXPECT_EQ(orx__err, ORX_E_EMPTY_SYNTAX);
+  EXPECT_EQ(from_format(nullptr, "s", 1, ".x"), "(null)");
+  EXPECT_EQ(orx__err, ORX_E_EMPTY_SYNTAX);
+}
+
+TEST_F(PathnameBuild, OutOfMemoryGivesNullStatusAndNoLeak) {
+  const long syntax_allocations = orx::test::for_each_allocation_failure([] {
+    orx::naming::reset();
+    char *name = ORX_pathname_build_from_name_syntax("name.####.ext", "shot", 7, ".rla");
+    if (name == nullptr) {
+      EXPECT_EQ(orx__err, ORX_E_NO_MEMORY);
+    }
+    ERR_free(name);
+    return name != nullptr;
+  });
+  EXPECT_EQ(syntax_allocations, 3);  // copy, tokens, result
+  orx::test::for_each_allocation_failure([] {
+    char *name = ORX_pathname_build_no_name_syntax("%s.%04.4d%s", "shot", 7, ".rla");
+    if (name == nullptr) {
+      EXPECT_EQ(orx__err, ORX_E_NO_MEMORY);
+    }
+    ERR_free(name);
+    return name != nullptr;
+  });
+}
+
+}  // namespace
