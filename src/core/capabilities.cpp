@@ -41,7 +41,8 @@ constexpr int32_t kOwnedGrowBy = 16;
 bool own_second_name(char **slot, const char *second) {
   if (g_owned.count == g_owned.capacity) {
     const auto bytes = static_cast<uint64_t>(g_owned.capacity + kOwnedGrowBy) * sizeof(OwnedName);
-    auto *grown = static_cast<OwnedName *>(ERR_realloc(g_owned.names, static_cast<uint32_t>(bytes)));
+    auto *grown =
+        static_cast<OwnedName *>(ERR_realloc(g_owned.names, static_cast<uint32_t>(bytes)));
     if (grown == nullptr) {
       orx__err = ORX_E_NO_MEMORY;
       return false;
@@ -67,12 +68,17 @@ bool settle_name(Entry &entry) {
   return own_second_name(&entry.name, entry.second_name);
 }
 
+// The end mark of a list: an entry with neither a name nor a second name.
+bool ends_list(const ORX_CAP_LIST_ENTRY &entry) {
+  return entry.name == nullptr && entry.has_second == 0;
+}
+
 // Walk a list capability: names settled, entries counted, default checked.
 bool validate_list(const char *key, int32_t index, const ORX_CAP_ENTRY &cap) {
   ORX_CAP_LIST &list = *cap.list;
   bool default_found = false;
   int32_t n = 0;
-  for (; list.entries[n].name != nullptr || list.entries[n].has_second != 0; ++n) {
+  for (; list.entries != nullptr && !ends_list(list.entries[n]); ++n) {
     ORX_CAP_LIST_ENTRY &entry = list.entries[n];
     if (!settle_name(entry)) return false;
     if (entry.name == nullptr) {

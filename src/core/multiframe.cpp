@@ -21,8 +21,8 @@ struct Entry {
   char *handle;                // owned copy of the request's handle
   ORX_CAP_SETTING **settings;  // deep copy of the request's settings
   ORX_OBJECT *object;
-  int32_t open_count;          // holders that have not closed it yet
-  std::int64_t modified;       // the file's modification time when entered
+  int32_t open_count;     // holders that have not closed it yet
+  std::int64_t modified;  // the file's modification time when entered
 };
 
 struct Cache {

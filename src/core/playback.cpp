@@ -54,23 +54,23 @@ int ORX_set_frame(ORX_OBJECT *object, int32_t frame) {
 }
 
 int ORX_playback_bind(ORX_OBJECT *object, intptr_t a1, intptr_t a2, intptr_t a3) {
-  return orx::core::playback_call(object, &ORX_OBJECT::playback_bind, orx::Msg::kPlaybackBind,
-                                  a1, a2, a3);
+  return orx::core::playback_call(object, &ORX_OBJECT::playback_bind, orx::Msg::kPlaybackBind, a1,
+                                  a2, a3);
 }
 
 int ORX_playback_goto(ORX_OBJECT *object, intptr_t a1, intptr_t a2, intptr_t a3) {
-  return orx::core::playback_call(object, &ORX_OBJECT::playback_goto, orx::Msg::kPlaybackGoto,
-                                  a1, a2, a3);
+  return orx::core::playback_call(object, &ORX_OBJECT::playback_goto, orx::Msg::kPlaybackGoto, a1,
+                                  a2, a3);
 }
 
 int ORX_playback_params(ORX_OBJECT *object, intptr_t a1, intptr_t a2, intptr_t a3) {
-  return orx::core::playback_call(object, &ORX_OBJECT::playback_params,
-                                  orx::Msg::kPlaybackParams, a1, a2, a3);
+  return orx::core::playback_call(object, &ORX_OBJECT::playback_params, orx::Msg::kPlaybackParams,
+                                  a1, a2, a3);
 }
 
 int ORX_playback_play(ORX_OBJECT *object, intptr_t a1, intptr_t a2, intptr_t a3) {
-  return orx::core::playback_call(object, &ORX_OBJECT::playback_play, orx::Msg::kPlaybackPlay,
-                                  a1, a2, a3);
+  return orx::core::playback_call(object, &ORX_OBJECT::playback_play, orx::Msg::kPlaybackPlay, a1,
+                                  a2, a3);
 }
 
 int ORX_playback_stop(ORX_OBJECT *object) {

@@ -32,7 +32,8 @@ void free_copy(ORX_CAP_SETTING **copy) {
 }
 
 ORX_CAP_ENTRY *table_of(const PluginSet &set, std::size_t i) {
-  auto fn = reinterpret_cast<ORX_CAP_ENTRY *(*)()>(dlsym(set.handle(i), "test_plugin_capabilities"));
+  auto fn =
+      reinterpret_cast<ORX_CAP_ENTRY *(*)()>(dlsym(set.handle(i), "test_plugin_capabilities"));
   return fn != nullptr ? fn() : nullptr;
 }
 
