@@ -114,6 +114,17 @@ ORX_API char *ORX_pathname_build_from_name_syntax(const char *syntax, const char
 ORX_API char *ORX_pathname_build_no_name_syntax(const char *format, const char *base,
                                                 int32_t frame, const char *extension);
 
+/* Looks for the frames first..last of a sequence in directory: builds each
+ * frame's name as ORX_pathname_build_from_name_syntax does, joined to
+ * directory with "/" (NULL or "" means the current directory), and checks
+ * that the file exists.  When exists is not NULL it receives last - first + 1
+ * flags, 1 for a frame found, in frame order.  Returns the number of frames
+ * found (0 when last < first), or -1 with orx__err set as the builder sets
+ * it; after -1 the flags are only partly written. */
+ORX_API int32_t ORX_pathname_probe_frames(const char *directory, const char *syntax,
+                                          const char *base, const char *extension, int32_t first,
+                                          int32_t last, uint8_t *exists);
+
 ORX_END_DECLS
 
 #endif /* ORX_NAMING_H */

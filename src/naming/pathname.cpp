@@ -10,6 +10,7 @@
 #include "err/heap.hpp"
 #include "orx/err.h"
 #include "orx/naming.h"
+#include "platform/platform.hpp"
 
 namespace orx::naming {
 namespace {
@@ -113,6 +114,39 @@ bool format_is_usable(const char *format) {
   return used > 0;
 }
 
+// Tokens of syntax, or null with orx__err set; the caller releases them.
+ORX_NAME_TOKEN *parse(const char *syntax) {
+  if (syntax == nullptr) {
+    fail(ORX_E_EMPTY_SYNTAX);
+    return nullptr;
+  }
+  ORX_NAME_TOKEN *tokens = nullptr;
+  return ORX_parse_name_syntax(syntax, &tokens, 0) != 0 ? tokens : nullptr;
+}
+
+// The name the tokens give, after folder and a "/" when folder is not empty;
+// a new string, or null with orx__err -10.
+char *build(const ORX_NAME_TOKEN *tokens, std::string_view folder, std::string_view base,
+            int32_t frame, std::string_view extension) {
+  const auto walk = [&](Out &out) {
+    if (!folder.empty()) {
+      out.put(folder);
+      if (!folder.ends_with('/')) out.put("/");
+    }
+    emit(tokens, base, frame, extension, out);
+  };
+  Out measure;
+  walk(measure);
+  const std::size_t capacity = measure.length() + 1;
+  auto *name = static_cast<char *>(heap::allocate(capacity));
+  if (name == nullptr) return fail(ORX_E_NO_MEMORY);
+  Out write(name, capacity);
+  walk(write);
+  name[write.length()] = '\0';
+  orx__err = ORX_OK;
+  return name;
+}
+
 }  // namespace
 }  // namespace orx::naming
 
@@ -121,23 +155,36 @@ extern "C" {
 char *ORX_pathname_build_from_name_syntax(const char *syntax, const char *base, int32_t frame,
                                           const char *extension) {
   using namespace orx::naming;
-  if (syntax == nullptr) return fail(ORX_E_EMPTY_SYNTAX);
-  ORX_NAME_TOKEN *tokens = nullptr;
-  if (ORX_parse_name_syntax(syntax, &tokens, 0) == 0) return nullptr;
-  Out measure;
-  emit(tokens, or_empty(base), frame, or_empty(extension), measure);
-  const std::size_t capacity = measure.length() + 1;
-  auto *name = static_cast<char *>(orx::heap::allocate(capacity));
-  if (name == nullptr) {
-    orx::heap::release(tokens);
-    return fail(ORX_E_NO_MEMORY);
-  }
-  Out write(name, capacity);
-  emit(tokens, or_empty(base), frame, or_empty(extension), write);
-  name[write.length()] = '\0';
+  ORX_NAME_TOKEN *tokens = parse(syntax);
+  if (tokens == nullptr) return nullptr;
+  char *name = build(tokens, {}, or_empty(base), frame, or_empty(extension));
   orx::heap::release(tokens);
-  orx__err = ORX_OK;
   return name;
+}
+
+int32_t ORX_pathname_probe_frames(const char *directory, const char *syntax, const char *base,
+                                  const char *extension, int32_t first, int32_t last,
+                                  uint8_t *exists) {
+  using namespace orx::naming;
+  ORX_NAME_TOKEN *tokens = parse(syntax);
+  if (tokens == nullptr) return -1;
+  const std::string_view folder = or_empty(directory);
+  int32_t found = 0;
+  for (int64_t frame = first; frame <= last; ++frame) {
+    char *path = build(tokens, folder, or_empty(base), static_cast<int32_t>(frame),
+                       or_empty(extension));
+    if (path == nullptr) {
+      found = -1;
+      break;
+    }
+    const bool present = orx::platform::file_exists(path);
+    orx::heap::release(path);
+    if (exists != nullptr) exists[static_cast<std::size_t>(frame - first)] = present ? 1 : 0;
+    found += present ? 1 : 0;
+  }
+  orx::heap::release(tokens);
+  if (found >= 0) orx__err = ORX_OK;
+  return found;
 }
 
 char *ORX_pathname_build_no_name_syntax(const char *format, const char *base, int32_t frame,

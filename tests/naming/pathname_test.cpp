@@ -1,4 +1,5 @@
 #include <climits>
+#include <cstdio>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -117,6 +118,53 @@ TEST_F(PathnameBuild, OutOfMemoryGivesNullStatusAndNoLeak) {
     }
     ERR_free(name);
     return name != nullptr;
+  });
+}
+
+}  // namespace
+
+namespace {
+
+using PathnameProbe = orx::test::NamingTest;
+
+void touch(const std::string &path) {
+  std::FILE *f = std::fopen(path.c_str(), "w");
+  ASSERT_NE(f, nullptr);
+  std::fclose(f);
+}
+
+TEST_F(PathnameProbe, ReportsWhichFramesOfASequenceExist) {
+  orx::test::TempDir dir;
+  touch(dir.file("shot.0001.rla"));
+  touch(dir.file("shot.0003.rla"));
+  touch(dir.file("shot.0004.tif"));
+  uint8_t exists[5] = {9, 9, 9, 9, 9};
+  EXPECT_EQ(ORX_pathname_probe_frames(dir.path().c_str(), "Name.####.Ext", "shot", ".rla", 0, 4,
+                                      exists),
+            2);
+  EXPECT_EQ(orx__err, ORX_OK);
+  EXPECT_EQ(std::string(exists, exists + 5), std::string({0, 1, 0, 1, 0}));
+  const std::string slashed = dir.path() + "/";
+  EXPECT_EQ(ORX_pathname_probe_frames(slashed.c_str(), "name.####.ext", "shot", ".rla", 1, 1,
+                                      nullptr),
+            1);
+  EXPECT_EQ(ORX_pathname_probe_frames(dir.path().c_str(), "name.####.ext", "shot", ".rla", 4, 3,
+                                      nullptr),
+            0);
+  EXPECT_EQ(ORX_pathname_probe_frames(dir.path().c_str(), "name/####", "shot", ".rla", 0, 4,
+                                      exists),
+            -1);
+  EXPECT_EQ(orx__err, ORX_E_BAD_SYNTAX);
+  orx::test::for_each_allocation_failure([&] {
+    orx::naming::reset();
+    const int32_t found = ORX_pathname_probe_frames(dir.path().c_str(), "name.####.ext", "shot",
+                                                    ".rla", 0, 4, exists);
+    if (found < 0) {
+      EXPECT_EQ(orx__err, ORX_E_NO_MEMORY);
+    } else {
+      EXPECT_EQ(found, 2);
+    }
+    return found >= 0;
   });
 }
 
