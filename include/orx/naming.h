@@ -114,6 +114,13 @@ ORX_API char *ORX_pathname_build_from_name_syntax(const char *syntax, const char
 ORX_API char *ORX_pathname_build_no_name_syntax(const char *format, const char *base,
                                                 int32_t frame, const char *extension);
 
+/* Builds a file name for the format named by key (ORX_find): from the
+ * format's name syntax when it has one, else from its format string, with the
+ * format's extension unless its add-extension flag is 0.  Returns a new
+ * string to free with ERR_free, or NULL with orx__err set as the two builders
+ * set it, or -4 with a report for an unknown key. */
+ORX_API char *ORX_pathname_build(const char *key, const char *base, int32_t frame);
+
 /* Looks for the frames first..last of a sequence in directory: builds each
  * frame's name as ORX_pathname_build_from_name_syntax does, joined to
  * directory with "/" (NULL or "" means the current directory), and checks
