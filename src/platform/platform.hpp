@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 namespace orx::platform {
 
@@ -70,6 +71,13 @@ int file_status(const char *path, FileStatus *out);
 bool file_exists(const char *path);
 // Remove a file; 0 on success, else the system error number.
 int remove_file(const char *path);
+
+// A shell command whose standard output is read (mode "r") or whose
+// standard input is written (mode "w") through the returned stream; null when
+// it cannot be started.  close_command waits for it and returns 0 when it
+// exited with status 0.
+std::FILE *open_command(const char *command, const char *mode);
+int close_command(std::FILE *stream);
 
 // Environment.  put_env takes "NAME=value"; the string becomes part of the
 // environment and must stay alive (the caller does not free it).

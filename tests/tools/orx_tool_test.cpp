@@ -95,6 +95,16 @@ TEST_F(OrxTool, FailuresExitTwoWithTheLibrarysMessage) {
   EXPECT_NE(run("frobnicate").status, 0);
 }
 
+TEST_F(OrxTool, StreamsThroughThePipeFormat) {
+  ASSERT_EQ(run("pattern a.rla --size 33x9 --type float").status, 0);
+  Result copy = run("copy a.rla '|cat > b.pipe'");
+  ASSERT_EQ(copy.status, 0) << copy.output;
+  EXPECT_EQ(run("diff a.rla '|cat b.pipe'").status, 0);
+  Result info = run("info - --type pipe < b.pipe");
+  ASSERT_EQ(info.status, 0) << info.output;
+  EXPECT_TRUE(contains(info.output, "format      pipe (pipe)")) << info.output;
+}
+
 TEST_F(OrxTool, FormatsListsTheBuiltInFormats) {
   Result r = run("formats");
   ASSERT_EQ(r.status, 0) << r.output;

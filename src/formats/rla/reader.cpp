@@ -10,6 +10,7 @@
 // forward: a link that does not point past the previous image's offset table
 // is refused as corrupt (message 167), which also ends any cycle.
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -19,6 +20,7 @@
 #include "formats/rla/channels.hpp"
 #include "formats/rla/header.hpp"
 #include "formats/rla/rle.hpp"
+#include "formats/rla/stream.hpp"
 #include "orx/err.h"
 #include "orx/fmt.h"
 #include "orx/orx.h"
@@ -37,6 +39,8 @@ struct ReadFile {
   bool synced = true;          // false after a failed row left the stream elsewhere
   int current = 0;             // the image whose rows were read last
   bool is_stdin = false;
+  bool sequential = false;     // a stream that cannot seek: rows in file order only
+  CloseStream close_stream = nullptr;  // how a sequential stream is closed
 };
 
 // One image of the file.
@@ -55,6 +59,7 @@ struct ReadImage {
   std::uint8_t *table = nullptr;  // offsets as stored, one per active row
   std::uint8_t *decode = nullptr;
   int next_row = 0;
+  int stream_row = 0;  // next stored row of a sequential stream
   long table_position = 0;
 };
 
@@ -76,7 +81,15 @@ void release_all(ReadImage *states, int count) {
   if (states == nullptr) return;
   ReadFile *file = states[0].file;
   for (int i = 0; i < count; ++i) release_image(states[i]);
-  if (file != nullptr && file->stream != nullptr && !file->is_stdin) std::fclose(file->stream);
+  if (file != nullptr && file->stream != nullptr && !file->is_stdin) {
+    if (!file->sequential) {
+      std::fclose(file->stream);
+    } else if (file->close_stream != nullptr && file->close_stream(file->stream) != 0 &&
+               orx__err == 0) {
+      // Reported only when nothing failed before: an earlier failure is the cause.
+      fail(ORX_E_READ, Msg::kCannotRead, states[0].stream_row, "the stream ended in failure");
+    }
+  }
   if (file != nullptr) heap::release(file->buffer);
   heap::release(file);
   heap::release(states);
@@ -177,7 +190,8 @@ int read_header(ORX_OBJECT *object, const char *path, long file_size, long *end,
   const int index = images.count - 1;
   ReadImage &image = images.states[index];
   ORX_IFD &ifd = object->info.images[index];
-  long at = std::ftell(image.file->stream);
+  ReadFile &file = *image.file;
+  long at = file.sequential ? static_cast<long>(file.position) : std::ftell(file.stream);
   HeaderBytes bytes;
   if (at < 0 || std::fread(bytes, 1, kHeaderSize, image.file->stream) != kHeaderSize)
     return not_ours(path);
@@ -196,6 +210,7 @@ int read_header(ORX_OBJECT *object, const char *path, long file_size, long *end,
   image.left_pad = h.active.left - h.window.left;
   image.right_pad = h.window.right - h.active.right;
   image.next_row = h.window.bottom;
+  image.stream_row = h.active.bottom;
   const int rows = active_rows(h);
   const std::size_t table_size = offset_table_size(rows);
   // Plausibility before any allocation the header alone would size.
@@ -210,6 +225,7 @@ int read_header(ORX_OBJECT *object, const char *path, long file_size, long *end,
   if (std::fread(image.table, 1, table_size, image.file->stream) != table_size)
     return not_ours(path);
   *end = image.table_position + static_cast<long>(table_size);
+  if (file.sequential) file.position = static_cast<std::uint32_t>(*end);
 
   const char *who = format_name(object);
   image.kinds = static_cast<Kind *>(
@@ -335,6 +351,37 @@ bool decode_chunk(const ReadImage &image, int channel, std::size_t len) {
   return false;
 }
 
+// Reads and decodes the chunks of row y at the stream's position.
+int read_chunks(ReadImage &image, int32_t y) {
+  ReadFile &file = *image.file;
+  for (int c = 0; c < image.channels; ++c) {
+    std::uint8_t length[2];
+    if (std::fread(length, 1, 2, file.stream) != 2)
+      return fail(ORX_E_READ, Msg::kCannotRead, y, "short read");
+    const auto len = static_cast<std::int16_t>(load_be16(length));
+    if (len < 0 || static_cast<std::size_t>(len) > image.decode_size)
+      return fail(ORX_E_READ, Msg::kCannotRead, y, "chunk too long");
+    const auto n = static_cast<std::size_t>(len);
+    if (std::fread(image.decode, 1, n, file.stream) != n)
+      return fail(ORX_E_READ, Msg::kCannotRead, y, "short read");
+    file.position += static_cast<std::uint32_t>(n + 2);
+    if (!decode_chunk(image, c, n)) return fail(ORX_E_UNDECODABLE, Msg::kCannotDecode, y);
+  }
+  return 0;
+}
+
+// A sequential stream holds the stored rows in ascending order: rows before
+// the wanted one are read past, rows already passed cannot be had again.
+int read_row_in_sequence(ReadImage &image, int32_t y) {
+  if (y < image.stream_row) return fail(ORX_E_BAD_SCANLINE, Msg::kBadScanline, y);
+  while (image.stream_row <= y) {
+    const int32_t row = image.stream_row;
+    if (int status = read_chunks(image, row); status != 0) return status;
+    image.stream_row = row + 1;
+  }
+  return 0;
+}
+
 int read_row(void *data, int32_t y, void *out) {
   auto &image = *static_cast<ReadImage *>(data);
   ReadFile &file = *image.file;
@@ -342,6 +389,13 @@ int read_row(void *data, int32_t y, void *out) {
     return fail(ORX_E_BAD_SCANLINE, Msg::kBadScanline, y);
   if (y < image.active_bottom || y > image.active_top) {
     for (int c = 0; c < image.channels; ++c) fill_zero(image, c);
+    *static_cast<void ***>(out) = image.buffer;
+    orx__err = 0;
+    return 0;
+  }
+  if (file.sequential) {
+    if (int status = read_row_in_sequence(image, y); status != 0) return status;
+    image.next_row = y + 1;
     *static_cast<void ***>(out) = image.buffer;
     orx__err = 0;
     return 0;
@@ -359,19 +413,7 @@ int read_row(void *data, int32_t y, void *out) {
   }
   // Until the row is complete, a failure leaves the stream inside a chunk.
   file.synced = false;
-  for (int c = 0; c < image.channels; ++c) {
-    std::uint8_t length[2];
-    if (std::fread(length, 1, 2, file.stream) != 2)
-      return fail(ORX_E_READ, Msg::kCannotRead, y, "short read");
-    const auto len = static_cast<std::int16_t>(load_be16(length));
-    if (len < 0 || static_cast<std::size_t>(len) > image.decode_size)
-      return fail(ORX_E_READ, Msg::kCannotRead, y, "chunk too long");
-    const auto n = static_cast<std::size_t>(len);
-    if (std::fread(image.decode, 1, n, file.stream) != n)
-      return fail(ORX_E_READ, Msg::kCannotRead, y, "short read");
-    file.position += static_cast<std::uint32_t>(n + 2);
-    if (!decode_chunk(image, c, n)) return fail(ORX_E_UNDECODABLE, Msg::kCannotDecode, y);
-  }
+  if (int status = read_chunks(image, y); status != 0) return status;
   file.synced = true;
   image.next_row = y + 1;
   *static_cast<void ***>(out) = image.buffer;
@@ -380,6 +422,58 @@ int read_row(void *data, int32_t y, void *out) {
 }
 
 }  // namespace
+
+namespace {
+
+int open_stream_images(ORX_OBJECT *object, Images &images, std::FILE *stream,
+                       CloseStream close) {
+  auto *file = static_cast<ReadFile *>(heap::allocate(sizeof(ReadFile)));
+  if (file == nullptr) {
+    if (close != nullptr) close(stream);
+    return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
+  }
+  *file = ReadFile{};
+  file->stream = stream;
+  file->sequential = true;
+  file->close_stream = close;
+  file->is_stdin = close == nullptr;
+  if (!grow(object, images, file)) {
+    if (images.states == nullptr) {
+      if (close != nullptr) close(stream);
+      heap::release(file);
+    }
+    return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
+  }
+  file->buffer = buffer_stream(stream);
+  if (file->buffer == nullptr) return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
+  const char *name = object->info.handle != nullptr ? object->info.handle : "-";
+  Header h;
+  long end = 0;
+  // Only the first image: later headers follow their rows in the stream.
+  if (int status = read_header(object, name, LONG_MAX, &end, images, h); status != 0)
+    return status;
+  auto **cell = static_cast<void **>(heap::allocate(sizeof(void *)));
+  if (cell == nullptr) return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
+  cell[0] = &images.states[0];
+  heap::release(object->private_cell);
+  object->private_cell = cell;
+  return 0;
+}
+
+}  // namespace
+
+int read_open_stream(ORX_OBJECT *object, std::FILE *stream, CloseStream close) {
+  if (object == nullptr || stream == nullptr) return 0;
+  object->info.image_count = 0;
+  Images images;
+  if (open_stream_images(object, images, stream, close) != 0) {
+    release_all(images.states, images.count);
+    return 0;
+  }
+  object->scan = read_row;
+  object->close = close_object;
+  return 1;
+}
 
 void release_reader(ORX_OBJECT *object) {
   if (object->private_cell == nullptr || object->private_cell[0] == nullptr) return;

@@ -10,6 +10,7 @@
 #include "formats/rla/channels.hpp"
 #include "formats/rla/header.hpp"
 #include "formats/rla/rle.hpp"
+#include "formats/rla/stream.hpp"
 #include "orx/err.h"
 #include "orx/orx.h"
 #include "orx/rla.h"
@@ -22,7 +23,8 @@ namespace {
 struct WriteFile {
   std::FILE *stream = nullptr;
   char *buffer = nullptr;  // the stream's buffer, released after closing
-  bool to_stdout = false;
+  bool to_stdout = false;  // a stream that cannot seek back: nothing is patched
+  CloseStream close_stream = nullptr;  // how a given stream is closed at the end
   double start = 0.0;  // tick seconds at open
 };
 
@@ -214,6 +216,14 @@ int write_row(void *data, int32_t y, void *channels) {
 int open_file(ORX_OBJECT *object, WriteImage *states, const char **path) {
   WriteFile &file = *states[0].file;
   const char *name = object->info.handle != nullptr ? object->info.handle : "";
+  if (file.stream != nullptr) {  // given by the caller
+    *path = nullptr;
+    // A stream the object will close gets a large buffer; standard output
+    // outlives the object and keeps its own.
+    if (file.close_stream == nullptr) return 0;
+    file.buffer = buffer_stream(file.stream);
+    return file.buffer != nullptr ? 0 : fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
+  }
   if (std::strcmp(name, "/dev/stdout") == 0) {
     file.stream = stdout;
     file.to_stdout = true;
@@ -286,12 +296,19 @@ void finish_writer(ORX_OBJECT *object) {
   std::FILE *stream = file->stream;
   char *buffer = file->buffer;
   const bool standard = file->to_stdout;
+  const CloseStream close_stream = file->close_stream;
   complete(object, states, count);
   const int status = orx__err;
   release_images(states, count);
   object->private_cell[0] = nullptr;
   if (standard) {
     std::fflush(stream);
+    const bool closed = close_stream == nullptr || close_stream(stream) == 0;
+    heap::release(buffer);
+    if (!closed) {
+      write_failed(object);
+      return;
+    }
   } else {
     const bool closed = std::fclose(stream) == 0;
     heap::release(buffer);
@@ -305,13 +322,15 @@ void finish_writer(ORX_OBJECT *object) {
 
 }  // namespace orx::rla
 
-extern "C" {
+namespace orx::rla {
+namespace {
 
-int ORX_rla_w_open(ORX_OBJECT *object) {
-  using namespace orx::rla;
+// Both opens: a named file, or a stream the caller gives (stream not null).
+int write_open(ORX_OBJECT *object, std::FILE *stream, CloseStream close) {
   if (object == nullptr) return 0;
   const int count = object->info.image_count;
   if (count <= 0 || object->info.images == nullptr) {
+    if (stream != nullptr && close != nullptr) close(stream);
     orx__err = ORX_E_FIELD_MISSING;
     return 0;
   }
@@ -325,10 +344,14 @@ int ORX_rla_w_open(ORX_OBJECT *object) {
     orx::heap::release(cell);
     orx::heap::release(states);
     orx::heap::release(file);
+    if (stream != nullptr && close != nullptr) close(stream);
     orx__err = ORX_E_NO_MEMORY;
     return 0;
   }
   *file = WriteFile{};
+  file->stream = stream;
+  file->to_stdout = stream != nullptr;
+  file->close_stream = close;
   for (std::size_t i = 0; i < n; ++i) {
     states[i] = WriteImage{};
     states[i].file = file;
@@ -340,6 +363,9 @@ int ORX_rla_w_open(ORX_OBJECT *object) {
       std::fclose(file->stream);
       orx::heap::release(file->buffer);
       orx::platform::remove_file(path);
+    } else if (file->close_stream != nullptr) {
+      file->close_stream(file->stream);
+      orx::heap::release(file->buffer);
     }
     release_images(states, count);
     orx::heap::release(cell);
@@ -350,4 +376,15 @@ int ORX_rla_w_open(ORX_OBJECT *object) {
   return 1;
 }
 
-}  // extern "C"
+}  // namespace
+
+int write_open_stream(ORX_OBJECT *object, std::FILE *stream, CloseStream close) {
+  if (stream == nullptr) return 0;
+  return write_open(object, stream, close);
+}
+
+}  // namespace orx::rla
+
+extern "C" int ORX_rla_w_open(ORX_OBJECT *object) {
+  return orx::rla::write_open(object, nullptr, nullptr);
+}

@@ -116,6 +116,16 @@ bool file_exists(const char *path) { return access(path, F_OK) == 0; }
 
 int remove_file(const char *path) { return unlink(path) == 0 ? 0 : errno; }
 
+std::FILE *open_command(const char *command, const char *mode) {
+  std::fflush(nullptr);  // output buffered so far goes before the command's
+  return popen(command, mode);
+}
+
+int close_command(std::FILE *stream) {
+  const int status = pclose(stream);
+  return status == 0 ? 0 : -1;
+}
+
 const char *get_env(const char *name) { return std::getenv(name); }
 
 int put_env(char *assignment) { return putenv(assignment); }

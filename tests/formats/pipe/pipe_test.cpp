@@ -1,0 +1,147 @@
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstring>
+#include <string>
+
+#include "formats/rla/rla_files.hpp"
+#include "orx/registry.h"
+#include "support/error_capture.hpp"
+#include "support/fixtures.hpp"
+
+namespace {
+
+using namespace orx::test;
+
+class PipeFormat : public CleanErrors {
+ protected:
+  void SetUp() override {
+    CleanErrors::SetUp();
+    ORX_exit();
+    // A command that exits early must not end the test process.
+    std::signal(SIGPIPE, SIG_IGN);
+  }
+  void TearDown() override {
+    ORX_exit();
+    CleanErrors::TearDown();
+  }
+  TempDir dir_;
+};
+
+ORX_OBJECT *open_pipe(const std::string &handle, const char *mode, const ImageSpec *spec) {
+  ORX_INFO info;
+  ORX_info_init(&info);
+  info.handle = STR_save(handle.c_str());
+  info.type = STR_save("pipe");
+  if (spec != nullptr) {
+    info.image_count = 1;
+    info.images = static_cast<ORX_IFD *>(ERR_malloc(sizeof(ORX_IFD)));
+    info.images[0] = describe(*spec);
+  }
+  ORX_OBJECT *object = ORX_open(&info, mode);
+  ORX_info_cleanup(&info, 1);
+  return object;
+}
+
+void write_pattern(ORX_OBJECT *object) {
+  ORX_IFD &ifd = object->info.images[0];
+  void **rows = orx__chan_alloc(&ifd, ifd.window.right - ifd.window.left + 1, "test");
+  const int channels = static_cast<int>(channel_groups(ifd).size());
+  for (int y = ifd.window.bottom; y <= ifd.window.top; ++y) {
+    for (int c = 0; c < channels; ++c) {
+      auto row = expected_row(ifd, c, y);
+      std::memcpy(rows[c], row.data(), row.size());
+    }
+    ASSERT_EQ(ORX_scan_write(object, y, rows), 0);
+  }
+  orx__chan_free(rows);
+}
+
+void expect_rows(ORX_OBJECT *object, int from) {
+  const ORX_IFD &ifd = object->info.images[0];
+  const int channels = static_cast<int>(channel_groups(ifd).size());
+  for (int y = from; y <= ifd.window.top; ++y) {
+    void **rows = nullptr;
+    ASSERT_EQ(ORX_scan_read(object, y, &rows), 0) << y;
+    for (int c = 0; c < channels; ++c) {
+      auto want = expected_row(ifd, c, y);
+      ASSERT_EQ(std::memcmp(rows[c], want.data(), want.size()), 0) << y << " " << c;
+    }
+  }
+}
+
+TEST_F(PipeFormat, RoundTripsThroughShellCommands) {
+  ImageSpec specs[2];
+  specs[0] = {{0, 12, 0, 6}, {2, 10, 1, 5}, {3, ORX_C_INTEGER, 16}, {1, ORX_C_INTEGER, 16}, {}};
+  specs[1] = {{0, 7, 0, 3}, {0, 7, 0, 3}, {3, ORX_C_FLOAT, 32}, {}, {1, ORX_C_FLOAT, 32}};
+  for (const ImageSpec &spec : specs) {
+    const std::string file = dir_.file("stream.pipe");
+    ORX_OBJECT *out = open_pipe("|cat > '" + file + "'", "w", &spec);
+    ASSERT_NE(out, nullptr) << orx__err;
+    write_pattern(out);
+    EXPECT_EQ(ORX_close(out), 0);
+
+    ORX_OBJECT *in = open_pipe("|cat '" + file + "'", "r", nullptr);
+    ASSERT_NE(in, nullptr) << orx__err;
+    EXPECT_EQ(in->info.images[0].window.right, spec.window.right);
+    expect_rows(in, spec.window.bottom);
+    EXPECT_EQ(ORX_close(in), 0);
+  }
+}
+
+TEST_F(PipeFormat, ReadsFilesOfTheRlaWriterAndSkipsForwardButNotBack) {
+  const std::string file = dir_.file("plain.rla");
+  ImageSpec spec;  // 10 x 6, three 8-bit channels
+  write_file(file, {spec});
+  ORX_OBJECT *in = open_pipe("|cat '" + file + "'", "r", nullptr);
+  ASSERT_NE(in, nullptr);
+  expect_rows(in, 3);  // rows 0 to 2 are read past
+  ErrorCapture cap;
+  void **rows = nullptr;
+  EXPECT_EQ(ORX_scan_read(in, 1, &rows), ORX_E_BAD_SCANLINE);
+  EXPECT_TRUE(cap.has(ERR_ERROR, "Bad scanline: 1")) << cap.last();
+  EXPECT_EQ(ORX_close(in), 0);
+
+  // A plain file name is read in stream order too.
+  in = open_pipe(file, "r", nullptr);
+  ASSERT_NE(in, nullptr);
+  expect_rows(in, 0);
+  EXPECT_EQ(ORX_close(in), 0);
+}
+
+TEST_F(PipeFormat, FailingCommandsAreReported) {
+  ErrorCapture cap;
+  EXPECT_EQ(open_pipe("|exit 3", "r", nullptr), nullptr);
+  EXPECT_EQ(orx__err, ORX_E_NOT_OUR_FILE);
+
+  ImageSpec spec;
+  ORX_OBJECT *out = open_pipe("|cat > '" + dir_.file("no/such/dir/x") + "'", "w", &spec);
+  if (out != nullptr) {
+    write_pattern(out);
+    EXPECT_NE(ORX_close(out), 0);
+  }
+  EXPECT_TRUE(cap.has(ERR_ERROR, "Cannot write")) << cap.last();
+  EXPECT_EQ(open_pipe(dir_.file("missing.pipe"), "r", nullptr), nullptr);
+  EXPECT_TRUE(cap.has(ERR_ERROR, "Cannot open file")) << cap.last();
+}
+
+TEST_F(PipeFormat, ExhaustionLeavesNothingBehind) {
+  const std::string file = dir_.file("oom.rla");
+  ImageSpec spec;
+  write_file(file, {spec});
+  ASSERT_EQ(ORX_init(nullptr, nullptr), 0);
+  ORX_INFO info;
+  ORX_info_init(&info);
+  info.handle = STR_save(file.c_str());
+  info.type = STR_save("pipe");
+  ErrorCapture cap;
+  for_each_allocation_failure([&] {
+    ORX_OBJECT *in = ORX_open(&info, "r");
+    if (in == nullptr) return false;
+    ORX_close(in);
+    return true;
+  });
+  ORX_info_cleanup(&info, 1);
+}
+
+}  // namespace
