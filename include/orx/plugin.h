@@ -48,7 +48,11 @@ typedef int (*ORX_DIRECT_SCAN_FN)(void *private_data, int32_t line, void *a1, vo
  * calls that use them. */
 typedef int (*ORX_FRAME_FN)(void *private_data, int32_t frame);
 typedef int (*ORX_PLAYBACK_FN)(void *private_data, intptr_t a1, intptr_t a2, intptr_t a3);
-typedef int (*ORX_REGION_FN)(void *private_data, void *region_request);
+/* A format's own region reader: receives ORX_get_region's arguments after
+ * the object (see orx/region.h) and leaves its status in orx__err. */
+typedef int (*ORX_REGION_FN)(void *private_data, int32_t x_left, int32_t x_right,
+                             int32_t y_bottom, int32_t y_top, void *buffer, int32_t stride,
+                             int32_t layout);
 
 /* Palette reader of a colour-index format: stores a new ORX_LUT (or NULL)
  * in *lut and returns non-zero on success. */

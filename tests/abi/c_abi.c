@@ -13,6 +13,7 @@
 #include "orx/naming.h"
 #include "orx/orx.h"
 #include "orx/plugin.h"
+#include "orx/region.h"
 #include "orx/ptr.h"
 #include "orx/registry.h"
 #include "orx/rla.h"

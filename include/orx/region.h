@@ -1,0 +1,44 @@
+/* liborx: reading a rectangle of an open image into one packed pixel array.
+ *
+ * Layouts (the pixel of each):
+ *   ORX_REGION_GREY16  1: one 16-bit value, the first image channel
+ *   ORX_REGION_RGBA16  3: four 16-bit values, red, green, blue, alpha
+ *   ORX_REGION_RGBA8   5: four 8-bit values
+ *   ORX_REGION_GREY8   7: one 8-bit value, the first image channel
+ *   ORX_REGION_RGB8    8: three 8-bit values
+ * Red is channel 0; green channel 1 and blue channel 2 when the image has
+ * them, else channel 0 (grey); alpha is the first matte (for images of four
+ * or more colour channels, their fourth channel), or full when there is no
+ * matte.  Values are scaled from the channels' widths (integer channels of
+ * at most 16 bits) to the output's and truncated.
+ */
+#ifndef ORX_REGION_H
+#define ORX_REGION_H
+
+#include <stdint.h>
+
+#include "orx/export.h"
+#include "orx/plugin.h"
+
+ORX_BEGIN_DECLS
+
+#define ORX_REGION_GREY16 1
+#define ORX_REGION_RGBA16 3
+#define ORX_REGION_RGBA8 5
+#define ORX_REGION_GREY8 7
+#define ORX_REGION_RGB8 8
+
+/* Reads columns x_left..x_right of lines y_bottom..y_top into buffer: row 0
+ * is line y_bottom, rows stride bytes apart (-1: packed), pixel x at
+ * (x - x_left) * pixel bytes.  Parts outside the stored (active) window are
+ * zeros.  Reading may reopen the file, so the object is passed by address
+ * and may be replaced.  Returns orx__err: 0, -16 for a layout or channels it
+ * cannot convert (reported), or the failing scanline read's status (the rows
+ * before it are written). */
+ORX_API int ORX_get_region(ORX_OBJECT **object, int32_t x_left, int32_t x_right,
+                           int32_t y_bottom, int32_t y_top, void *buffer, int32_t stride,
+                           int32_t layout);
+
+ORX_END_DECLS
+
+#endif /* ORX_REGION_H */
