@@ -14,47 +14,75 @@
 namespace orx::core {
 namespace {
 
+// Scaling of one sample: by a float factor truncated towards zero, or, when
+// the factor is a whole number (8 to 8 bits, 8 to 16 bits: 1 and 257), by an
+// integer multiply, which gives the same values and lets the loop vectorise.
+struct FloatScale {
+  float f;
+  float operator()(float v) const { return v * f; }
+};
+struct WholeScale {
+  std::uint32_t k;
+  std::uint32_t operator()(std::uint32_t v) const { return v * k; }
+};
+
+template <class T>
+T load(const void *p, int i) {
+  T v;
+  std::memcpy(&v, static_cast<const std::uint8_t *>(p) + static_cast<std::size_t>(i) * sizeof(T),
+              sizeof v);
+  return v;
+}
+
 // Converts n pixels: Comps output components of type Out from colour
 // sources of type C (channels 0, 1, 2) and an alpha source of type A (void:
 // no matte, alpha is full).  Sources and factors are fixed before the row
 // loop, so the loop only loads, multiplies and stores.
-template <class Out, int Comps, class C, class A>
-void convert(std::uint8_t *out, const void *const *src, int n, float fc, float fa) {
-  constexpr float kFull = sizeof(Out) == 1 ? 255.0f : 65535.0f;
-  const auto *r = static_cast<const C *>(src[0]);
-  const auto *g = static_cast<const C *>(src[1]);
-  const auto *b = static_cast<const C *>(src[2]);
-  auto put = [&](int i, int k, float v) {
+template <class Out, int Comps, class C, class A, class Scale>
+void convert(std::uint8_t *out, const void *const *src, int n, Scale fc, Scale fa) {
+  constexpr std::uint32_t kFull = sizeof(Out) == 1 ? 255u : 65535u;
+  using V = std::conditional_t<std::is_same_v<Scale, FloatScale>, float, std::uint32_t>;
+  auto put = [&](int i, int k, V v) {
     const auto o = static_cast<Out>(v);
     std::memcpy(out + (static_cast<std::size_t>(i) * Comps + k) * sizeof(Out), &o, sizeof o);
   };
-  auto load = [](const auto *p, int i) {
-    std::remove_const_t<std::remove_pointer_t<decltype(p)>> v;
-    std::memcpy(&v, p + i, sizeof v);
-    return static_cast<float>(v);
-  };
   for (int i = 0; i < n; ++i) {
-    put(i, 0, load(r, i) * fc);
+    put(i, 0, fc(static_cast<V>(load<C>(src[0], i))));
     if constexpr (Comps >= 3) {
-      put(i, 1, load(g, i) * fc);
-      put(i, 2, load(b, i) * fc);
+      put(i, 1, fc(static_cast<V>(load<C>(src[1], i))));
+      put(i, 2, fc(static_cast<V>(load<C>(src[2], i))));
     }
     if constexpr (Comps == 4) {
       if constexpr (std::is_void_v<A>)
-        put(i, 3, kFull);
+        put(i, 3, static_cast<V>(kFull));
       else
-        put(i, 3, load(static_cast<const A *>(src[3]), i) * fa);
+        put(i, 3, fa(static_cast<V>(load<A>(src[3], i))));
     }
   }
 }
 
-using RowFn = void (*)(std::uint8_t *, const void *const *, int, float, float);
+struct Factors {
+  float colour, alpha;
+};
+
+using RowFn = void (*)(std::uint8_t *, const void *const *, int, Factors);
+
+template <class Out, int Comps, class C, class A>
+void convert_row(std::uint8_t *out, const void *const *src, int n, Factors f) {
+  const bool whole = f.colour == static_cast<float>(static_cast<std::uint32_t>(f.colour)) &&
+                     f.alpha == static_cast<float>(static_cast<std::uint32_t>(f.alpha));
+  if (whole)
+    convert<Out, Comps, C, A>(out, src, n, WholeScale{static_cast<std::uint32_t>(f.colour)},
+                              WholeScale{static_cast<std::uint32_t>(f.alpha)});
+  else
+    convert<Out, Comps, C, A>(out, src, n, FloatScale{f.colour}, FloatScale{f.alpha});
+}
 
 template <class Out, int Comps, class C>
 RowFn pick_alpha(int alpha_bytes) {
-  if (alpha_bytes == 0) return convert<Out, Comps, C, void>;
-  return alpha_bytes == 1 ? convert<Out, Comps, C, std::uint8_t>
-                          : convert<Out, Comps, C, std::uint16_t>;
+  if (alpha_bytes == 0) return convert_row<Out, Comps, C, void>;
+  return alpha_bytes == 1 ? convert_row<Out, Comps, C, std::uint8_t>
+                          : convert_row<Out, Comps, C, std::uint16_t>;
 }
 
 template <class Out, int Comps>
@@ -172,8 +200,8 @@ extern "C" int ORX_get_region(ORX_OBJECT **objectp, int32_t x_left, int32_t x_ri
                        ? nullptr
                        : static_cast<const std::uint8_t *>(channels[src[c]]) + skip * bytes;
     }
-    row_fn(out + (y - y_bottom) * row_bytes + (x0 - x_left) * l->bytes, sources, x1 - x0 + 1, fc,
-           fa);
+    row_fn(out + (y - y_bottom) * row_bytes + (x0 - x_left) * l->bytes, sources, x1 - x0 + 1,
+           Factors{fc, fa});
   }
   orx__err = 0;
   return 0;
