@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -16,8 +17,8 @@ struct Result {
   std::string output;  // standard output and standard error
 };
 
-Result orx(const std::string &args, const std::string &dir) {
-  std::string command = "cd '" + dir + "' && '" ORX_TOOL "' " + args + " 2>&1";
+Result orx(const std::string &args, const std::string &dir, const std::string &env = "") {
+  std::string command = "cd '" + dir + "' && " + env + "'" ORX_TOOL "' " + args + " 2>&1";
   Result r{-1, ""};
   std::FILE *p = popen(command.c_str(), "r");
   if (p == nullptr) return r;
@@ -36,7 +37,9 @@ bool contains(const std::string &text, const std::string &part) {
 class OrxTool : public ::testing::Test {
  protected:
   orx::test::TempDir dir_;
-  Result run(const std::string &args) { return orx(args, dir_.path()); }
+  Result run(const std::string &args, const std::string &env = "") {
+    return orx(args, dir_.path(), env);
+  }
 };
 
 TEST_F(OrxTool, PatternInfoCopyAndDiffRoundTrip) {
@@ -103,6 +106,16 @@ TEST_F(OrxTool, StreamsThroughThePipeFormat) {
   Result info = run("info - --type pipe < b.pipe");
   ASSERT_EQ(info.status, 0) << info.output;
   EXPECT_TRUE(contains(info.output, "format      pipe (pipe)")) << info.output;
+}
+
+TEST_F(OrxTool, LoadsPluginsFromThePluginPathAndReportsRefusals) {
+  orx::test::TempDir plugins;
+  for (const char *name : {"plugin_good.so", "plugin_v31.so"})
+    std::filesystem::copy_file(std::string(ORX_TEST_PLUGIN_DIR) + "/" + name, plugins.file(name));
+  Result r = run("formats", "ORX_PLUGIN_PATH='" + plugins.path() + "' ");
+  ASSERT_EQ(r.status, 0) << r.output;
+  EXPECT_TRUE(contains(r.output, "tgood")) << r.output;
+  EXPECT_TRUE(contains(r.output, "the version protocol of this plug-in")) << r.output;
 }
 
 TEST_F(OrxTool, FormatsListsTheBuiltInFormats) {

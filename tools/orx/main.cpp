@@ -49,7 +49,10 @@ int main(int argc, char **argv) {
   CLI11_PARSE(app, argc, argv);
 
   install_reporting(verbose);
-  if (start_library(verbose) != 0) {
+  echo_errors(true);  // a refused plug-in has no command to report it
+  const int started = start_library(verbose);
+  echo_errors(false);
+  if (started != 0) {
     std::fprintf(stderr, "orx: the library could not start\n");
     return kFailed;
   }

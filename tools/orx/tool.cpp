@@ -12,13 +12,14 @@ namespace {
 
 std::string g_last_error;
 bool g_verbose = false;
+bool g_echo_errors = false;
 
 // Errors are kept for the failing command to name with its file (and shown
 // at once only when verbose); warnings always show, notes when verbose.
 int report(const char *, int severity, const char *message, ERR_RECORD *, intptr_t) {
   if (message == nullptr) message = "";
   if (severity >= ERR_ERROR) g_last_error = message;
-  if (severity == ERR_WARNING || g_verbose)
+  if (severity == ERR_WARNING || g_verbose || (g_echo_errors && severity >= ERR_ERROR))
     std::fprintf(stderr, "orx: %s%s\n", severity == ERR_WARNING ? "warning: " : "", message);
   return severity == ERR_FATAL ? 1 : 0;  // a fatal report still ends the process
 }
@@ -38,6 +39,8 @@ void install_reporting(bool verbose) {
 }
 
 const std::string &last_error() { return g_last_error; }
+
+void echo_errors(bool on) { g_echo_errors = on; }
 
 int complain(const std::string &what, const std::string &reason) {
   std::string why = !reason.empty() ? reason : !g_last_error.empty() ? g_last_error : "failed";

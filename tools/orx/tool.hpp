@@ -19,6 +19,9 @@ constexpr int kFailed = 2;
 // Declares the tool's handler: warnings and errors go to standard error as
 // "orx: message"; verbose also shows information and debug notes.
 void install_reporting(bool verbose);
+// Shows errors as they are reported (while no command is there to name
+// them with its file, as when plug-ins are loaded).
+void echo_errors(bool on);
 // The newest error message the library reported, or "".
 const std::string &last_error();
 
