@@ -54,8 +54,8 @@ template <class T>
 bool oiio_write(const std::string &path, const std::vector<T> &f) {
   auto out = OIIO::ImageOutput::create(path);
   if (!out) return false;
-  OIIO::ImageSpec spec(kWidth, kHeight, kChannels, type_of<T>());
-  if (!out->open(path, spec)) return false;
+  OIIO::ImageSpec shape(kWidth, kHeight, kChannels, type_of<T>());
+  if (!out->open(path, shape)) return false;
   for (int y = 0; y < kHeight; ++y)
     if (!out->write_scanline(y, 0, type_of<T>(), &f[std::size_t{static_cast<unsigned>(y)} *
                                                     kWidth * kChannels]))

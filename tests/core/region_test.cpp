@@ -20,9 +20,9 @@ class Region : public CleanErrors {
     ORX_exit();
     CleanErrors::TearDown();
   }
-  ORX_OBJECT *open(const ImageSpec &spec) {
+  ORX_OBJECT *open(const ImageShape &shape) {
     const std::string path = dir_.file("region.rla");
-    write_file(path, {spec});
+    write_file(path, {shape});
     ORX_INFO info;
     ORX_info_init(&info);
     info.handle = STR_save(path.c_str());
@@ -47,10 +47,10 @@ uint32_t stored(const ORX_IFD &ifd, int c, int x, int y) {
 }
 
 TEST_F(Region, EveryLayoutScalesAndPlacesTheComponents) {
-  ImageSpec spec{{0, 11, 0, 5}, {0, 11, 0, 5}, {3, ORX_C_INTEGER, 10}, {1, ORX_C_INTEGER, 8}, {}};
-  ORX_OBJECT *object = open(spec);
+  ImageShape shape{{0, 11, 0, 5}, {0, 11, 0, 5}, {3, ORX_C_INTEGER, 10}, {1, ORX_C_INTEGER, 8}, {}};
+  ORX_OBJECT *object = open(shape);
   ASSERT_NE(object, nullptr);
-  const ORX_IFD ifd = describe(spec);
+  const ORX_IFD ifd = describe(shape);
   struct Case {
     int layout, bytes, comps;
     double full;
@@ -81,10 +81,10 @@ TEST_F(Region, EveryLayoutScalesAndPlacesTheComponents) {
 }
 
 TEST_F(Region, GreyImagesFillRgbAndAlphaIsFullWithoutMatte) {
-  ImageSpec spec{{0, 3, 0, 1}, {0, 3, 0, 1}, {1, ORX_C_INTEGER, 8}, {}, {}};
-  ORX_OBJECT *object = open(spec);
+  ImageShape shape{{0, 3, 0, 1}, {0, 3, 0, 1}, {1, ORX_C_INTEGER, 8}, {}, {}};
+  ORX_OBJECT *object = open(shape);
   ASSERT_NE(object, nullptr);
-  const ORX_IFD ifd = describe(spec);
+  const ORX_IFD ifd = describe(shape);
   uint16_t px[4 * 2 * 4];
   ASSERT_EQ(ORX_get_region(&object, 0, 3, 0, 1, px, -1, ORX_REGION_RGBA16), 0);
   for (int i = 0; i < 8; ++i) {
@@ -98,10 +98,10 @@ TEST_F(Region, GreyImagesFillRgbAndAlphaIsFullWithoutMatte) {
 }
 
 TEST_F(Region, ClipsToTheActiveWindowWithZeros) {
-  ImageSpec spec{{0, 19, 0, 9}, {4, 15, 2, 7}, {3, ORX_C_INTEGER, 8}, {}, {}};
-  ORX_OBJECT *object = open(spec);
+  ImageShape shape{{0, 19, 0, 9}, {4, 15, 2, 7}, {3, ORX_C_INTEGER, 8}, {}, {}};
+  ORX_OBJECT *object = open(shape);
   ASSERT_NE(object, nullptr);
-  const ORX_IFD ifd = describe(spec);
+  const ORX_IFD ifd = describe(shape);
   // One column left of the active window and two rows beyond its top.
   const int w = 1 + 12, h = 8;
   const int stride = w * 3 + 5;
@@ -133,8 +133,8 @@ int own_region(void *, int32_t, int32_t, int32_t, int32_t, void *, int32_t, int3
 
 TEST_F(Region, RefusalsAndAFormatsOwnReader) {
   ErrorCapture cap;
-  ImageSpec spec{{0, 3, 0, 1}, {0, 3, 0, 1}, {3, ORX_C_INTEGER, 8}, {}, {}};
-  ORX_OBJECT *object = open(spec);
+  ImageShape shape{{0, 3, 0, 1}, {0, 3, 0, 1}, {3, ORX_C_INTEGER, 8}, {}, {}};
+  ORX_OBJECT *object = open(shape);
   ASSERT_NE(object, nullptr);
   uint8_t buf[256];
   EXPECT_EQ(ORX_get_region(&object, 0, 3, 0, 1, buf, -1, 2), ORX_E_UNSUPPORTED);
@@ -144,7 +144,7 @@ TEST_F(Region, RefusalsAndAFormatsOwnReader) {
   EXPECT_EQ(g_region_calls, 1);
   ORX_close(object);
 
-  ImageSpec wide{{0, 3, 0, 1}, {0, 3, 0, 1}, {3, ORX_C_FLOAT, 32}, {}, {}};
+  ImageShape wide{{0, 3, 0, 1}, {0, 3, 0, 1}, {3, ORX_C_FLOAT, 32}, {}, {}};
   object = open(wide);
   ASSERT_NE(object, nullptr);
   EXPECT_EQ(ORX_get_region(&object, 0, 3, 0, 1, buf, -1, ORX_REGION_RGB8), ORX_E_UNSUPPORTED);

@@ -54,27 +54,27 @@ bool same_value(const ORX_CHANNELS &g, const uint8_t *p, const std::string &text
 }
 
 // OpenImageIO numbers rows from the top and keeps columns as they are.
-void expect_oiio_reads(const std::string &path, const ImageSpec &spec) {
-  ORX_OBJECT *object = writer_object(path, {spec});
+void expect_oiio_reads(const std::string &path, const ImageShape &shape) {
+  ORX_OBJECT *object = writer_object(path, {shape});
   object->info.images[0].image.name = STR_save("rgb");
   ASSERT_EQ(ORX_rla_w_open(object), 1);
   write_all_rows_and_close(object);
 
-  const ORX_IFD ifd = describe(spec);
+  const ORX_IFD ifd = describe(shape);
   Dump d = dump(path);
-  const int width = spec.active.right - spec.active.left + 1;
-  const int height = spec.active.top - spec.active.bottom + 1;
+  const int width = shape.active.right - shape.active.left + 1;
+  const int height = shape.active.top - shape.active.bottom + 1;
   ASSERT_EQ(d.size(), static_cast<std::size_t>(width * height)) << "pixel count";
   int top_y = d.begin()->first.second;
   for (const auto &[at, e] : d) top_y = std::min(top_y, at.second);
   auto groups = channel_groups(ifd);
   for (const auto &[at, values] : d) {
     const int x = at.first;
-    const int row = spec.active.top - (at.second - top_y);
+    const int row = shape.active.top - (at.second - top_y);
     ASSERT_EQ(values.size(), groups.size());
     for (std::size_t c = 0; c < groups.size(); ++c) {
       auto want = expected_row(ifd, static_cast<int>(c), row);
-      const uint8_t *p = want.data() + static_cast<std::size_t>(x - spec.window.left) *
+      const uint8_t *p = want.data() + static_cast<std::size_t>(x - shape.window.left) *
                                            sample_size(*groups[c]);
       ASSERT_TRUE(same_value(*groups[c], p, values[c]))
           << "pixel " << x << "," << at.second << " channel " << c << " read as " << values[c];
@@ -94,7 +94,7 @@ class RlaWithOpenImageIO : public CleanErrors {
 TEST_F(RlaWithOpenImageIO, ReadsOurIntegerAndFloatChannelsExactly) {
   struct Case {
     const char *name;
-    ImageSpec spec;
+    ImageShape shape;
   } cases[] = {
       {"grey8", {{0, 12, 0, 6}, {0, 12, 0, 6}, {1, ORX_C_INTEGER, 8}, {}, {}}},
       {"rgb8_odd", {{0, 20, 0, 4}, {0, 20, 0, 4}, {3, ORX_C_INTEGER, 8}, {}, {}}},
@@ -105,13 +105,13 @@ TEST_F(RlaWithOpenImageIO, ReadsOurIntegerAndFloatChannelsExactly) {
   };
   for (const auto &c : cases) {
     SCOPED_TRACE(c.name);
-    expect_oiio_reads(dir_.file(std::string(c.name) + ".rla"), c.spec);
+    expect_oiio_reads(dir_.file(std::string(c.name) + ".rla"), c.shape);
   }
 }
 
 TEST_F(RlaWithOpenImageIO, ReadsOurHeaderTextsAndChromaticities) {
   const std::string path = dir_.file("texts.rla");
-  ORX_OBJECT *object = writer_object(path, {ImageSpec{}});
+  ORX_OBJECT *object = writer_object(path, {ImageShape{}});
   object->info.name = STR_save("beauty pass");
   object->info.desc = STR_save("frame for the trailer");
   object->info.program = STR_save("liborx tests");

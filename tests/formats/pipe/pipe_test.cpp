@@ -28,15 +28,15 @@ class PipeFormat : public CleanErrors {
   TempDir dir_;
 };
 
-ORX_OBJECT *open_pipe(const std::string &handle, const char *mode, const ImageSpec *spec) {
+ORX_OBJECT *open_pipe(const std::string &handle, const char *mode, const ImageShape *shape) {
   ORX_INFO info;
   ORX_info_init(&info);
   info.handle = STR_save(handle.c_str());
   info.type = STR_save("pipe");
-  if (spec != nullptr) {
+  if (shape != nullptr) {
     info.image_count = 1;
     info.images = static_cast<ORX_IFD *>(ERR_malloc(sizeof(ORX_IFD)));
-    info.images[0] = describe(*spec);
+    info.images[0] = describe(*shape);
   }
   ORX_OBJECT *object = ORX_open(&info, mode);
   ORX_info_cleanup(&info, 1);
@@ -71,28 +71,28 @@ void expect_rows(ORX_OBJECT *object, int from) {
 }
 
 TEST_F(PipeFormat, RoundTripsThroughShellCommands) {
-  ImageSpec specs[2];
-  specs[0] = {{0, 12, 0, 6}, {2, 10, 1, 5}, {3, ORX_C_INTEGER, 16}, {1, ORX_C_INTEGER, 16}, {}};
-  specs[1] = {{0, 7, 0, 3}, {0, 7, 0, 3}, {3, ORX_C_FLOAT, 32}, {}, {1, ORX_C_FLOAT, 32}};
-  for (const ImageSpec &spec : specs) {
+  ImageShape shapes[2];
+  shapes[0] = {{0, 12, 0, 6}, {2, 10, 1, 5}, {3, ORX_C_INTEGER, 16}, {1, ORX_C_INTEGER, 16}, {}};
+  shapes[1] = {{0, 7, 0, 3}, {0, 7, 0, 3}, {3, ORX_C_FLOAT, 32}, {}, {1, ORX_C_FLOAT, 32}};
+  for (const ImageShape &shape : shapes) {
     const std::string file = dir_.file("stream.pipe");
-    ORX_OBJECT *out = open_pipe("|cat > '" + file + "'", "w", &spec);
+    ORX_OBJECT *out = open_pipe("|cat > '" + file + "'", "w", &shape);
     ASSERT_NE(out, nullptr) << orx__err;
     write_pattern(out);
     EXPECT_EQ(ORX_close(out), 0);
 
     ORX_OBJECT *in = open_pipe("|cat '" + file + "'", "r", nullptr);
     ASSERT_NE(in, nullptr) << orx__err;
-    EXPECT_EQ(in->info.images[0].window.right, spec.window.right);
-    expect_rows(in, spec.window.bottom);
+    EXPECT_EQ(in->info.images[0].window.right, shape.window.right);
+    expect_rows(in, shape.window.bottom);
     EXPECT_EQ(ORX_close(in), 0);
   }
 }
 
 TEST_F(PipeFormat, ReadsFilesOfTheRlaWriterAndSkipsForwardButNotBack) {
   const std::string file = dir_.file("plain.rla");
-  ImageSpec spec;  // 10 x 6, three 8-bit channels
-  write_file(file, {spec});
+  ImageShape shape;  // 10 x 6, three 8-bit channels
+  write_file(file, {shape});
   ORX_OBJECT *in = open_pipe("|cat '" + file + "'", "r", nullptr);
   ASSERT_NE(in, nullptr);
   expect_rows(in, 3);  // rows 0 to 2 are read past
@@ -114,8 +114,8 @@ TEST_F(PipeFormat, FailingCommandsAreReported) {
   EXPECT_EQ(open_pipe("|exit 3", "r", nullptr), nullptr);
   EXPECT_EQ(orx__err, ORX_E_NOT_OUR_FILE);
 
-  ImageSpec spec;
-  ORX_OBJECT *out = open_pipe("|cat > '" + dir_.file("no/such/dir/x") + "'", "w", &spec);
+  ImageShape shape;
+  ORX_OBJECT *out = open_pipe("|cat > '" + dir_.file("no/such/dir/x") + "'", "w", &shape);
   if (out != nullptr) {
     write_pattern(out);
     EXPECT_NE(ORX_close(out), 0);
@@ -127,8 +127,8 @@ TEST_F(PipeFormat, FailingCommandsAreReported) {
 
 TEST_F(PipeFormat, ExhaustionLeavesNothingBehind) {
   const std::string file = dir_.file("oom.rla");
-  ImageSpec spec;
-  write_file(file, {spec});
+  ImageShape shape;
+  write_file(file, {shape});
   ASSERT_EQ(ORX_init(nullptr, nullptr), 0);
   ORX_INFO info;
   ORX_info_init(&info);

@@ -65,7 +65,7 @@ TEST_F(RlaReader, RefusesStdinSilentlyAndReportsMissingAndShortFiles) {
 
 TEST_F(RlaReader, NameWithoutExtensionIsCompletedAndSearchedInTheImageDirectory) {
   TempDir dir;
-  write_file(dir.file("pic.rla"), {ImageSpec{}});
+  write_file(dir.file("pic.rla"), {ImageShape{}});
   ScopedEnv env("KV_IMG_DIR", dir.path());
   ORX_OBJECT *object = orx__new_obj(ORX_ACCESS_READ);
   object->info.handle = STR_save("pic");
@@ -77,7 +77,7 @@ TEST_F(RlaReader, NameWithoutExtensionIsCompletedAndSearchedInTheImageDirectory)
 TEST_F(RlaReader, HeadersBreakingTheValidityRulesAreNotRla) {
   TempDir dir;
   const std::string good = dir.file("good.rla");
-  write_file(good, {ImageSpec{}});
+  write_file(good, {ImageShape{}});
   const std::vector<uint8_t> bytes = load(good);
   EXPECT_EQ(ORX_rla_is_file(good.c_str(), nullptr), 1);
   std::FILE *stream = std::fopen(good.c_str(), "rb");
@@ -119,9 +119,9 @@ TEST_F(RlaReader, HeadersBreakingTheValidityRulesAreNotRla) {
 TEST_F(RlaReader, RowFailuresLeaveTheObjectUsable) {
   TempDir dir;
   const std::string path = dir.file("rows.rla");
-  ImageSpec spec;
-  spec.image = {1, ORX_C_INTEGER, 8};
-  write_file(path, {spec});
+  ImageShape shape;
+  shape.image = {1, ORX_C_INTEGER, 8};
+  write_file(path, {shape});
   std::vector<uint8_t> bytes = load(path);
   const uint32_t row1 = be32(bytes, 740 + 4);
   bytes[row1] = 0x7f;  // chunk length 32767+: longer than the decode buffer
@@ -198,10 +198,10 @@ TEST_F(RlaReader, RetryingAFailedRowReadsItFromItsStartAgain) {
 TEST_F(RlaReader, RowsOutsideTheActiveWindowAreZerosWithoutTouchingTheFile) {
   TempDir dir;
   const std::string path = dir.file("pad.rla");
-  ImageSpec spec;
-  spec.window = {0, 9, 0, 9};
-  spec.active = {2, 7, 3, 6};
-  write_file(path, {spec});
+  ImageShape shape;
+  shape.window = {0, 9, 0, 9};
+  shape.active = {2, 7, 3, 6};
+  write_file(path, {shape});
   // Cut the file after its offset table: no row data is left.
   std::filesystem::resize_file(path, 740 + 4 * 4);
   ORX_OBJECT *object = open_or_free(path);
@@ -220,7 +220,7 @@ TEST_F(RlaReader, RowsOutsideTheActiveWindowAreZerosWithoutTouchingTheFile) {
 TEST_F(RlaReader, UnsupportedChannelsAndBrokenLinksFailTheOpen) {
   TempDir dir;
   const std::string path = dir.file("types.rla");
-  write_file(path, {ImageSpec{}, ImageSpec{}});
+  write_file(path, {ImageShape{}, ImageShape{}});
   const std::vector<uint8_t> bytes = load(path);
   ErrorCapture errors;
 
@@ -274,9 +274,9 @@ TEST_F(RlaReader, HugeWindowInATinyFileFailsBeforeAllocatingIt) {
 TEST_F(RlaReader, OutOfMemoryAnywhereInTheOpenLeaksNothing) {
   TempDir dir;
   const std::string path = dir.file("oom.rla");
-  ImageSpec spec;
-  spec.matte = {1, ORX_C_INTEGER, 16};
-  write_file(path, {spec, spec});
+  ImageShape shape;
+  shape.matte = {1, ORX_C_INTEGER, 16};
+  write_file(path, {shape, shape});
   ErrorCapture errors;
   // The format database is built on its first query; build it now so that
   // only the open's own allocations are failed.
@@ -299,12 +299,12 @@ TEST_F(RlaReader, OutOfMemoryAnywhereInTheOpenLeaksNothing) {
 TEST_F(RlaReader, RandomlyDamagedFilesNeverCrashOrLeak) {
   TempDir dir;
   const std::string good = dir.file("good.rla");
-  ImageSpec a;
+  ImageShape a;
   a.window = {0, 40, 0, 7};
   a.active = {3, 30, 1, 6};
   a.matte = {1, ORX_C_INTEGER, 16};
   a.aux = {1, ORX_C_FLOAT, 32};
-  ImageSpec b;
+  ImageShape b;
   b.image = {1, ORX_C_INTEGER, 32};
   write_file(good, {a, b});
   const std::vector<uint8_t> bytes = load(good);
@@ -346,8 +346,8 @@ TEST(RlaReaderAspect, FormatDatabaseFirstThenStoredRatioThenWindowShape) {
   orx::test::ScopedEnv home("HOME", dir.path());
   FMT_exit();
   const std::string path = dir.file("aspect.rla");
-  orx::test::ImageSpec spec;  // a 10 x 6 window
-  orx::test::write_file(path, {spec});
+  orx::test::ImageShape shape;  // a 10 x 6 window
+  orx::test::write_file(path, {shape});
   auto read_back = [&](float *ratio, int *x, int *y, std::string *compression) {
     ORX_OBJECT *object = orx::test::reader_object(path);
     ASSERT_EQ(ORX_rla_r_open(object), 1);

@@ -26,7 +26,7 @@ struct Group {
   int bits = 8;
 };
 
-struct ImageSpec {
+struct ImageShape {
   ORX_WINDOW window{0, 9, 0, 5};
   ORX_WINDOW active{0, 9, 0, 5};
   Group image{3, ORX_C_INTEGER, 8};
@@ -40,34 +40,34 @@ inline void set_group(ORX_CHANNELS &dst, const Group &g) {
   dst.bits = g.bits;
 }
 
-// A descriptor with the defaults and the spec's windows and groups.
-inline ORX_IFD describe(const ImageSpec &spec) {
+// A descriptor with the defaults and the shape's windows and groups.
+inline ORX_IFD describe(const ImageShape &shape) {
   ORX_IFD ifd;
   orx__init_ifd(&ifd);
-  ifd.window = spec.window;
-  ifd.active = spec.active;
-  set_group(ifd.image, spec.image);
-  set_group(ifd.matte, spec.matte);
-  set_group(ifd.aux, spec.aux);
+  ifd.window = shape.window;
+  ifd.active = shape.active;
+  set_group(ifd.image, shape.image);
+  set_group(ifd.matte, shape.matte);
+  set_group(ifd.aux, shape.aux);
   return ifd;
 }
 
-// A write object for path (used as given) with one descriptor per spec.
-inline ORX_OBJECT *writer_object(const std::string &path, const std::vector<ImageSpec> &specs) {
+// A write object for path (used as given) with one descriptor per shape.
+inline ORX_OBJECT *writer_object(const std::string &path, const std::vector<ImageShape> &shapes) {
   ORX_OBJECT *object = orx__new_obj(ORX_ACCESS_WRITE);
   object->info.handle = STR_save(path.c_str());
   object->info.full_path = 1;
-  object->info.image_count = static_cast<int32_t>(specs.size());
+  object->info.image_count = static_cast<int32_t>(shapes.size());
   object->info.images =
-      static_cast<ORX_IFD *>(ERR_malloc(static_cast<uint32_t>(specs.size() * sizeof(ORX_IFD))));
-  for (std::size_t i = 0; i < specs.size(); ++i) {
+      static_cast<ORX_IFD *>(ERR_malloc(static_cast<uint32_t>(shapes.size() * sizeof(ORX_IFD))));
+  for (std::size_t i = 0; i < shapes.size(); ++i) {
     ORX_IFD &ifd = object->info.images[i];
     orx__init_ifd(&ifd);
-    ifd.window = specs[i].window;
-    ifd.active = specs[i].active;
-    set_group(ifd.image, specs[i].image);
-    set_group(ifd.matte, specs[i].matte);
-    set_group(ifd.aux, specs[i].aux);
+    ifd.window = shapes[i].window;
+    ifd.active = shapes[i].active;
+    set_group(ifd.image, shapes[i].image);
+    set_group(ifd.matte, shapes[i].matte);
+    set_group(ifd.aux, shapes[i].aux);
     ifd.aspect = STR_save("ntsc_640");
   }
   return object;
@@ -148,8 +148,8 @@ inline void write_all_rows_and_close(ORX_OBJECT *object) {
   EXPECT_EQ(object->close(object, 0), 0);
 }
 
-inline void write_file(const std::string &path, const std::vector<ImageSpec> &specs) {
-  ORX_OBJECT *object = writer_object(path, specs);
+inline void write_file(const std::string &path, const std::vector<ImageShape> &shapes) {
+  ORX_OBJECT *object = writer_object(path, shapes);
   ASSERT_EQ(ORX_rla_w_open(object), 1);
   write_all_rows_and_close(object);
 }

@@ -12,20 +12,20 @@ namespace {
 using namespace orx::test;
 using RlaRoundTrip = CleanErrors;
 
-void round_trip(const std::string &path, const std::vector<ImageSpec> &specs) {
-  write_file(path, specs);
+void round_trip(const std::string &path, const std::vector<ImageShape> &shapes) {
+  write_file(path, shapes);
   ORX_OBJECT *object = reader_object(path);
   ASSERT_EQ(ORX_rla_r_open(object), 1) << path;
-  ASSERT_EQ(object->info.image_count, static_cast<int32_t>(specs.size()));
-  for (std::size_t i = 0; i < specs.size(); ++i) {
+  ASSERT_EQ(object->info.image_count, static_cast<int32_t>(shapes.size()));
+  for (std::size_t i = 0; i < shapes.size(); ++i) {
     const ORX_IFD &ifd = object->info.images[i];
     EXPECT_EQ(ifd.version, i == 0 ? 1 : 2);
-    EXPECT_EQ(ifd.window.right, specs[i].window.right);
-    EXPECT_EQ(ifd.active.left, specs[i].active.left);
-    EXPECT_EQ(ifd.image.count, specs[i].image.count);
-    EXPECT_EQ(ifd.matte.count, specs[i].matte.count);
-    EXPECT_EQ(ifd.aux.count, specs[i].aux.count);
-    EXPECT_EQ(ifd.image.type, specs[i].image.type);
+    EXPECT_EQ(ifd.window.right, shapes[i].window.right);
+    EXPECT_EQ(ifd.active.left, shapes[i].active.left);
+    EXPECT_EQ(ifd.image.count, shapes[i].image.count);
+    EXPECT_EQ(ifd.matte.count, shapes[i].matte.count);
+    EXPECT_EQ(ifd.aux.count, shapes[i].aux.count);
+    EXPECT_EQ(ifd.image.type, shapes[i].image.type);
   }
   expect_pattern(object);
   EXPECT_EQ(object->close(object, 0), 0);
@@ -38,43 +38,43 @@ TEST_F(RlaRoundTrip, EveryIntegerWidthFloatAndDoubleWithMatteAndAux) {
                           {3, ORX_C_FLOAT, 32},   {1, ORX_C_DOUBLE, 64},  {3, ORX_C_INTEGER, 5}};
   int n = 0;
   for (const Group &g : groups) {
-    ImageSpec spec;
-    spec.window = {0, 300, 0, 4};  // wider than one 128-sample packet
-    spec.active = spec.window;
-    spec.image = g;
-    spec.matte = {1, g.type, g.bits};
-    spec.aux = {1, ORX_C_FLOAT, 32};
-    round_trip(dir.file("k" + std::to_string(n++) + ".rla"), {spec});
-    spec.matte = {};
-    spec.aux = {2, g.type, g.bits};
-    round_trip(dir.file("k" + std::to_string(n++) + ".rla"), {spec});
+    ImageShape shape;
+    shape.window = {0, 300, 0, 4};  // wider than one 128-sample packet
+    shape.active = shape.window;
+    shape.image = g;
+    shape.matte = {1, g.type, g.bits};
+    shape.aux = {1, ORX_C_FLOAT, 32};
+    round_trip(dir.file("k" + std::to_string(n++) + ".rla"), {shape});
+    shape.matte = {};
+    shape.aux = {2, g.type, g.bits};
+    round_trip(dir.file("k" + std::to_string(n++) + ".rla"), {shape});
   }
 }
 
 TEST_F(RlaRoundTrip, OddWidthsAndActiveWindowsSmallerThanTheWindow) {
   TempDir dir;
-  ImageSpec spec;
-  spec.window = {0, 6, 0, 4};  // width 7
-  spec.active = spec.window;
-  spec.image = {3, ORX_C_INTEGER, 8};
-  round_trip(dir.file("odd.rla"), {spec});
-  spec.window = {2, 40, 1, 12};
-  spec.active = {5, 31, 3, 9};  // padding columns on both sides, padding rows above and below
-  spec.matte = {1, ORX_C_INTEGER, 16};
-  round_trip(dir.file("pad8.rla"), {spec});
-  spec.image = {4 - 1, ORX_C_DOUBLE, 64};
-  round_trip(dir.file("paddouble.rla"), {spec});
+  ImageShape shape;
+  shape.window = {0, 6, 0, 4};  // width 7
+  shape.active = shape.window;
+  shape.image = {3, ORX_C_INTEGER, 8};
+  round_trip(dir.file("odd.rla"), {shape});
+  shape.window = {2, 40, 1, 12};
+  shape.active = {5, 31, 3, 9};  // padding columns on both sides, padding rows above and below
+  shape.matte = {1, ORX_C_INTEGER, 16};
+  round_trip(dir.file("pad8.rla"), {shape});
+  shape.image = {4 - 1, ORX_C_DOUBLE, 64};
+  round_trip(dir.file("paddouble.rla"), {shape});
 }
 
 TEST_F(RlaRoundTrip, MultiImageFilesLinkEveryHeaderAndReadInAnyOrder) {
   TempDir dir;
-  ImageSpec a;
-  ImageSpec b;
+  ImageShape a;
+  ImageShape b;
   b.window = {0, 20, 0, 7};
   b.active = {3, 17, 2, 5};
   b.image = {1, ORX_C_INTEGER, 16};
   b.matte = {1, ORX_C_FLOAT, 32};
-  ImageSpec c;
+  ImageShape c;
   c.window = {0, 3, 0, 2};
   c.active = c.window;
   const std::string path = dir.file("multi.rla");
@@ -107,7 +107,7 @@ TEST_F(RlaRoundTrip, MultiImageFilesLinkEveryHeaderAndReadInAnyOrder) {
 TEST_F(RlaRoundTrip, HeaderTextsAndChromaticitiesSurvive) {
   TempDir dir;
   const std::string path = dir.file("texts.rla");
-  ORX_OBJECT *object = writer_object(path, {ImageSpec{}});
+  ORX_OBJECT *object = writer_object(path, {ImageShape{}});
   ORX_INFO &info = object->info;
   info.name = STR_save("shot_010");
   info.desc = STR_save(std::string(200, 'd').c_str());  // longer than its field

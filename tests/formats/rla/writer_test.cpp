@@ -18,7 +18,7 @@ using RlaWriter = CleanErrors;
 
 // Opens a writer for path and closes it without rows; returns the bytes.
 std::vector<uint8_t> empty_file(const std::string &path, int frame) {
-  ORX_OBJECT *object = writer_object(path, {ImageSpec{}});
+  ORX_OBJECT *object = writer_object(path, {ImageShape{}});
   object->info.frame = frame;
   EXPECT_EQ(ORX_rla_w_open(object), 1);
   EXPECT_EQ(object->close(object, 0), 0);
@@ -44,11 +44,11 @@ TEST_F(RlaWriter, FrameNumbersAreClampedToSixteenBits) {
 TEST_F(RlaWriter, WritesExactPacketsPatchesTheTableAndStampsTheTime) {
   TempDir dir;
   const std::string path = dir.file("runs.rla");
-  ImageSpec spec;
-  spec.window = {0, 299, 0, 1};
-  spec.active = spec.window;
-  spec.image = {1, ORX_C_INTEGER, 8};
-  ORX_OBJECT *object = writer_object(path, {spec});
+  ImageShape shape;
+  shape.window = {0, 299, 0, 1};
+  shape.active = shape.window;
+  shape.image = {1, ORX_C_INTEGER, 8};
+  ORX_OBJECT *object = writer_object(path, {shape});
   ASSERT_EQ(ORX_rla_w_open(object), 1);
   void **buffer = orx__chan_alloc(&object->info.images[0], 300, "test");
   std::memset(buffer[0], 0x5a, 300);
@@ -82,10 +82,10 @@ TEST_F(RlaWriter, WritesExactPacketsPatchesTheTableAndStampsTheTime) {
 
 TEST_F(RlaWriter, RowsGoStrictlyInOrderFromTheWindowBottom) {
   TempDir dir;
-  ImageSpec spec;
-  spec.window = {0, 3, 2, 6};
-  spec.active = {0, 3, 3, 4};
-  ORX_OBJECT *object = writer_object(dir.file("order.rla"), {spec});
+  ImageShape shape;
+  shape.window = {0, 3, 2, 6};
+  shape.active = {0, 3, 3, 4};
+  ORX_OBJECT *object = writer_object(dir.file("order.rla"), {shape});
   ASSERT_EQ(ORX_rla_w_open(object), 1);
   void **buffer = orx__chan_alloc(&object->info.images[0], 4, "test");
   ErrorCapture errors;
@@ -104,12 +104,12 @@ TEST_F(RlaWriter, RowsGoStrictlyInOrderFromTheWindowBottom) {
 TEST_F(RlaWriter, FloatChannelsAreWrittenThirtyTwoBitsWideInHostOrder) {
   TempDir dir;
   const std::string path = dir.file("float.rla");
-  ImageSpec spec;
-  spec.window = {0, 1, 0, 0};
-  spec.active = spec.window;
-  spec.image = {1, ORX_C_FLOAT, 16};
-  spec.aux = {1, ORX_C_DOUBLE, 8};
-  ORX_OBJECT *object = writer_object(path, {spec});
+  ImageShape shape;
+  shape.window = {0, 1, 0, 0};
+  shape.active = shape.window;
+  shape.image = {1, ORX_C_FLOAT, 16};
+  shape.aux = {1, ORX_C_DOUBLE, 8};
+  ORX_OBJECT *object = writer_object(path, {shape});
   ASSERT_EQ(ORX_rla_w_open(object), 1);
   void **buffer = orx__chan_alloc(&object->info.images[0], 2, "test");
   static_cast<float *>(buffer[0])[0] = 1.5f;
@@ -141,16 +141,16 @@ TEST_F(RlaWriter, FloatChannelsAreWrittenThirtyTwoBitsWideInHostOrder) {
 TEST_F(RlaWriter, FailedOpensReportAndLeaveNoFileBehind) {
   TempDir dir;
   ErrorCapture errors;
-  ORX_OBJECT *object = writer_object(dir.file("no/such/dir.rla"), {ImageSpec{}});
+  ORX_OBJECT *object = writer_object(dir.file("no/such/dir.rla"), {ImageShape{}});
   EXPECT_EQ(ORX_rla_w_open(object), 0);
   EXPECT_EQ(orx__err, ORX_E_FIELD_MISSING);
   EXPECT_TRUE(errors.has(3, "Cannot open file " + dir.file("no/such/dir.rla")));
   orx__free_obj(object);
 
-  ImageSpec bad;
+  ImageShape bad;
   bad.matte = {1, 9, 8};
   const std::string path = dir.file("type.rla");
-  object = writer_object(path, {ImageSpec{}, bad});
+  object = writer_object(path, {ImageShape{}, bad});
   object->info.type = STR_save("rlb");
   EXPECT_EQ(ORX_rla_w_open(object), 0);
   EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED);
@@ -158,7 +158,7 @@ TEST_F(RlaWriter, FailedOpensReportAndLeaveNoFileBehind) {
   EXPECT_FALSE(std::filesystem::exists(path));
   orx__free_obj(object);
 
-  bad = ImageSpec{};
+  bad = ImageShape{};
   bad.image = {3, ORX_C_INTEGER, 33};
   object = writer_object(path, {bad});
   EXPECT_EQ(ORX_rla_w_open(object), 0);
@@ -170,12 +170,12 @@ TEST_F(RlaWriter, FailedOpensReportAndLeaveNoFileBehind) {
 TEST_F(RlaWriter, OutOfMemoryInTheOpenLeaksNothingAndRemovesTheFile) {
   TempDir dir;
   const std::string path = dir.file("oom.rla");
-  ImageSpec spec;
-  spec.matte = {1, ORX_C_INTEGER, 16};
+  ImageShape shape;
+  shape.matte = {1, ORX_C_INTEGER, 16};
   ErrorCapture errors;
   // The object is built outside the injection; only the open's allocations fail.
   for (long n = 1; n < 1000; ++n) {
-    ORX_OBJECT *object = writer_object(path, {spec, spec});
+    ORX_OBJECT *object = writer_object(path, {shape, shape});
     bool ok;
     bool fired;
     {
@@ -204,10 +204,10 @@ TEST_F(RlaWriter, StandardOutputKeepsThePlaceholderTable) {
   std::FILE *target = std::fopen(path.c_str(), "wb");
   ASSERT_NE(target, nullptr);
   dup2(fileno(target), 1);
-  ImageSpec spec;
-  spec.window = {0, 3, 0, 1};
-  spec.active = spec.window;
-  ORX_OBJECT *object = writer_object("/dev/stdout", {spec});
+  ImageShape shape;
+  shape.window = {0, 3, 0, 1};
+  shape.active = shape.window;
+  ORX_OBJECT *object = writer_object("/dev/stdout", {shape});
   ASSERT_EQ(ORX_rla_w_open(object), 1);
   write_all_rows_and_close(object);
   std::fflush(stdout);
@@ -227,7 +227,7 @@ namespace {
 TEST_F(RlaWriter, StoresTheDescriptorsAspectRatioOrElseTheWindowShape) {
   orx::test::TempDir dir;
   const std::string path = dir.file("ratio.rla");
-  ORX_OBJECT *object = orx::test::writer_object(path, {orx::test::ImageSpec{}, {}});
+  ORX_OBJECT *object = orx::test::writer_object(path, {orx::test::ImageShape{}, {}});
   object->info.images[0].aspect_ratio = 1.5f;
   ASSERT_EQ(ORX_rla_w_open(object), 1);
   orx::test::write_all_rows_and_close(object);
