@@ -90,7 +90,7 @@ int close_object(ORX_OBJECT *object, intptr_t) {
 }
 
 char *buffer_stream(std::FILE *stream) {
-  constexpr std::size_t kSize = 256 * 1024;
+  constexpr std::size_t kSize = 64 * 1024;
   auto *buffer = static_cast<char *>(heap::allocate(kSize));
   if (buffer != nullptr && std::setvbuf(stream, buffer, _IOFBF, kSize) != 0) {
     heap::release(buffer);
