@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -46,36 +47,72 @@ uint32_t stored(const ORX_IFD &ifd, int c, int x, int y) {
   return v;
 }
 
+// Reads the whole window in every layout and checks each component against
+// the stored samples: colour from channels 0, 1, 2 (channel 0 standing in
+// for missing ones), alpha from position min(colours, 3) scaled by the
+// mattes' width, full without a matte.
 TEST_F(Region, EveryLayoutScalesAndPlacesTheComponents) {
-  ImageShape shape{{0, 11, 0, 5}, {0, 11, 0, 5}, {3, ORX_C_INTEGER, 10}, {1, ORX_C_INTEGER, 8}, {}};
-  ORX_OBJECT *object = open(shape);
-  ASSERT_NE(object, nullptr);
-  const ORX_IFD ifd = describe(shape);
+  const ImageShape shapes[] = {
+      {{0, 11, 0, 5}, {0, 11, 0, 5}, {3, ORX_C_INTEGER, 10}, {1, ORX_C_INTEGER, 8}, {}},
+      {{0, 11, 0, 5}, {0, 11, 0, 5}, {3, ORX_C_INTEGER, 16}, {1, ORX_C_INTEGER, 16}, {}},
+      {{0, 11, 0, 5}, {0, 11, 0, 5}, {2, ORX_C_INTEGER, 12}, {1, ORX_C_INTEGER, 4}, {}},
+  };
   struct Case {
     int layout, bytes, comps;
-    double full;
+    float full;
   } cases[] = {{ORX_REGION_GREY16, 2, 1, 65535}, {ORX_REGION_RGBA16, 8, 4, 65535},
                {ORX_REGION_RGBA8, 4, 4, 255},   {ORX_REGION_GREY8, 1, 1, 255},
                {ORX_REGION_RGB8, 3, 3, 255}};
-  for (const auto &k : cases) {
-    SCOPED_TRACE(k.layout);
-    std::vector<uint8_t> buf(12 * 6 * static_cast<std::size_t>(k.bytes), 0xEE);
-    ASSERT_EQ(ORX_get_region(&object, 0, 11, 0, 5, buf.data(), -1, k.layout), 0);
-    const float fc = static_cast<float>(k.full) / 1023.0f;
-    const float fa = static_cast<float>(k.full) / 255.0f;
-    for (int y = 0; y <= 5; ++y) {
-      for (int x = 0; x <= 11; ++x) {
-        for (int c = 0; c < k.comps; ++c) {
-          const std::size_t at = (static_cast<std::size_t>(y) * 12 + x) * k.bytes +
-                                 c * static_cast<std::size_t>(k.full > 255 ? 2 : 1);
-          uint32_t got = buf[at];
-          if (k.full > 255) got = static_cast<uint32_t>(buf[at] | (buf[at + 1] << 8));
-          const float f = c == 3 ? fa : fc;
-          const auto want = static_cast<uint32_t>(static_cast<float>(stored(ifd, c, x, y)) * f);
-          ASSERT_EQ(got, want) << x << "," << y << " component " << c;
+  for (const ImageShape &shape : shapes) {
+    ORX_OBJECT *object = open(shape);
+    ASSERT_NE(object, nullptr) << shape.image.count << " x " << shape.image.bits;
+    const ORX_IFD ifd = describe(shape);
+    const int colours = shape.image.count;
+    const int source[4] = {0, colours >= 2 ? 1 : 0, colours >= 3 ? 2 : 0, std::min(colours, 3)};
+    for (const auto &k : cases) {
+      SCOPED_TRACE(testing::Message() << "layout " << k.layout << " bits " << shape.image.bits
+                                      << " colours " << colours);
+      std::vector<uint8_t> buf(12 * 6 * static_cast<std::size_t>(k.bytes), 0xEE);
+      ASSERT_EQ(ORX_get_region(&object, 0, 11, 0, 5, buf.data(), -1, k.layout), 0);
+      const float fc = k.full / static_cast<float>((1u << shape.image.bits) - 1);
+      const float fa = k.full / static_cast<float>((1u << shape.matte.bits) - 1);
+      const std::size_t size = k.full > 255 ? 2 : 1;
+      for (int y = 0; y <= 5; ++y) {
+        for (int x = 0; x <= 11; ++x) {
+          for (int c = 0; c < k.comps; ++c) {
+            const std::size_t at = (static_cast<std::size_t>(y) * 12 + x) * k.bytes + c * size;
+            uint32_t got = buf[at];
+            if (size == 2) got = static_cast<uint32_t>(buf[at] | (buf[at + 1] << 8));
+            const float f = c == 3 ? fa : fc;
+            const auto want = static_cast<uint32_t>(
+                static_cast<float>(stored(ifd, source[c], x, y)) * f);
+            ASSERT_EQ(got, want) << x << "," << y << " component " << c;
+          }
         }
       }
     }
+    ORX_close(object);
+  }
+}
+
+// An image of four colours takes its alpha from the fourth colour channel,
+// sized as a colour sample but scaled by the mattes' width.  The stored file
+// has three colours and a matte; its descriptor is made to say four colours
+// and a 9-bit matte, so that position 3 of the buffer is the fourth colour.
+TEST_F(Region, FourColourImagesTakeAlphaFromTheFourthChannel) {
+  ImageShape shape{{0, 7, 0, 1}, {0, 7, 0, 1}, {3, ORX_C_INTEGER, 8}, {1, ORX_C_INTEGER, 8}, {}};
+  ORX_OBJECT *object = open(shape);
+  ASSERT_NE(object, nullptr);
+  const ORX_IFD ifd = describe(shape);
+  object->info.images[0].image.count = 4;
+  object->info.images[0].matte.bits = 9;
+  uint8_t px[8 * 2 * 4];
+  ASSERT_EQ(ORX_get_region(&object, 0, 7, 0, 1, px, -1, ORX_REGION_RGBA8), 0);
+  const float fa = 255.0f / 511.0f;
+  for (int i = 0; i < 16; ++i) {
+    const uint32_t v = stored(ifd, 3, i % 8, i / 8);
+    EXPECT_EQ(px[4 * i + 3], static_cast<uint32_t>(static_cast<float>(v) * fa)) << i;
+    EXPECT_EQ(px[4 * i], stored(ifd, 0, i % 8, i / 8)) << i;
   }
   ORX_close(object);
 }
@@ -131,23 +168,106 @@ int own_region(void *, int32_t, int32_t, int32_t, int32_t, void *, int32_t, int3
   return 7;
 }
 
-TEST_F(Region, RefusalsAndAFormatsOwnReader) {
+TEST_F(Region, RefusalsNameTheFormatAndAFormatsOwnReaderTakesOver) {
   ErrorCapture cap;
   ImageShape shape{{0, 3, 0, 1}, {0, 3, 0, 1}, {3, ORX_C_INTEGER, 8}, {}, {}};
   ORX_OBJECT *object = open(shape);
   ASSERT_NE(object, nullptr);
   uint8_t buf[256];
+  for (int layout : {2, 0, 4, 9, -1}) {
+    EXPECT_EQ(ORX_get_region(&object, 0, 3, 0, 1, buf, -1, layout), ORX_E_UNSUPPORTED);
+    EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED);
+    EXPECT_TRUE(cap.has(ERR_ERROR, "rla cannot handle the requested action")) << cap.last();
+  }
+  // The format's name, else its key; no record at all counts as RLA.
+  const ORX_FORMAT *record = object->format;
+  ORX_FORMAT named{};
+  named.key = const_cast<char *>("dmo");
+  named.name = const_cast<char *>("Demo Format");
+  object->format = &named;
+  EXPECT_EQ(ORX_get_region(&object, 0, 3, 0, 1, buf, -1, 2), ORX_E_UNSUPPORTED);
+  EXPECT_EQ(cap.last(), "Demo Format cannot handle the requested action");
+  named.name = nullptr;
+  EXPECT_EQ(ORX_get_region(&object, 0, 3, 0, 1, buf, -1, 2), ORX_E_UNSUPPORTED);
+  EXPECT_EQ(cap.last(), "dmo cannot handle the requested action");
+  object->format = nullptr;
   EXPECT_EQ(ORX_get_region(&object, 0, 3, 0, 1, buf, -1, 2), ORX_E_UNSUPPORTED);
   EXPECT_EQ(cap.last(), "rla cannot handle the requested action");
+  object->format = record;
+
+  // Channels the conversion cannot take: none, or integers wider than 16 bits.
+  ORX_IFD &ifd = object->info.images[0];
+  const ORX_IFD kept = ifd;
+  ifd.image.count = 0;
+  EXPECT_EQ(ORX_get_region(&object, 0, 3, 0, 1, buf, -1, ORX_REGION_RGB8), ORX_E_UNSUPPORTED);
+  ifd = kept;
+  ifd.image.bits = 17;
+  EXPECT_EQ(ORX_get_region(&object, 0, 3, 0, 1, buf, -1, ORX_REGION_GREY16), ORX_E_UNSUPPORTED);
+  ifd = kept;
+  ifd.matte = ORX_CHANNELS{nullptr, 1, ORX_C_INTEGER, 24, 0};
+  EXPECT_EQ(ORX_get_region(&object, 0, 3, 0, 1, buf, -1, ORX_REGION_RGBA8), ORX_E_UNSUPPORTED);
+  ifd = kept;
+
+  // Without a scan function the read fails with -16 and writes nothing.
+  const ORX_SCAN_FN scan = object->scan;
+  object->scan = nullptr;
+  std::memset(buf, 0xEE, sizeof buf);
+  EXPECT_EQ(ORX_get_region(&object, 0, 3, 0, 1, buf, -1, ORX_REGION_RGB8), ORX_E_UNSUPPORTED);
+  EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED);
+  EXPECT_EQ(buf[0], 0xEE);
+  object->scan = scan;
+
+  // A format's own reader gets every call, even a layout the core refuses.
   object->region = own_region;
+  cap.clear();
   EXPECT_EQ(ORX_get_region(&object, 0, 3, 0, 1, buf, -1, 2), 0);
   EXPECT_EQ(g_region_calls, 1);
+  EXPECT_EQ(cap.size(), 0u);
   ORX_close(object);
 
-  ImageShape wide{{0, 3, 0, 1}, {0, 3, 0, 1}, {3, ORX_C_FLOAT, 32}, {}, {}};
-  object = open(wide);
+  ImageShape floats{{0, 3, 0, 1}, {0, 3, 0, 1}, {3, ORX_C_FLOAT, 32}, {}, {}};
+  object = open(floats);
   ASSERT_NE(object, nullptr);
   EXPECT_EQ(ORX_get_region(&object, 0, 3, 0, 1, buf, -1, ORX_REGION_RGB8), ORX_E_UNSUPPORTED);
+  ORX_close(object);
+}
+
+// The lines handed to the scan function, and the call on which it fails.
+std::vector<int32_t> g_lines;
+std::size_t g_fail_on = 0;
+ORX_SCAN_FN g_scan = nullptr;
+int failing_scan(void *data, int32_t line, void *channels) {
+  g_lines.push_back(line);
+  if (g_lines.size() == g_fail_on) {
+    orx__err = ORX_E_READ;
+    return ORX_E_READ;
+  }
+  return g_scan(data, line, channels);
+}
+
+TEST_F(Region, ReadsInStoredOrderAndStopsAtTheFirstFailingLine) {
+  ImageShape shape{{0, 5, 0, 7}, {0, 5, 0, 7}, {1, ORX_C_INTEGER, 8}, {}, {}};
+  ORX_OBJECT *object = open(shape);
+  ASSERT_NE(object, nullptr);
+  const bool upwards = (object->info.images[0].orientation & 1) != 0;
+  g_scan = object->scan;
+  object->scan = failing_scan;
+  g_lines.clear();
+  g_fail_on = 4;
+  // The whole height, so that reaching the first line reads nothing before it.
+  std::vector<uint8_t> buf(6 * 8, 0xEE);
+  EXPECT_EQ(ORX_get_region(&object, 0, 5, 0, 7, buf.data(), -1, ORX_REGION_GREY8), ORX_E_READ);
+  const std::vector<int32_t> order =
+      upwards ? std::vector<int32_t>{0, 1, 2, 3} : std::vector<int32_t>{7, 6, 5, 4};
+  ASSERT_EQ(g_lines, order);
+  // The rows read before the failure are written, the others untouched.
+  for (int32_t y = 0; y <= 7; ++y) {
+    const bool written = std::find(order.begin(), order.begin() + 3, y) != order.begin() + 3;
+    const uint8_t want =
+        written ? static_cast<uint8_t>(stored(describe(shape), 0, 0, y)) : uint8_t{0xEE};
+    EXPECT_EQ(buf[static_cast<std::size_t>(y) * 6], want) << y;
+  }
+  object->scan = g_scan;
   ORX_close(object);
 }
 
