@@ -444,8 +444,14 @@ int open_stream_images(ORX_OBJECT *object, Images &images, std::FILE *stream,
     }
     return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
   }
-  file->buffer = buffer_stream(stream);
-  if (file->buffer == nullptr) return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
+  // Standard input outlives the object and keeps its own buffer: one given
+  // here would be freed at close while stdin still points into it, and
+  // replacing a buffer that holds read-ahead drops the bytes of whatever
+  // follows the image in the stream.
+  if (close != nullptr) {
+    file->buffer = buffer_stream(stream);
+    if (file->buffer == nullptr) return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
+  }
   const char *name = object->info.handle != nullptr ? object->info.handle : "-";
   Header h;
   long end = 0;

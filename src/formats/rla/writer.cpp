@@ -282,7 +282,10 @@ bool complete(const ORX_OBJECT *object, WriteImage *states, int count) {
   char stamp[layout::kTime.size] = {};
   std::snprintf(stamp, sizeof stamp, "%02d:%02d:%02d", static_cast<int>(elapsed / 3600),
                 static_cast<int>(elapsed / 60 % 60), static_cast<int>(elapsed % 60));
-  seek_write(file.stream, kTimeOffset, stamp, sizeof stamp);
+  // Not on standard output or a given stream: even when one can seek (output
+  // redirected to a file), going back would leave its position inside this
+  // header, and whatever is written next would overwrite the image.
+  if (!file.to_stdout) seek_write(file.stream, kTimeOffset, stamp, sizeof stamp);
   return true;
 }
 

@@ -1,7 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <csignal>
+#include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include "formats/rla/rla_files.hpp"
@@ -85,6 +91,61 @@ TEST_F(PipeFormat, RoundTripsThroughShellCommands) {
     ASSERT_NE(in, nullptr) << orx__err;
     EXPECT_EQ(in->info.images[0].window.right, shape.window.right);
     expect_rows(in, shape.window.bottom);
+    EXPECT_EQ(ORX_close(in), 0);
+  }
+}
+
+// Points a standard descriptor somewhere else for the life of the object.
+class Redirect {
+ public:
+  Redirect(int fd, int to) : fd_(fd), saved_(dup(fd)) {
+    std::fflush(nullptr);
+    dup2(to, fd);
+    close(to);
+  }
+  ~Redirect() {
+    std::fflush(nullptr);
+    dup2(saved_, fd_);
+    close(saved_);
+    std::clearerr(stdin);
+  }
+
+ private:
+  int fd_, saved_;
+};
+
+std::string contents(const std::string &path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+TEST_F(PipeFormat, StandardOutputAndInputCarryImagesBackToBack) {
+  ImageShape first{{0, 12, 0, 6}, {2, 10, 1, 5}, {3, ORX_C_INTEGER, 16}, {}, {}};
+  ImageShape second{{0, 7, 0, 3}, {0, 7, 0, 3}, {1, ORX_C_INTEGER, 8}, {1, ORX_C_INTEGER, 8}, {}};
+  const std::string file = dir_.file("out.rla");
+  {
+    Redirect to_file(1, ::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600));
+    for (const ImageShape *shape : {&first, &second}) {
+      ORX_OBJECT *out = open_pipe("-", "w", shape);
+      ASSERT_NE(out, nullptr);
+      write_pattern(out);
+      EXPECT_EQ(ORX_close(out), 0);
+    }
+  }
+  // Both images go through one pipe, which cannot seek back: whatever the
+  // first read fetched beyond its image must still be there for the second.
+  const std::string bytes = contents(file);
+  ASSERT_LT(bytes.size(), 65536u);
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  ASSERT_EQ(write(ends[1], bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+  close(ends[1]);
+  Redirect from_pipe(0, ends[0]);
+  for (const ImageShape *shape : {&first, &second}) {
+    ORX_OBJECT *in = open_pipe("-", "r", nullptr);
+    ASSERT_NE(in, nullptr) << orx__err << " image " << (shape == &first ? 1 : 2);
+    EXPECT_EQ(in->info.images[0].window.right, shape->window.right);
+    expect_rows(in, shape->window.bottom);
     EXPECT_EQ(ORX_close(in), 0);
   }
 }
