@@ -9,6 +9,7 @@
 // library allocate what the header claims.  The next-image links must move
 // forward: a link that does not point past the previous image's offset table
 // is refused as corrupt (message 167), which also ends any cycle.
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -382,6 +383,19 @@ int read_row_in_sequence(ReadImage &image, int32_t y) {
   return 0;
 }
 
+// Seeking a sequential stream: forward is left to the next read, which reads
+// past the rows before it; a stored row already passed cannot be had again,
+// so going back is refused as reading it would be (instead of the reopen the
+// core would try, which cannot restart standard input or a command's output).
+int seek_in_sequence(void *data, int32_t line) {
+  auto &image = *static_cast<ReadImage *>(data);
+  const int32_t target = line == -1 ? image.window_bottom : line;
+  if (std::max(target, image.active_bottom) < image.stream_row)
+    return fail(ORX_E_BAD_SCANLINE, Msg::kBadScanline, target);
+  orx__err = 0;
+  return 0;
+}
+
 int read_row(void *data, int32_t y, void *out) {
   auto &image = *static_cast<ReadImage *>(data);
   ReadFile &file = *image.file;
@@ -477,6 +491,7 @@ int read_open_stream(ORX_OBJECT *object, std::FILE *stream, CloseStream close) {
     return 0;
   }
   object->scan = read_row;
+  object->seek = seek_in_sequence;
   object->close = close_object;
   return 1;
 }

@@ -1,8 +1,10 @@
 // RLA over a stream that cannot seek back: standard input or output, or a
 // pipe to a command.  The "pipe" format is built on these.  Only the first
 // image of a file is read (later images' headers follow their rows), and
-// rows must be asked for in ascending order; the offset table is skipped
-// when reading and left as first written when writing.
+// rows must be asked for in ascending order: reading or seeking to a stored
+// row already passed fails with ORX_E_BAD_SCANLINE (-2) and "Bad scanline"
+// (message 53), as for any line the image cannot give.  The offset table is
+// skipped when reading and left as first written when writing.
 #pragma once
 
 #include <cstdio>

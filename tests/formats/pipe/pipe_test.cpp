@@ -49,18 +49,22 @@ ORX_OBJECT *open_pipe(const std::string &handle, const char *mode, const ImageSh
   return object;
 }
 
-void write_pattern(ORX_OBJECT *object) {
+// Writes every row; false when the rows could not be had or written.
+bool write_pattern(ORX_OBJECT *object) {
   ORX_IFD &ifd = object->info.images[0];
   void **rows = orx__chan_alloc(&ifd, ifd.window.right - ifd.window.left + 1, "test");
+  if (rows == nullptr) return false;
   const int channels = static_cast<int>(channel_groups(ifd).size());
-  for (int y = ifd.window.bottom; y <= ifd.window.top; ++y) {
+  bool written = true;
+  for (int y = ifd.window.bottom; y <= ifd.window.top && written; ++y) {
     for (int c = 0; c < channels; ++c) {
       auto row = expected_row(ifd, c, y);
       std::memcpy(rows[c], row.data(), row.size());
     }
-    ASSERT_EQ(ORX_scan_write(object, y, rows), 0);
+    written = ORX_scan_write(object, y, rows) == 0;
   }
   orx__chan_free(rows);
+  return written;
 }
 
 void expect_rows(ORX_OBJECT *object, int from) {
@@ -84,7 +88,7 @@ TEST_F(PipeFormat, RoundTripsThroughShellCommands) {
     const std::string file = dir_.file("stream.pipe");
     ORX_OBJECT *out = open_pipe("|cat > '" + file + "'", "w", &shape);
     ASSERT_NE(out, nullptr) << orx__err;
-    write_pattern(out);
+    EXPECT_TRUE(write_pattern(out));
     EXPECT_EQ(ORX_close(out), 0);
 
     ORX_OBJECT *in = open_pipe("|cat '" + file + "'", "r", nullptr);
@@ -128,7 +132,7 @@ TEST_F(PipeFormat, StandardOutputAndInputCarryImagesBackToBack) {
     for (const ImageShape *shape : {&first, &second}) {
       ORX_OBJECT *out = open_pipe("-", "w", shape);
       ASSERT_NE(out, nullptr);
-      write_pattern(out);
+      EXPECT_TRUE(write_pattern(out));
       EXPECT_EQ(ORX_close(out), 0);
     }
   }
@@ -161,6 +165,22 @@ TEST_F(PipeFormat, ReadsFilesOfTheRlaWriterAndSkipsForwardButNotBack) {
   void **rows = nullptr;
   EXPECT_EQ(ORX_scan_read(in, 1, &rows), ORX_E_BAD_SCANLINE);
   EXPECT_TRUE(cap.has(ERR_ERROR, "Bad scanline: 1")) << cap.last();
+  // Seeking back is refused too, keeping the object (no reopen).
+  ORX_OBJECT *kept = in;
+  cap.clear();
+  EXPECT_EQ(ORX_seek(&in, 2), ORX_E_BAD_SCANLINE);
+  EXPECT_EQ(ORX_seek(&in, -1), ORX_E_BAD_SCANLINE);
+  EXPECT_EQ(in, kept);
+  EXPECT_TRUE(cap.has(ERR_ERROR, "Bad scanline: 2")) << cap.last();
+  EXPECT_EQ(cap.size(), 2u);
+  EXPECT_EQ(ORX_close(in), 0);
+
+  // Seeking forward reads past the rows in between.
+  in = open_pipe("|cat '" + file + "'", "r", nullptr);
+  ASSERT_NE(in, nullptr);
+  EXPECT_EQ(ORX_seek(&in, -1), 0);
+  EXPECT_EQ(ORX_seek(&in, 4), 0);
+  expect_rows(in, 4);
   EXPECT_EQ(ORX_close(in), 0);
 
   // A plain file name is read in stream order too.
@@ -178,10 +198,19 @@ TEST_F(PipeFormat, FailingCommandsAreReported) {
   ImageShape shape;
   ORX_OBJECT *out = open_pipe("|cat > '" + dir_.file("no/such/dir/x") + "'", "w", &shape);
   if (out != nullptr) {
-    write_pattern(out);
+    write_pattern(out);  // may fail already if the command has gone
     EXPECT_NE(ORX_close(out), 0);
   }
   EXPECT_TRUE(cap.has(ERR_ERROR, "Cannot write")) << cap.last();
+  // A command that fails after giving the whole image is reported at close.
+  const std::string file = dir_.file("fine.rla");
+  write_file(file, {shape});
+  ORX_OBJECT *in = open_pipe("|cat '" + file + "'; exit 3", "r", nullptr);
+  ASSERT_NE(in, nullptr);
+  expect_rows(in, 0);
+  cap.clear();
+  EXPECT_EQ(ORX_close(in), ORX_E_READ);
+  EXPECT_TRUE(cap.has(ERR_ERROR, "the stream ended in failure")) << cap.last();
   EXPECT_EQ(open_pipe(dir_.file("missing.pipe"), "r", nullptr), nullptr);
   EXPECT_TRUE(cap.has(ERR_ERROR, "Cannot open file")) << cap.last();
 }
@@ -203,6 +232,27 @@ TEST_F(PipeFormat, ExhaustionLeavesNothingBehind) {
     return true;
   });
   ORX_info_cleanup(&info, 1);
+
+  // Writing through a command: whatever allocation fails, the object and
+  // the command are gone afterwards and nothing leaks.
+  const std::string out = dir_.file("oom-out.rla");
+  ORX_info_init(&info);
+  info.handle = STR_save(("|cat > '" + out + "'").c_str());
+  info.type = STR_save("pipe");
+  info.image_count = 1;
+  info.images = static_cast<ORX_IFD *>(ERR_malloc(sizeof(ORX_IFD)));
+  info.images[0] = describe(shape);
+  for_each_allocation_failure([&] {
+    ORX_OBJECT *object = ORX_open(&info, "w");
+    if (object == nullptr) return false;
+    const bool written = write_pattern(object);
+    return ORX_close(object) == 0 && written;
+  });
+  ORX_info_cleanup(&info, 1);
+  ORX_OBJECT *in = open_pipe(out, "r", nullptr);
+  ASSERT_NE(in, nullptr);
+  expect_rows(in, 0);
+  EXPECT_EQ(ORX_close(in), 0);
 }
 
 }  // namespace
