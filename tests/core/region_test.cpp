@@ -54,6 +54,7 @@ uint32_t stored(const ORX_IFD &ifd, int c, int x, int y) {
 TEST_F(Region, EveryLayoutScalesAndPlacesTheComponents) {
   const ImageShape shapes[] = {
       {{0, 11, 0, 5}, {0, 11, 0, 5}, {3, ORX_C_INTEGER, 10}, {1, ORX_C_INTEGER, 8}, {}},
+      {{0, 11, 0, 5}, {0, 11, 0, 5}, {3, ORX_C_INTEGER, 8}, {1, ORX_C_INTEGER, 8}, {}},
       {{0, 11, 0, 5}, {0, 11, 0, 5}, {3, ORX_C_INTEGER, 16}, {1, ORX_C_INTEGER, 16}, {}},
       {{0, 11, 0, 5}, {0, 11, 0, 5}, {2, ORX_C_INTEGER, 12}, {1, ORX_C_INTEGER, 4}, {}},
   };
