@@ -29,12 +29,18 @@ ORX_BEGIN_DECLS
 #define ORX_REGION_RGB8 8
 
 /* Reads columns x_left..x_right of lines y_bottom..y_top into buffer: row 0
- * is line y_bottom, rows stride bytes apart (-1: packed), pixel x at
- * (x - x_left) * pixel bytes.  Parts outside the stored (active) window are
- * zeros.  Reading may reopen the file, so the object is passed by address
- * and may be replaced.  Returns orx__err: 0, -16 for a layout or channels it
- * cannot convert (reported), or the failing scanline read's status (the rows
- * before it are written). */
+ * is line y_bottom, rows stride bytes apart (-1: packed, that is
+ * (x_right - x_left + 1) * pixel bytes; a smaller stride is refused), pixel
+ * x at (x - x_left) * pixel bytes.  The caller owns buffer, which must hold
+ * (y_top - y_bottom + 1) rows.  Parts outside the stored (active) window are
+ * zeros.  Lines are read in the order the image stores them, under the
+ * object's lock.  Reading may reopen the file, so the object is passed by
+ * address and may be replaced.  When the image's format has a region reader
+ * of its own (the object's region slot), every call goes to it instead.
+ * Returns orx__err: 0; -5 for a null object or buffer; -16 for a layout,
+ * rectangle or channels it cannot convert (reported, naming the format);
+ * or the status of the failing seek or scanline read, the rows read before
+ * it being written. */
 ORX_API int ORX_get_region(ORX_OBJECT **object, int32_t x_left, int32_t x_right,
                            int32_t y_bottom, int32_t y_top, void *buffer, int32_t stride,
                            int32_t layout);
