@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Installs the Debian packages liborx builds, tests and benchmarks with.
+# Idempotent: packages already present are left alone, so it is cheap to run
+# before every build. Run as root, or as a user with sudo.
+#   scripts/install-deps.sh          install what is missing
+#   scripts/install-deps.sh --list   print the package list, one per line
+set -euo pipefail
+
+packages=(
+  # Build tools and the orx tool's command-line parser.
+  cmake ninja-build g++ clang libclang-rt-14-dev libcli11-dev
+  # Tests and benchmarks.
+  libgtest-dev libgmock-dev libbenchmark-dev
+  # Image tools the interoperability tests compare against (skipped when missing).
+  openimageio-tools graphicsmagick imagemagick
+)
+
+if [ "${1:-}" = "--list" ]; then
+  printf '%s\n' "${packages[@]}"
+  exit 0
+fi
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+sudo=()
+[ "$(id -u)" -eq 0 ] || sudo=(sudo)
+export DEBIAN_FRONTEND=noninteractive
+"${sudo[@]}" apt-get update -qq
+"${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
