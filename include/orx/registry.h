@@ -141,7 +141,9 @@ ORX_API void ORX_symbols(void);
 ORX_API ORX_OBJECT *ORX_open(ORX_INFO *info, const char *mode);
 
 /* Read line into the format's own buffer: *channels receives its channel
- * scanline buffer (valid until the next call on the object).  Returns 0, or
+ * scanline buffer (valid until the next call on the object).  The buffer is
+ * the format's: read it, do not write into it (a format may hand rows it
+ * left untouched back for the next line; copy a row to change it).  Returns 0, or
  * a negative status (-16 when the object cannot scan).  On success the
  * object's current line becomes line. */
 ORX_API int ORX_scan_read(ORX_OBJECT *object, int32_t line, void ***channels);

@@ -40,7 +40,9 @@ ORX_API int ORX_rla_is_file(const char *path, FILE *stream);
  * and stores the format's own channel scanline buffer holding the line; rows
  * inside the window but outside the stored part read as zeros.  Returns 1 on
  * success, 0 on failure with orx__err set (-5 cannot open, -8 not an RLA
- * file, -10 out of memory, -16 unsupported channels) and one report, except
+ * file, or one whose header asks for more channels or row memory than the
+ * limits of orx/limits.h allow, or more offset-table and scanline bytes than
+ * the file holds; -10 out of memory, -16 unsupported channels) and one report, except
  * for "/dev/stdin", which is refused without a report (the reader must
  * seek). */
 ORX_API int ORX_rla_r_open(ORX_OBJECT *object);

@@ -1,5 +1,5 @@
 // The channel scanline buffer: one row per channel in one zero-filled block.
-#include <cstring>
+#include "core/channels.hpp"
 
 #include "err/heap.hpp"
 #include "err/messages.hpp"
@@ -36,7 +36,26 @@ bool check(const ORX_CHANNELS &g, GroupCheck msgs, const char *who) {
   return true;
 }
 
+// Bytes of one channel's row of group g (3: colour index), even.
+uint64_t row_bytes(const ORX_CHANNELS &g, int group, int32_t width) {
+  const uint64_t pixels = width > 0 ? static_cast<uint64_t>(width) : 0;
+  const uint64_t row = pixels * (group == 3 ? 2 : sample_bytes(g));
+  return row + (row & 1);
+}
+
 }  // namespace
+
+uint64_t channel_block_bytes(const ORX_IFD &ifd, int32_t width) {
+  const ORX_CHANNELS *groups[] = {&ifd.image, &ifd.matte, &ifd.aux, &ifd.index};
+  uint64_t bytes = 0;
+  for (int g = 0; g < 4; ++g) {
+    // Colour-index channels count only in an image without image channels.
+    if (groups[g]->count <= 0 || (g == 3 && ifd.image.count > 0)) continue;
+    bytes += row_bytes(*groups[g], g, width) * static_cast<uint64_t>(groups[g]->count);
+  }
+  return bytes;
+}
+
 }  // namespace orx::core
 
 extern "C" {
@@ -62,34 +81,28 @@ void **ORX_chan_alloc(ORX_IFD *ifd, int32_t width, const char *who, uint32_t *si
     }
   }
   const ORX_CHANNELS *groups[] = {&ifd->image, &ifd->matte, &ifd->aux, &ifd->index};
-  uint64_t pixels = width > 0 ? static_cast<uint64_t>(width) : 0;
   uint64_t channels = 0;
-  uint64_t bytes = 0;
-  for (int g = 0; g < 4; ++g) {
-    if (groups[g]->count <= 0) continue;
-    uint64_t row = pixels * (g == 3 ? 2 : sample_bytes(*groups[g]));
-    row += row & 1;  // rows keep an even byte count
-    channels += static_cast<uint64_t>(groups[g]->count);
-    bytes += row * static_cast<uint64_t>(groups[g]->count);
-  }
+  for (const ORX_CHANNELS *g : groups)
+    channels += g->count > 0 ? static_cast<uint64_t>(g->count) : 0;
+  const uint64_t bytes = channel_block_bytes(*ifd, width);
   if (bytes > UINT32_MAX || channels > 1u << 20) {
     orx__err = ORX_E_NO_MEMORY;
     return nullptr;
   }
   auto **rows = static_cast<void **>(orx::heap::allocate((channels + 1) * sizeof(void *)));
-  auto *block = static_cast<unsigned char *>(channels > 0 ? orx::heap::allocate(bytes) : nullptr);
+  // Zeroed by the system: pages of a large block are touched only when used.
+  auto *block = static_cast<unsigned char *>(
+      channels > 0 ? orx::heap::allocate_zeroed(bytes) : nullptr);
   if (rows == nullptr || (channels > 0 && block == nullptr)) {
     orx::heap::release(rows);
     orx::heap::release(block);
     orx__err = ORX_E_NO_MEMORY;
     return nullptr;
   }
-  if (block != nullptr) std::memset(block, 0, bytes);
   uint64_t at = 0;
   uint64_t k = 0;
   for (int g = 0; g < 4; ++g) {
-    uint64_t row = pixels * (g == 3 ? 2 : sample_bytes(*groups[g]));
-    row += row & 1;
+    const uint64_t row = row_bytes(*groups[g], g, width);
     for (int32_t c = 0; c < groups[g]->count; ++c) {
       rows[k++] = block + at;
       at += row;

@@ -30,6 +30,11 @@ void *allocate(std::size_t size) {
   return std::malloc(size == 0 ? 1 : size);
 }
 
+void *allocate_zeroed(std::size_t size) {
+  if (should_fail()) return nullptr;
+  return std::calloc(size == 0 ? 1 : size, 1);
+}
+
 void *reallocate(void *block, std::size_t size) {
   if (should_fail()) return nullptr;
   return std::realloc(block, size == 0 ? 1 : size);

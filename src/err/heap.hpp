@@ -13,6 +13,9 @@ namespace orx::heap {
 // that a null result always means "out of memory".
 void *allocate(std::size_t size);
 void *reallocate(void *block, std::size_t size);
+// A zero-filled block, for large buffers: the system hands out fresh pages
+// already zeroed, so memory that is never written is never touched.
+void *allocate_zeroed(std::size_t size);
 void release(void *block);
 
 // Failure injection.  After fail_nth(n) with n >= 1, the n-th allocation from

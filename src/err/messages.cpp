@@ -93,6 +93,13 @@ constexpr std::array kCatalogue = {
           "Incompatible response curve channel type (channel must be of type ORX_C_INTEGER for "
           "composited response curve)"},
     Entry{Msg::kCurveElementCounts, 3, "Incompatible response curve channel element counts"},
+    // A file refused before the library allocates what its header asks for.
+    Entry{Msg::kLimitExceeded, 3,
+          "%s: the image needs %llu %s, more than the limit of %llu (raise it with "
+          "ORX_set_limit or %s)"},
+    Entry{Msg::kFileTooSmall, 3,
+          "%s: its headers, offset tables and scanline lengths need at least %llu bytes, "
+          "but the file has %llu"},
     Entry{Msg::kUnknownKey, 3,
           "Unknown file type key (\"%s\") was specified; Ensure that the plug-in for this "
           "type is defined"},

@@ -56,6 +56,8 @@ enum class Msg : int32_t {
   kCurveChannelCounts = 902212,
   kCurveChannelType = 902213,
   kCurveElementCounts = 902214,
+  kLimitExceeded = 902240,
+  kFileTooSmall = 902241,
   kUnknownKey = 902902,
   // Set 903: configuration.
   kConfigSyntax = 903002,

@@ -3,12 +3,22 @@
 //
 // The reader trusts nothing in the file.  Before the offset table and the
 // buffers of an image are allocated, the file must be large enough to hold
-// that header and its table, and one chunk length for every channel
-// somewhere (later images' rows may precede their header), so a tiny
-// file with a huge window or channel count fails there rather than making the
-// library allocate what the header claims.  The next-image links must move
-// forward: a link that does not point past the previous image's offset table
-// is refused as corrupt (message 167), which also ends any cycle.
+// every header read so far with its offset table and one chunk length per
+// channel per active row (later images' rows may precede their header, so
+// the sizes are summed rather than placed), the image may have no more
+// channels than ORX_LIMIT_CHANNELS, and the row buffers of all its images no
+// more bytes than ORX_LIMIT_ROW_MEMORY (orx/limits.h).  A tiny file with a
+// huge window or channel count fails there, with status -8 and a message
+// naming what it lacks, rather than making the library allocate what the
+// header claims.  The next-image links must move forward: a link that does
+// not point past the previous image's offset table is refused as corrupt
+// (message 167), which also ends any cycle.
+//
+// Rows outside the active window read as zeros.  While no layer sits above
+// the reader, nobody writes into its rows, so a buffer already zero is not
+// zeroed again and the columns outside the active window are zeroed once:
+// a window of thousands of empty rows costs nothing per row.  A layer above
+// may transform the rows in place, and then every row is written in full.
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -16,6 +26,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/channels.hpp"
+#include "core/limits.hpp"
 #include "err/heap.hpp"
 #include "err/messages.hpp"
 #include "formats/rla/channels.hpp"
@@ -24,6 +36,7 @@
 #include "formats/rla/stream.hpp"
 #include "orx/err.h"
 #include "orx/fmt.h"
+#include "orx/limits.h"
 #include "orx/orx.h"
 #include "orx/rla.h"
 #include "orx/str.h"
@@ -34,6 +47,7 @@ namespace {
 
 // What all images of one open file share.
 struct ReadFile {
+  const ORX_OBJECT *object = nullptr;  // whose scan slot tells whether a layer sits above
   std::FILE *stream = nullptr;
   char *buffer = nullptr;      // the stream's buffer, released after closing
   std::uint32_t position = 0;  // the stream's offset, so in-order reads make no seeks
@@ -42,6 +56,10 @@ struct ReadFile {
   bool is_stdin = false;
   bool sequential = false;     // a stream that cannot seek: rows in file order only
   CloseStream close_stream = nullptr;  // how a sequential stream is closed
+  // What the images read so far demand: bytes the file must hold at least,
+  // and bytes of row buffers.
+  std::uint64_t least_size = 0;
+  std::uint64_t row_memory = 0;
 };
 
 // One image of the file.
@@ -62,6 +80,8 @@ struct ReadImage {
   int next_row = 0;
   int stream_row = 0;  // next stored row of a sequential stream
   long table_position = 0;
+  bool zeros = true;       // the whole channel buffer holds zeros
+  bool pads_zero = true;   // the columns outside the active window hold zeros
 };
 
 // Images read so far and their descriptors, grown by one per header.
@@ -184,6 +204,36 @@ int describe(ORX_OBJECT *object, int index, const Header &h, ORX_IFD &ifd) {
   return save(&info.compression, "run length encoded") ? 0 : ORX_E_NO_MEMORY;
 }
 
+int over_limit(const char *path, std::int32_t which, std::uint64_t need, const char *what) {
+  return fail(ORX_E_NOT_OUR_FILE, Msg::kLimitExceeded, path, static_cast<unsigned long long>(need),
+              what, static_cast<unsigned long long>(ORX_limit(which)),
+              core::limit_variable(which));
+}
+
+// Whether the file can hold image, and the library may give it buffers,
+// before anything its header sizes is allocated; 0, or -8 after a report.
+int check_demands(const char *path, long file_size, long at, const ReadImage &image,
+                  const ORX_IFD &ifd, int rows) {
+  ReadFile &file = *image.file;
+  const auto channels = static_cast<std::uint64_t>(image.channels);
+  if (static_cast<std::int64_t>(channels) > ORX_limit(ORX_LIMIT_CHANNELS))
+    return over_limit(path, ORX_LIMIT_CHANNELS, channels, "channels");
+  const std::uint64_t table = offset_table_size(rows);
+  const auto size = static_cast<std::uint64_t>(file_size);
+  file.least_size += kHeaderSize + table + 2 * channels * static_cast<std::uint64_t>(rows);
+  const std::uint64_t here = static_cast<std::uint64_t>(at) + kHeaderSize + table;
+  const std::uint64_t need = std::max(file.least_size, here);
+  if (need > size)
+    return fail(ORX_E_NOT_OUR_FILE, Msg::kFileTooSmall, path, static_cast<unsigned long long>(need),
+                static_cast<unsigned long long>(size));
+  // The decode buffer is at most 16 bytes a sample, whatever the widths.
+  file.row_memory += core::channel_block_bytes(ifd, image.width) +
+                     decode_buffer_size(image.active_width, 64);
+  if (static_cast<std::int64_t>(file.row_memory) > ORX_limit(ORX_LIMIT_ROW_MEMORY))
+    return over_limit(path, ORX_LIMIT_ROW_MEMORY, file.row_memory, "bytes of row buffers");
+  return 0;
+}
+
 // Reads the header at the stream's position as image `index` into the last
 // state and descriptor.  Returns 0, or -1 / -10 after a report.
 int read_header(ORX_OBJECT *object, const char *path, long file_size, long *end, Images &images,
@@ -214,12 +264,8 @@ int read_header(ORX_OBJECT *object, const char *path, long file_size, long *end,
   image.stream_row = h.active.bottom;
   const int rows = active_rows(h);
   const std::size_t table_size = offset_table_size(rows);
-  // Plausibility before any allocation the header alone would size.
-  const auto needed = static_cast<unsigned long long>(at) + kHeaderSize + table_size;
-  const auto chunks = rows > 0 ? 2ull * static_cast<unsigned>(image.channels) : 0ull;
-  if (needed > static_cast<unsigned long long>(file_size) ||
-      chunks > static_cast<unsigned long long>(file_size))
-    return not_ours(path);
+  if (int status = check_demands(path, file_size, at, image, ifd, rows); status != 0)
+    return status;
   image.table = static_cast<std::uint8_t *>(heap::allocate(table_size > 0 ? table_size : 1));
   if (image.table == nullptr) return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
   image.table_position = at + static_cast<long>(kHeaderSize);
@@ -238,8 +284,10 @@ int read_header(ORX_OBJECT *object, const char *path, long file_size, long *end,
   image.decode = static_cast<std::uint8_t *>(heap::allocate(image.decode_size));
   if (image.decode == nullptr) return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
   image.buffer = orx__chan_alloc(&ifd, image.width, who);
-  if (image.buffer == nullptr) return orx__err == 0 ? ORX_E_NO_MEMORY : orx__err;
-  return 0;
+  if (image.buffer != nullptr) return 0;
+  // The buffer's own refusals are reported; its memory shortage is not.
+  if (orx__err == 0 || orx__err == ORX_E_NO_MEMORY) return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
+  return orx__err;
 }
 
 // Grows the state and descriptor arrays by one, the new entries initialised.
@@ -278,6 +326,7 @@ int open_images(ORX_OBJECT *object, Images &images) {
   auto *file = static_cast<ReadFile *>(heap::allocate(sizeof(ReadFile)));
   if (file == nullptr) return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
   *file = ReadFile{};
+  file->object = object;
   if (!grow(object, images, file)) {
     if (images.states == nullptr) heap::release(file);  // else the first state holds it
     return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
@@ -322,9 +371,45 @@ int open_images(ORX_OBJECT *object, Images &images) {
   return 0;
 }
 
-void fill_zero(const ReadImage &image, int channel) {
-  std::memset(image.buffer[channel], 0,
-              static_cast<std::size_t>(image.width) * kind_bytes(image.kinds[channel]));
+int read_row(void *data, int32_t y, void *out);
+
+// Whether the caller gets the rows as the reader leaves them: true while no
+// layer sits above the reader (layers may transform rows in place).
+bool rows_untouched(const ReadImage &image) {
+  const ORX_OBJECT *object = image.file->object;
+  return object != nullptr && object->scan == read_row;
+}
+
+// Zeros columns [from, from + count) of every channel row.
+void zero_columns(const ReadImage &image, int from, int count) {
+  for (int c = 0; c < image.channels; ++c) {
+    const std::size_t size = kind_bytes(image.kinds[c]);
+    auto *row = static_cast<std::uint8_t *>(image.buffer[c]);
+    std::memset(row + static_cast<std::size_t>(from) * size, 0,
+                static_cast<std::size_t>(count) * size);
+  }
+}
+
+// A row outside the active window: zeros over the window width, written only
+// where the buffer may hold something else.
+void zero_row(ReadImage &image) {
+  const bool untouched = rows_untouched(image);
+  if (!untouched || !image.pads_zero)
+    zero_columns(image, 0, image.width);
+  else if (!image.zeros)
+    zero_columns(image, image.left_pad, image.active_width);
+  image.zeros = image.pads_zero = untouched;
+}
+
+// Before a row of the active window is decoded: zeros outside its columns.
+void prepare_active_row(ReadImage &image) {
+  const bool untouched = rows_untouched(image);
+  if (!untouched || !image.pads_zero) {
+    zero_columns(image, 0, image.left_pad);
+    zero_columns(image, image.left_pad + image.active_width, image.right_pad);
+  }
+  image.zeros = false;
+  image.pads_zero = untouched;
 }
 
 // Decodes one chunk into a channel row; true when it held exactly the row.
@@ -332,10 +417,7 @@ bool decode_chunk(const ReadImage &image, int channel, std::size_t len) {
   const Kind kind = image.kinds[channel];
   const std::size_t size = kind_bytes(kind);
   auto *row = static_cast<std::uint8_t *>(image.buffer[channel]);
-  std::memset(row, 0, static_cast<std::size_t>(image.left_pad) * size);
   std::uint8_t *dst = row + static_cast<std::size_t>(image.left_pad) * size;
-  std::memset(dst + static_cast<std::size_t>(image.active_width) * size, 0,
-              static_cast<std::size_t>(image.right_pad) * size);
   const int n = image.active_width;
   const std::uint8_t *in = image.decode;
   switch (kind) {
@@ -355,6 +437,7 @@ bool decode_chunk(const ReadImage &image, int channel, std::size_t len) {
 // Reads and decodes the chunks of row y at the stream's position.
 int read_chunks(ReadImage &image, int32_t y) {
   ReadFile &file = *image.file;
+  prepare_active_row(image);
   for (int c = 0; c < image.channels; ++c) {
     std::uint8_t length[2];
     if (std::fread(length, 1, 2, file.stream) != 2)
@@ -402,7 +485,7 @@ int read_row(void *data, int32_t y, void *out) {
   if (y < image.window_bottom || y > image.window_top)
     return fail(ORX_E_BAD_SCANLINE, Msg::kBadScanline, y);
   if (y < image.active_bottom || y > image.active_top) {
-    for (int c = 0; c < image.channels; ++c) fill_zero(image, c);
+    zero_row(image);
     *static_cast<void ***>(out) = image.buffer;
     orx__err = 0;
     return 0;
@@ -447,6 +530,7 @@ int open_stream_images(ORX_OBJECT *object, Images &images, std::FILE *stream,
     return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
   }
   *file = ReadFile{};
+  file->object = object;
   file->stream = stream;
   file->sequential = true;
   file->close_stream = close;

@@ -1,0 +1,16 @@
+// Sizes of the channel scanline buffer, for readers that check a header's
+// demands against the limits before asking for the buffer.
+#pragma once
+
+#include <cstdint>
+
+#include "orx/orx.h"
+
+namespace orx::core {
+
+// Bytes of the block ORX_chan_alloc makes for ifd at width pixels (image,
+// matte, auxiliary and colour-index rows, each of an even byte count), as a
+// 64-bit count that cannot overflow for any descriptor.
+std::uint64_t channel_block_bytes(const ORX_IFD &ifd, std::int32_t width);
+
+}  // namespace orx::core
