@@ -53,7 +53,18 @@ ORX_API int ORX_rla_r_open(ORX_OBJECT *object);
  * and stores the caller's channel scanline buffer; rows go strictly in
  * ascending order from the window bottom.  Float and double channels are
  * written 32 and 64 bits wide whatever their declared width.  Returns 1 on
- * success, 0 on failure with orx__err set and the half-made file removed. */
+ * success, 0 on failure with orx__err set and one report.
+ *
+ * What a failure leaves behind:
+ *  - A failed open removes the file only when the open itself created it
+ *    as a new regular file.  An existing file it emptied, a link, a named
+ *    pipe or a device is never removed.
+ *  - A failed row write (-20, "Cannot write scanline %d; %s") leaves the
+ *    file open: rows already written stay, the object can still be closed,
+ *    and closing writes the headers, links, offset table and time it can,
+ *    returning its own status.  The file is then incomplete; the library
+ *    does not remove it, since the host named it.  A host that wants no
+ *    partial file removes it after closing. */
 ORX_API int ORX_rla_w_open(ORX_OBJECT *object);
 
 ORX_END_DECLS

@@ -62,8 +62,11 @@ bool passed(const ORX_OBJECT *object, int32_t target) {
 ORX_OBJECT *reopen(ORX_OBJECT *object) {
   ORX_INFO request;
   ORX_info_init(&request);
-  request.type = save(object->format != nullptr ? object->format->key : object->info.type);
+  const char *key = object->format != nullptr ? object->format->key : object->info.type;
+  request.type = save(key);
   request.handle = save(object->info.handle);
+  // Without its key the file could open as another format: a lost copy fails.
+  const bool copied = request.handle != nullptr && (key == nullptr || request.type != nullptr);
   request.full_path = 1;
   request.enabled = 0;
   // The caller's settings move to the new object.
@@ -71,7 +74,7 @@ ORX_OBJECT *reopen(ORX_OBJECT *object) {
   object->info.settings = nullptr;
   ORX_close(object);
   ORX_OBJECT *fresh = nullptr;
-  if (request.handle != nullptr)
+  if (copied)
     fresh = ORX_open(&request, "r");
   else
     orx__err = ORX_E_NO_MEMORY;

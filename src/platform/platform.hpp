@@ -72,6 +72,22 @@ bool file_exists(const char *path);
 // Remove a file; 0 on success, else the system error number.
 int remove_file(const char *path);
 
+// A file opened for writing, and whether the open brought it into being, so
+// that a failed write can take away what it made and nothing else.
+struct CreatedFile {
+  bool created = false;  // the open made a new regular file
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+};
+// Opens path for writing as fopen(path, "wb") does (an existing file is
+// emptied), noting in *file whether this open created it.  Null with errno
+// set when it cannot be opened.
+std::FILE *create_file(const char *path, CreatedFile *file);
+// Removes path only when it still names the regular file that create_file
+// created (not an existing file, a device, a link or a file put in its
+// place since).  Returns 0 when removed, else a system error number.
+int remove_created_file(const char *path, const CreatedFile &file);
+
 // A shell command whose standard output is read (mode "r") or whose
 // standard input is written (mode "w") through the returned stream; null when
 // it cannot be started.  close_command waits for it and returns 0 when it

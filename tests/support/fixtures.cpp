@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "support/error_capture.hpp"
+
 namespace orx::test {
 
 long for_each_allocation_failure(const std::function<bool()> &op, long limit) {
@@ -19,6 +21,33 @@ long for_each_allocation_failure(const std::function<bool()> &op, long limit) {
       return n - 1;
     }
     EXPECT_FALSE(ok) << "operation claimed success although allocation " << n << " failed";
+  }
+  ADD_FAILURE() << "operation still allocating after " << limit << " allocations";
+  return limit;
+}
+
+long for_each_reported_allocation_failure(const std::function<int()> &op,
+                                          const std::function<bool()> &clean, long limit) {
+  ErrorCapture errors;
+  for (long n = 1; n <= limit; ++n) {
+    errors.clear();
+    int status;
+    bool fired;
+    {
+      FailNthAllocation fail(n);
+      status = op();
+      fired = fail.fired();
+    }
+    if (!fired) {
+      EXPECT_EQ(status, 0) << "failed without an injected failure: " << errors.last();
+      return n - 1;
+    }
+    EXPECT_EQ(status, ORX_E_NO_MEMORY) << "allocation " << n << ": " << errors.last();
+    EXPECT_TRUE(errors.has(ERR_ERROR, "No more internal memory"))
+        << "allocation " << n << " failed without a report";
+    if (clean) {
+      EXPECT_TRUE(clean()) << "left behind after allocation " << n << " failed";
+    }
   }
   ADD_FAILURE() << "operation still allocating after " << limit << " allocations";
   return limit;

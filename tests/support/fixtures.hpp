@@ -29,6 +29,15 @@ class FailNthAllocation {
 // allocations the successful run needed.
 long for_each_allocation_failure(const std::function<bool()> &op, long limit = 10000);
 
+// The same for an operation that returns a status (0 on success): every run
+// in which the injected failure fired must return ORX_E_NO_MEMORY with "No
+// more internal memory" reported, and leave `clean` true after it (for
+// instance: no file left behind).  Returns the allocations the successful
+// run needed.
+long for_each_reported_allocation_failure(const std::function<int()> &op,
+                                          const std::function<bool()> &clean = {},
+                                          long limit = 10000);
+
 // Sets (or with nullopt, unsets) an environment variable for the scope.
 class ScopedEnv {
  public:

@@ -18,8 +18,10 @@ namespace {
 
 int close_file(std::FILE *stream) { return std::fclose(stream) == 0 ? 0 : -1; }
 
-// Opens the stream a handle names; null after a report.
-std::FILE *open_stream(const char *handle, bool writing, rla::CloseStream *close) {
+// Opens the stream a handle names; null after a report.  A plain file
+// opened for writing notes in *created whether the open made it.
+std::FILE *open_stream(const char *handle, bool writing, rla::CloseStream *close,
+                       platform::CreatedFile *created) {
   if (handle == nullptr) {
     fail(ORX_E_FIELD_MISSING, Msg::kFieldMissing, "handle");
     return nullptr;
@@ -34,7 +36,7 @@ std::FILE *open_stream(const char *handle, bool writing, rla::CloseStream *close
     stream = platform::open_command(handle + 1, writing ? "w" : "r");
   } else {
     *close = close_file;
-    stream = std::fopen(handle, writing ? "wb" : "rb");
+    stream = writing ? platform::create_file(handle, created) : std::fopen(handle, "rb");
   }
   if (stream == nullptr) fail(ORX_E_FIELD_MISSING, Msg::kCannotOpen, handle, std::strerror(errno));
   return stream;
@@ -44,14 +46,20 @@ std::FILE *open_stream(const char *handle, bool writing, rla::CloseStream *close
 
 int pipe_read_open(ORX_OBJECT *object) {
   rla::CloseStream close = nullptr;
-  std::FILE *stream = open_stream(object->info.handle, false, &close);
+  platform::CreatedFile created;
+  std::FILE *stream = open_stream(object->info.handle, false, &close, &created);
   return stream != nullptr && rla::read_open_stream(object, stream, close) ? 1 : 0;
 }
 
 int pipe_write_open(ORX_OBJECT *object) {
   rla::CloseStream close = nullptr;
-  std::FILE *stream = open_stream(object->info.handle, true, &close);
-  return stream != nullptr && rla::write_open_stream(object, stream, close) ? 1 : 0;
+  platform::CreatedFile created;
+  std::FILE *stream = open_stream(object->info.handle, true, &close, &created);
+  if (stream == nullptr) return 0;
+  if (rla::write_open_stream(object, stream, close) != 0) return 1;
+  // The stream is closed; a file the open created goes with it.
+  platform::remove_created_file(object->info.handle, created);
+  return 0;
 }
 
 uint8_t pipe_is_file(const char *name, std::FILE *) {

@@ -25,6 +25,7 @@ struct WriteFile {
   char *buffer = nullptr;  // the stream's buffer, released after closing
   bool to_stdout = false;  // a stream that cannot seek back: nothing is patched
   CloseStream close_stream = nullptr;  // how a given stream is closed at the end
+  platform::CreatedFile created;       // what a failed open may remove
   double start = 0.0;  // tick seconds at open
 };
 
@@ -233,7 +234,7 @@ int open_file(ORX_OBJECT *object, WriteImage *states, const char **path) {
   *path = object->info.full_path != 0
               ? name
               : orx__build_handle(platform::get_env("KV_IMG_DIR"), name, format_extension(object));
-  file.stream = std::fopen(*path, "wb");
+  file.stream = platform::create_file(*path, &file.created);
   if (file.stream == nullptr)
     return fail(ORX_E_FIELD_MISSING, Msg::kCannotOpen, *path, std::strerror(errno));
   file.buffer = buffer_stream(file.stream);
@@ -348,7 +349,7 @@ int write_open(ORX_OBJECT *object, std::FILE *stream, CloseStream close) {
     orx::heap::release(states);
     orx::heap::release(file);
     if (stream != nullptr && close != nullptr) close(stream);
-    orx__err = ORX_E_NO_MEMORY;
+    fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
     return 0;
   }
   *file = WriteFile{};
@@ -365,7 +366,9 @@ int write_open(ORX_OBJECT *object, std::FILE *stream, CloseStream close) {
     if (file->stream != nullptr && !file->to_stdout) {
       std::fclose(file->stream);
       orx::heap::release(file->buffer);
-      orx::platform::remove_file(path);
+      // Only a regular file this open created: never a device, a link or a
+      // file that was there before.
+      orx::platform::remove_created_file(path, file->created);
     } else if (file->close_stream != nullptr) {
       file->close_stream(file->stream);
       orx::heap::release(file->buffer);

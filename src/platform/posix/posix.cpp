@@ -1,5 +1,6 @@
 // POSIX implementation of the platform services.
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <pthread.h>
 #include <pwd.h>
 #include <sys/stat.h>
@@ -115,6 +116,39 @@ int file_status(const char *path, FileStatus *out) {
 bool file_exists(const char *path) { return access(path, F_OK) == 0; }
 
 int remove_file(const char *path) { return unlink(path) == 0 ? 0 : errno; }
+
+std::FILE *create_file(const char *path, CreatedFile *file) {
+  *file = CreatedFile{};
+  constexpr int kWrite = O_WRONLY | O_CLOEXEC;
+  int fd = open(path, kWrite | O_CREAT | O_EXCL, 0666);
+  const bool created = fd >= 0;
+  if (fd < 0 && errno == EEXIST) fd = open(path, kWrite | O_CREAT | O_TRUNC, 0666);
+  if (fd < 0) return nullptr;
+  struct stat st{};
+  if (created && fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) {
+    file->created = true;
+    file->device = static_cast<std::uint64_t>(st.st_dev);
+    file->inode = static_cast<std::uint64_t>(st.st_ino);
+  }
+  std::FILE *stream = fdopen(fd, "wb");
+  if (stream == nullptr) {
+    const int error = errno;
+    close(fd);
+    remove_created_file(path, *file);
+    errno = error;
+  }
+  return stream;
+}
+
+int remove_created_file(const char *path, const CreatedFile &file) {
+  struct stat st{};
+  if (!file.created || path == nullptr) return EPERM;
+  if (lstat(path, &st) != 0) return errno;
+  if (!S_ISREG(st.st_mode) || static_cast<std::uint64_t>(st.st_dev) != file.device ||
+      static_cast<std::uint64_t>(st.st_ino) != file.inode)
+    return EPERM;
+  return unlink(path) == 0 ? 0 : errno;
+}
 
 std::FILE *open_command(const char *command, const char *mode) {
   std::fflush(nullptr);  // output buffered so far goes before the command's

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -165,6 +167,42 @@ TEST_F(RlaWriter, FailedOpensReportAndLeaveNoFileBehind) {
   EXPECT_TRUE(errors.has(3, "rla cannot handle image channel width"));
   EXPECT_FALSE(std::filesystem::exists(path));
   orx__free_obj(object);
+}
+
+// A failed open takes away the file it created and nothing else: not a
+// file that was there, a link, or a named pipe (as it would a device node).
+TEST_F(RlaWriter, FailedOpensRemoveOnlyAFileTheyCreated) {
+  TempDir dir;
+  ErrorCapture errors;
+  const std::string before = dir.file("before.rla");
+  const std::string target = dir.file("target");
+  const std::string link = dir.file("link.rla");
+  const std::string fifo = dir.file("fifo.rla");
+  save_bytes(before, {1, 2, 3});
+  save_bytes(target, {4, 5, 6});
+  std::filesystem::create_symlink(target, link);
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  // A reader on the pipe lets the writer's open go through without waiting.
+  const int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK);
+  ASSERT_GE(reader, 0);
+  ImageShape bad;
+  bad.aux = {1, 9, 8};
+  struct Case {
+    std::string path;
+    bool stays;
+  } cases[] = {{dir.file("new.rla"), false}, {before, true}, {link, true}, {fifo, true}};
+  for (const Case &c : cases) {
+    ORX_OBJECT *object = writer_object(c.path, {ImageShape{}, bad});
+    EXPECT_EQ(ORX_rla_w_open(object), 0) << c.path;
+    EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED);
+    orx__free_obj(object);
+    EXPECT_EQ(std::filesystem::exists(std::filesystem::symlink_status(c.path)), c.stays)
+        << c.path;
+  }
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_TRUE(std::filesystem::exists(target));
+  EXPECT_TRUE(std::filesystem::is_fifo(fifo));
+  close(reader);
 }
 
 TEST_F(RlaWriter, OutOfMemoryInTheOpenLeaksNothingAndRemovesTheFile) {
