@@ -1,7 +1,8 @@
-// Fuzz bodies: each takes arbitrary bytes and drives one reader through
+// Fuzz bodies: each takes arbitrary bytes and drives one parser through
 // them.  libFuzzer calls them from the fuzz targets; the replay test calls
-// them on every file kept under fuzz/regressions, so a fixed crash stays
-// fixed.
+// them on every file kept under fuzz/regressions/<target>, so a fixed crash
+// stays fixed.  A body returns 0, or -1 when it found the library wrong
+// (the fuzz target then traps, the replay test fails).
 #pragma once
 
 #include <cstddef>
@@ -12,5 +13,21 @@ namespace orx::fuzz {
 // Treat the bytes as an RLA file: test it, open it and read every stored
 // row of every image, plus the window's first and last rows.
 int rla_read(const std::uint8_t *data, std::size_t size);
+
+// Treat the bytes as RLA arriving through a stream that cannot seek (the
+// "pipe" format's reader): open it and read every row upwards.
+int rla_stream(const std::uint8_t *data, std::size_t size);
+
+// Treat the bytes as a ".orxrc" configuration file: build the framebuffer,
+// format-defaults and colour databases from it and query them.
+int config_file(const std::uint8_t *data, std::size_t size);
+
+// Treat the bytes as a frame number, a name syntax (or printf-style name
+// format), a base name and an extension: verify, parse and build names.
+int name_syntax(const std::uint8_t *data, std::size_t size);
+
+// Treat the bytes as image shapes (windows, channel groups, types, widths)
+// and pixels: write them as RLA, read them back and require equality.
+int rla_round_trip(const std::uint8_t *data, std::size_t size);
 
 }  // namespace orx::fuzz

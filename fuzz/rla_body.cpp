@@ -1,40 +1,19 @@
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdio>
 #include <string>
 
 #include "bodies.hpp"
+#include "quiet.hpp"
 #include "orx/err.h"
 #include "orx/plugin.h"
 #include "orx/rla.h"
 #include "orx/str.h"
 
 namespace orx::fuzz {
-namespace {
-
-int swallow(const char *, int, const char *, ERR_RECORD *, intptr_t) { return 0; }
-
-const std::string &scratch_path() {
-  static const std::string path = "/tmp/orx-fuzz-" + std::to_string(getpid()) + ".rla";
-  return path;
-}
-
-bool write_file(const std::string &path, const std::uint8_t *data, std::size_t size) {
-  std::FILE *f = std::fopen(path.c_str(), "wb");
-  if (f == nullptr) return false;
-  bool ok = size == 0 || std::fwrite(data, 1, size, f) == size;
-  return std::fclose(f) == 0 && ok;
-}
-
-}  // namespace
 
 int rla_read(const std::uint8_t *data, std::size_t size) {
-  // Reports are expected by the thousand; keep them off standard error.
-  static bool quiet = ERR_dcl_handler(nullptr, swallow, 0) != 0;
-  (void)quiet;
-  const std::string &path = scratch_path();
-  if (!write_file(path, data, size)) return 0;
+  silence_reports();
+  static const std::string path = scratch_path("read.rla");
+  if (!write_bytes(path, data, size)) return 0;
   ORX_rla_is_file(path.c_str(), nullptr);
 
   ORX_OBJECT *object = orx__new_obj(ORX_ACCESS_READ);
