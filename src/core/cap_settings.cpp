@@ -68,14 +68,18 @@ ORX_CAP_SETTING **ORX_cap_setting_copy(ORX_CAP_SETTING **settings) {
 
 int ORX_cap_setting_compare(ORX_CAP_SETTING **a, ORX_CAP_SETTING **b) {
   using orx::core::is_empty;
-  if (is_empty(a) || is_empty(b)) return is_empty(a) && is_empty(b) ? 1 : 0;
-  // Deliberate: each search resumes where the previous one stopped, on the
-  // setting it matched, so b must list the codes a asks for in a's order.
+  // A null a asks for nothing only against nothing; an empty (non-null) a
+  // asks for nothing and so matches whatever b holds.
+  if (a == nullptr) return is_empty(b) ? 1 : 0;
+  if (is_empty(b)) return is_empty(a) ? 1 : 0;
+  // Each search resumes just after the setting the previous one matched, so b
+  // must list the codes a asks for in a's order; repeated codes pair up in turn.
   std::size_t j = 0;
   for (std::size_t i = 0; a[i] != nullptr; ++i) {
     while (b[j] != nullptr && b[j]->code != a[i]->code) ++j;
     if (b[j] == nullptr) return 0;
     if (!orx::core::same_value(*a[i], *b[j])) return 0;
+    ++j;
   }
   return 1;
 }

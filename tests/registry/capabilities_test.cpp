@@ -49,12 +49,14 @@ TEST_F(Capabilities, ComparisonMatchesInOrderByCodeAndValue) {
   EXPECT_EQ(ORX_cap_setting_compare(b, a), 0);  // no float in a to match
   ORX_CAP_SETTING *seven[] = {&i7, nullptr};
   EXPECT_EQ(ORX_cap_setting_compare(a, seven), 0);
-  // The search resumes where the last match was: order matters, a repeat
-  // may match the same setting again.
+  // The search resumes after the last match: order matters, and a repeated
+  // code needs a setting of its own in b.
   ORX_CAP_SETTING *int_then_float[] = {&i5, &f5, nullptr};
   EXPECT_EQ(ORX_cap_setting_compare(int_then_float, b), 0);
   ORX_CAP_SETTING *twice[] = {&i5, &i5, nullptr};
-  EXPECT_EQ(ORX_cap_setting_compare(twice, a), 1);
+  ORX_CAP_SETTING *twice_too[] = {&i5, &i5, nullptr};
+  EXPECT_EQ(ORX_cap_setting_compare(twice, a), 0);
+  EXPECT_EQ(ORX_cap_setting_compare(twice, twice_too), 1);
   ORX_CAP_SETTING *nans[] = {&nan, nullptr};
   EXPECT_EQ(ORX_cap_setting_compare(nans, nans), 0);
   // Null and empty arrays.
@@ -62,6 +64,7 @@ TEST_F(Capabilities, ComparisonMatchesInOrderByCodeAndValue) {
   EXPECT_EQ(ORX_cap_setting_compare(nullptr, none), 1);
   EXPECT_EQ(ORX_cap_setting_compare(none, nullptr), 1);
   EXPECT_EQ(ORX_cap_setting_compare(nullptr, a), 0);
+  EXPECT_EQ(ORX_cap_setting_compare(none, a), 1);  // asks for nothing
   EXPECT_EQ(ORX_cap_setting_compare(a, nullptr), 0);
   EXPECT_EQ(ORX_cap_setting_compare(a, none), 0);
   EXPECT_EQ(errors.size(), 0u);
