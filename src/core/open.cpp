@@ -144,6 +144,7 @@ bool copy_request(ORX_INFO &to, const ORX_INFO &from) {
   to.timing_end = from.timing_end;
   to.frame_count = from.frame_count;
   to.enabled = from.enabled;
+  for (int i = 0; i < 3; ++i) to.reserved[i] = from.reserved[i];
   return copy_images(&to, &from);
 }
 

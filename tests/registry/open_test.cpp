@@ -141,10 +141,13 @@ TEST_F(Open, WrittenImagesGetMachineUserDateAndJobDefaults) {
 
   info.job = -1;  // the default never consults the variable
   info.machine = const_cast<char *>("render7");
+  const uint64_t reserved[3] = {7, 8, 9};
+  for (int i = 0; i < 3; ++i) info.reserved[i] = reserved[i];
   object = ORX_open(&info, "w");
   ASSERT_NE(object, nullptr);
   EXPECT_EQ(object->info.job, -1);
   EXPECT_STREQ(object->info.machine, "render7");
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(object->info.reserved[i], reserved[i]);  // whole request
   ORX_close(object);
   info.type = info.handle = info.machine = nullptr;
   ORX_info_cleanup(&info, 1);
