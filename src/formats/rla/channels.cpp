@@ -22,8 +22,12 @@ const char *format_extension(const ORX_OBJECT *object) {
 }
 
 bool is_rlb(const ORX_OBJECT *object) {
-  return std::strcmp(format_name(object), "rlb") == 0 ||
-         std::strcmp(format_extension(object), ".rlb") == 0;
+  if (std::strcmp(format_name(object), "rlb") == 0) return true;
+  // The file's own name decides too: an "old.rlb" opened without a key, or
+  // through the default "rla" record, is still the variant.
+  const char *handle = object->info.handle;
+  const std::size_t n = handle != nullptr ? std::strlen(handle) : 0;
+  return n >= 4 && std::strcmp(handle + n - 4, ".rlb") == 0;
 }
 
 std::size_t kind_bytes(Kind kind) {

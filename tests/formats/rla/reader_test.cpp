@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <random>
+#include <tuple>
 #include <string>
 #include <vector>
 
@@ -61,6 +62,32 @@ TEST_F(RlaReader, RefusesStdinSilentlyAndReportsMissingAndShortFiles) {
   EXPECT_TRUE(errors.has(3, "short.rla: This does not appear to be a Korvantel file"));
   EXPECT_EQ(ORX_rla_is_file(dir.file("short.rla").c_str(), nullptr), 0);
   EXPECT_EQ(ORX_rla_is_file(dir.file("missing.rla").c_str(), nullptr), 0);
+}
+
+TEST_F(RlaReader, OlderLayoutsKeepTheirFieldCodeOnlyWhenTheFileIsRlb) {
+  orx::rla::Header h;
+  h.window = {0, 3, 0, 0};
+  h.active = h.window;
+  h.image = {1, 0, 8, 0};
+  h.field = 2;
+  std::strcpy(h.aspect.data(), "x");
+  orx::rla::HeaderBytes header;
+  orx::rla::encode_header(h, header);
+  orx::rla::store_be16(header + 26, 0);  // revision 0: an older layout
+  std::vector<uint8_t> bytes(header, header + orx::rla::kHeaderSize);
+  bytes.resize(bytes.size() + 64);  // room for the offset table and row lengths
+  const TempDir dir;
+  for (const auto &[name, type, field] : {std::tuple{"old.rlb", "", 2}, {"old.rlb", "rla", 2},
+                                          {"old.rla", "", 0}, {"old.rla", "rlb", 2}}) {
+    const std::string path = dir.file(name);
+    save_bytes(path, bytes);
+    ORX_OBJECT *object = reader_object(path);
+    ASSERT_NE(object, nullptr);
+    if (type[0] != '\0') object->info.type = STR_save(type);
+    ASSERT_EQ(ORX_rla_r_open(object), 1) << name;
+    EXPECT_EQ(object->info.images[0].field, field) << name << " as \"" << type << '"';
+    EXPECT_EQ(object->close(object, 0), 0);
+  }
 }
 
 TEST_F(RlaReader, NameWithoutExtensionIsCompletedAndSearchedInTheImageDirectory) {
