@@ -72,7 +72,12 @@ typedef struct ERR_RECORD {
   const char *const *arg_names; /* optional names of the format's arguments */
 } ERR_RECORD;
 
-/* Last failure status of the library (0 after success). */
+/* Last failure status of the library (0 after success).  One variable for
+ * the whole process, written by every library call on every thread: its
+ * value is meaningful only on the thread that made the failing call, and
+ * only while no other thread is inside the library.  A host that calls the
+ * library from several threads takes the status from the call's return
+ * value, or serialises its calls. */
 ORX_API extern int32_t orx__err;
 /* Message catalogue handle passed with every library report; NULL unless
  * the host sets it.  The default texts are used either way. */

@@ -45,9 +45,11 @@ enum { kSide = 4 };
 typedef struct Lines {
   unsigned char rows[3][kSide];
   void *pointers[4];
+  int mark; /* kMark: the private data the slots expect */
 } Lines;
 
-static Lines lines;
+enum { kMark = 0x11e5 };
+static Lines lines = {{{0}}, {0}, kMark};
 
 static int scan_read(void *data, int32_t line, void *out) {
   Lines *l = (Lines *)data;
@@ -67,24 +69,24 @@ static int scan_write(void *data, int32_t line, void *in) {
   return line < 0 || line >= kSide ? -2 : 0;
 }
 
+/* Counted atomically: the thread tests open and close from several threads. */
 static int close_calls;
 static intptr_t last_close_argument = -1;
 
 /* Closes seen by the format and the argument of the last one. */
-int test_plugin_close_calls(void) { return close_calls; }
-intptr_t test_plugin_last_close_argument(void) { return last_close_argument; }
-
-static int close_object(ORX_OBJECT *object, intptr_t argument) {
-  ++close_calls;
-  last_close_argument = argument;
-  orx__free_obj(object);
-  return 0;
+int test_plugin_close_calls(void) { return __atomic_load_n(&close_calls, __ATOMIC_RELAXED); }
+intptr_t test_plugin_last_close_argument(void) {
+  return __atomic_load_n(&last_close_argument, __ATOMIC_RELAXED);
 }
 
-static void **private_cell(void) {
-  static void *cell[1];
-  cell[0] = &lines;
-  return cell;
+static int close_object(ORX_OBJECT *object, intptr_t argument) {
+  __atomic_fetch_add(&close_calls, 1, __ATOMIC_RELAXED);
+  __atomic_store_n(&last_close_argument, argument, __ATOMIC_RELAXED);
+  /* A read object's lines are its own. */
+  if (object->private_cell != NULL && object->private_cell[0] != &lines)
+    ERR_free(object->private_cell[0]);
+  orx__free_obj(object);
+  return 0;
 }
 
 #ifdef PLUGIN_MULTI_FRAME
@@ -93,19 +95,21 @@ static void **private_cell(void) {
  * Files whose name contains "still" hold no frames. */
 static int32_t current_frame;
 
+static int is_lines(const void *data) { return data != NULL && ((const Lines *)data)->mark == kMark; }
+
 static int get_frame(void *data, int32_t frame) {
   (void)frame;
-  return data == &lines ? current_frame : -99;
+  return is_lines(data) ? current_frame : -99;
 }
 
 static int set_frame(void *data, int32_t frame) {
-  if (data != &lines) return -99;
+  if (!is_lines(data)) return -99;
   current_frame = frame;
   return 0;
 }
 
 static int answer(void *data, int base, intptr_t a1, intptr_t a2, intptr_t a3) {
-  return data == &lines ? base + (int)(a1 + 10 * a2 + 100 * a3) : -99;
+  return is_lines(data) ? base + (int)(a1 + 10 * a2 + 100 * a3) : -99;
 }
 static int bind(void *d, intptr_t a1, intptr_t a2, intptr_t a3) {
   return answer(d, 1000, a1, a2, a3);
@@ -141,9 +145,11 @@ int imageReadOpen(ORX_OBJECT *object) {
    * allocator. */
   ORX_IFD *ifd = (ORX_IFD *)ERR_malloc(sizeof(ORX_IFD));
   void **cell = (void **)ERR_malloc(sizeof(void *));
-  if (ifd == NULL || cell == NULL) {
+  Lines *own = (Lines *)ERR_malloc(sizeof(Lines));
+  if (ifd == NULL || cell == NULL || own == NULL) {
     ERR_free(ifd);
     ERR_free(cell);
+    ERR_free(own);
     return 0;
   }
   orx__init_ifd(ifd);
@@ -152,7 +158,8 @@ int imageReadOpen(ORX_OBJECT *object) {
   ifd->image.count = 3;
   object->info.images = ifd;
   object->info.image_count = 1;
-  cell[0] = private_cell()[0];
+  own->mark = kMark;
+  cell[0] = own;
   object->private_cell = cell;
   object->scan = scan_read;
   object->close = close_object;

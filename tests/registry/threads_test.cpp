@@ -72,3 +72,114 @@ TEST_F(Threads, ObjectsOnDifferentThreadsReadWhileOthersOpenAndClose) {
 }
 
 }  // namespace
+
+namespace {
+
+using namespace orx::test;
+using ThreadStress = RegistryTest;
+
+constexpr int kReaders = 3;
+constexpr int kRounds = 12;
+constexpr int32_t kRlaSide = 16;
+
+// Opens handle for reading through type (NULL: chosen from the name).
+ORX_OBJECT *open_for_read(const char *type, const std::string &handle) {
+  ORX_INFO info;
+  ORX_info_init(&info);
+  info.type = const_cast<char *>(type);
+  info.handle = const_cast<char *>(handle.c_str());
+  info.full_path = 1;
+  return ORX_open(&info, "r");
+}
+
+// Writes a kRlaSide-square image whose samples of line y are y + n.
+bool write_rla(const std::string &path, int n) {
+  ORX_INFO info;
+  ORX_info_init(&info);
+  info.handle = const_cast<char *>(path.c_str());
+  info.full_path = 1;
+  describe(&info, kRlaSide, kRlaSide, ORX_C_INTEGER, 8);
+  ORX_OBJECT *object = ORX_open(&info, "w");
+  info.handle = nullptr;
+  ORX_info_cleanup(&info, 1);
+  if (object == nullptr) return false;
+  std::vector<std::vector<uint8_t>> rows(4, std::vector<uint8_t>(kRlaSide));
+  std::vector<void *> pointers{rows[0].data(), rows[1].data(), rows[2].data(), rows[3].data(),
+                               nullptr};
+  bool ok = true;
+  for (int32_t y = 0; y < kRlaSide; ++y) {
+    for (auto &row : rows) std::fill(row.begin(), row.end(), static_cast<uint8_t>(y + n));
+    ok = ORX_scan_write(object, y, pointers.data()) == 0 && ok;
+  }
+  return ORX_close(object) == 0 && ok;
+}
+
+// Reads every line top down, seeks back to the top (a reopen for RLA) and
+// reads it again, then closes; true when every sample is what write_rla put.
+bool read_rla(const std::string &path, int n) {
+  ORX_OBJECT *object = open_for_read(nullptr, path);
+  if (object == nullptr) return false;
+  bool ok = true;
+  void **rows = nullptr;
+  for (int32_t y = kRlaSide - 1; y >= 0; --y)
+    ok = ok && ORX_scan_read(object, y, &rows) == 0 &&
+         static_cast<uint8_t *>(rows[3])[kRlaSide - 1] == static_cast<uint8_t>(y + n);
+  ok = ok && ORX_seek(&object, kRlaSide - 1) == 0 && object != nullptr &&
+       ORX_scan_read(object, kRlaSide - 1, &rows) == 0 &&
+       static_cast<uint8_t *>(rows[0])[0] == static_cast<uint8_t>(kRlaSide - 1 + n);
+  return object != nullptr && ORX_close(object) == 0 && ok;
+}
+
+// The test plug-in's image: line y holds y + 1 in every sample.
+bool read_plugin(int n) {
+  ORX_OBJECT *object = open_for_read(nullptr, "stress" + std::to_string(n) + ".tgd");
+  if (object == nullptr) return false;
+  bool ok = true;
+  for (int32_t y = 3; y >= 0; --y) {
+    void **rows = nullptr;
+    ok = ok && ORX_scan_read(object, y, &rows) == 0 &&
+         static_cast<uint8_t *>(rows[2])[1] == static_cast<uint8_t>(y + 1);
+  }
+  return ORX_close(object) == 0 && ok;
+}
+
+// Readers each open, read, seek and close their own RLA, "mem" and plug-in
+// images while a writer replaces an RLA and a "mem" image of its own and
+// asks for file types; the library lock and the objects' locks keep them
+// apart.  Run under ThreadSanitizer by the tsan preset.
+TEST_F(ThreadStress, ReadersAndAWriterOnEveryKindOfImage) {
+  PluginSet plugins({"plugin_good"});
+  ASSERT_EQ(plugins.init(), 0);
+  TempDir dir;
+  std::vector<std::string> files;
+  for (int n = 0; n <= kReaders; ++n) {
+    files.push_back(dir.file("stress" + std::to_string(n) + ".rla"));
+    ASSERT_TRUE(write_rla(files.back(), n));
+    ASSERT_TRUE(write(n));
+  }
+  std::vector<int> failures(kReaders + 1, 0);
+  std::vector<std::thread> threads;
+  for (int n = 0; n < kReaders; ++n)
+    threads.emplace_back([n, &files, &failures] {
+      for (int round = 0; round < kRounds; ++round) {
+        failures[static_cast<std::size_t>(n)] += read_rla(files[static_cast<std::size_t>(n)], n) ? 0 : 1;
+        failures[static_cast<std::size_t>(n)] += read(n) ? 0 : 1;
+        failures[static_cast<std::size_t>(n)] += read_plugin(n) ? 0 : 1;
+      }
+    });
+  threads.emplace_back([&files, &failures] {
+    int &failed = failures[kReaders];
+    for (int round = 0; round < kRounds; ++round) {
+      failed += write_rla(files[kReaders], round) && read_rla(files[kReaders], round) ? 0 : 1;
+      failed += write(kReaders) ? 0 : 1;
+      int32_t known = 0;
+      const char *type = ORX_get_file_type(files[static_cast<std::size_t>(round % kReaders)].c_str(),
+                                           nullptr, &known);
+      failed += type != nullptr && std::string(type) == "rla" ? 0 : 1;
+    }
+  });
+  for (std::thread &t : threads) t.join();
+  for (int f : failures) EXPECT_EQ(f, 0);
+}
+
+}  // namespace
