@@ -79,8 +79,11 @@ ORX_API uint8_t ORX_name_syntax_has_frame(const char *syntax);
 /* The library's base-name token, "name" (a static string). */
 ORX_API const char *ORX_name_syntax_name(void);
 
-/* Splits syntax into tokens.  Call with depth 0 (the parser recurses with
- * higher depths over its own copy).  On success stores through tokens a new
+/* Splits syntax into tokens.  Call with depth 0; a depth above 0 parses
+ * syntax as it stands (not lower-cased, the flags of the previous parse kept)
+ * into records from that index on, the records before it zeroed.  The parser
+ * loops rather than recursing, so a syntax of any length parses in constant
+ * stack.  On success stores through tokens a new
  * array, one record per token in order followed by an ORX_TOKEN_END record,
  * and returns 1; free the array with free() or ERR_free.  The records' text
  * pointers point into the library's working copy, valid until the next call

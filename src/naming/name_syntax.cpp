@@ -96,51 +96,67 @@ void fill(ORX_NAME_TOKEN &t, int32_t kind, const char *text, std::size_t length)
   t.length = static_cast<int32_t>(length);
 }
 
-// One level of the parse: the token at p, then the rest one level deeper.
-// The deepest level allocates the array; each level fills its own record on
-// the way back.
-uint8_t parse_level(const char *p, ORX_NAME_TOKEN **tokens, int32_t depth) {
-  State &g = g_state;
-  if (*p == '\0') {
-    if (!g.name_or_frame) return fail(ORX_E_BAD_SYNTAX);
-    const auto count = static_cast<std::size_t>(depth) + 1;
-    auto *array = static_cast<ORX_NAME_TOKEN *>(heap::allocate(count * sizeof(ORX_NAME_TOKEN)));
-    if (array == nullptr) return fail(ORX_E_NO_MEMORY);
-    fill(array[depth], ORX_TOKEN_END, p, 1);
-    *tokens = array;
-    orx__err = ORX_OK;
-    return 1;
-  }
-  const auto c = static_cast<unsigned char>(*p);
+struct Token {
   int32_t kind;
+  std::size_t length;
+};
+
+// The token at p (not at the end), with the flags it sets; kind 0 when the
+// syntax is invalid there.
+Token next_token(const char *p, State &g) {
+  const auto c = static_cast<unsigned char>(*p);
   std::size_t length = 0;
   if (c == '#') {
-    if (g.frame_seen) return fail(ORX_E_BAD_SYNTAX);
+    if (g.frame_seen) return {0, 0};
     while (p[length] == '#') ++length;
-    kind = ORX_TOKEN_FRAME;
     g.frame_seen = g.name_or_frame = true;
-  } else if (c == '/') {
-    return fail(ORX_E_BAD_SYNTAX);
-  } else if (is_punct(c)) {
+    return {ORX_TOKEN_FRAME, length};
+  }
+  if (c == '/' || c >= 128) return {0, 0};
+  if (is_punct(c)) {
     do {
       ++length;
     } while (is_punct(static_cast<unsigned char>(p[length])) && p[length] != '/' &&
              p[length] != '#');
-    kind = ORX_TOKEN_SEPARATOR;
-  } else if (c >= 128) {
-    return fail(ORX_E_BAD_SYNTAX);
-  } else if ((length = name_run(p)) != 0) {
-    kind = ORX_TOKEN_NAME;
-    g.name_or_frame = true;
-  } else if (g.ext_seen || !starts_with(p, kExt)) {
-    return fail(ORX_E_BAD_SYNTAX);
-  } else {
-    length = kExt.size();
-    kind = ORX_TOKEN_EXT;
-    g.ext_seen = true;
+    return {ORX_TOKEN_SEPARATOR, length};
   }
-  if (ORX_parse_name_syntax(p + length, tokens, depth + 1) == 0) return 0;
-  fill((*tokens)[depth], kind, p, length);
+  if ((length = name_run(p)) != 0) {
+    g.name_or_frame = true;
+    return {ORX_TOKEN_NAME, length};
+  }
+  if (g.ext_seen || !starts_with(p, kExt)) return {0, 0};
+  g.ext_seen = true;
+  return {ORX_TOKEN_EXT, kExt.size()};
+}
+
+// Tokens from p on, stored from index depth of a new array.  One pass counts
+// and validates, a second fills: a loop rather than a call per token, so no
+// pattern is long enough to exhaust a thread's stack.
+uint8_t parse_from(const char *p, ORX_NAME_TOKEN **tokens, int32_t depth) {
+  State &g = g_state;
+  const State before = g;
+  std::size_t count = static_cast<std::size_t>(depth);
+  for (const char *q = p; *q != '\0'; ++count) {
+    const Token t = next_token(q, g);
+    if (t.kind == 0) return fail(ORX_E_BAD_SYNTAX);
+    q += t.length;
+  }
+  if (!g.name_or_frame) return fail(ORX_E_BAD_SYNTAX);
+  const State after = g;
+  auto *array = static_cast<ORX_NAME_TOKEN *>(heap::allocate((count + 1) * sizeof(ORX_NAME_TOKEN)));
+  if (array == nullptr) return fail(ORX_E_NO_MEMORY);
+  std::memset(array, 0, static_cast<std::size_t>(depth) * sizeof(ORX_NAME_TOKEN));
+  g = before;
+  std::size_t i = static_cast<std::size_t>(depth);
+  for (const char *q = p; *q != '\0'; ++i) {
+    const Token t = next_token(q, g);
+    fill(array[i], t.kind, q, t.length);
+    q += t.length;
+  }
+  g = after;
+  fill(array[i], ORX_TOKEN_END, p + std::strlen(p), 1);
+  *tokens = array;
+  orx__err = ORX_OK;
   return 1;
 }
 
@@ -220,12 +236,12 @@ uint8_t ORX_parse_name_syntax(const char *syntax, ORX_NAME_TOKEN **tokens, int32
     orx__err = ORX_E_EMPTY_SYNTAX;
     return 0;
   }
-  if (depth > 0) return orx::naming::parse_level(syntax, tokens, depth);
+  if (depth > 0) return orx::naming::parse_from(syntax, tokens, depth);
   if (*syntax == '\0') return orx::naming::fail(ORX_E_EMPTY_SYNTAX);
   const char *copy = orx::naming::lower_copy(syntax);
   if (copy == nullptr) return 0;
   g_state.name_or_frame = g_state.ext_seen = g_state.frame_seen = false;
-  return orx::naming::parse_level(copy, tokens, 0);
+  return orx::naming::parse_from(copy, tokens, 0);
 }
 
 }  // extern "C"
