@@ -102,6 +102,13 @@ ReadStatus read_config(void *catalogue) {
 
   char buf[kLineLength + 1];
   while (std::fgets(buf, sizeof buf, f) != nullptr) {
+    // A longer line keeps its first characters and loses the rest up to its
+    // newline, so that its tail is never read as a line of its own.
+    if (std::strchr(buf, '\n') == nullptr) {
+      int c;
+      while ((c = std::fgetc(f)) != EOF && c != '\n') {
+      }
+    }
     auto *line = static_cast<ConfigLine *>(heap::allocate(sizeof(ConfigLine)));
     if (line == nullptr) {
       std::fclose(f);
