@@ -52,7 +52,8 @@ typedef struct FB_FRAMEBUFFER {
 } FB_FRAMEBUFFER;
 
 /* Build the database on the first call (later calls rewind its listing);
- * catalogue is the message catalogue handle.  0, or -1 when memory ran out. */
+ * catalogue is the message catalogue handle.  0, or -1 when memory ran out
+ * (reported as "No more internal memory", orx__err -10, database unbuilt). */
 ORX_API int FB_init(void *catalogue);
 /* Free what was read from the file and mark the database unbuilt. */
 ORX_API void FB_exit(void);
@@ -75,8 +76,9 @@ typedef struct FMT_FORMAT {
 } FMT_FORMAT;
 
 /* Build the database on the first call (later calls rewind its listing).
- * 0; -10 when a string copy ran out of memory (orx__err -10); -1 when an
- * entry could not be allocated.  The database is left unbuilt on failure. */
+ * 0; -10 when a string copy ran out of memory, -1 when an entry could not
+ * be allocated; either way "No more internal memory" is reported, orx__err
+ * is -10 and the database is left unbuilt. */
 ORX_API int FMT_init(void *catalogue);
 /* Free what was read from the file and mark the database unbuilt. */
 ORX_API void FMT_exit(void);

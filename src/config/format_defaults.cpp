@@ -157,10 +157,12 @@ void teardown() {
   g.built = false;
 }
 
-int fail_build(int status) {
+// Every failure of the build is memory running out: the status says so
+// whichever allocation it was.
+int fail_build(int status, bool reported = false) {
   teardown();
-  if (status == kStringMemory) orx__err = kStringMemory;
-  report(Msg::kConfigNoMemory);
+  orx__err = ORX_E_NO_MEMORY;
+  if (!reported) report(Msg::kConfigNoMemory);
   return status;
 }
 
@@ -195,10 +197,7 @@ int FMT_init(void *catalogue) {
   }
   if (!g.list.append(&g.builtin, true)) return fail_build(kEntryMemory);
   ReadStatus read = read_config(catalogue);
-  if (read == ReadStatus::kNoMemory) {
-    teardown();
-    return kEntryMemory;
-  }
+  if (read == ReadStatus::kNoMemory) return fail_build(kEntryMemory, true);
   if (read == ReadStatus::kOk) {
     int status = walk_lines<Database>(kKeywords, g, table_line);
     if (status != 0) return fail_build(status);

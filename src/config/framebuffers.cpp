@@ -8,6 +8,7 @@
 #include "config/entry_list.hpp"
 #include "config/keywords.hpp"
 #include "err/heap.hpp"
+#include "orx/err.h"
 #include "orx/fmt.h"
 #include "orx/str.h"
 
@@ -148,28 +149,25 @@ int FB_init(void *catalogue) {
     g.list.rewind();
     return 0;
   }
+  // Memory exhaustion tears the database down and leaves the status set, as
+  // every other out-of-memory return of the library does.
+  auto out_of_memory = [](bool reported) {
+    teardown();
+    if (!reported) orx::report(orx::Msg::kConfigNoMemory);
+    orx__err = ORX_E_NO_MEMORY;
+    return -1;
+  };
   for (auto &b : g.builtins) {
-    if (!g.list.append(&b, true)) {
-      teardown();
-      orx::report(orx::Msg::kConfigNoMemory);
-      return -1;
-    }
+    if (!g.list.append(&b, true)) return out_of_memory(false);
   }
   ReadStatus read = read_config(catalogue);
-  if (read == ReadStatus::kNoMemory) {
-    teardown();
-    return -1;
-  }
+  if (read == ReadStatus::kNoMemory) return out_of_memory(true);
   if (read == ReadStatus::kOk) {
     int status = walk_lines<Database>(kKeywords, g, nullptr);
     // An entry still open at the end of the file was never closed: dropped.
     EntryList<Fb>::free_entry(g.open);
     g.open = nullptr;
-    if (status != 0) {
-      teardown();
-      orx::report(orx::Msg::kConfigNoMemory);
-      return -1;
-    }
+    if (status != 0) return out_of_memory(false);
   }
   g.built = true;
   g.list.rewind();

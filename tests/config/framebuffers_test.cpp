@@ -109,9 +109,11 @@ TEST_F(Framebuffers, ExhaustionTearsTheDatabaseDownWithoutLeaks) {
   orx::test::ErrorCapture cap;
   orx::test::for_each_allocation_failure([&] {
     cap.clear();
+    orx__err = 0;
     int status = FB_init(nullptr);
     if (status != 0) {
       EXPECT_EQ(status, -1);
+      EXPECT_EQ(orx__err, -10);
       EXPECT_EQ(cap.last(), "No more internal memory");
       return false;
     }
