@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 
 #include "err/heap.hpp"
 #include "orx/str.h"
@@ -31,14 +32,25 @@ char *new_copy(const char *s, std::size_t n) {
 // Insert count characters of text into s at position at (clamped to the
 // length, so kAtEnd appends), growing s; with s null, a new string of them.
 // On failure s is left allocated and unchanged.
+// Text may lie inside s itself (STR_append(s, s)): it is then copied aside
+// first, since growing s may move or free the memory it points into.
 char *insert_chars(char *s, const char *text, std::size_t count, std::size_t at) {
   if (s == nullptr) return new_copy(text, count);
   std::size_t length = std::strlen(s);
   if (at > length) at = length;
+  const std::less_equal<const char *> before;
+  char *aside = nullptr;
+  if (before(s, text) && before(text, s + length)) {
+    aside = new_copy(text, count);
+    if (aside == nullptr) return nullptr;
+    text = aside;
+  }
   auto *grown = static_cast<char *>(heap::reallocate(s, length + count + 1));
-  if (grown == nullptr) return nullptr;
-  std::memmove(grown + at + count, grown + at, length - at + 1);
-  std::memcpy(grown + at, text, count);
+  if (grown != nullptr) {
+    std::memmove(grown + at + count, grown + at, length - at + 1);
+    std::memcpy(grown + at, text, count);
+  }
+  heap::release(aside);
   return grown;
 }
 

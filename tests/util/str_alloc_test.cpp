@@ -111,6 +111,10 @@ TEST_F(StrGrowth, FailedGrowthReturnsNullAndKeepsTheArgument) {
   expect_growth_survives_failures([](char *s) { return STR_n_append(s, "defg", 1); }, "abcd");
   expect_growth_survives_failures([](char *s) { return STR_insert(s, 'x', 1); }, "axbc");
   expect_growth_survives_failures([](char *s) { return STR_n_insert(s, "xy", 2, 0); }, "xyabc");
+  // The source inside the string being grown.
+  expect_growth_survives_failures([](char *s) { return STR_append(s, s); }, "abcabc");
+  expect_growth_survives_failures([](char *s) { return STR_n_append(s, s + 1, 1); }, "abcb");
+  expect_growth_survives_failures([](char *s) { return STR_n_insert(s, s + 1, 2, 1); }, "abcbc");
 
   orx::test::for_each_allocation_failure([] {
     Heap joined(STR_save_n(2, "ab", "cd"));
