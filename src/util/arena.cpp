@@ -17,7 +17,9 @@ void *arena_carve(Arena *arena, uint32_t size) {
     arena->left -= static_cast<uint32_t>(rounded);
     return p;
   }
-  uint64_t chunk = rounded > arena->chunk_size ? rounded + kLink : arena->chunk_size;
+  // The chunk holds its link and the block, however the block compares with
+  // the usual chunk size.
+  const uint64_t chunk = rounded + kLink > arena->chunk_size ? rounded + kLink : arena->chunk_size;
   if (chunk > UINT32_MAX) return nullptr;
   auto *block = static_cast<char *>(heap::allocate(static_cast<std::size_t>(chunk)));
   if (block == nullptr) return nullptr;

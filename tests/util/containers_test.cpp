@@ -120,6 +120,12 @@ TEST_F(Containers, ArenaRoundsToEightAndOpensChunksForLargeRequests) {
   std::memset(big, 1, 100);
   EXPECT_NE(arena.chunks, first_chunk);
   EXPECT_EQ(*static_cast<void **>(arena.chunks), first_chunk);
+  // Blocks at the chunk size and just under it fit whole beside the link
+  // (ASan reports an overrun).
+  for (uint32_t size : {56u, 57u, 64u}) {
+    arena.left = 0;
+    std::memset(arena_carve(&arena, size), 2, size);
+  }
   arena_release(&arena);
   EXPECT_EQ(arena.chunks, nullptr);
   {
