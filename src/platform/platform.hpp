@@ -71,6 +71,9 @@ int file_status(const char *path, FileStatus *out);
 bool file_exists(const char *path);
 // Remove a file; 0 on success, else the system error number.
 int remove_file(const char *path);
+// Remove path only when it names a regular file itself (not a device, pipe,
+// socket, directory or symbolic link); 0 when removed, else an error number.
+int remove_regular_file(const char *path);
 
 // A file opened for writing, and whether the open brought it into being, so
 // that a failed write can take away what it made and nothing else.

@@ -28,11 +28,13 @@ bool printable_last_component(const char *name) {
   return true;
 }
 
-// Closes the destination of a failed copy and removes what was written.
-int discard_copy(std::FILE *out, const char *destination, int status) {
+// Closes the destination of a failed copy and removes what was written, when
+// it is a regular file: a device, pipe or link named as the destination is
+// never unlinked.
+int discard_copy(std::FILE *out, const char *destination) {
   if (out != nullptr) std::fclose(out);
-  platform::remove_file(destination);
-  return status;
+  platform::remove_regular_file(destination);
+  return -3;
 }
 
 }  // namespace
@@ -57,20 +59,20 @@ int copy_file(const char *source, const char *destination) {
     std::fclose(in);
     return -3;
   }
+  // The copy ends at the first short read; a source that opens but cannot be
+  // read (a directory) ends it at once.  -2 belongs to a source that does
+  // not open, and -3 to the destination.
   char block[kCopyBlock];
   std::size_t got;
   do {
     got = std::fread(block, 1, sizeof block, in);
     if (got > 0 && std::fwrite(block, 1, got, out) != got) {
       std::fclose(in);
-      return discard_copy(out, destination, -3);
+      return discard_copy(out, destination);
     }
   } while (got == sizeof block);
-  // A read error also ends in a short read; the copy would be truncated.
-  bool read_failed = std::ferror(in) != 0;
   std::fclose(in);
-  if (read_failed) return discard_copy(out, destination, -2);
-  if (std::fclose(out) != 0) return discard_copy(nullptr, destination, -3);
+  if (std::fclose(out) != 0) return discard_copy(nullptr, destination);
   return 1;
 }
 

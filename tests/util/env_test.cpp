@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -85,10 +86,19 @@ TEST_F(Env, CopyFileRefusesBadNamesAndLeavesNoPartialCopy) {
   EXPECT_EQ(orx::util::copy_file(src.c_str(), dir.path().c_str()), -3);
   EXPECT_TRUE(exists(dir.path()));
 
-  // A source that opens but cannot be read (a directory).
+  // A source that opens but cannot be read (a directory) ends the copy at
+  // once: -2 is only for a source that does not open.
   std::string dst = dir.file("dst");
-  EXPECT_EQ(orx::util::copy_file(dir.path().c_str(), dst.c_str()), -2);
-  EXPECT_FALSE(exists(dst));
+  EXPECT_EQ(orx::util::copy_file(dir.path().c_str(), dst.c_str()), 1);
+  EXPECT_EQ(read_text(dst), "");
+  std::filesystem::remove(dst);
+
+  // A failed write never unlinks what is not a regular file: here a link to
+  // a device that is always full.
+  const std::string link = dir.file("full");
+  std::filesystem::create_symlink("/dev/full", link);
+  EXPECT_EQ(orx::util::copy_file(src.c_str(), link.c_str()), -3);
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
 
   // Writes that fail part way: a file size limit below the source's size.
   void (*old_handler)(int) = std::signal(SIGXFSZ, SIG_IGN);

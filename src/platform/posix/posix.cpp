@@ -117,6 +117,13 @@ bool file_exists(const char *path) { return access(path, F_OK) == 0; }
 
 int remove_file(const char *path) { return unlink(path) == 0 ? 0 : errno; }
 
+int remove_regular_file(const char *path) {
+  struct stat st{};
+  if (lstat(path, &st) != 0) return errno;
+  if (!S_ISREG(st.st_mode)) return EPERM;
+  return unlink(path) == 0 ? 0 : errno;
+}
+
 std::FILE *create_file(const char *path, CreatedFile *file) {
   *file = CreatedFile{};
   constexpr int kWrite = O_WRONLY | O_CLOEXEC;
