@@ -81,7 +81,8 @@ typedef struct ORX_IFD {
   ORX_WINDOW window;           /* the full image */
   ORX_WINDOW active;           /* the stored part */
   int32_t pixel_flags;         /* 1; copied through */
-  int32_t orientation;         /* 1; bit 0 set: lines are read top row first */
+  int32_t orientation;         /* 1; bit 0 set: lines are read bottom row
+                                  first, upwards; clear: top row first */
   ORX_CHANNELS image;          /* colour channels */
   ORX_CHANNELS matte;          /* mattes (alpha) */
   ORX_CHANNELS aux;            /* auxiliary channels (Z and others) */
@@ -167,6 +168,15 @@ ORX_API int orx__chan_free(void **buffer);
  * alone; the extension is not added when the name already ends with it, and
  * its dot is not doubled. */
 ORX_API const char *orx__build_handle(const char *dir, const char *name, const char *extension);
+
+/* --- Hardware framebuffer data ---------------------------------------------- */
+
+/* The format strings of pixel data laid out for a hardware framebuffer, for
+ * the format-string fields of records and plug-in tables: "raw" (samples as
+ * the device holds them) and "rgb" (red, green, blue triples).  Compare by
+ * content (strcmp), not by address. */
+ORX_API extern const char *const ORX_LITERAL_HARD_FORMAT_TYPE_RAW;
+ORX_API extern const char *const ORX_LITERAL_HARD_FORMAT_TYPE_RGB;
 
 /* --- Gamma tables, look-up tables and response curves ---------------------- */
 

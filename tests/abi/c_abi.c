@@ -38,6 +38,9 @@ int main(void) {
   ERR_free(p);
   if (strcmp(ERR_type(ERR_WARNING), "WARNING") != 0) return 3;
   ERR_can_handler(NULL);
+  /* Exported data reached from C. */
+  if (strcmp(ORX_LITERAL_HARD_FORMAT_TYPE_RAW, "raw") != 0) return 4;
+  if (strcmp(ORX_LITERAL_HARD_FORMAT_TYPE_RGB, "rgb") != 0) return 5;
   printf("C interface ok\n");
   return 0;
 }

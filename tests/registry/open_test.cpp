@@ -96,6 +96,9 @@ TEST_F(Open, TheFormatComesFromTheTypeThenTheExtensionThenRla) {
   object = open_read(".tgd", "any name");
   ASSERT_NE(object, nullptr);
   EXPECT_STREQ(object->format->key, "tgood");
+  // Orientation bit set: the bottom row is read first, then upwards.
+  ASSERT_EQ(ORX_seek(&object, 1), 0);
+  EXPECT_EQ(object->current_line, 0);
   ORX_close(object);
 
   // No type and no matching extension: the default "rla".
