@@ -88,10 +88,34 @@ typedef struct ORX_OBJECT {
  *
  * A plug-in is a module of the host's loader (what dlopen returned on POSIX)
  * exporting these names; the library binds them with the platform's symbol
- * lookup, in this order.  Data symbols are the addresses of the plug-in's
- * variables.  Required: version ("3.2"), imageKey, imageName,
- * imageOrientation, and imageReadOpen / imageWriteOpen when imageAccess
- * has bit 4 / bit 8.  See docs/writing-plugins.md.
+ * lookup, in this order.  Two kinds of symbol:
+ *   - data symbols (version, imageKey ... imageSupportRemoteAccess) are
+ *     variables: the library reads the value at the symbol's address;
+ *   - function symbols (imageInit, imageCapability, imageCapsAvailUpdate,
+ *     imageReadOpen, imageWriteOpen, imageDone, imageIsFile,
+ *     imagePrivateUIPopup, imagePrivateUIPopdown) are functions defined with
+ *     the prototypes shown, not pointer variables: the symbol's address is
+ *     the function itself.
+ * Required: version ("3.2"), imageKey, imageName, imageOrientation, and
+ * imageReadOpen / imageWriteOpen when imageAccess has bit 4 / bit 8.  See
+ * docs/writing-plugins.md.
+ *
+ * imageBitsPerChannel (and the matte and Z masks) tell hosts which sample
+ * widths the format stores: bit n-1 set means n-bit integer samples (bit 7,
+ * 128: 8 bits; bit 15: 16 bits; bit 31: 32 bits), all bits set (-1) means
+ * any width.  The library does not enforce the mask: a write open receives
+ * whatever the host asked for and must refuse widths it cannot store.
+ *
+ * imageIsFile(name, stream): with a stream, read from it (rewind it first:
+ * the library hands the same stream to each format in turn and does not
+ * reposition it, before or after); without one, open name yourself and close
+ * it again.  Return 1 for yes, 0 for no; a NULL imageIsFile makes the
+ * format's answer "cannot tell".
+ *
+ * Channel rows in a channel scanline buffer are only 2-byte aligned (each
+ * row is rounded up to an even byte count and the rows follow one another
+ * in one block): read and write float and double rows with memcpy or
+ * unaligned loads, never through a float or double pointer.
  *
  *   const char *version;                "3.2"
  *   int imageInit(void);                optional; 0 drops the plug-in quietly
@@ -116,13 +140,26 @@ typedef struct ORX_OBJECT {
  *   int imageMultiFrame;                2 or more: one file holds many frames; default 0
  *   uint8_t imageHardLinkDuplicates;    default 1
  *   uint8_t imageSupportRemoteAccess;   default 0
- *   ORX_CAPABILITY_FN imageCapability;  optional
- *   ORX_CAPS_UPDATE_FN imageCapsAvailUpdate; optional
- *   ORX_OPEN_FN imageReadOpen, imageWriteOpen;
- *   ORX_DONE_FN imageDone;              optional; called by ORX_exit
- *   ORX_IS_FILE_FN imageIsFile;         optional
- *   ORX_POPUP_FN imagePrivateUIPopup;   optional
- *   ORX_POPDOWN_FN imagePrivateUIPopdown; optional
+ *
+ * Function symbols, with the prototypes to define:
+ *   void imageCapability(ORX_CAP_ENTRY **table, int32_t *first,
+ *                        int32_t *second, int32_t *count);      optional
+ *   uint8_t imageCapsAvailUpdate(intptr_t argument, uint8_t flag); optional
+ *   int imageReadOpen(ORX_OBJECT *object);   non-zero on success
+ *   int imageWriteOpen(ORX_OBJECT *object);  non-zero on success
+ *   void imageDone(void);                     optional; called by ORX_exit
+ *   uint8_t imageIsFile(const char *name, FILE *stream); optional
+ *   int imagePrivateUIPopup(intptr_t a);      optional
+ *   int imagePrivateUIPopdown(intptr_t a, intptr_t b, intptr_t c,
+ *                             intptr_t d);    optional
+ *
+ * The capability table is checked once, at ORX_init: an entry or a list
+ * entry without a name is reported ("%s: no name field was found for
+ * capability %d ...", severity 2) and checking of that table stops there;
+ * the format stays registered and ORX_info_get_specific still hands the
+ * table out as it is, so a host sees it complete up to the bad entry.  A
+ * list whose default is none of its values stops the process with a
+ * message on standard error (it can only come from a broken build).
  */
 
 /* The protocol version a plug-in must declare. */

@@ -147,7 +147,11 @@ ORX_API ORX_OBJECT *ORX_open(ORX_INFO *info, const char *mode);
  * a negative status (-16 when the object cannot scan).  On success the
  * object's current line becomes line. */
 ORX_API int ORX_scan_read(ORX_OBJECT *object, int32_t line, void ***channels);
-/* Write line from the caller's channel scanline buffer; as ORX_scan_read. */
+/* Write line from the caller's channel scanline buffer; as ORX_scan_read.
+ * Only on an object opened with "w": the call goes to the same scan function
+ * as a read, so on an object opened for reading it reads line instead and
+ * overwrites channels[0] with a pointer to the format's own buffer, losing
+ * the caller's first row pointer (keep a copy of it to free the buffer). */
 ORX_API int ORX_scan_write(ORX_OBJECT *object, int32_t line, void **channels);
 /* The same through the format's direct-scan slot, which moves a line
  * straight into (or from) the caller's layout; a1..a5 pass through. */
