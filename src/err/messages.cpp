@@ -100,6 +100,12 @@ constexpr std::array kCatalogue = {
     Entry{Msg::kFileTooSmall, 3,
           "%s: its headers, offset tables and scanline lengths need at least %llu bytes, "
           "but the file has %llu"},
+    Entry{Msg::kResNotResource, 3, "%s is not a resource file (%s)"},
+    Entry{Msg::kResBadName, 3, "Invalid resource type \"%s\" or name \"%s\""},
+    Entry{Msg::kResDuplicate, 3, "Duplicate resource %s \"%s\""},
+    Entry{Msg::kResSyntax, 3, "%s, line %d: %s"},
+    Entry{Msg::kResRead, 3, "Cannot read resource %s \"%s\" of %s; %s"},
+    Entry{Msg::kCatEntryDropped, 2, "%s: catalogue message \"%s\" dropped (%s)"},
     Entry{Msg::kUnknownKey, 3,
           "Unknown file type key (\"%s\") was specified; Ensure that the plug-in for this "
           "type is defined"},
@@ -134,6 +140,9 @@ int msg_severity(Msg m) {
   const Entry *e = find(m);
   return e ? e->severity : ERR_ERROR;
 }
+
+std::size_t msg_count() { return kCatalogue.size(); }
+Msg msg_at(std::size_t i) { return kCatalogue[i].id; }
 
 int vreport(Msg m, va_list args) { return vreport_at(msg_severity(m), m, args); }
 

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdarg>
+#include <cstddef>
 #include <cstdint>
 
 namespace orx {
@@ -58,6 +59,12 @@ enum class Msg : int32_t {
   kCurveElementCounts = 902214,
   kLimitExceeded = 902240,
   kFileTooSmall = 902241,
+  kResNotResource = 902250,
+  kResBadName = 902251,
+  kResDuplicate = 902252,
+  kResSyntax = 902253,
+  kResRead = 902254,
+  kCatEntryDropped = 902255,
   kUnknownKey = 902902,
   // Set 903: configuration.
   kConfigSyntax = 903002,
@@ -71,6 +78,10 @@ constexpr int msg_number(Msg m) { return static_cast<int>(m) % 1000; }
 // Default printf format and severity of a message (null / 3 when unknown).
 const char *msg_text(Msg m);
 int msg_severity(Msg m);
+
+// The messages of the table, for listing them: count, and the i-th.
+std::size_t msg_count();
+Msg msg_at(std::size_t i);
 
 // Report message m through ERR_report_cat(orx__msg_cat, set, number, ...) at
 // its own severity.  Returns what the handler chain returned.

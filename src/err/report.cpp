@@ -8,6 +8,7 @@
 
 #include "err/heap.hpp"
 #include "err/report_internal.hpp"
+#include "res/catalogue.hpp"
 #include "platform/platform.hpp"
 #include "util/node_pool.hpp"
 
@@ -102,9 +103,15 @@ bool record_masked(const ERR_RECORD *record) {
   return g.global_mask != 0 || severity_masked(record->severity) || (record->flags & 1u) != 0;
 }
 
-int vreport_cat(void *, int, int, int severity, const char *format, va_list args) {
-  // No catalogue reader exists: the default text is always the message.
-  return report_plain(&g.cat_record, g.cat_buffer, severity, format, args);
+int vreport_cat(void *catalogue, int set, int number, int severity, const char *format,
+                va_list args) {
+  // An open catalogue may hold the text; the default stands otherwise.
+  return report_plain(&g.cat_record, g.cat_buffer, severity,
+                      res::catalogue_text(catalogue, set, number, format), args);
+}
+
+int vreport_global(int severity, const char *format, va_list args) {
+  return report_plain(&g.printf_record, g.printf_buffer, severity, format, args);
 }
 
 void reset() {

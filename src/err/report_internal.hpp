@@ -13,6 +13,9 @@ namespace orx::err {
 int vreport_cat(void *catalogue, int set, int number, int severity, const char *format,
                 va_list args);
 
+// A report to the global handlers, as ERR_printf makes.
+int vreport_global(int severity, const char *format, va_list args);
+
 // Build a message with the mini-format into out (at most size bytes,
 // terminated).  Returns out.
 char *mini_format(char *out, std::size_t size, const char *format, va_list args);

@@ -91,6 +91,14 @@ std::FILE *create_file(const char *path, CreatedFile *file);
 // place since).  Returns 0 when removed, else a system error number.
 int remove_created_file(const char *path, const CreatedFile &file);
 
+// Creates a new file from the template name, whose last six characters are
+// "XXXXXX" and are replaced in place to make the name unique, as mkstemp
+// does, and opens it for writing with the permissions a plain new file gets.
+// Null with errno set on failure.
+std::FILE *create_temp_file(char *name_template);
+// Renames from to to, replacing to; 0 on success, else the system error number.
+int rename_file(const char *from, const char *to);
+
 // A shell command whose standard output is read (mode "r") or whose
 // standard input is written (mode "w") through the returned stream; null when
 // it cannot be started.  close_command waits for it and returns 0 when it

@@ -7,6 +7,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -116,6 +117,46 @@ int file_status(const char *path, FileStatus *out) {
 bool file_exists(const char *path) { return access(path, F_OK) == 0; }
 
 int remove_file(const char *path) { return unlink(path) == 0 ? 0 : errno; }
+
+std::FILE *create_temp_file(char *name_template) {
+  // open with O_EXCL on names of our own rather than mkstemp, so that the
+  // file gets the permissions the umask gives any new file (mkstemp's are
+  // private) without touching the process-wide umask.
+  static const char kDigits[] = "abcdefghijklmnopqrstuvwxyz0123456789";
+  const std::size_t length = std::strlen(name_template);
+  if (length < 6) {
+    errno = EINVAL;
+    return nullptr;
+  }
+  char *x = name_template + length - 6;
+  static std::atomic<unsigned> counter{0};
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    unsigned long long v = static_cast<unsigned long long>(now.tv_nsec) * 2654435761u ^
+                           static_cast<unsigned long long>(getpid()) << 20 ^ counter++ * 40503u;
+    for (int i = 0; i < 6; ++i, v /= 36) x[i] = kDigits[v % 36];
+    const int fd = open(name_template, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd < 0) {
+      if (errno == EEXIST) continue;
+      return nullptr;
+    }
+    std::FILE *stream = fdopen(fd, "wb");
+    if (stream == nullptr) {
+      const int error = errno;
+      close(fd);
+      unlink(name_template);
+      errno = error;
+    }
+    return stream;
+  }
+  errno = EEXIST;
+  return nullptr;
+}
+
+int rename_file(const char *from, const char *to) {
+  return std::rename(from, to) == 0 ? 0 : errno;
+}
 
 int remove_regular_file(const char *path) {
   struct stat st{};
