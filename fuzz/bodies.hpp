@@ -30,4 +30,8 @@ int name_syntax(const std::uint8_t *data, std::size_t size);
 // and pixels: write them as RLA, read them back and require equality.
 int rla_round_trip(const std::uint8_t *data, std::size_t size);
 
+// Treat the bytes as a resource file: open, look up and load every
+// resource, dump it, and use it as a message catalogue.
+int resource_file(const std::uint8_t *data, std::size_t size);
+
 }  // namespace orx::fuzz

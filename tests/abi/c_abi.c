@@ -17,6 +17,7 @@
 #include "orx/region.h"
 #include "orx/ptr.h"
 #include "orx/registry.h"
+#include "orx/res.h"
 #include "orx/rla.h"
 #include "orx/str.h"
 

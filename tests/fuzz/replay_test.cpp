@@ -56,7 +56,8 @@ INSTANTIATE_TEST_SUITE_P(Targets, FuzzReplay,
                                          Target{"rla_stream", orx::fuzz::rla_stream},
                                          Target{"config", orx::fuzz::config_file},
                                          Target{"names", orx::fuzz::name_syntax},
-                                         Target{"round_trip", orx::fuzz::rla_round_trip}),
+                                         Target{"round_trip", orx::fuzz::rla_round_trip},
+                                         Target{"res", orx::fuzz::resource_file}),
                          [](const testing::TestParamInfo<Target> &param) {
                            return std::string(param.param.name);
                          });

@@ -28,4 +28,10 @@ struct PatternOptions {
 };
 int run_pattern(const PatternOptions &options);
 
+struct ResOptions {
+  std::string action;  // "dump", "build" or "messages"
+  std::string in, out;
+};
+int run_res(const ResOptions &options);
+
 }  // namespace orx::tool

@@ -46,7 +46,21 @@ int main(int argc, char **argv) {
   pattern_cmd->add_option("--channels", pattern.channels, "Colour channels, 1 to 3 (default 3)");
   pattern_cmd->add_flag("--matte", pattern.matte, "Add a matte channel");
 
+  ResOptions res;
+  auto *res_cmd = app.add_subcommand("res", "Resource files and message catalogues");
+  res_cmd->require_subcommand(1);
+  auto *res_dump = res_cmd->add_subcommand("dump", "Print a resource file as text");
+  res_dump->add_option("file", res.in, "Resource file")->required();
+  auto *res_build = res_cmd->add_subcommand("build", "Make a resource file from its text form");
+  res_build->add_option("text", res.in, "Text form, as dump prints it")->required();
+  res_build->add_option("out", res.out, "Resource file to write")->required();
+  auto *res_messages = res_cmd->add_subcommand(
+      "messages", "Print the library's messages as the text of a message catalogue");
+
   CLI11_PARSE(app, argc, argv);
+  if (*res_dump) res.action = "dump";
+  if (*res_build) res.action = "build";
+  if (*res_messages) res.action = "messages";
 
   install_reporting(verbose);
   echo_errors(true);  // a refused plug-in has no command to report it
@@ -62,6 +76,7 @@ int main(int argc, char **argv) {
   if (*diff_cmd) status = run_diff(diff);
   if (*formats) status = run_formats();
   if (*pattern_cmd) status = run_pattern(pattern);
+  if (*res_cmd) status = run_res(res);
   stop_library();
   return status;
 }
