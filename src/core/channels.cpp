@@ -45,6 +45,10 @@ uint64_t row_bytes(const ORX_CHANNELS &g, int group, int32_t width) {
 
 }  // namespace
 
+uint32_t group_sample_bytes(const ORX_CHANNELS &g, int group) {
+  return group == 3 ? 2 : sample_bytes(g);
+}
+
 uint64_t channel_block_bytes(const ORX_IFD &ifd, int32_t width) {
   const ORX_CHANNELS *groups[] = {&ifd.image, &ifd.matte, &ifd.aux, &ifd.index};
   uint64_t bytes = 0;

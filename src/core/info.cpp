@@ -4,6 +4,7 @@
 #include <initializer_list>
 
 #include "orx/err.h"
+#include "core/info_copy.hpp"
 #include "orx/orx.h"
 
 namespace {
@@ -47,6 +48,20 @@ ORX_INFO *ORX_info_alloc(void) {
   return info;
 }
 
+}  // extern "C"
+
+namespace orx::core {
+
+void release_image(ORX_IFD *ifd) {
+  release(ifd->aspect);
+  for (ORX_CHANNELS *g : {&ifd->image, &ifd->matte, &ifd->aux, &ifd->index}) release(g->name);
+  ORX_response_curve_done(&ifd->curve);
+}
+
+}  // namespace orx::core
+
+extern "C" {
+
 void ORX_info_cleanup(ORX_INFO *info, uint8_t free_strings) {
   if (info == nullptr) return;
   if (info->valid != ORX_INFO_VALID) {
@@ -61,12 +76,7 @@ void ORX_info_cleanup(ORX_INFO *info, uint8_t free_strings) {
                    &info->filter, &info->compression})
     release(*s);
   if (info->images != nullptr) {
-    for (int32_t i = 0; i < info->image_count; ++i) {
-      ORX_IFD &ifd = info->images[i];
-      release(ifd.aspect);
-      for (ORX_CHANNELS *g : {&ifd.image, &ifd.matte, &ifd.aux, &ifd.index}) release(g->name);
-      ORX_response_curve_done(&ifd.curve);
-    }
+    for (int32_t i = 0; i < info->image_count; ++i) orx::core::release_image(&info->images[i]);
     ERR_free(info->images);
     info->images = nullptr;
   }

@@ -10,6 +10,8 @@ namespace {
 
 constexpr const char *kUnknown = "unknown";
 
+}  // namespace
+
 bool copy_image(ORX_IFD *dst, const ORX_IFD &src) {
   ORX_IFD copy = src;
   // Nothing of src's is owned by dst until copied below.
@@ -29,8 +31,6 @@ bool copy_image(ORX_IFD *dst, const ORX_IFD &src) {
   }
   return true;
 }
-
-}  // namespace
 
 bool copy_string(char **field, const char *text, const char *fallback) {
   ERR_free(*field);

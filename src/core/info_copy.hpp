@@ -13,6 +13,15 @@ namespace orx::core {
 // holds what was copied so far and stays releasable.
 bool copy_images(ORX_INFO *dst, const ORX_INFO *src);
 
+// Make dst a copy of src with its own strings ("unknown" for missing ones)
+// and response-curve tables; dst holds nothing of its own before.  false
+// when memory ran out (orx__err -10) or the curve could not be copied; dst
+// then holds what was copied so far and stays releasable.
+bool copy_image(ORX_IFD *dst, const ORX_IFD &src);
+
+// Release the strings and curve tables a descriptor owns.
+void release_image(ORX_IFD *ifd);
+
 // Replace the string *field by an owned copy of text, or of fallback when
 // text is null.  false when memory ran out (reported, orx__err -10).
 bool copy_string(char **field, const char *text, const char *fallback);

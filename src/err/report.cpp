@@ -84,12 +84,15 @@ int deliver(ERR_RECORD *record, const char *name, int severity, const char *mess
   return ERR_def_handler(name, severity, message, record, 0);
 }
 
-// The common path of ERR_report_cat and ERR_printf.
+// The common path of ERR_report_cat and ERR_printf.  Handlers get the
+// default format as the report's name even when a catalogue supplied the
+// text, so a handler that recognises reports by name works in any language.
 int report_plain(ERR_RECORD *record, char *buffer, int severity, const char *format,
-                 va_list args) {
+                 va_list args, const char *text = nullptr) {
   if (g.global_mask != 0 || severity_masked(severity)) return 0;
   count(severity);
-  std::vsnprintf(buffer, kMessageBuffer, format != nullptr ? format : "", args);
+  if (text == nullptr) text = format;
+  std::vsnprintf(buffer, kMessageBuffer, text != nullptr ? text : "", args);
   record->severity = static_cast<unsigned char>(severity);
   record->name = format;
   record->format = buffer;
@@ -106,8 +109,8 @@ bool record_masked(const ERR_RECORD *record) {
 int vreport_cat(void *catalogue, int set, int number, int severity, const char *format,
                 va_list args) {
   // An open catalogue may hold the text; the default stands otherwise.
-  return report_plain(&g.cat_record, g.cat_buffer, severity,
-                      res::catalogue_text(catalogue, set, number, format), args);
+  return report_plain(&g.cat_record, g.cat_buffer, severity, format, args,
+                      res::catalogue_text(catalogue, set, number, format));
 }
 
 int vreport_global(int severity, const char *format, va_list args) {

@@ -9,6 +9,7 @@
 #include "orx/err.h"
 #include "orx/export.h"
 #include "orx/fmt.h"
+#include "orx/imp.h"
 #include "orx/limits.h"
 #include "orx/multiframe.h"
 #include "orx/naming.h"

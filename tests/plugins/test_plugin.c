@@ -170,7 +170,15 @@ int imageReadOpen(ORX_OBJECT *object) {
 }
 
 int imageWriteOpen(ORX_OBJECT *object) {
-  void **cell = (void **)ERR_malloc(sizeof(void *));
+  void **cell;
+#ifdef PLUGIN_SINGLE_IMAGE
+  if (object->info.image_count > 1) {
+    ERR_report_cat(orx__msg_cat, 902, 61, ERR_ERROR, "%s cannot store multiple images",
+                   PLUGIN_KEY);
+    return 0;
+  }
+#endif
+  cell = (void **)ERR_malloc(sizeof(void *));
   if (cell == NULL) return 0;
   cell[0] = &lines;
   object->private_cell = cell;

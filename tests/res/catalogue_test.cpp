@@ -54,6 +54,8 @@ TEST_F(Catalogue, TranslationsReplaceTheTextAndBadOnesAreDropped) {
   errors.clear();
   ERR_report_cat(cat, 902, 44, 3, "File open mode (\"%s\") not recognized", "rw");
   EXPECT_EQ(errors.last(), "Mode d'ouverture (\"rw\") inconnu");
+  // Handlers still recognise the report by its default format.
+  EXPECT_EQ(errors.reports().back().name, "File open mode (\"%s\") not recognized");
   ERR_report_cat(cat, 902, 52, 3, "Cannot open file %s; %s", "f", "gone");
   EXPECT_EQ(errors.last(), "Cannot open file f; gone");
   ERR_report_cat(cat, 950, 1, 3, "module %s", "m");  // a host's own message

@@ -1,0 +1,255 @@
+// The image-process frame and the swatch process, through real RLA files.
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "orx/imp.h"
+#include "registry/registry_fixture.hpp"
+#include "support/error_capture.hpp"
+#include "texture/process.hpp"
+
+namespace {
+
+using namespace orx::test;
+
+class ImageProcess : public RegistryTest {
+ protected:
+  void SetUp() override {
+    RegistryTest::SetUp();
+    orx::texture::reset();
+  }
+  void TearDown() override {
+    orx::texture::reset();
+    RegistryTest::TearDown();
+  }
+};
+
+// Writes a w x h RLA file of 8-bit pattern pixels (3 colours and a matte).
+void write_rla(const std::string &path, int32_t w, int32_t h, int32_t field = 0) {
+  ORX_INFO info;
+  ORX_info_init(&info);
+  info.handle = const_cast<char *>(path.c_str());
+  info.full_path = 1;
+  describe(&info, w, h, ORX_C_INTEGER, 8);
+  info.images[0].field = field;
+  ORX_OBJECT *object = ORX_open(&info, "w");
+  info.handle = nullptr;
+  ORX_info_cleanup(&info, 1);
+  ASSERT_NE(object, nullptr);
+  void **rows = orx__chan_alloc(&object->info.images[0], w, "test");
+  for (int32_t y = 0; y < h; ++y) {
+    for (int c = 0; c < 4; ++c)
+      for (int32_t x = 0; x < w; ++x)
+        static_cast<uint8_t *>(rows[c])[x] = static_cast<uint8_t>(pattern(x, y, c));
+    ASSERT_EQ(ORX_scan_write(object, y, rows), 0);
+  }
+  ORX_chan_free(rows);
+  ASSERT_EQ(ORX_close(object), 0);
+}
+
+ORX_OBJECT *open_process(const std::string &path, const char *key, uint32_t size,
+                         const char *access, ORX_INFO *info) {
+  ORX_info_init(info);
+  info->handle = const_cast<char *>(path.c_str());
+  info->full_path = 1;
+  IMP_REQUEST request{key, size, 0, 0, 0};
+  return IMP_open(info, &request, access);
+}
+
+// trunc of 0, step, 2 step, ... with the step added in double and the sum
+// kept in single precision.
+std::vector<int32_t> positions(int32_t n, float step) {
+  std::vector<int32_t> out;
+  float p = 0.0f;
+  for (int32_t i = 0; i < n; ++i, p = static_cast<float>(double{p} + double{step}))
+    out.push_back(static_cast<int32_t>(p));
+  return out;
+}
+
+TEST_F(ImageProcess, TheFrameListsDispatchesAndRefusesAsDocumented) {
+  ErrorCapture errors;
+  ERR_unmask_s(ERR_DEBUG);
+  std::vector<std::string> keys;
+  while (IMP_INFO *p = IMP_info()) {
+    keys.push_back(p->key);
+    EXPECT_EQ(p->flags, IMP_CAN_READ | IMP_CAN_WRITE);
+  }
+  EXPECT_EQ(keys, (std::vector<std::string>{"none", "mipmap", "swatch"}));
+  EXPECT_EQ(IMP_info(), nullptr);  // never rewound
+  EXPECT_TRUE(errors.has(ERR_DEBUG, "imp, initializing database for IMP_info request"));
+  errors.clear();
+
+  ORX_INFO info;
+  ORX_info_init(&info);
+  IMP_REQUEST request{"mipmap", 0, 0, 0, 0};
+  EXPECT_EQ(IMP_open(&info, &request, "rw"), nullptr);
+  EXPECT_EQ(errors.last(), "\"rw\" access not recognized");
+  EXPECT_EQ(IMP_error(), 0);
+  for (const char *key : {"Mipmap", static_cast<const char *>(nullptr)}) {
+    request.key = key;
+    EXPECT_EQ(IMP_open(&info, &request, "r"), nullptr);
+    EXPECT_EQ(errors.last(), "Invalid image process type none");
+    EXPECT_EQ(IMP_error(), -1);
+  }
+  errors.clear();
+  request.key = "none";
+  EXPECT_EQ(IMP_open(&info, &request, "r"), nullptr);
+  EXPECT_EQ(IMP_error(), 0);
+  EXPECT_EQ(errors.size(), 0u);  // the database was announced once only
+  ORX_info_cleanup(&info, 0);
+}
+
+TEST_F(ImageProcess, SwatchSizesFitsAndRefusals) {
+  TempDir dir;
+  ErrorCapture errors;
+  struct Case {
+    int32_t w, h;
+    uint32_t s;
+    int32_t images;  // after the open; 0: refused
+    ORX_WINDOW window;
+  } cases[] = {
+      {1000, 500, 64, 2, {0, 63, 0, 31}},
+      {500, 1000, 64, 2, {0, 31, 0, 63}},
+      {64, 40, 64, 1, {0, 63, 0, 39}},  // already fits: unchanged
+      {30, 20, 64, 0, {}},
+  };
+  for (const Case &c : cases) {
+    const std::string path = dir.file("i.rla");
+    write_rla(path, c.w, c.h, 1);
+    ORX_INFO info;
+    ORX_OBJECT *object = open_process(path, "swatch", c.s, "r", &info);
+    if (c.images == 0) {
+      EXPECT_EQ(object, nullptr);
+      EXPECT_EQ(orx__err, ORX_E_DIMENSIONS);
+      EXPECT_EQ(errors.last(), "Swatch dimension incompatible with image dimension");
+      continue;
+    }
+    ASSERT_NE(object, nullptr) << c.w;
+    ASSERT_EQ(object->info.image_count, c.images);
+    const ORX_IFD &swatch = object->info.images[c.images - 1];
+    EXPECT_EQ(swatch.window.right, c.window.right) << c.w;
+    EXPECT_EQ(swatch.window.top, c.window.top) << c.w;
+    if (c.images == 2) {
+      EXPECT_STREQ(swatch.aspect, "unknown");
+      EXPECT_FLOAT_EQ(swatch.aspect_ratio, float(c.window.right + 1) / float(c.window.top + 1));
+      EXPECT_EQ(swatch.field, 2);
+    }
+    EXPECT_EQ(ORX_close(object), 0);
+  }
+}
+
+// The swatch read from a file equals point sampling of the source, and the
+// swatch stored while writing equals the one computed when reading.
+TEST_F(ImageProcess, SwatchesArePointSamplesWhetherReadOrWritten) {
+  TempDir dir;
+  std::mt19937 rng(5);
+  for (int round = 0; round < 4; ++round) {
+    const int32_t w = 40 + static_cast<int32_t>(rng() % 300), h = 40 + static_cast<int32_t>(rng() % 300);
+    const uint32_t s = 8 + rng() % 32;
+    const std::string plain = dir.file("plain.rla");
+    write_rla(plain, w, h);
+    ORX_INFO info;
+    ORX_OBJECT *object = open_process(plain, "swatch", s, "r", &info);
+    ASSERT_NE(object, nullptr);
+    const ORX_IFD sw = object->info.images[1];
+    const int32_t sw_w = sw.window.right + 1, sw_h = sw.window.top + 1;
+    const auto cols = positions(sw_w, float(w) / float(sw_w));
+    const auto lines = positions(sw_h, float(h) / float(sw_h));
+    std::vector<std::vector<uint8_t>> swatch_rows;
+    for (int32_t y = 0; y < sw_h; ++y) {
+      void **rows = nullptr;
+      ASSERT_EQ(object->scan(object->private_cell[1], y, &rows), 0);
+      for (int c = 0; c < 4; ++c) {
+        const auto *row = static_cast<const uint8_t *>(rows[c]);
+        swatch_rows.emplace_back(row, row + sw_w);
+        for (int32_t x = 0; x < sw_w; ++x)
+          ASSERT_EQ(row[x], uint8_t(pattern(cols[x], lines[y], c))) << x << "," << y;
+      }
+    }
+    void **rows = nullptr;  // the file's own image still reads through
+    ASSERT_EQ(ORX_scan_read(object, 3, &rows), 0);
+    EXPECT_EQ(static_cast<uint8_t *>(rows[1])[5], uint8_t(pattern(5, 3, 1)));
+    ASSERT_EQ(ORX_close(object), 0);
+
+    // The same image written through the process, then read plainly.
+    const std::string stored = dir.file("stored.rla");
+    ORX_info_init(&info);
+    info.handle = const_cast<char *>(stored.c_str());
+    info.full_path = 1;
+    describe(&info, w, h, ORX_C_INTEGER, 8);
+    IMP_REQUEST request{"swatch", s, 0, 0, 0};
+    object = IMP_open(&info, &request, "w");
+    info.handle = nullptr;
+    ORX_info_cleanup(&info, 1);
+    ASSERT_NE(object, nullptr);
+    rows = orx__chan_alloc(&object->info.images[0], w, "test");
+    for (int32_t y = 0; y < h; ++y) {
+      for (int c = 0; c < 4; ++c)
+        for (int32_t x = 0; x < w; ++x) static_cast<uint8_t *>(rows[c])[x] = uint8_t(pattern(x, y, c));
+      ASSERT_EQ(ORX_scan_write(object, y, rows), 0);
+    }
+    ORX_chan_free(rows);
+    ASSERT_EQ(ORX_close(object), 0);
+    ORX_info_init(&info);
+    info.handle = const_cast<char *>(stored.c_str());
+    info.full_path = 1;
+    object = ORX_open(&info, "r");
+    ASSERT_NE(object, nullptr);
+    ASSERT_EQ(object->info.image_count, 2);
+    std::size_t k = 0;
+    for (int32_t y = 0; y < sw_h; ++y) {
+      ASSERT_EQ(object->scan(object->private_cell[1], y, &rows), 0);
+      for (int c = 0; c < 4; ++c, ++k) {
+        const auto *row = static_cast<const uint8_t *>(rows[c]);
+        EXPECT_EQ(std::vector<uint8_t>(row, row + sw_w), swatch_rows[k]) << y << "," << c;
+      }
+    }
+    ASSERT_EQ(ORX_close(object), 0);
+  }
+}
+
+TEST_F(ImageProcess, AFormatOfOneImageIsWrittenWithoutASwatchAndWithoutAMessage) {
+  PluginSet set({"plugin_single"});
+  ASSERT_EQ(set.init(), 0);
+  ErrorCapture errors;
+  ORX_INFO info;
+  ORX_info_init(&info);
+  info.type = const_cast<char *>("tsingle");
+  info.handle = const_cast<char *>("x.tsg");
+  describe(&info, 200, 100, ORX_C_INTEGER, 8);
+  IMP_REQUEST request{"swatch", 32, 0, 0, 0};
+  ORX_OBJECT *object = IMP_open(&info, &request, "w");
+  info.type = info.handle = nullptr;
+  ORX_info_cleanup(&info, 1);
+  ASSERT_NE(object, nullptr);
+  EXPECT_EQ(object->info.image_count, 1);
+  EXPECT_EQ(errors.size(), 0u);
+  EXPECT_EQ(ORX_close(object), 0);
+}
+
+TEST_F(ImageProcess, OutOfMemoryInTheSwatchIsReportedAndLeavesNothing) {
+  TempDir dir;
+  const std::string path = dir.file("i.rla");
+  write_rla(path, 100, 50);
+  IMP_info();  // the library and the frame are up: the sweep covers the process
+  const std::string out = dir.file("o.rla");
+  for (const char *access : {"r", "w"}) {
+    ORX_INFO info;  // made outside the sweep, which fails the library's allocations only
+    ORX_info_init(&info);
+    info.handle = const_cast<char *>(access[0] == 'r' ? path.c_str() : out.c_str());
+    info.full_path = 1;
+    if (access[0] == 'w') describe(&info, 100, 50, ORX_C_INTEGER, 8);
+    for_each_reported_allocation_failure([&] {
+      IMP_REQUEST request{"swatch", 16, 0, 0, 0};
+      ORX_OBJECT *object = IMP_open(&info, &request, access);
+      if (object == nullptr) return orx__err;
+      return ORX_close(object) == 0 ? 0 : orx__err;
+    });
+    info.handle = nullptr;
+    ORX_info_cleanup(&info, 1);
+  }
+}
+
+}  // namespace
