@@ -22,7 +22,12 @@ constexpr std::array kCatalogue = {
     Entry{Msg::kProcessTypeInvalid, 3, "Invalid image process type %s"},
     Entry{Msg::kSwatchDimension, 3, "Swatch dimension incompatible with image dimension"},
     Entry{Msg::kCannotHandleAction, 3, "%s cannot handle the requested action"},
+    Entry{Msg::kMipmapMismatch, 3,
+          "Mismatch between texture type and texture request, %s (the pre-filtered mipmap "
+          "texture's type does not match the requested type)"},
+    Entry{Msg::kMipmapLoading, 1, "Mipmap loading image"},
     Entry{Msg::kMipmapBumpSlope, 1, "Mipmap calculating bump slope"},
+    Entry{Msg::kMipmapLevel, 1, "Mipmap calculating level %d"},
     Entry{Msg::kMipmapFiltering, 1, "Mipmap filtering %s texture"},
     Entry{Msg::kOpenModeUnknown, 3,
           "File open mode (\"%s\") not recognized; expecting \"r\" or \"w\""},
