@@ -28,6 +28,17 @@ struct PatternOptions {
 };
 int run_pattern(const PatternOptions &options);
 
+struct MaketxOptions {
+  std::string in, out, type = "color", filter = "box";
+};
+int run_maketx(const MaketxOptions &options);
+
+struct SwatchOptions {
+  std::string in, out;
+  int size = 64;
+};
+int run_swatch(const SwatchOptions &options);
+
 struct ResOptions {
   std::string action;  // "dump", "build" or "messages"
   std::string in, out;

@@ -46,6 +46,19 @@ int main(int argc, char **argv) {
   pattern_cmd->add_option("--channels", pattern.channels, "Colour channels, 1 to 3 (default 3)");
   pattern_cmd->add_flag("--matte", pattern.matte, "Add a matte channel");
 
+  MaketxOptions maketx;
+  auto *maketx_cmd = app.add_subcommand("maketx", "Make a mipmap texture of a file's first image");
+  maketx_cmd->add_option("in", maketx.in, "Input image")->required();
+  maketx_cmd->add_option("out", maketx.out, "Texture file to write")->required();
+  maketx_cmd->add_option("--type", maketx.type, "color, scalar or bump (default color)");
+  maketx_cmd->add_option("--filter", maketx.filter, "Level filter: box (default)");
+
+  SwatchOptions swatch;
+  auto *swatch_cmd = app.add_subcommand("swatch", "Write a file's first image with a swatch");
+  swatch_cmd->add_option("in", swatch.in, "Input image")->required();
+  swatch_cmd->add_option("out", swatch.out, "File to write")->required();
+  swatch_cmd->add_option("--size", swatch.size, "Pixels of the swatch's longer side (default 64)");
+
   ResOptions res;
   auto *res_cmd = app.add_subcommand("res", "Resource files and message catalogues");
   res_cmd->require_subcommand(1);
@@ -77,6 +90,8 @@ int main(int argc, char **argv) {
   if (*formats) status = run_formats();
   if (*pattern_cmd) status = run_pattern(pattern);
   if (*res_cmd) status = run_res(res);
+  if (*maketx_cmd) status = run_maketx(maketx);
+  if (*swatch_cmd) status = run_swatch(swatch);
   stop_library();
   return status;
 }

@@ -1,0 +1,30 @@
+// Running the orx tool as a process from a test, in a directory of the
+// test's own.
+#pragma once
+
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+namespace orx::test {
+
+inline std::string slurp(const std::string &path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+// Runs "orx ARGS" in dir with standard output and error into dir/out;
+// returns the exit status (-1 when it did not exit).
+inline int run_orx(const std::string &dir, const std::string &args, const std::string &out = "log") {
+  const std::string command =
+      "cd '" + dir + "' && '" ORX_TOOL "' " + args + " >'" + out + "' 2>&1";
+  const int raw = std::system(command.c_str());
+  return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+}
+
+}  // namespace orx::test
