@@ -1,6 +1,7 @@
 // orx maketx and orx swatch as processes.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <string>
 
 #include "run_tool.hpp"
@@ -36,6 +37,22 @@ TEST(OrxTexture, MaketxWritesEveryLevelAndSwatchAddsAPreview) {
   EXPECT_EQ(orx("swatch a.rla u.rla --size 400"), 2);
   EXPECT_NE(slurp(dir.file("log")).find("Swatch dimension incompatible"), std::string::npos)
       << slurp(dir.file("log"));
+}
+
+// OpenImageIO reads level 0 of our textures: what it makes of the texture
+// is what it makes of the image itself.
+TEST(OrxTexture, OpenImageIOReadsTheFirstLevel) {
+  if (std::system("command -v oiiotool >/dev/null 2>&1") != 0) GTEST_SKIP() << "no oiiotool";
+  orx::test::TempDir dir;
+  const auto orx = [&](const std::string &args) { return orx::test::run_orx(dir.path(), args); };
+  const auto oiio = [&](const std::string &args) {
+    return std::system(("cd '" + dir.path() + "' && oiiotool " + args + " >/dev/null 2>&1").c_str());
+  };
+  ASSERT_EQ(orx("pattern a.rla --size 120x80 --matte"), 0);
+  ASSERT_EQ(orx("maketx a.rla t.rla"), 0);
+  ASSERT_EQ(oiio("a.rla -o direct.rla"), 0);
+  ASSERT_EQ(oiio("t.rla -o level0.rla"), 0);
+  EXPECT_EQ(orx("diff direct.rla level0.rla"), 0) << slurp(dir.file("log"));
 }
 
 }  // namespace
