@@ -111,6 +111,10 @@ constexpr std::array kCatalogue = {
     Entry{Msg::kResSyntax, 3, "%s, line %d: %s"},
     Entry{Msg::kResRead, 3, "Cannot read resource %s \"%s\" of %s; %s"},
     Entry{Msg::kCatEntryDropped, 2, "%s: catalogue message \"%s\" dropped (%s)"},
+    Entry{Msg::kSingularMatrix, 3, "Singular matrix cannot be inverted"},
+    Entry{Msg::kDegenerateChromaticities, 3,
+          "Degenerate chromaticities (a primary or the white point with y = 0, or primaries on "
+          "one line)"},
     Entry{Msg::kUnknownKey, 3,
           "Unknown file type key (\"%s\") was specified; Ensure that the plug-in for this "
           "type is defined"},

@@ -68,6 +68,8 @@ enum class Msg : int32_t {
   kResSyntax = 902253,
   kResRead = 902254,
   kCatEntryDropped = 902255,
+  kSingularMatrix = 902260,
+  kDegenerateChromaticities = 902261,
   kUnknownKey = 902902,
   // Set 903: configuration.
   kConfigSyntax = 903002,

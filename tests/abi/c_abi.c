@@ -10,6 +10,7 @@
 #include "orx/export.h"
 #include "orx/fmt.h"
 #include "orx/imp.h"
+#include "orx/matrix.h"
 #include "orx/texture.h"
 #include "orx/limits.h"
 #include "orx/multiframe.h"
