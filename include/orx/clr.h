@@ -63,6 +63,14 @@ ORX_API int CLR_rgb_to_xyz_matrix(const float red[2], const float green[2],
                                   const float blue[2], const float white[2],
                                   double matrix[9]);
 
+/* CIE XYZ of a spectrum of count samples starting at start nanometres,
+ * step nanometres apart, weighted by the colour-matching table and scaled so
+ * that a flat spectrum of 1.0 over the table has Y = 1.  Returns 0, or -1
+ * for no samples, a step that is not positive, or samples that miss the
+ * table entirely (xyz then zero). */
+ORX_API int CLR_spectrum_to_xyz(const float *samples, uint32_t count, float start, float step,
+                                float xyz[3]);
+
 ORX_END_DECLS
 
 #endif /* ORX_CLR_H */

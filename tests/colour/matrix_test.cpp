@@ -2,6 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <vector>
+
+#include "orx/clr.h"
 
 #include "orx/err.h"
 #include "orx/matrix.h"
@@ -83,6 +86,22 @@ TEST_F(Matrix, SingularAndDegenerateInputsAreRefused) {
   EXPECT_EQ(ORX_chromaticities_of_framebuffer("full", chroma), 0);
   EXPECT_EQ(ORX_matrix_rgb_to_xyz(chroma, out), 0);
   EXPECT_EQ(ORX_chromaticities_of_framebuffer("no such", chroma), -1);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(Spectrum, AnEqualEnergySpectrumIsTheEqualEnergyWhite) {
+  std::vector<float> flat(81, 1.0f);  // 380 to 780 nm by 5
+  float xyz[3];
+  ASSERT_EQ(CLR_spectrum_to_xyz(flat.data(), 81, 380.0f, 5.0f, xyz), 0);
+  const float sum = xyz[0] + xyz[1] + xyz[2];
+  EXPECT_NEAR(xyz[0] / sum, 1.0f / 3, 1e-3);
+  EXPECT_NEAR(xyz[1] / sum, 1.0f / 3, 1e-3);
+  EXPECT_NEAR(xyz[1], 1.0f, 1e-6);
+  EXPECT_EQ(CLR_spectrum_to_xyz(flat.data(), 81, 1000.0f, 5.0f, xyz), -1);  // beyond the table
+  EXPECT_EQ(CLR_spectrum_to_xyz(flat.data(), 0, 380.0f, 5.0f, xyz), -1);
 }
 
 }  // namespace
