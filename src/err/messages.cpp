@@ -111,10 +111,16 @@ constexpr std::array kCatalogue = {
     Entry{Msg::kResSyntax, 3, "%s, line %d: %s"},
     Entry{Msg::kResRead, 3, "Cannot read resource %s \"%s\" of %s; %s"},
     Entry{Msg::kCatEntryDropped, 2, "%s: catalogue message \"%s\" dropped (%s)"},
+    Entry{Msg::kFieldPrimaries, 3, "Field frames have different color primaries"},
+    Entry{Msg::kFieldGammas, 3, "Field frames have different gammas"},
+    Entry{Msg::kFieldImageChannels, 3, "Field frames have different image channel properties"},
+    Entry{Msg::kFieldMatteChannels, 3, "Field frames have different matte channel properties"},
     Entry{Msg::kSingularMatrix, 3, "Singular matrix cannot be inverted"},
     Entry{Msg::kDegenerateChromaticities, 3,
           "Degenerate chromaticities (a primary or the white point with y = 0, or primaries on "
           "one line)"},
+    Entry{Msg::kFieldAspect, 3, "Field frames have different aspect types"},
+    Entry{Msg::kFieldWindow, 3, "Field frames have different image window sizes"},
     Entry{Msg::kUnknownKey, 3,
           "Unknown file type key (\"%s\") was specified; Ensure that the plug-in for this "
           "type is defined"},

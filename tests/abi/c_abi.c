@@ -9,6 +9,7 @@
 #include "orx/err.h"
 #include "orx/export.h"
 #include "orx/fmt.h"
+#include "orx/field_merge.h"
 #include "orx/imp.h"
 #include "orx/matrix.h"
 #include "orx/texture.h"
