@@ -121,6 +121,8 @@ constexpr std::array kCatalogue = {
           "one line)"},
     Entry{Msg::kFieldAspect, 3, "Field frames have different aspect types"},
     Entry{Msg::kFieldWindow, 3, "Field frames have different image window sizes"},
+    Entry{Msg::kLockedSubImage, 3,
+          "Cannot access sub image (attempted to access a locked sub image)"},
     Entry{Msg::kUnknownKey, 3,
           "Unknown file type key (\"%s\") was specified; Ensure that the plug-in for this "
           "type is defined"},

@@ -76,6 +76,7 @@ enum class Msg : int32_t {
   kDegenerateChromaticities = 902261,
   kFieldAspect = 902262,
   kFieldWindow = 902263,
+  kLockedSubImage = 902264,
   kUnknownKey = 902902,
   // Set 903: configuration.
   kConfigSyntax = 903002,

@@ -11,6 +11,7 @@
 #include "orx/fmt.h"
 #include "orx/field_merge.h"
 #include "orx/imp.h"
+#include "orx/operators.h"
 #include "orx/matrix.h"
 #include "orx/texture.h"
 #include "orx/limits.h"

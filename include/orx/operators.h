@@ -1,0 +1,130 @@
+/* liborx: operators layered onto an open image.
+ *
+ * An operator is a layer pushed onto a handle that ORX_open returned: it
+ * takes the handle's place in ORX_scan_read / ORX_scan_write and transforms
+ * the lines passing through.  Layers stack; each install function pushes at
+ * most one, and its remove function pops it again.  Layers come off strictly
+ * last in, first out: a remove finding another kind of layer on top returns
+ * 0 and changes nothing; it returns 1 when it popped its layer or when the
+ * handle has no private data at all.  ORX_close unwinds every layer from the
+ * top and then closes the file.
+ *
+ * Every install returns the handle it was given, whether or not it pushed a
+ * layer.  To tell: orx__err is 0 and nothing was reported when the layer is
+ * in place or was not needed; a refusal reports one message and sets
+ * orx__err (-16 for data the operator cannot handle, -10 when memory ran
+ * out).  Installing and removing are done by the thread that owns the
+ * handle; the layers' scans run under the handle's lock.
+ *
+ * Layers edit the handle's description (info.images[0]) while they are in
+ * place, and restore it when popped, so that what the description says is
+ * what ORX_scan_read hands out (or what ORX_scan_write expects).  A scan
+ * that reaches a layer whose private data was taken by ORX__select reports
+ * "Cannot access sub image (attempted to access a locked sub image)" and
+ * returns -1.
+ */
+#ifndef ORX_OPERATORS_H
+#define ORX_OPERATORS_H
+
+#include <stdint.h>
+
+#include "orx/export.h"
+#include "orx/orx.h"
+#include "orx/plugin.h"
+
+ORX_BEGIN_DECLS
+
+/* --- Cast: every channel group as 32-bit float -------------------------------
+ * Pushes nothing when all three groups are already float.  Otherwise the
+ * description becomes gamma 1.0 and float, 32 bits, for image, matte and
+ * auxiliary channels, and reading hands out float rows of the window's
+ * width: integers as value / (2^width - 1) (a 4-bit 15 and a 16-bit 65535
+ * both give 1.0); an 8-bit image whose gamma is not 1.0 is linearised
+ * through the 256-entry table of ORX_gamma_btof; double samples narrowed,
+ * float groups copied.  Kept as it always was: when the row buffers cannot
+ * be allocated, the description stays rewritten though no layer is pushed
+ * (orx__err -10): check orx__err before layering anything on it, since the
+ * rows still hold the original samples. */
+ORX_API ORX_OBJECT *orx__cast_operator(ORX_OBJECT *handle);
+ORX_API int orx__cast_remove(ORX_OBJECT *handle);
+
+/* --- Gamut clamp: float pixels into 0..1 ----------------------------------
+ * Only for float or double image and matte channels, both present (else
+ * nothing is pushed).  Samples of the active window are clipped to 0..1;
+ * when the image channel name is "rgb" the colour is treated as
+ * premultiplied by the first matte: a pixel outside 0..a is pulled toward
+ * its grey level (r + g + b) x 0.3333333 until it fits, keeping its hue;
+ * a = 0 gives black.  Lines outside the active window pass untouched.  On a
+ * handle open for reading the lines read are clamped in place; open for
+ * writing, the caller's lines are clamped in place before they are written.
+ * The layout comes from the description's pixel_flags: 1 one row per
+ * channel, 0 samples interleaved in row 0. */
+ORX_API ORX_OBJECT *orx__clamp_operator(ORX_OBJECT *handle);
+ORX_API int orx__clamp_remove(ORX_OBJECT *handle);
+
+/* --- Gamma correction: 8-bit images to another response curve ------------
+ * Re-encodes the image channels (integer, at most 8 bits) from the image's
+ * response curve to target through one composed 8-bit table per channel.
+ * Refused: a handle without images ("%s cannot store multiple images"),
+ * integer channels of 9 bits or more ("%s cannot handle image channel
+ * width"), both with "gamma correction operator" and orx__err -16.  Nothing
+ * is pushed when both curves are parametric with the same gamma.
+ * Reading maps every line in place.  Writing: the caller hands B-bit linear
+ * samples in 16-bit storage (B = log2 of the gamma table resolution, 12 by
+ * default; the description's image width says B while the layer is on); the
+ * layer narrows them in place to 8-bit codes and zeroes the row right of the
+ * active window. */
+ORX_API ORX_OBJECT *orx__gamma_operator(ORX_OBJECT *handle, const ORX_RESPONSE_CURVE *target);
+ORX_API int orx__gamma_remove(ORX_OBJECT *handle);
+
+/* --- Quantize: floating point to and from integers -----------------------
+ * target holds three pointers, for the image, matte and auxiliary groups:
+ * NULL leaves the group alone, otherwise a pair { type, bits }.  Each group
+ * whose target differs takes the target's type and width in the
+ * description, even where no converter exists (its rows then pass on
+ * unconverted).  Conversion: truncate(v x (2^bits - 1 + 0.95)), without
+ * clamping (1.0 gives the top code, 0.999 still 255 at 8 bits, 0.5 gives
+ * 127; values outside 0..1 wrap).  Only for one row per channel
+ * (pixel_flags 1), over the active window's columns.
+ * Read: float or double groups become integers as the layer below is read;
+ * nothing is pushed when every group is already integer.
+ * Write: the caller hands float (or double) rows for groups the file stores
+ * as integers; the target names what the caller hands, the file keeps its
+ * type.  Lines from the active window's bottom to one line above its top
+ * are converted. */
+ORX_API ORX_OBJECT *orx__quantize_read_operator(ORX_OBJECT *handle, const int32_t *const target[3]);
+ORX_API ORX_OBJECT *orx__quantize_write_operator(ORX_OBJECT *handle, const int32_t *const target[3]);
+ORX_API int orx__quantize_remove(ORX_OBJECT *handle);
+
+/* --- Select: one image of a multi-image file ------------------------------
+ * With two images or more, the handle reports one image, a copy of image's
+ * description, and reads it.  A handle of one image, or an index outside
+ * the file, is returned unchanged. */
+ORX_API ORX_OBJECT *ORX__select(ORX_OBJECT *handle, int32_t image);
+ORX_API int ORX__select_remove(ORX_OBJECT *handle);
+
+/* --- Min-max: 8-bit samples into a sub-range -------------------------------
+ * Every sample of every group over the active window's columns becomes
+ * (uint8)((int)(sample x (maximum - minimum)) + (int)(2^w x minimum)),
+ * w the image width, without clamping (0.25..1.0 maps 0 to 64 and 255 to
+ * 255).  0.0..1.0 pushes nothing.  Refused, with "min-max transform
+ * operator", unless every group is integer of at most 8 bits. */
+ORX_API ORX_OBJECT *orx__min_max_operator(ORX_OBJECT *handle, double minimum, double maximum);
+ORX_API int orx__min_max_remove(ORX_OBJECT *handle);
+
+/* --- Description checks shared by the 8-bit operators -----------------------
+ * For image index image of handle: the group must be integer ("%s cannot
+ * handle image channel type", or matte, auxiliary) and at most 8 bits wide
+ * ("%s cannot handle image channel width", ...), each -16 with the report
+ * naming operator; an index outside the file reports "%s cannot store
+ * multiple images" and gives -16 after the other checks.  0 when it fits. */
+ORX_API int orx__check_image_description(const char *operator_name, const ORX_OBJECT *handle,
+                                         int32_t image);
+ORX_API int orx__check_matte_description(const char *operator_name, const ORX_OBJECT *handle,
+                                         int32_t image);
+ORX_API int orx__check_aux_description(const char *operator_name, const ORX_OBJECT *handle,
+                                       int32_t image);
+
+ORX_END_DECLS
+
+#endif /* ORX_OPERATORS_H */

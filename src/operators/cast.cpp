@@ -1,0 +1,132 @@
+// The cast operator: every channel group read as 32-bit float, integers
+// scaled to 0..1, 8-bit images with a gamma linearised through a table.
+#include "err/messages.hpp"
+#include "operators/convert.hpp"
+#include "operators/layer.hpp"
+#include "orx/err.h"
+#include "orx/operators.h"
+
+namespace orx::operators {
+namespace {
+
+struct CastRecord {
+  LayerHeader header;
+  float gamma;
+  int32_t types[3], widths[3];  // image, matte, auxiliary, as they were
+  int32_t width;
+  int32_t counts[3];
+  float *gamma_table;
+  void **buffers;
+  CastConverter converters[3];
+};
+
+ORX_CHANNELS *groups_of(ORX_IFD &d, int g) {
+  ORX_CHANNELS *groups[] = {&d.image, &d.matte, &d.aux};
+  return groups[g];
+}
+
+int cast_scan(void *data, int32_t line, void *rows) {
+  if (data == nullptr) return locked();
+  CastRecord &r = *static_cast<CastRecord *>(data);
+  const int status = forward(&r.header, line, rows);
+  if (status < 0) return status;
+  void **src = *static_cast<void ***>(rows);
+  int32_t at = 0;
+  for (int g = 0; g < 3; ++g) {
+    if (g == 0 && r.gamma_table != nullptr) {
+      for (int32_t c = r.counts[0] - 1; c >= 0; --c) {
+        const auto *in = static_cast<const uint8_t *>(src[c]);
+        auto *out = static_cast<float *>(r.buffers[c]);
+        for (int32_t x = 0; x < r.width; ++x) out[x] = r.gamma_table[in[x]];
+      }
+    } else if (r.converters[g] != nullptr) {
+      r.converters[g](r.buffers + at, r.width, r.widths[g], r.counts[g], src + at);
+    }
+    at += r.counts[g];
+  }
+  *static_cast<void ***>(rows) = r.buffers;
+  return 0;
+}
+
+void restore(ORX_OBJECT *handle, const CastRecord &r) {
+  ORX_IFD &d = handle->info.images[0];
+  d.curve.gamma = r.gamma;
+  for (int g = 0; g < 3; ++g) {
+    groups_of(d, g)->type = r.types[g];
+    groups_of(d, g)->bits = r.widths[g];
+  }
+}
+
+void release(ORX_OBJECT *handle, LayerHeader *header) {
+  auto *r = reinterpret_cast<CastRecord *>(header);
+  restore(handle, *r);
+  if (r->gamma_table != nullptr) ORX_gamma_done(r->gamma_table);
+  orx__chan_free(r->buffers);
+  ERR_free(r);
+}
+
+int cast_close(ORX_OBJECT *handle, intptr_t argument) {
+  return close_layer(handle, argument, cast_close, release);
+}
+
+}  // namespace
+}  // namespace orx::operators
+
+using namespace orx::operators;
+
+extern "C" {
+
+ORX_OBJECT *orx__cast_operator(ORX_OBJECT *handle) {
+  orx__err = 0;
+  if (handle == nullptr || handle->info.images == nullptr || handle->info.image_count < 1)
+    return handle;
+  ORX_IFD &d = handle->info.images[0];
+  if (d.image.type == ORX_C_FLOAT && d.matte.type == ORX_C_FLOAT && d.aux.type == ORX_C_FLOAT)
+    return handle;
+  auto *r = static_cast<CastRecord *>(ERR_malloc(sizeof(CastRecord)));
+  if (r == nullptr) {
+    orx__err = ORX_E_NO_MEMORY;
+    return handle;
+  }
+  *r = CastRecord{};
+  r->width = d.window.right - d.window.left + 1;
+  r->gamma = d.curve.gamma;
+  for (int g = 0; g < 3; ++g) {
+    r->types[g] = groups_of(d, g)->type;
+    r->widths[g] = groups_of(d, g)->bits;
+  }
+  // The description is rewritten before the buffers exist: a failed buffer
+  // leaves it rewritten, as it always has.
+  d.curve.gamma = 1.0f;
+  for (int g = 0; g < 3; ++g) {
+    groups_of(d, g)->type = ORX_C_FLOAT;
+    groups_of(d, g)->bits = 32;
+  }
+  r->buffers = orx__chan_alloc(&d, r->width, "cast operator");
+  if (r->buffers == nullptr) {
+    ERR_free(r);
+    if (orx__err == ORX_E_NO_MEMORY) no_memory();
+    return handle;
+  }
+  r->counts[0] = d.image.count;
+  r->counts[1] = d.matte.count;
+  r->counts[2] = d.aux.count;
+  for (int g = 0; g < 3; ++g)
+    r->converters[g] = cast_converter(r->types[g], r->widths[g], r->counts[g]);
+  if (r->types[0] == ORX_C_INTEGER && r->widths[0] == 8 && r->gamma != 1.0f && r->counts[0] > 0) {
+    r->gamma_table = ORX_gamma_btof(r->gamma);
+    if (r->gamma_table == nullptr) {
+      restore(handle, *r);
+      orx__chan_free(r->buffers);
+      ERR_free(r);
+      no_memory();
+      return handle;
+    }
+  }
+  push(handle, &r->header, kCast, cast_scan, cast_close);
+  return handle;
+}
+
+int orx__cast_remove(ORX_OBJECT *handle) { return remove(handle, cast_close, release); }
+
+}  // extern "C"

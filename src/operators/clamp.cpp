@@ -1,0 +1,172 @@
+// The gamut clamp operator: float or double image samples of the active
+// window clipped to 0..1, or, for premultiplied "rgb", pulled toward their
+// grey level until they fit under the matte, keeping their hue.
+#include <cstring>
+#include <initializer_list>
+
+#include "operators/convert.hpp"
+#include "operators/layer.hpp"
+#include "orx/err.h"
+#include "orx/operators.h"
+
+namespace orx::operators {
+namespace {
+
+using ClampFn = void (*)(void **rows, int32_t x0, int32_t n, int32_t image, int32_t extra);
+
+struct ClampRecord {
+  LayerHeader header;
+  int32_t active_width;
+  int32_t x_offset;
+  int32_t image_count;
+  int32_t extra_count;  // matte plus auxiliary
+  int32_t first_line, last_line;
+  ClampFn clamp;
+};
+
+template <class T>
+void clip(T &v) {
+  if (v < T(0)) v = T(0);
+  if (v > T(1)) v = T(1);
+}
+
+// Pull r, g, b toward their grey level until they lie within 0..a.
+template <class T>
+void fit_under(T &r, T &g, T &b, T a) {
+  if (a == T(0)) {
+    r = g = b = T(0);
+    return;
+  }
+  const auto outside = [a](T v) { return v < T(0) || v > a; };
+  if (!outside(r) && !outside(g) && !outside(b)) return;
+  const T grey = (r + g + b) * T(0.3333333);  // the decimal, in the image's precision
+  if (grey <= T(0)) {
+    r = g = b = T(0);
+    return;
+  }
+  if (grey > a) {
+    r = g = b = a;
+    return;
+  }
+  T t = T(1);
+  for (const T v : {r, g, b}) {
+    if (v > a) {
+      const T s = (a - grey) / (v - grey);
+      t = s < t ? s : t;
+    } else if (v < T(0)) {
+      const T s = (T(0) - grey) / (v - grey);
+      t = s < t ? s : t;
+    }
+  }
+  for (T *v : {&r, &g, &b}) *v = (*v - grey) * t + grey;
+}
+
+// Samples of one pixel: row c at x (one row per channel), or sample c of
+// pixel x of row 0 (interleaved, stride samples per pixel).
+template <class T, bool Interleaved>
+struct Pixels {
+  void **rows;
+  int32_t stride;
+  void *at(int32_t c, int32_t x) const {
+    const std::size_t index = Interleaved ? static_cast<std::size_t>(x) * stride + c : x;
+    return static_cast<unsigned char *>(rows[Interleaved ? 0 : c]) + index * sizeof(T);
+  }
+  T get(int32_t c, int32_t x) const { return load_at<T>(at(c, x), 0); }
+  void set(int32_t c, int32_t x, T v) const { store_at<T>(at(c, x), 0, v); }
+};
+
+template <class T, bool Interleaved, bool Premultiplied>
+void clamp_rows(void **rows, int32_t x0, int32_t n, int32_t image, int32_t extra) {
+  const Pixels<T, Interleaved> p{rows, image + extra};
+  for (int32_t x = x0; x < x0 + n; ++x) {
+    if constexpr (Premultiplied) {
+      T r = p.get(0, x), g = p.get(1, x), b = p.get(2, x);
+      fit_under(r, g, b, p.get(image, x));
+      p.set(0, x, r);
+      p.set(1, x, g);
+      p.set(2, x, b);
+    } else {
+      for (int32_t c = 0; c < image; ++c) {
+        T v = p.get(c, x);
+        clip(v);
+        p.set(c, x, v);
+      }
+    }
+  }
+}
+
+template <class T>
+ClampFn choose(bool rgb, int32_t layout) {
+  if (layout == 0) return rgb ? clamp_rows<T, true, true> : clamp_rows<T, true, false>;
+  if (layout == 1) return rgb ? clamp_rows<T, false, true> : clamp_rows<T, false, false>;
+  return nullptr;
+}
+
+bool active(const ClampRecord &r, int32_t line) { return line >= r.first_line && line <= r.last_line; }
+
+int clamp_read_scan(void *data, int32_t line, void *rows) {
+  if (data == nullptr) return locked();
+  const ClampRecord &r = *static_cast<ClampRecord *>(data);
+  const int status = forward(&r.header, line, rows);
+  if (status >= 0 && active(r, line))
+    r.clamp(*static_cast<void ***>(rows), r.x_offset, r.active_width, r.image_count, r.extra_count);
+  return status;
+}
+
+int clamp_write_scan(void *data, int32_t line, void *rows) {
+  if (data == nullptr) return locked();
+  const ClampRecord &r = *static_cast<ClampRecord *>(data);
+  if (active(r, line))
+    r.clamp(static_cast<void **>(rows), r.x_offset, r.active_width, r.image_count, r.extra_count);
+  return forward(&r.header, line, rows);
+}
+
+void release(ORX_OBJECT *, LayerHeader *header) { ERR_free(header); }
+
+int clamp_close(ORX_OBJECT *handle, intptr_t argument) {
+  return close_layer(handle, argument, clamp_close, release);
+}
+
+}  // namespace
+}  // namespace orx::operators
+
+using namespace orx::operators;
+
+extern "C" {
+
+ORX_OBJECT *orx__clamp_operator(ORX_OBJECT *handle) {
+  orx__err = 0;
+  if (handle == nullptr || handle->info.images == nullptr || handle->info.image_count < 1)
+    return handle;
+  const ORX_IFD &d = handle->info.images[0];
+  if (d.image.type == ORX_C_INTEGER || d.matte.type == ORX_C_INTEGER || d.image.count == 0 ||
+      d.matte.count == 0)
+    return handle;
+  const bool rgb = d.image.name != nullptr && std::strcmp(d.image.name, "rgb") == 0;
+  // The premultiplied clamp needs the three colours and the matte.
+  const ClampFn clamp = rgb && d.image.count < 3 ? nullptr
+                        : d.image.type == ORX_C_DOUBLE ? choose<double>(rgb, d.pixel_flags)
+                        : d.image.type == ORX_C_FLOAT  ? choose<float>(rgb, d.pixel_flags)
+                                                       : nullptr;
+  if (clamp == nullptr) return handle;  // no such layout: the layer would come off at once
+  auto *r = static_cast<ClampRecord *>(ERR_malloc(sizeof(ClampRecord)));
+  if (r == nullptr) {
+    orx__err = ORX_E_NO_MEMORY;
+    return handle;
+  }
+  *r = ClampRecord{};
+  r->active_width = d.active.right - d.active.left + 1;
+  r->x_offset = d.active.left - d.window.left;
+  r->image_count = d.image.count;
+  r->extra_count = d.matte.count + (d.aux.count > 0 ? d.aux.count : 0);
+  r->first_line = d.active.bottom;
+  r->last_line = d.active.top;
+  r->clamp = clamp;
+  push(handle, &r->header, kClamp,
+       handle->access == ORX_ACCESS_READ ? clamp_read_scan : clamp_write_scan, clamp_close);
+  return handle;
+}
+
+int orx__clamp_remove(ORX_OBJECT *handle) { return remove(handle, clamp_close, release); }
+
+}  // extern "C"

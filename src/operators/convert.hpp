@@ -1,0 +1,88 @@
+// The sample converters of the operators: one template per family, chosen
+// once at install so that the per-line loops have no type branches.  Rows
+// are only 2-byte aligned, so samples move through memcpy.
+#pragma once
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+
+namespace orx::operators {
+
+template <class T>
+inline T load_at(const void *row, std::size_t x) {
+  T v;
+  std::memcpy(&v, static_cast<const unsigned char *>(row) + x * sizeof(T), sizeof v);
+  return v;
+}
+
+template <class T>
+inline void store_at(void *row, std::size_t x, T v) {
+  std::memcpy(static_cast<unsigned char *>(row) + x * sizeof(T), &v, sizeof v);
+}
+
+// 2^bits - 1, in double (0 for 0 bits).
+inline double max_value(int32_t bits) {
+  return bits <= 0 ? 0.0 : bits >= 64 ? 18446744073709551615.0 : std::ldexp(1.0, bits) - 1.0;
+}
+
+// The cast family: channels rows of n samples of type S into float rows,
+// last channel first.  Integers scale by the reciprocal of their maximum,
+// formed in double once per call, the product rounded to float once;
+// floating-point sources are narrowed (or copied).
+using CastConverter = int (*)(void **dst, int32_t n, int32_t bits, int32_t channels, void **src);
+
+template <class S>
+int cast_rows(void **dst, int32_t n, int32_t bits, int32_t channels, void **src) {
+  constexpr bool kInteger = !std::is_floating_point_v<S>;
+  const double scale = kInteger ? 1.0 / max_value(bits) : 1.0;
+  for (int32_t c = channels - 1; c >= 0; --c) {
+    const void *in = src[c];
+    auto *out = static_cast<float *>(dst[c]);  // the operator's own rows: float-aligned
+    for (int32_t x = 0; x < n; ++x) {
+      const auto s = load_at<S>(in, static_cast<std::size_t>(x));
+      out[x] = kInteger ? static_cast<float>(static_cast<double>(s) * scale) : static_cast<float>(s);
+    }
+  }
+  return 0;
+}
+
+// The quantize family: n samples of a floating-point source row from x0 on
+// into integers of D storage, truncate(v x (2^bits - 1 + 0.95)), the factor
+// formed in double (rounded to float for float sources).  No clamping:
+// values outside 0..1 wrap to the storage size.
+using QuantizeConverter = void (*)(const void *src, void *dst, int32_t x0, int32_t n, int32_t bits);
+
+template <class S, class D>
+void quantize_row(const void *src, void *dst, int32_t x0, int32_t n, int32_t bits) {
+  const auto factor = static_cast<S>(max_value(bits) + 0.95);
+  for (int32_t x = x0; x < x0 + n; ++x) {
+    const S v = load_at<S>(src, static_cast<std::size_t>(x)) * factor;
+    // Out-of-range values wrap like the integer conversion they stand for;
+    // what cannot be represented at all becomes 0.
+    const int64_t whole = std::isfinite(v) && std::fabs(v) < 9.2e18 ? static_cast<int64_t>(v) : 0;
+    store_at<D>(dst, static_cast<std::size_t>(x), static_cast<D>(static_cast<uint64_t>(whole)));
+  }
+}
+
+// The cast converter of a group: by storage for integers, narrowing or
+// copying for floating point; null for a group without channels.
+inline CastConverter cast_converter(int32_t type, int32_t bits, int32_t count) {
+  if (count <= 0) return nullptr;
+  if (type == 2) return cast_rows<float>;   // ORX_C_FLOAT
+  if (type == 3) return cast_rows<double>;  // ORX_C_DOUBLE
+  if (bits <= 8) return cast_rows<uint8_t>;
+  if (bits <= 16) return cast_rows<uint16_t>;
+  return cast_rows<uint32_t>;
+}
+
+// The quantize converter from a floating-point type to integers of bits.
+template <class S>
+QuantizeConverter quantize_converter(int32_t bits) {
+  if (bits <= 8) return quantize_row<S, uint8_t>;
+  if (bits <= 16) return quantize_row<S, uint16_t>;
+  return quantize_row<S, uint32_t>;
+}
+
+}  // namespace orx::operators

@@ -1,0 +1,58 @@
+// The layer protocol: push, pop, remove and close, written once.
+#include "operators/layer.hpp"
+
+#include "err/messages.hpp"
+#include "orx/err.h"
+
+namespace orx::operators {
+
+void push(ORX_OBJECT *handle, LayerHeader *record, int32_t tag, ORX_SCAN_FN scan,
+          ORX_CLOSE_FN close) {
+  record->tag = tag;
+  record->next_scan = handle->scan;
+  record->next_close = handle->close;
+  record->next_data = handle->private_cell != nullptr ? handle->private_cell[0] : nullptr;
+  handle->scan = scan;
+  handle->close = close;
+  if (handle->private_cell != nullptr) handle->private_cell[0] = record;
+}
+
+LayerHeader *top(const ORX_OBJECT *handle, ORX_CLOSE_FN close) {
+  if (handle == nullptr || handle->private_cell == nullptr || handle->close != close) return nullptr;
+  return static_cast<LayerHeader *>(handle->private_cell[0]);
+}
+
+LayerHeader *pop(ORX_OBJECT *handle, LayerHeader *record) {
+  handle->scan = record->next_scan;
+  handle->close = record->next_close;
+  handle->private_cell[0] = record->next_data;
+  return record;
+}
+
+int remove(ORX_OBJECT *handle, ORX_CLOSE_FN close, void (*release)(ORX_OBJECT *, LayerHeader *)) {
+  if (handle == nullptr || handle->private_cell == nullptr || handle->private_cell[0] == nullptr)
+    return 1;
+  LayerHeader *record = top(handle, close);
+  if (record == nullptr) return 0;
+  release(handle, pop(handle, record));
+  return 1;
+}
+
+int close_layer(ORX_OBJECT *handle, intptr_t argument, ORX_CLOSE_FN close,
+                void (*release)(ORX_OBJECT *, LayerHeader *)) {
+  if (LayerHeader *record = top(handle, close)) release(handle, pop(handle, record));
+  if (handle->close == nullptr) {
+    orx__free_obj(handle);
+    return orx__err = ORX_E_UNSUPPORTED;
+  }
+  return handle->close(handle, argument);
+}
+
+void no_memory() { fail(ORX_E_NO_MEMORY, Msg::kNoMemory); }
+
+int locked() {
+  report(Msg::kLockedSubImage);
+  return -1;
+}
+
+}  // namespace orx::operators

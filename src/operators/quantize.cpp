@@ -1,0 +1,188 @@
+// The quantize operator: channel groups change between floating point and
+// integers, on reading (the layer below gives floats, the caller gets
+// integers) or on writing (the caller hands floats, the layer below stores
+// integers).
+#include <cstring>
+
+#include "operators/convert.hpp"
+#include "operators/layer.hpp"
+#include "orx/err.h"
+#include "orx/operators.h"
+
+namespace orx::operators {
+namespace {
+
+struct GroupConverter {
+  int32_t count, type, bits;
+  QuantizeConverter convert;  // null: the rows pass as they are
+};
+
+struct QuantizeRecord {
+  LayerHeader header;
+  int32_t active_width, x_offset, first_line, last_line;
+  int32_t saved_types[3], saved_widths[3];
+  GroupConverter groups[3];
+  void **buffers;   // integer rows of the window's width
+  void **pointers;  // what is handed on: own rows or the rows given
+};
+
+ORX_CHANNELS *group(ORX_IFD &d, int g) {
+  ORX_CHANNELS *groups[] = {&d.image, &d.matte, &d.aux};
+  return groups[g];
+}
+
+// The converter from floating-point type `from` to integers of bits.
+QuantizeConverter to_integers(int32_t from, int32_t bits) {
+  if (from == ORX_C_FLOAT) return quantize_converter<float>(bits);
+  if (from == ORX_C_DOUBLE) return quantize_converter<double>(bits);
+  return nullptr;
+}
+
+// Convert or pass every group's rows into the pointer array.
+void gather(QuantizeRecord &r, void **rows) {
+  int32_t at = 0;
+  for (const GroupConverter &g : r.groups) {
+    for (int32_t c = 0; c < g.count; ++c, ++at) {
+      if (g.convert != nullptr) {
+        g.convert(rows[at], r.buffers[at], r.x_offset, r.active_width, g.bits);
+        r.pointers[at] = r.buffers[at];
+      } else {
+        r.pointers[at] = rows[at];
+      }
+    }
+  }
+}
+
+int quantize_read_scan(void *data, int32_t line, void *rows) {
+  if (data == nullptr) return locked();
+  QuantizeRecord &r = *static_cast<QuantizeRecord *>(data);
+  const int status = forward(&r.header, line, rows);
+  if (status < 0) return status;
+  gather(r, *static_cast<void ***>(rows));
+  *static_cast<void ***>(rows) = r.pointers;
+  return 0;
+}
+
+int quantize_write_scan(void *data, int32_t line, void *rows) {
+  if (data == nullptr) return locked();
+  QuantizeRecord &r = *static_cast<QuantizeRecord *>(data);
+  if (line < r.first_line || line > r.last_line) return forward(&r.header, line, rows);
+  gather(r, static_cast<void **>(rows));
+  return forward(&r.header, line, r.pointers);
+}
+
+void restore(ORX_OBJECT *handle, const QuantizeRecord &r) {
+  ORX_IFD &d = handle->info.images[0];
+  for (int g = 0; g < 3; ++g) {
+    group(d, g)->type = r.saved_types[g];
+    group(d, g)->bits = r.saved_widths[g];
+  }
+}
+
+void release(ORX_OBJECT *handle, LayerHeader *header) {
+  auto *r = reinterpret_cast<QuantizeRecord *>(header);
+  restore(handle, *r);
+  ERR_free(r->pointers);
+  orx__chan_free(r->buffers);
+  ERR_free(r);
+}
+
+int quantize_close(ORX_OBJECT *handle, intptr_t argument) {
+  return close_layer(handle, argument, quantize_close, release);
+}
+
+bool differs(const ORX_CHANNELS &g, const int32_t *target) {
+  return target != nullptr && (target[0] != g.type || target[1] != g.bits);
+}
+
+// Both installs: writing selects converters from the target (float or
+// double) to the current integers, reading from the current type to the
+// target integers.  The description takes every target that differs, even
+// where no converter exists (those rows then pass unconverted).
+ORX_OBJECT *install(ORX_OBJECT *handle, const int32_t *const target[3], bool writing) {
+  orx__err = 0;
+  if (handle == nullptr || handle->info.images == nullptr || handle->info.image_count < 1 ||
+      target == nullptr)
+    return handle;
+  ORX_IFD &d = handle->info.images[0];
+  if (d.pixel_flags != 1) return handle;  // one row per channel only
+  bool wanted = false;
+  for (int g = 0; g < 3; ++g) {
+    const ORX_CHANNELS &c = *group(d, g);
+    if (writing)
+      wanted |= c.count > 0 && differs(c, target[g]) &&
+                (target[g][0] == ORX_C_FLOAT || target[g][0] == ORX_C_DOUBLE);
+    else
+      wanted |= c.type != ORX_C_INTEGER;
+  }
+  if (!wanted) return handle;
+  auto *r = static_cast<QuantizeRecord *>(ERR_malloc(sizeof(QuantizeRecord)));
+  if (r == nullptr) {
+    orx__err = ORX_E_NO_MEMORY;
+    return handle;
+  }
+  *r = QuantizeRecord{};
+  r->active_width = d.active.right - d.active.left + 1;
+  r->x_offset = d.active.left - d.window.left;
+  r->first_line = d.active.bottom;
+  // Deliberately one line more when writing: the line above the active
+  // window is converted too.
+  r->last_line = d.active.top + (writing ? 1 : 0);
+  ORX_IFD integers = d;  // the layout of the operator's own rows
+  for (int g = 0; g < 3; ++g) {
+    ORX_CHANNELS &c = *group(d, g);
+    r->saved_types[g] = c.type;
+    r->saved_widths[g] = c.bits;
+    GroupConverter &conv = r->groups[g];
+    conv.count = c.count > 0 ? c.count : 0;
+    if (!differs(c, target[g])) continue;
+    if (writing) {
+      if (c.type == ORX_C_INTEGER && c.count > 0) conv.convert = to_integers(target[g][0], c.bits);
+      conv.bits = c.bits;
+    } else {
+      if (target[g][0] == ORX_C_INTEGER && c.count > 0) conv.convert = to_integers(c.type, target[g][1]);
+      conv.bits = target[g][1];
+      group(integers, g)->type = target[g][0];
+      group(integers, g)->bits = target[g][1];
+    }
+    c.type = target[g][0];
+    c.bits = target[g][1];
+  }
+  const int32_t width = d.window.right - d.window.left + 1;
+  const int32_t channels = r->groups[0].count + r->groups[1].count + r->groups[2].count;
+  r->buffers = orx__chan_alloc(&integers, width, "quantize operator");
+  r->pointers = static_cast<void **>(ERR_malloc(sizeof(void *) * static_cast<uint32_t>(channels + 1)));
+  if (r->buffers == nullptr || r->pointers == nullptr) {
+    const bool unreported = r->buffers == nullptr && r->pointers != nullptr;
+    restore(handle, *r);
+    ERR_free(r->pointers);
+    orx__chan_free(r->buffers);
+    ERR_free(r);
+    if (unreported) no_memory();
+    orx__err = ORX_E_NO_MEMORY;
+    return handle;
+  }
+  for (int32_t c = 0; c <= channels; ++c) r->pointers[c] = c < channels ? r->buffers[c] : nullptr;
+  push(handle, &r->header, kQuantize, writing ? quantize_write_scan : quantize_read_scan,
+       quantize_close);
+  return handle;
+}
+
+}  // namespace
+}  // namespace orx::operators
+
+using namespace orx::operators;
+
+extern "C" {
+
+ORX_OBJECT *orx__quantize_read_operator(ORX_OBJECT *handle, const int32_t *const target[3]) {
+  return install(handle, target, false);
+}
+
+ORX_OBJECT *orx__quantize_write_operator(ORX_OBJECT *handle, const int32_t *const target[3]) {
+  return install(handle, target, true);
+}
+
+int orx__quantize_remove(ORX_OBJECT *handle) { return remove(handle, quantize_close, release); }
+
+}  // extern "C"

@@ -1,0 +1,302 @@
+// The operators through real RLA images: the cases of each operator that
+// can break, the stacking rules, and failures at every allocation.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <string>
+
+#include "operator_images.hpp"
+#include "orx/operators.h"
+#include "support/error_capture.hpp"
+#include "support/fixtures.hpp"
+
+namespace {
+
+using namespace orx::test;
+
+class Operators : public CleanErrors {
+ protected:
+  void TearDown() override {
+    ORX_exit();
+    CleanErrors::TearDown();
+  }
+  std::string file(const Groups &g, const Sample &s, const char *name = "i.rla") {
+    const std::string path = dir_.file(name);
+    write_image(path, g, s);
+    return path;
+  }
+  TempDir dir_;
+};
+
+TEST_F(Operators, CastTurnsEveryGroupIntoFloat) {
+  struct Case {
+    int32_t type, bits;
+    double raw, want;
+  } cases[] = {
+      {ORX_C_INTEGER, 16, 65535, 1.0}, {ORX_C_INTEGER, 8, 255, 1.0}, {ORX_C_INTEGER, 4, 15, 1.0},
+      {ORX_C_INTEGER, 12, 2047.5, 2047.0 / 4095}, {ORX_C_INTEGER, 32, 4294967295.0, 1.0},
+      {ORX_C_DOUBLE, 64, 0.25, 0.25},
+  };
+  for (const Case &c : cases) {
+    Groups g;
+    g.image = {nullptr, 1, c.type, c.bits, 0};
+    g.matte = {nullptr, 1, ORX_C_INTEGER, 8, 0};
+    ORX_OBJECT *h = open_image(file(g, [&](int ch, int32_t, int32_t) { return ch == 0 ? c.raw : 51; }));
+    ASSERT_NE(h, nullptr);
+    ASSERT_EQ(orx__cast_operator(h), h);
+    const ORX_IFD &d = h->info.images[0];
+    EXPECT_EQ(d.image.type, ORX_C_FLOAT);
+    EXPECT_EQ(d.matte.bits, 32);
+    EXPECT_FLOAT_EQ(static_cast<float>(read_sample(h, 1, 0, 3)), static_cast<float>(c.want)) << c.bits;
+    EXPECT_FLOAT_EQ(static_cast<float>(read_sample(h, 1, 1, 3)), 0.2f);
+    EXPECT_EQ(orx__cast_remove(h), 1);
+    EXPECT_EQ(h->info.images[0].image.type, c.type);
+    EXPECT_EQ(h->info.images[0].image.bits, c.bits);
+    EXPECT_EQ(ORX_close(h), 0);
+  }
+  // Gamma 2.2 in 8 bits goes through the table; the description says 1.0.
+  Groups g;
+  g.gamma = 2.2f;
+  ORX_OBJECT *h = open_image(file(g, [](int, int32_t x, int32_t) { return 32.0 * x; }));
+  ASSERT_NE(h, nullptr);
+  const ORX_SCAN_FN plain = h->scan;
+  orx__cast_operator(h);
+  EXPECT_NE(h->scan, plain);
+  EXPECT_EQ(h->info.images[0].curve.gamma, 1.0f);
+  float *table = ORX_gamma_btof(2.2f);
+  EXPECT_FLOAT_EQ(static_cast<float>(read_sample(h, 0, 2, 5)), table[160]);
+  ORX_gamma_done(table);
+  ORX_close(h);
+  // All float: nothing pushed.
+  g.image.type = g.matte.type = g.aux.type = ORX_C_FLOAT;
+  g.image.bits = 32;
+  h = open_image(file(g, [](int, int32_t, int32_t) { return 0.5; }));
+  orx__cast_operator(h);
+  EXPECT_EQ(h->scan, plain);
+  ORX_close(h);
+}
+
+TEST_F(Operators, LayersComeOffLastInFirstOut) {
+  Groups g;
+  g.matte.count = 1;
+  ORX_OBJECT *h = open_image(file(g, [](int, int32_t, int32_t) { return 100; }));
+  const ORX_SCAN_FN plain = h->scan;
+  orx__clamp_operator(orx__cast_operator(h));  // the clamp needs the cast's floats
+  const ORX_SCAN_FN clamp = h->scan;
+  EXPECT_EQ(orx__cast_remove(h), 0);
+  EXPECT_EQ(h->scan, clamp);
+  EXPECT_EQ(orx__clamp_remove(h), 1);
+  EXPECT_EQ(orx__cast_remove(h), 1);
+  EXPECT_EQ(h->scan, plain);
+  EXPECT_EQ(h->info.images[0].image.type, ORX_C_INTEGER);
+  orx__min_max_operator(orx__cast_operator(h), 0.5, 1.0);  // refused: floats now
+  EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED);
+  EXPECT_EQ(ORX_close(h), 0);  // unwinds the cast
+}
+
+TEST_F(Operators, ThePremultipliedClampKeepsTheHueAndTheLinesOutsideTheActiveWindow) {
+  Groups g;
+  g.image = {const_cast<char *>("rgb"), 3, ORX_C_FLOAT, 32, 0};
+  g.matte = {nullptr, 1, ORX_C_FLOAT, 32, 0};
+  const double pixels[4][4] = {{1.2, 0.5, 0.1, 1.0}, {0.3, -0.2, 0.4, 0.0}, {2.0, 2.0, 1.5, 0.5},
+                               {0.2, 0.3, 0.4, 0.5}};
+  ORX_OBJECT *h = open_image(file(g, [&](int c, int32_t x, int32_t) { return pixels[x % 4][c]; }));
+  ASSERT_NE(h, nullptr);
+  h->info.images[0].active.bottom = 1;  // the clamp works on lines 1 and 2 only
+  h->info.images[0].active.top = 2;
+  orx__clamp_operator(h);
+  const auto at = [&](int32_t y, int c, int32_t x) { return read_sample(h, y, c, x); };
+  const double grey = (1.2f + 0.5f + 0.1f) * 0.3333333f, t = (1 - grey) / (1.2f - grey);
+  EXPECT_NEAR(at(1, 0, 0), 1.0, 1e-6);
+  EXPECT_NEAR(at(1, 1, 0), (0.5 - grey) * t + grey, 1e-6);
+  for (int c = 0; c < 3; ++c) {
+    EXPECT_EQ(at(1, c, 1), 0.0);   // a = 0: black
+    EXPECT_EQ(at(2, c, 2), 0.5);   // grey above a: (a, a, a)
+    EXPECT_NEAR(at(2, c, 3), pixels[3][c], 1e-7);  // inside: untouched
+  }
+  EXPECT_NEAR(at(0, 0, 0), 1.2, 1e-6);  // outside the active lines
+  EXPECT_NEAR(at(3, 0, 0), 1.2, 1e-6);
+  ORX_close(h);
+}
+
+TEST_F(Operators, QuantizeTruncatesWithoutClampingBothWays) {
+  Groups g;
+  g.image = {nullptr, 2, ORX_C_FLOAT, 32, 0};
+  g.matte = {nullptr, 1, ORX_C_FLOAT, 32, 0};
+  const double values[] = {1.0, 0.999, 0.5, 0.0, 1.5};
+  const uint8_t want[] = {255, 255, 127, 0, static_cast<uint8_t>(383)};
+  ORX_OBJECT *h = open_image(file(g, [&](int, int32_t x, int32_t) { return values[x % 5]; }));
+  const int32_t eight[2] = {ORX_C_INTEGER, 8};
+  const int32_t *const targets[3] = {eight, nullptr, nullptr};
+  orx__quantize_read_operator(h, targets);
+  EXPECT_EQ(h->info.images[0].image.type, ORX_C_INTEGER);
+  EXPECT_EQ(h->info.images[0].matte.type, ORX_C_FLOAT);  // no target: untouched
+  for (int32_t x = 0; x < 5; ++x) EXPECT_EQ(read_sample(h, 0, 1, x), want[x]) << x;
+  EXPECT_FLOAT_EQ(static_cast<float>(read_sample(h, 0, 2, 2)), 0.5f);
+  EXPECT_EQ(orx__quantize_remove(h), 1);
+  EXPECT_EQ(h->info.images[0].image.type, ORX_C_FLOAT);
+  ORX_close(h);
+
+  // Writing: the caller hands floats for a file of 8-bit integers.
+  Groups stored;
+  stored.image.count = 1;
+  ORX_IFD d = describe(stored);
+  ORX_INFO info;
+  ORX_info_init(&info);
+  const std::string path = dir_.file("q.rla");
+  info.handle = const_cast<char *>(path.c_str());
+  info.full_path = 1;
+  info.images = &d;
+  info.image_count = 1;
+  h = ORX_open(&info, "w");
+  const int32_t floats[2] = {ORX_C_FLOAT, 32};
+  const int32_t *const from_floats[3] = {floats, nullptr, nullptr};
+  orx__quantize_write_operator(h, from_floats);
+  EXPECT_EQ(h->info.images[0].image.type, ORX_C_FLOAT);
+  float row[8];
+  void *rows[2] = {row, nullptr};
+  for (int32_t y = 0; y < 4; ++y) {
+    for (int32_t x = 0; x < 8; ++x) row[x] = static_cast<float>(values[x % 5]);
+    ASSERT_EQ(ORX_scan_write(h, y, rows), 0);
+  }
+  ASSERT_EQ(ORX_close(h), 0);
+  h = open_image(path);
+  for (int32_t x = 0; x < 5; ++x) EXPECT_EQ(read_sample(h, 2, 0, x), want[x]) << x;
+  ORX_close(h);
+}
+
+TEST_F(Operators, GammaCorrectionRefusalsAndTables) {
+  ErrorCapture errors;
+  Groups g;
+  g.gamma = 2.2f;
+  ORX_OBJECT *h = open_image(file(g, [](int, int32_t x, int32_t) { return x == 7 ? 255 : 32 * x; }));
+  ORX_RESPONSE_CURVE same{ORX_CURVE_PARAMETRIC, 2.2f, 0, 0, 1, 256, ORX_C_INTEGER, 8, nullptr};
+  const ORX_SCAN_FN plain = h->scan;
+  orx__gamma_operator(h, &same);
+  EXPECT_EQ(h->scan, plain);
+  ORX_RESPONSE_CURVE linear = same;
+  linear.gamma = 1.0f;
+  orx__gamma_operator(h, &linear);
+  ASSERT_NE(h->scan, plain);
+  EXPECT_EQ(read_sample(h, 1, 0, 0), 0);
+  EXPECT_EQ(read_sample(h, 1, 0, 7), 255);
+  EXPECT_NEAR(read_sample(h, 1, 0, 4), 255 * std::pow(128 / 255.0, 2.2), 2.0);
+  EXPECT_EQ(orx__gamma_remove(h), 1);
+  ORX_close(h);
+  g.image.bits = 16;
+  h = open_image(file(g, [](int, int32_t, int32_t) { return 1000; }));
+  orx__gamma_operator(h, &linear);
+  EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED);
+  EXPECT_EQ(errors.last(), "gamma correction operator cannot handle image channel width");
+  ORX_close(h);
+}
+
+TEST_F(Operators, MinMaxMapsIntoTheSubRangeAndChecksEveryGroup) {
+  Groups g;
+  g.matte.count = 1;
+  for (const auto &[low, zero, top] : {std::tuple{0.25, 64, 255}, {0.5, 128, 255}}) {
+    ORX_OBJECT *h = open_image(file(g, [](int, int32_t x, int32_t) { return x == 0 ? 0 : 255; }));
+    orx__min_max_operator(h, low, 1.0);
+    EXPECT_EQ(read_sample(h, 0, 3, 0), zero);
+    EXPECT_EQ(read_sample(h, 0, 3, 1), top);
+    ORX_close(h);
+  }
+  ErrorCapture errors;
+  g.matte.bits = 16;
+  ORX_OBJECT *h = open_image(file(g, [](int, int32_t, int32_t) { return 1; }));
+  const ORX_SCAN_FN plain = h->scan;
+  orx__min_max_operator(h, 0.25, 1.0);
+  EXPECT_EQ(h->scan, plain);
+  EXPECT_EQ(errors.last(), "min-max transform operator cannot handle matte channel width");
+  ORX_close(h);
+}
+
+TEST_F(Operators, SelectNarrowsAMultiImageHandle) {
+  // A texture's levels make a file of several images.
+  Groups g;
+  ORX_OBJECT *single = open_image(file(g, [](int, int32_t, int32_t) { return 7; }));
+  EXPECT_EQ(ORX__select(single, 0), single);
+  EXPECT_EQ(single->info.image_count, 1);
+  ORX_close(single);
+
+  ORX_IFD levels[3];
+  for (int i = 0; i < 3; ++i) {
+    Groups level;
+    level.window = level.active = {0, 7 >> i, 0, 3 >> i};
+    levels[i] = describe(level);
+  }
+  ORX_INFO info;
+  ORX_info_init(&info);
+  const std::string path = dir_.file("m.rla");
+  info.handle = const_cast<char *>(path.c_str());
+  info.full_path = 1;
+  info.images = levels;
+  info.image_count = 3;
+  ORX_OBJECT *w = ORX_open(&info, "w");
+  ASSERT_NE(w, nullptr);
+  for (int i = 0; i < 3; ++i) {
+    uint8_t row[8];
+    void *rows[4] = {row, row, row, nullptr};
+    for (int32_t y = 0; y <= 3 >> i; ++y) {
+      std::memset(row, 10 * (i + 1) + y, sizeof row);
+      ASSERT_EQ(w->scan(w->private_cell[i], y, rows), 0);
+    }
+  }
+  ORX_close(w);
+  ORX_OBJECT *h = open_image(path);
+  ASSERT_EQ(h->info.image_count, 3);
+  ORX__select(h, 2);
+  EXPECT_EQ(h->info.image_count, 1);
+  EXPECT_EQ(h->info.images[0].window.right, 1);
+  EXPECT_EQ(read_sample(h, 0, 0, 0), 30);
+  orx__cast_operator(h);  // layers above the selection read the selected image
+  EXPECT_NEAR(read_sample(h, 0, 0, 0), 30 / 255.0, 1e-7);
+  EXPECT_EQ(ORX__select_remove(h), 0);
+  EXPECT_EQ(orx__cast_remove(h), 1);
+  EXPECT_EQ(ORX__select_remove(h), 1);
+  EXPECT_EQ(h->info.image_count, 3);
+  EXPECT_EQ(read_sample(h, 1, 0, 0), 11);
+  EXPECT_EQ(ORX_close(h), 0);
+}
+
+// Every install under a failure at each of its allocations leaves a handle
+// that still reads and closes, and nothing leaks (ASan).
+TEST_F(Operators, InstallsSurviveFailedAllocations) {
+  Groups g;
+  g.image.name = const_cast<char *>("rgb");
+  g.matte.count = 1;
+  g.gamma = 2.2f;
+  const std::string path = file(g, [](int, int32_t x, int32_t) { return 20 * x; });
+  const int32_t eight[2] = {ORX_C_INTEGER, 8};
+  const int32_t *const targets[3] = {eight, eight, nullptr};
+  ORX_RESPONSE_CURVE linear{ORX_CURVE_PARAMETRIC, 1.0f, 0, 0, 1, 256, ORX_C_INTEGER, 8, nullptr};
+  const std::function<ORX_OBJECT *(ORX_OBJECT *)> installs[] = {
+      // After a failed cast the description says float while the rows are
+      // not (kept as it always was): nothing may be layered on it.
+      [](ORX_OBJECT *h) {
+        orx__cast_operator(h);
+        return orx__err != 0 ? h : orx__clamp_operator(h);
+      },
+      [&](ORX_OBJECT *h) {
+        orx__cast_operator(h);
+        return orx__err != 0 ? h : orx__quantize_read_operator(h, targets);
+      },
+      [&](ORX_OBJECT *h) { return orx__gamma_operator(h, &linear); },
+      [](ORX_OBJECT *h) { return orx__min_max_operator(h, 0.25, 1.0); },
+  };
+  for (const auto &install : installs) {
+    for_each_allocation_failure([&] {
+      ORX_OBJECT *h = open_image(path);
+      if (h == nullptr) return false;
+      install(h);
+      const bool fired = orx::heap::failure_fired();
+      void **rows = nullptr;
+      EXPECT_EQ(ORX_scan_read(h, 1, &rows), 0);
+      EXPECT_EQ(ORX_close(h), 0);
+      return !fired;
+    });
+  }
+}
+
+}  // namespace
