@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "orx/plugin.h"
+
 namespace orx::tool {
 
 int run_info(const std::vector<std::string> &files, const std::string &type, bool json);
@@ -11,7 +13,16 @@ int run_formats();
 
 struct CopyOptions {
   std::string in, out, type, frames;
+  // Operators layered onto the input (copy_operators.cpp).
+  std::string depth;     // int8, int16, int32 or float; "" leaves the types
+  double gamma = 0.0;    // gamma correction to this gamma; 0: none
+  int image = -1;        // the one image of a multi-image file to copy
+  std::string range;     // "MIN,MAX": min-max of 8-bit data
+  bool clamp = false;    // gamut clamp of float data
 };
+// Layers the copy options onto a handle open for reading; false with the
+// reason in *why when one of them cannot apply.
+bool apply_operators(ORX_OBJECT *in, const CopyOptions &options, std::string *why);
 int run_copy(const CopyOptions &options);
 
 struct DiffOptions {

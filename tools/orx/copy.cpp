@@ -57,11 +57,13 @@ class Progress {
   bool shown_;
 };
 
-int copy_one(const std::string &in_path, const std::string &out_path, const std::string &type) {
+int copy_one(const std::string &in_path, const std::string &out_path, const CopyOptions &o) {
   Image in;
   if (!in.open_read(in_path, "")) return complain(in_path);
+  std::string why;
+  if (!apply_operators(in.get(), o, &why)) return complain(in_path, why);
   Image out;
-  if (!out.open_write(out_path, type, in.info())) return complain(out_path);
+  if (!out.open_write(out_path, o.type, in.info())) return complain(out_path);
   long rows = 0;
   for (int i = 0; i < in.images(); ++i) rows += height_of(in.ifd(i));
   Progress progress(rows);
@@ -81,12 +83,12 @@ int copy_one(const std::string &in_path, const std::string &out_path, const std:
 }  // namespace
 
 int run_copy(const CopyOptions &o) {
-  if (o.frames.empty()) return copy_one(o.in, o.out, o.type);
+  if (o.frames.empty()) return copy_one(o.in, o.out, o);
   int first = 0, last = 0;
   if (!parse_frames(o.frames, &first, &last))
     return complain("--frames " + o.frames, "expected A or A-B with A <= B");
   for (int f = first; f <= last; ++f) {
-    int status = copy_one(frame_name(o.in, f), frame_name(o.out, f), o.type);
+    int status = copy_one(frame_name(o.in, f), frame_name(o.out, f), o);
     if (status != kOk) return status;
   }
   return kOk;

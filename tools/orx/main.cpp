@@ -28,6 +28,11 @@ int main(int argc, char **argv) {
   copy_cmd->add_option("out", copy.out, "Output file")->required();
   copy_cmd->add_option("--type", copy.type, "Format key of the output");
   copy_cmd->add_option("--frames", copy.frames, "Frame range A-B for names with ####");
+  copy_cmd->add_option("--depth", copy.depth, "Sample type of the copy: int8, int16, int32 or float");
+  copy_cmd->add_option("--gamma", copy.gamma, "Gamma-correct 8-bit images to gamma G");
+  copy_cmd->add_option("--image", copy.image, "Copy only image N of a multi-image file");
+  copy_cmd->add_option("--range", copy.range, "Map 8-bit samples into MIN,MAX (0..1)");
+  copy_cmd->add_flag("--clamp", copy.clamp, "Clip float samples to 0..1 (premultiplied for rgb)");
 
   DiffOptions diff;
   auto *diff_cmd = app.add_subcommand("diff", "Compare two images channel by channel");

@@ -1,0 +1,43 @@
+// orx copy with the operator options, as processes.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "run_tool.hpp"
+#include "support/fixtures.hpp"
+
+namespace {
+
+using orx::test::slurp;
+
+TEST(OrxCopyOperators, DepthGammaImageRangeAndClamp) {
+  orx::test::TempDir dir;
+  const auto orx = [&](const std::string &args) { return orx::test::run_orx(dir.path(), args); };
+  const auto log = [&] { return slurp(dir.file("log")); };
+  ASSERT_EQ(orx("pattern p.rla --size 64x32 --matte"), 0);
+  ASSERT_EQ(orx("copy p.rla f.rla --depth float --clamp"), 0);
+  ASSERT_EQ(orx("info f.rla"), 0);
+  EXPECT_NE(log().find("3 x float 32-bit"), std::string::npos) << log();
+  EXPECT_NE(log().find("gamma     1.0000"), std::string::npos);  // linearised on the way
+  ASSERT_EQ(orx("copy f.rla i.rla --depth int16"), 0);
+  ASSERT_EQ(orx("info i.rla"), 0);
+  EXPECT_NE(log().find("matte     1 x integer 16-bit"), std::string::npos) << log();
+  EXPECT_EQ(orx("diff f.rla i.rla --fail 0.00002"), 0) << log();
+
+  EXPECT_EQ(orx("copy i.rla g.rla --gamma 1.8"), 2);
+  EXPECT_NE(log().find("gamma correction operator cannot handle image channel width"),
+            std::string::npos)
+      << log();
+  EXPECT_EQ(orx("copy p.rla g.rla --gamma 1.0"), 0);
+  EXPECT_EQ(orx("copy p.rla r.rla --range 0.25,1.0"), 0);
+  EXPECT_EQ(orx("copy f.rla r.rla --range 0.25,1.0"), 2);
+  EXPECT_EQ(orx("copy p.rla x.rla --depth int12"), 2);
+
+  ASSERT_EQ(orx("maketx p.rla t.rla"), 0);
+  ASSERT_EQ(orx("copy t.rla level2.rla --image 2"), 0);
+  ASSERT_EQ(orx("info level2.rla"), 0);
+  EXPECT_NE(log().find("(16 x 8)"), std::string::npos) << log();
+  EXPECT_EQ(orx("copy t.rla none.rla --image 9"), 2);
+}
+
+}  // namespace

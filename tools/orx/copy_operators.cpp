@@ -1,0 +1,82 @@
+// The operators orx copy layers onto its input: --image, --gamma, --range,
+// --depth and --clamp, in that order.
+#include <cstdio>
+#include <string>
+
+#include "commands.hpp"
+#include "orx/err.h"
+#include "orx/operators.h"
+#include "tool.hpp"
+
+namespace orx::tool {
+namespace {
+
+bool parse_depth(const std::string &depth, int32_t *type, int32_t *bits) {
+  const struct {
+    const char *name;
+    int32_t type, bits;
+  } depths[] = {{"int8", ORX_C_INTEGER, 8}, {"int16", ORX_C_INTEGER, 16},
+                {"int32", ORX_C_INTEGER, 32}, {"float", ORX_C_FLOAT, 32}};
+  for (const auto &d : depths)
+    if (depth == d.name) {
+      *type = d.type;
+      *bits = d.bits;
+      return true;
+    }
+  return false;
+}
+
+// What the library reported for a refusal, or the fallback.
+std::string reason(const char *fallback) {
+  return last_error().empty() ? std::string(fallback) : last_error();
+}
+
+}  // namespace
+
+bool apply_operators(ORX_OBJECT *in, const CopyOptions &o, std::string *why) {
+  const bool any = !o.depth.empty() || o.gamma > 0.0 || o.image >= 0 || !o.range.empty() || o.clamp;
+  if (!any) return true;
+  int32_t type = 0, bits = 0;
+  if (!o.depth.empty() && !parse_depth(o.depth, &type, &bits)) {
+    *why = "--depth is int8, int16, int32 or float";
+    return false;
+  }
+  // Layers work on one image: a multi-image file is copied as one image,
+  // the one --image names (0 by default).
+  const int image = o.image >= 0 ? o.image : 0;
+  if (image >= in->info.image_count) {
+    *why = "--image " + std::to_string(image) + ": the file has " +
+           std::to_string(in->info.image_count) + " image(s)";
+    return false;
+  }
+  ORX__select(in, image);
+  if (o.gamma > 0.0) {
+    ORX_RESPONSE_CURVE target{ORX_CURVE_PARAMETRIC, static_cast<float>(o.gamma), 0, 0, 1, 256,
+                              ORX_C_INTEGER, 8, nullptr};
+    orx__gamma_operator(in, &target);
+    if (orx__err != 0) return *why = reason("--gamma needs 8-bit data"), false;
+  }
+  if (!o.range.empty()) {
+    double low = 0, high = 1;
+    if (std::sscanf(o.range.c_str(), "%lf,%lf", &low, &high) != 2) {
+      *why = "--range is MIN,MAX";
+      return false;
+    }
+    orx__min_max_operator(in, low, high);
+    if (orx__err != 0) return *why = reason("--range needs 8-bit data"), false;
+  }
+  if (!o.depth.empty() || o.clamp) {
+    orx__cast_operator(in);
+    if (orx__err != 0) return *why = reason("out of memory"), false;
+  }
+  if (o.clamp) orx__clamp_operator(in);
+  if (type == ORX_C_INTEGER) {
+    const int32_t target[2] = {type, bits};
+    const int32_t *const targets[3] = {target, target, target};
+    orx__quantize_read_operator(in, targets);
+    if (orx__err != 0) return *why = reason("out of memory"), false;
+  }
+  return true;
+}
+
+}  // namespace orx::tool
