@@ -34,4 +34,8 @@ int rla_round_trip(const std::uint8_t *data, std::size_t size);
 // resource, dump it, and use it as a message catalogue.
 int resource_file(const std::uint8_t *data, std::size_t size);
 
+// The first byte chooses a stack of operators, the rest is an RLA file read
+// through them row by row.
+int operator_stack(const std::uint8_t *data, std::size_t size);
+
 }  // namespace orx::fuzz

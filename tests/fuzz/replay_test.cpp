@@ -57,7 +57,8 @@ INSTANTIATE_TEST_SUITE_P(Targets, FuzzReplay,
                                          Target{"config", orx::fuzz::config_file},
                                          Target{"names", orx::fuzz::name_syntax},
                                          Target{"round_trip", orx::fuzz::rla_round_trip},
-                                         Target{"res", orx::fuzz::resource_file}),
+                                         Target{"res", orx::fuzz::resource_file},
+                                         Target{"operators", orx::fuzz::operator_stack}),
                          [](const testing::TestParamInfo<Target> &param) {
                            return std::string(param.param.name);
                          });
