@@ -1,9 +1,10 @@
-// Exported format strings of hardware framebuffer data.
+// Exported format strings of hardware framebuffer data (exported through
+// their declarations in orx/orx.h).
 #include "orx/orx.h"
 
 extern "C" {
 
-ORX_API const char *const ORX_LITERAL_HARD_FORMAT_TYPE_RAW = "raw";
-ORX_API const char *const ORX_LITERAL_HARD_FORMAT_TYPE_RGB = "rgb";
+const char *const ORX_LITERAL_HARD_FORMAT_TYPE_RAW = "raw";
+const char *const ORX_LITERAL_HARD_FORMAT_TYPE_RGB = "rgb";
 
 }  // extern "C"
