@@ -15,5 +15,5 @@ cd "$work"
 oiiotool --pattern noise:type=uniform:min=0:max=1 4096x4096 4 -d uint8 --compression none \
   -o noise.tif
 oiiotool noise.tif -o noise.rla
-farm-bench -n "$runs" --timeout 600 -- "$orx" maketx noise.rla out.rla \
-  --vs "maketx --threads 1 noise.tif -o out.tx"
+farm-bench -n "$runs" --timeout 600 --vs "maketx --threads 1 noise.tif -o out.tx" \
+  -- "$orx" maketx noise.rla out.rla
