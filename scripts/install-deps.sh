@@ -7,8 +7,8 @@
 set -euo pipefail
 
 packages=(
-  # Build tools and the orx tool's command-line parser.
-  cmake ninja-build g++ clang libclang-rt-14-dev libcli11-dev
+  # Build tools, the orx tool's command-line parser, pkg-config for hosts.
+  cmake ninja-build g++ clang libclang-rt-14-dev libcli11-dev pkgconf
   # Tests and benchmarks.
   libgtest-dev libgmock-dev libbenchmark-dev
   # Image tools the interoperability tests compare against (skipped when missing).

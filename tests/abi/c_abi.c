@@ -18,6 +18,7 @@
 #include "orx/multiframe.h"
 #include "orx/naming.h"
 #include "orx/orx.h"
+#include "orx/orx_all.h"
 #include "orx/plugin.h"
 #include "orx/region.h"
 #include "orx/ptr.h"
@@ -25,6 +26,7 @@
 #include "orx/res.h"
 #include "orx/rla.h"
 #include "orx/str.h"
+#include "orx/version.h"
 
 static int quiet(const char *name, int severity, const char *message, struct ERR_RECORD *record,
                  intptr_t data) {
@@ -47,6 +49,15 @@ int main(void) {
   /* Exported data reached from C. */
   if (strcmp(ORX_LITERAL_HARD_FORMAT_TYPE_RAW, "raw") != 0) return 4;
   if (strcmp(ORX_LITERAL_HARD_FORMAT_TYPE_RGB, "rgb") != 0) return 5;
+  {
+    /* The loaded library is the one these headers describe. */
+    int major = -1, minor = -1, patch = -1;
+    char expected[32];
+    sprintf(expected, "%d.%d.%d", ORX_VERSION_MAJOR, ORX_VERSION_MINOR, ORX_VERSION_PATCH);
+    if (strcmp(ORX_version(&major, &minor, &patch), expected) != 0) return 6;
+    if (major * 10000 + minor * 100 + patch != ORX_VERSION_NUMBER) return 7;
+    if (strcmp(ORX_plugin_protocol(), ORX_PLUGIN_VERSION) != 0) return 8;
+  }
   printf("C interface ok\n");
   return 0;
 }

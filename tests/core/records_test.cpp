@@ -17,15 +17,6 @@ TEST_F(Records, InfoDefaultsAndCleanupFreesEverythingOnce) {
   ORX_INFO *info = ORX_info_alloc();
   ASSERT_NE(info, nullptr);
   EXPECT_EQ(info->valid, ORX_INFO_VALID);
-  EXPECT_EQ(info->type, nullptr);
-  EXPECT_EQ(info->job, -1);
-  EXPECT_EQ(info->frame, 1);
-  EXPECT_EQ(info->red[0], 0.67f);
-  EXPECT_EQ(info->white[2], 0.374f);
-  EXPECT_EQ(info->frame_rate, 29.97f);
-  EXPECT_EQ(info->timing_mode, 1);
-  EXPECT_EQ(info->enabled, 1);
-  EXPECT_EQ(info->image_count, 0);
 
   info->handle = STR_save("a.rla");
   info->compression = STR_save("n");
@@ -63,24 +54,6 @@ TEST_F(Records, CleanupWithoutFreeOnlyClearsTheMarker) {
   ORX_info_cleanup(&info, 0);
   EXPECT_EQ(info.valid, 0u);
   EXPECT_EQ(info.name, name);
-}
-
-TEST_F(Records, DescriptorDefaults) {
-  ORX_IFD ifd;
-  std::memset(&ifd, 0x5a, sizeof ifd);
-  orx__init_ifd(&ifd);
-  EXPECT_EQ(ifd.version, 1);
-  EXPECT_EQ(ifd.curve.kind, ORX_CURVE_PARAMETRIC);
-  EXPECT_EQ(ifd.curve.gamma, 2.2f);
-  EXPECT_EQ(ifd.curve.length, 256);
-  EXPECT_EQ(ifd.curve.depth, 12);
-  EXPECT_EQ(ifd.curve.curves, nullptr);
-  EXPECT_EQ(ifd.orientation, 1);
-  EXPECT_EQ(ifd.image.count, 0);
-  EXPECT_EQ(ifd.image.type, ORX_C_INTEGER);
-  EXPECT_EQ(ifd.matte.bits, 8);
-  EXPECT_EQ(ifd.index.bits, 16);
-  EXPECT_EQ(ifd.aspect, nullptr);
 }
 
 // Byte distance between consecutive rows of a channel buffer.

@@ -1,136 +1,285 @@
-// The orx tool run as a process, as a user runs it.
+// The orx tool run as a process, as a user runs it: its commands, its
+// command-line conventions and its safe writes.
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
+#include "orx/err.h"
+#include "orx/registry.h"
+#include "orx/str.h"
 #include "support/fixtures.hpp"
+#include "tools/run_tool.hpp"
 
 namespace {
 
-struct Result {
-  int status;
-  std::string output;  // standard output and standard error
-};
-
-Result orx(const std::string &args, const std::string &dir, const std::string &env = "") {
-  std::string command = "cd '" + dir + "' && " + env + "'" ORX_TOOL "' " + args + " 2>&1";
-  Result r{-1, ""};
-  std::FILE *p = popen(command.c_str(), "r");
-  if (p == nullptr) return r;
-  char buf[4096];
-  std::size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) r.output.append(buf, n);
-  int raw = pclose(p);
-  r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  return r;
-}
+namespace fs = std::filesystem;
+using orx::test::slurp;
 
 bool contains(const std::string &text, const std::string &part) {
   return text.find(part) != std::string::npos;
 }
 
+// A float RGB image of w x h whose samples are value(x, y, c), written with
+// the library itself.
+template <typename Value>
+void write_float_rgb(const std::string &path, int w, int h, Value value) {
+  ORX_IFD ifd;
+  orx__init_ifd(&ifd);
+  ifd.window = ifd.active = ORX_WINDOW{0, w - 1, 0, h - 1};
+  ifd.image = ORX_CHANNELS{STR_save("rgb"), 3, ORX_C_FLOAT, 32, 0};
+  ORX_INFO info;
+  ORX_info_init(&info);
+  info.handle = STR_save(path.c_str());
+  info.full_path = 1;
+  info.images = static_cast<ORX_IFD *>(ERR_malloc(sizeof ifd));
+  info.images[0] = ifd;
+  info.image_count = 1;
+  ORX_OBJECT *out = ORX_open(&info, "w");
+  ORX_info_cleanup(&info, 1);
+  ASSERT_NE(out, nullptr);
+  std::vector<float> rows(3 * static_cast<std::size_t>(w));
+  void *pointers[] = {rows.data(), rows.data() + w, rows.data() + 2 * w, nullptr};
+  for (int y = 0; y < h; ++y) {
+    for (int c = 0; c < 3; ++c)
+      for (int x = 0; x < w; ++x) rows[static_cast<std::size_t>(c * w + x)] = value(x, y, c);
+    ASSERT_EQ(ORX_scan_write(out, y, pointers), 0);
+  }
+  ASSERT_EQ(ORX_close(out), 0);
+}
+
 class OrxTool : public ::testing::Test {
  protected:
   orx::test::TempDir dir_;
-  Result run(const std::string &args, const std::string &env = "") {
-    return orx(args, dir_.path(), env);
+  std::string log_;
+  // Runs orx; log_ receives its standard output and error.
+  int run(const std::string &args) {
+    const int status = orx::test::run_orx(dir_.path(), args);
+    log_ = slurp(dir_.file("log"));
+    return status;
+  }
+  // Runs a shell command in the directory; returns its exit status.
+  int shell(const std::string &command) {
+    const int raw = std::system(("cd '" + dir_.path() + "' && " + command).c_str());
+    return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  }
+  std::vector<std::string> leftovers() const {
+    std::vector<std::string> names;
+    for (const auto &e : fs::directory_iterator(dir_.path()))
+      if (e.path().filename().string().rfind(".orx-", 0) == 0) names.push_back(e.path().string());
+    return names;
   }
 };
 
-TEST_F(OrxTool, PatternInfoCopyAndDiffRoundTrip) {
-  ASSERT_EQ(run("pattern a.rla --size 97x31 --type int16 --matte").status, 0);
-  Result info = run("info a.rla");
-  ASSERT_EQ(info.status, 0) << info.output;
-  EXPECT_TRUE(contains(info.output, "format      rla (rla)")) << info.output;
-  EXPECT_TRUE(contains(info.output, "(97 x 31)")) << info.output;
-  EXPECT_TRUE(contains(info.output, "3 x integer 16-bit")) << info.output;
-  EXPECT_TRUE(contains(info.output, "matte     1 x integer 16-bit")) << info.output;
+TEST_F(OrxTool, PatternInfoCopyDiffAndJson) {
+  ASSERT_EQ(run("pattern a.rla --size 97x31 --type int16 --matte"), 0);
+  EXPECT_EQ(run("info a.rla"), 0);
+  for (const char *part : {"format      rla (rla)", "(97 x 31)", "channels  3 x integer 16-bit",
+                           "matte     1 x integer 16-bit"})
+    EXPECT_TRUE(contains(log_, part)) << part << "\n" << log_;
+  ASSERT_EQ(run("copy a.rla b.rla"), 0) << log_;
+  EXPECT_EQ(run("diff a.rla b.rla"), 0);
+  EXPECT_TRUE(contains(log_, "PSNR             inf")) << log_;
+  ASSERT_EQ(run("pattern d.rla --size 97x31 --type float --matte"), 0);
+  EXPECT_EQ(run("diff a.rla d.rla --fail 0.01"), 0) << log_;
+  ASSERT_EQ(run("pattern c.rla --size 97x31 --channels 2 --matte"), 0);
+  EXPECT_EQ(run("diff a.rla c.rla"), 2) << "channel counts differ";
 
-  Result copy = run("copy a.rla b.rla");
-  ASSERT_EQ(copy.status, 0) << copy.output;
-  Result same = run("diff a.rla b.rla");
-  EXPECT_EQ(same.status, 0) << same.output;
-  EXPECT_TRUE(contains(same.output, "PSNR             inf")) << same.output;
-
-  ASSERT_EQ(run("pattern c.rla --size 97x31 --type int16 --channels 2 --matte").status, 0);
-  Result other = run("diff a.rla b.rla --fail 0.5");
-  EXPECT_EQ(other.status, 0);
-  ASSERT_EQ(run("pattern d.rla --size 97x31 --type float --matte").status, 0);
-  Result differs = run("diff a.rla d.rla");
-  EXPECT_EQ(differs.status, 1) << differs.output;
-  EXPECT_TRUE(contains(differs.output, "FAIL")) << differs.output;
-  EXPECT_EQ(run("diff a.rla d.rla --fail 0.01").status, 0);
-  Result sizes = run("diff a.rla c.rla");
-  EXPECT_EQ(sizes.status, 2) << sizes.output;
-}
-
-TEST_F(OrxTool, InfoJsonIsOneArrayOfFiles) {
-  ASSERT_EQ(run("pattern a.rla --size 8x4").status, 0);
-  Result r = run("info --json a.rla a.rla");
-  ASSERT_EQ(r.status, 0) << r.output;
-  EXPECT_EQ(r.output.front(), '[');
-  EXPECT_TRUE(contains(r.output, "\"file\": \"a.rla\", \"format\": \"rla\"")) << r.output;
-  EXPECT_TRUE(contains(r.output, "\"window\": [0, 7, 0, 3]")) << r.output;
-  EXPECT_TRUE(contains(r.output, "},\n  {")) << r.output;
+  EXPECT_EQ(run("info --json a.rla a.rla"), 0);
+  EXPECT_EQ(log_.front(), '[');
+  EXPECT_TRUE(contains(log_, "\"file\": \"a.rla\", \"format\": \"rla\"")) << log_;
+  EXPECT_TRUE(contains(log_, "\"window\": [0, 96, 0, 30]")) << log_;
+  EXPECT_TRUE(contains(log_, "},\n  {")) << log_;
 }
 
 TEST_F(OrxTool, FailuresExitTwoWithTheLibrarysMessage) {
-  Result missing = run("info missing.rla");
-  EXPECT_EQ(missing.status, 2);
-  EXPECT_TRUE(contains(missing.output, "Cannot open file missing.rla")) << missing.output;
-
+  ASSERT_EQ(run("pattern a.rla --size 8x4"), 0);
   std::ofstream(dir_.file("bad.rla")) << std::string(800, 'x');
-  Result bad = run("info bad.rla");
-  EXPECT_EQ(bad.status, 2);
-  EXPECT_TRUE(contains(bad.output, "This does not appear to be a Korvantel file")) << bad.output;
-
-  ASSERT_EQ(run("pattern a.rla --size 8x4").status, 0);
-  Result key = run("copy a.rla out.xyz --type nosuch");
-  EXPECT_EQ(key.status, 2);
-  EXPECT_TRUE(contains(key.output, "Invalid type nosuch")) << key.output;
-
-  EXPECT_NE(run("pattern x.rla --size 0x4").status, 0);
-  EXPECT_NE(run("frobnicate").status, 0);
+  const struct {
+    const char *args, *says;
+  } cases[] = {
+      {"info missing.rla", "Cannot open file missing.rla"},
+      {"info bad.rla", "This does not appear to be a Korvantel file"},
+      {"copy a.rla out.xyz --type nosuch", "Invalid type nosuch"},
+      {"pattern x.rla --size 0x4", "expected WxH"},
+      {"copy a.rla out.rla --frames 4-3", "expected A or A-B with A <= B"},
+  };
+  for (const auto &c : cases) {
+    EXPECT_EQ(run(c.args), 2) << c.args;
+    EXPECT_TRUE(contains(log_, c.says)) << c.args << "\n" << log_;
+  }
 }
 
 TEST_F(OrxTool, StreamsThroughThePipeFormat) {
-  ASSERT_EQ(run("pattern a.rla --size 33x9 --type float").status, 0);
-  Result copy = run("copy a.rla '|cat > b.pipe'");
-  ASSERT_EQ(copy.status, 0) << copy.output;
-  EXPECT_EQ(run("diff a.rla '|cat b.pipe'").status, 0);
-  Result info = run("info - --type pipe < b.pipe");
-  ASSERT_EQ(info.status, 0) << info.output;
-  EXPECT_TRUE(contains(info.output, "format      pipe (pipe)")) << info.output;
+  ASSERT_EQ(run("pattern a.rla --size 33x9 --type float"), 0);
+  ASSERT_EQ(run("copy a.rla '|cat > b.pipe'"), 0) << log_;
+  EXPECT_EQ(run("diff a.rla '|cat b.pipe'"), 0) << log_;
+  EXPECT_EQ(run("info - --type pipe < b.pipe"), 0) << log_;
+  EXPECT_TRUE(contains(log_, "format      pipe (pipe)")) << log_;
 }
 
-TEST_F(OrxTool, LoadsPluginsFromThePluginPathAndReportsRefusals) {
-  orx::test::TempDir plugins;
+TEST_F(OrxTool, UsageHelpAndVersion) {
+  ASSERT_EQ(run("pattern a.rla --size 8x4"), 0) << log_;
+  const struct {
+    const char *args;
+    int status;
+    const char *says;
+  } cases[] = {
+      {"", 2, "orx: A subcommand is required (see \"orx help\")"},
+      {"frobnicate a.rla", 2, "orx: unknown command \"frobnicate\"; the commands are info, copy"},
+      {"copy a.rla", 2, "orx: copy: out is required (see \"orx help copy\")"},
+      {"diff a.rla a.rla --fail lots", 2, "(see \"orx help diff\")"},
+      {"formats --brief", 2, "orx: formats: The following argument was not expected: --brief"},
+      {"help nosuch", 2, "unknown command \"nosuch\""},
+      {"--version", 0, "orx 0.1.0 (liborx 0.1.0, plug-in protocol 3.2)"},
+      {"help", 0, "stats"},
+      {"help copy", 0, "Usage: orx copy [OPTIONS] in out"},
+      {"copy --help", 0, "--keep-going"},
+      {"help diff", 0, "Exit status: 0 when the largest difference is within --fail, 1"},
+      {"formats", 0, "mem      memory"},
+      {"-v info --brief a.rla", 0, "a.rla :    8 x    4, 3 channel, uint8 rla"},
+      {"info a.rla --brief -v", 0, "a.rla :    8 x    4, 3 channel, uint8 rla"},
+  };
+  for (const auto &c : cases) {
+    EXPECT_EQ(run(c.args), c.status) << c.args << "\n" << log_;
+    EXPECT_TRUE(contains(log_, c.says)) << c.args << "\n" << log_;
+    if (c.status == 2) {
+      EXPECT_EQ(std::count(log_.begin(), log_.end(), '\n'), 1) << log_;
+    }
+  }
+}
+
+// Plug-ins load from ORX_PLUGIN_PATH, a refused one is reported, and -v
+// (anywhere) names each one loaded.
+TEST_F(OrxTool, LoadsPluginsFromThePluginPath) {
   for (const char *name : {"plugin_good.so", "plugin_v31.so"})
-    std::filesystem::copy_file(std::string(ORX_TEST_PLUGIN_DIR) + "/" + name, plugins.file(name));
-  Result r = run("formats", "ORX_PLUGIN_PATH='" + plugins.path() + "' ");
-  ASSERT_EQ(r.status, 0) << r.output;
-  EXPECT_TRUE(contains(r.output, "tgood")) << r.output;
-  EXPECT_TRUE(contains(r.output, "the version protocol of this plug-in")) << r.output;
+    fs::copy_file(std::string(ORX_TEST_PLUGIN_DIR) + "/" + name, dir_.file(name));
+  for (const char *args : {"formats", "-v formats", "formats -v", "formats --verbose"}) {
+    EXPECT_EQ(shell(std::string("ORX_PLUGIN_PATH=. '" ORX_TOOL "' ") + args + " >log 2>&1"), 0);
+    const std::string log = slurp(dir_.file("log"));
+    EXPECT_TRUE(contains(log, "tgood    Test good")) << log;
+    EXPECT_TRUE(contains(log, "the version protocol of this plug-in")) << log;
+    EXPECT_EQ(contains(log, "orx: plug-in ./plugin_good.so"), contains(args, "-v")) << args;
+  }
 }
 
-TEST_F(OrxTool, FormatsListsTheBuiltInFormats) {
-  Result r = run("formats");
-  ASSERT_EQ(r.status, 0) << r.output;
-  for (const char *key : {"rla ", "pipe ", "mem "}) EXPECT_TRUE(contains(r.output, key)) << key;
+TEST_F(OrxTool, BriefInfoAndFormatHints) {
+  ASSERT_EQ(run("pattern a.rla --size 97x31 --type int16 --matte"), 0) << log_;
+  ASSERT_EQ(run("pattern b.rla --size 5x3 --type float"), 0) << log_;
+  EXPECT_EQ(run("info --brief a.rla b.rla"), 0);
+  EXPECT_EQ(log_,
+            "a.rla :   97 x   31, 4 channel, uint16 rla\n"
+            "b.rla :    5 x    3, 3 channel, float rla\n");
+
+  std::ofstream(dir_.file("x.foo")) << "not an image";
+  EXPECT_EQ(run("info x.foo"), 2);
+  EXPECT_TRUE(contains(log_, "no format recognises x.foo; name its format with --type KEY")) << log_;
+
+  // No format claims the name: refused, nothing written.
+  for (const char *out : {"out.png", "out"}) {
+    EXPECT_EQ(run(std::string("copy a.rla ") + out), 2) << out;
+    EXPECT_TRUE(contains(log_, "choose one with --type KEY: rla (.rla), pipe (.pipe)")) << log_;
+    EXPECT_FALSE(fs::exists(dir_.file(out)));
+  }
+  EXPECT_TRUE(contains(log_, "the name has no extension")) << log_;
+  EXPECT_EQ(run("copy a.rla out.png --type rla"), 0) << log_;
+  EXPECT_EQ(run("diff a.rla out.png --type rla"), 0) << log_;
 }
 
-TEST_F(OrxTool, CopiesFrameRangesThroughNameSyntaxes) {
-  for (const char *f : {"shot.0003.rla", "shot.0004.rla"})
-    ASSERT_EQ(run(std::string("pattern ") + f + " --size 5x3").status, 0);
-  Result r = run("copy shot.####.rla out.##.rla --frames 3-4");
-  ASSERT_EQ(r.status, 0) << r.output;
-  EXPECT_EQ(run("diff shot.0004.rla out.04.rla").status, 0);
-  EXPECT_EQ(run("copy shot.####.rla out.##.rla --frames 4-3").status, 2);
+TEST_F(OrxTool, DiffNamesTheLargestDifference) {
+  write_float_rgb(dir_.file("a.rla"), 7, 5, [](int, int, int) { return 0.5f; });
+  write_float_rgb(dir_.file("b.rla"), 7, 5, [](int x, int y, int c) {
+    return 0.5f + (x == 4 && y == 1 && c == 2 ? 0.25f : x == 1 && y == 3 ? 0.125f : 0.0f);
+  });
+  EXPECT_EQ(run("diff a.rla b.rla"), 1);
+  EXPECT_TRUE(contains(log_, "max difference   0.25\nlargest at       x 4, y 1, channel 2 (blue)"))
+      << log_;
+  EXPECT_TRUE(contains(log_, "differing pixels 2 of 35")) << log_;
+  EXPECT_EQ(run("diff a.rla b.rla --fail 0.25"), 0) << log_;
+  EXPECT_EQ(run("diff a.rla missing.rla"), 2) << log_;
+}
+
+TEST_F(OrxTool, StatsPerChannelWithNanAndInfCounts) {
+  write_float_rgb(dir_.file("a.rla"), 4, 1, [](int x, int, int c) {
+    if (c == 1 && x == 3) return NAN;
+    if (c == 2 && x == 0) return INFINITY;
+    return static_cast<float>(x);  // 0 1 2 3: mean 1.5, deviation sqrt(1.25)
+  });
+  EXPECT_EQ(run("stats a.rla"), 0) << log_;
+  EXPECT_TRUE(contains(log_,
+                       "  image 0: 4 x 1, channels red, green, blue\n"
+                       "    Stats Min: 0.000000 0.000000 1.000000\n"
+                       "    Stats Max: 3.000000 2.000000 3.000000\n"
+                       "    Stats Avg: 1.500000 1.000000 2.000000\n"
+                       "    Stats StdDev: 1.118034 0.816497 0.816497\n"
+                       "    Stats NanCount: 0 1 0\n"
+                       "    Stats InfCount: 0 0 1\n"
+                       "    Stats FiniteCount: 4 3 3\n"))
+      << log_;
+  ASSERT_EQ(run("pattern i.rla --size 3x2"), 0);
+  EXPECT_EQ(run("stats i.rla"), 0);
+  EXPECT_FALSE(contains(log_, "NanCount")) << "integers have no NaN\n" << log_;
+  EXPECT_EQ(run("stats i.rla missing.rla"), 2);
+}
+
+TEST_F(OrxTool, FramesReportGapsAndKeepGoing) {
+  for (const char *f : {"s.0003.rla", "s.0004.rla"})
+    ASSERT_EQ(run(std::string("pattern ") + f + " --size 5x3"), 0);
+  EXPECT_EQ(run("copy s.####.rla o.##.rla --frames 2-5"), 2);
+  EXPECT_TRUE(contains(log_, "s.####.rla: missing frames 2, 5 (--keep-going copies the others)"))
+      << log_;
+  EXPECT_FALSE(fs::exists(dir_.file("o.03.rla"))) << "nothing is written before the gaps are known";
+  EXPECT_EQ(run("copy s.####.rla o.##.rla --frames 2-5 --keep-going"), 2);
+  EXPECT_TRUE(fs::exists(dir_.file("o.03.rla")) && fs::exists(dir_.file("o.04.rla")));
+  EXPECT_EQ(run("copy s.####.rla o.##.rla --frames 3-4"), 0) << log_;
+  EXPECT_EQ(run("diff s.0004.rla o.04.rla"), 0) << log_;
+}
+
+TEST_F(OrxTool, ProgressOnlyOnATerminal) {
+  ASSERT_EQ(run("pattern tall.rla --size 4x4100"), 0);
+  EXPECT_EQ(run("copy tall.rla piped.rla"), 0);
+  EXPECT_EQ(log_, "");
+  ASSERT_EQ(shell("script -qec \"'" ORX_TOOL "' copy tall.rla tty.rla\" /dev/null >log 2>&1"), 0);
+  EXPECT_TRUE(contains(slurp(dir_.file("log")), "[####################                    ]  51%"))
+      << slurp(dir_.file("log"));
+}
+
+// Writes go to a temporary file renamed into place on success: the input may
+// be the output, and a failed or interrupted write leaves the old file.
+TEST_F(OrxTool, WritesNeverDestroyTheOldFile) {
+  ASSERT_EQ(run("pattern a.rla --size 64x48 --type int16 --matte"), 0);
+  ASSERT_EQ(run("copy a.rla keep.rla"), 0);
+  EXPECT_EQ(run("copy a.rla a.rla"), 0) << log_;
+  EXPECT_EQ(run("diff a.rla keep.rla"), 0) << log_;
+
+  ASSERT_EQ(run("pattern big.rla --size 300x300 --type float"), 0);
+  ASSERT_EQ(run("copy big.rla '|cat > big.pipe'"), 0);
+  ASSERT_EQ(run("copy keep.rla out.rla"), 0);
+  const std::string before = slurp(dir_.file("out.rla"));
+
+  // A disk that fills up: a file-size limit makes the write fail part-way.
+  EXPECT_EQ(shell("trap '' XFSZ; ulimit -f 100; '" ORX_TOOL "' copy big.rla out.rla >log 2>&1"), 2);
+  EXPECT_TRUE(contains(slurp(dir_.file("log")), "orx: out.rla: Cannot write scanline"))
+      << slurp(dir_.file("log"));
+  EXPECT_EQ(slurp(dir_.file("out.rla")), before);
+  EXPECT_TRUE(leftovers().empty());
+  EXPECT_EQ(run("copy a.rla /dev/full --type rla"), 2);
+  EXPECT_TRUE(contains(log_, "Cannot write to /dev/full; No space left on device")) << log_;
+
+  // Killed while the input stalls half-way; SIGKILL leaves its temporary file.
+  for (const char *signal : {"TERM", "HUP", "KILL"}) {
+    const std::string copy = "'" ORX_TOOL "' copy '|head -c 200000 big.pipe; sleep 2 # .pipe' out.rla";
+    shell("(" + copy + " >log 2>&1 & pid=$!; sleep 0.5; kill -" + signal + " $pid; wait $pid)");
+    EXPECT_EQ(slurp(dir_.file("out.rla")), before) << signal;
+    EXPECT_EQ(leftovers().size(), std::string(signal) == "KILL" ? 1u : 0u) << signal;
+  }
 }
 
 }  // namespace

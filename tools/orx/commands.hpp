@@ -8,10 +8,12 @@
 
 namespace orx::tool {
 
-int run_info(const std::vector<std::string> &files, const std::string &type, bool json);
+int run_info(const std::vector<std::string> &files, const std::string &type, bool json,
+             bool brief);
 int run_formats();
 
 struct CopyOptions {
+  bool keep_going = false;  // with frames: copy what can be copied, then fail
   std::string in, out, type, frames;
   // Operators layered onto the input (copy_operators.cpp).
   std::string depth;     // int8, int16, int32 or float; "" leaves the types
@@ -26,7 +28,7 @@ bool apply_operators(ORX_OBJECT *in, const CopyOptions &options, std::string *wh
 int run_copy(const CopyOptions &options);
 
 struct DiffOptions {
-  std::string a, b;
+  std::string a, b, type;
   double fail = 0.0;  // largest difference that still passes
   double warn = 0.0;  // larger differences are mentioned
 };
@@ -55,5 +57,9 @@ struct ResOptions {
   std::string in, out;
 };
 int run_res(const ResOptions &options);
+
+// Per-channel minimum, maximum, mean and standard deviation of each file's
+// images, with NaN and infinity counts for floating-point channels.
+int run_stats(const std::vector<std::string> &files, const std::string &type);
 
 }  // namespace orx::tool

@@ -5,8 +5,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "commands.hpp"
+#include "progress.hpp"
 #include "tool.hpp"
 
 namespace orx::tool {
@@ -35,27 +37,6 @@ bool parse_frames(const std::string &text, int *first, int *last) {
   *last = static_cast<int>(b);
   return true;
 }
-
-// A progress bar on standard error for long copies, when it is a terminal.
-class Progress {
- public:
-  explicit Progress(long total) : total_(total), shown_(total > 4000 && isatty(2) == 1) {}
-  ~Progress() {
-    if (shown_) std::fprintf(stderr, "\r%60s\r", "");
-  }
-  void step() {
-    if (!shown_ || ++done_ % 64 != 0) return;
-    const int width = 40;
-    const int filled = static_cast<int>(width * done_ / total_);
-    std::fprintf(stderr, "\r[%-*.*s] %3ld%%", width, filled,
-                 "########################################", 100 * done_ / total_);
-  }
-
- private:
-  long total_;
-  long done_ = 0;
-  bool shown_;
-};
 
 int copy_one(const std::string &in_path, const std::string &out_path, const CopyOptions &o) {
   Image in;
@@ -87,11 +68,28 @@ int run_copy(const CopyOptions &o) {
   int first = 0, last = 0;
   if (!parse_frames(o.frames, &first, &last))
     return complain("--frames " + o.frames, "expected A or A-B with A <= B");
+  // Gaps in the sequence are named all at once, before anything is written.
+  std::vector<bool> missing(static_cast<std::size_t>(last - first + 1), false);
+  std::string gaps;
   for (int f = first; f <= last; ++f) {
-    int status = copy_one(frame_name(o.in, f), frame_name(o.out, f), o);
-    if (status != kOk) return status;
+    const std::string name = frame_name(o.in, f);
+    if (name[0] == '|' || access(name.c_str(), F_OK) == 0) continue;
+    missing[static_cast<std::size_t>(f - first)] = true;
+    gaps += (gaps.empty() ? "" : ", ") + std::to_string(f);
   }
-  return kOk;
+  int status = kOk;
+  if (!gaps.empty()) {
+    complain(o.in, "missing frames " + gaps + (o.keep_going ? "" : " (--keep-going copies the others)"));
+    if (!o.keep_going) return kFailed;
+    status = kFailed;
+  }
+  for (int f = first; f <= last; ++f) {
+    if (missing[static_cast<std::size_t>(f - first)]) continue;
+    if (copy_one(frame_name(o.in, f), frame_name(o.out, f), o) == kOk) continue;
+    if (!o.keep_going) return kFailed;
+    status = kFailed;
+  }
+  return status;
 }
 
 }  // namespace orx::tool

@@ -1,17 +1,20 @@
-// orx diff: compare two images channel by channel.
+// orx diff: compare two images channel by channel.  Exit status 0 when the
+// largest difference is within --fail, 1 beyond it, 2 when a file cannot be
+// read or the images do not match in size or channels.
 #include <cmath>
 #include <cstdio>
 #include <string>
 
 #include "commands.hpp"
+#include "progress.hpp"
 #include "tool.hpp"
 
 namespace orx::tool {
 
 int run_diff(const DiffOptions &o) {
   Image a, b;
-  if (!a.open_read(o.a, "")) return complain(o.a);
-  if (!b.open_read(o.b, "")) return complain(o.b);
+  if (!a.open_read(o.a, o.type)) return complain(o.a);
+  if (!b.open_read(o.b, o.type)) return complain(o.b);
   const ORX_IFD &da = a.ifd(0);
   const ORX_IFD &db = b.ifd(0);
   const int width = width_of(da), height = height_of(da), channels = channels_of(da);
@@ -21,6 +24,8 @@ int run_diff(const DiffOptions &o) {
 
   double max_diff = 0.0, sum = 0.0, sum_sq = 0.0;
   long differing = 0;
+  int max_x = 0, max_y = 0, max_c = 0;  // where the largest difference is
+  Progress progress(height);
   for (int r = 0; r < height; ++r) {
     void **ra = nullptr, **rb = nullptr;
     if (!a.read_row(0, da.window.bottom + r, &ra)) return complain(o.a);
@@ -30,19 +35,28 @@ int run_diff(const DiffOptions &o) {
       for (int c = 0; c < channels; ++c) {
         const double d = std::fabs(sample(group_of(da, c), ra[c], x) -
                                    sample(group_of(db, c), rb[c], x));
-        if (d > max_diff) max_diff = d;
+        if (d > max_diff) {
+          max_diff = d;
+          max_x = da.window.left + x;
+          max_y = da.window.bottom + r;
+          max_c = c;
+        }
         sum += d;
         sum_sq += d * d;
         pixel_differs = pixel_differs || d > 0.0;
       }
       differing += pixel_differs ? 1 : 0;
     }
+    progress.step();
   }
   const double samples = double{static_cast<double>(width)} * height * channels;
   const double mse = samples > 0 ? sum_sq / samples : 0.0;
-  std::printf("max difference   %.6g\nmean difference  %.6g\ndiffering pixels %ld of %ld\n",
-              max_diff, samples > 0 ? sum / samples : 0.0, differing,
-              static_cast<long>(width) * height);
+  std::printf("max difference   %.6g\n", max_diff);
+  if (max_diff > 0.0)
+    std::printf("largest at       x %d, y %d, channel %d (%s)\n", max_x, max_y, max_c,
+                channel_label(da, max_c).c_str());
+  std::printf("mean difference  %.6g\ndiffering pixels %ld of %ld\n",
+              samples > 0 ? sum / samples : 0.0, differing, static_cast<long>(width) * height);
   if (mse > 0.0)
     std::printf("PSNR             %.2f dB\n", 10.0 * std::log10(1.0 / mse));
   else

@@ -20,10 +20,7 @@ void print(const ORX_FORMAT *f) {
 int run_formats() {
   std::printf("%-8s %-20s %-8s %-5s %-5s %s\n", "KEY", "NAME", "EXT", "READ", "WRITE",
               "MULTI-FRAME");
-  // Plug-ins first, as the registry orders them, then the built-in formats.
-  while (const ORX_FORMAT *f = ORX_info()) print(f);
-  for (const char *key : {"rla", "pipe", "mem"})
-    if (const ORX_FORMAT *f = ORX_find(key)) print(f);
+  for (const ORX_FORMAT *f : all_formats()) print(f);
   return kOk;
 }
 

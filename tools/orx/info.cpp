@@ -69,6 +69,20 @@ void print_text(const std::string &file, const Image &image) {
   }
 }
 
+// One line, as iinfo prints it: "a.rla : 640 x 480, 4 channel, uint8 rla".
+void print_brief(const std::string &file, const Image &image) {
+  const ORX_IFD &d = image.ifd(0);
+  const ORX_CHANNELS &g = group_of(d, 0);
+  const ORX_FORMAT *format = image.get()->format;
+  std::string type = g.type == ORX_C_FLOAT    ? "float"
+                     : g.type == ORX_C_DOUBLE ? "double"
+                                              : "uint" + std::to_string(g.bits);
+  std::printf("%s : %4d x %4d, %d channel, %s %s", file.c_str(), width_of(d), height_of(d),
+              channels_of(d), type.c_str(), format ? text(format->key) : "?");
+  if (image.images() > 1) std::printf(" (%d images)", image.images());
+  std::printf("\n");
+}
+
 void print_json(const std::string &file, const Image &image, bool first) {
   const ORX_INFO &info = image.info();
   const ORX_FORMAT *format = image.get()->format;
@@ -108,7 +122,8 @@ void print_json(const std::string &file, const Image &image, bool first) {
 
 }  // namespace
 
-int run_info(const std::vector<std::string> &files, const std::string &type, bool json) {
+int run_info(const std::vector<std::string> &files, const std::string &type, bool json,
+             bool brief) {
   int status = kOk;
   bool first = true;
   if (json) std::printf("[\n");
@@ -120,6 +135,8 @@ int run_info(const std::vector<std::string> &files, const std::string &type, boo
     }
     if (json)
       print_json(files[k], image, first);
+    else if (brief)
+      print_brief(files[k], image);
     else
       print_text(files[k], image);
     first = false;

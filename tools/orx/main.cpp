@@ -3,14 +3,17 @@
 
 #include <cstdio>
 
+#include "cli.hpp"
 #include "commands.hpp"
 #include "plugins.hpp"
+#include "safe_output.hpp"
 #include "tool.hpp"
 
 int main(int argc, char **argv) {
   using namespace orx::tool;
   CLI::App app{"orx: inspect, convert, compare and make image files"};
   app.require_subcommand(1);
+  app.fallthrough();  // the tool's own options anywhere on the line, -v among them
   bool verbose = false;
   app.add_flag("-v,--verbose", verbose, "Show information and debug notes of the library");
 
@@ -21,12 +24,16 @@ int main(int argc, char **argv) {
   info->add_option("files", info_files, "Image files")->required();
   info->add_option("--type", info_type, "Format key, when the name does not tell");
   info->add_flag("--json", json, "Print JSON");
+  bool brief = false;
+  info->add_flag("--brief", brief, "One line per file: size, channels, sample type, format");
 
   CopyOptions copy;
   auto *copy_cmd = app.add_subcommand("copy", "Convert a file to another file or format");
   copy_cmd->add_option("in", copy.in, "Input file (a name with #### for --frames)")->required();
   copy_cmd->add_option("out", copy.out, "Output file")->required();
   copy_cmd->add_option("--type", copy.type, "Format key of the output");
+  copy_cmd->add_flag("--keep-going", copy.keep_going,
+                     "With --frames: copy the frames that are there, then exit 2 if any was not");
   copy_cmd->add_option("--frames", copy.frames, "Frame range A-B for names with ####");
   copy_cmd->add_option("--depth", copy.depth, "Sample type of the copy: int8, int16, int32 or float");
   copy_cmd->add_option("--gamma", copy.gamma, "Gamma-correct 8-bit images to gamma G");
@@ -40,6 +47,16 @@ int main(int argc, char **argv) {
   diff_cmd->add_option("b", diff.b, "Second image")->required();
   diff_cmd->add_option("--fail", diff.fail, "Largest difference that passes (default 0)");
   diff_cmd->add_option("--warn", diff.warn, "Mention differences above this");
+  diff_cmd->add_option("--type", diff.type, "Format key of both files, when the names do not tell");
+  diff_cmd->footer("Exit status: 0 when the largest difference is within --fail, 1 when it is\n"
+                   "beyond, 2 when a file cannot be read or the images differ in size or channels.");
+
+  std::vector<std::string> stats_files;
+  std::string stats_type;
+  auto *stats_cmd = app.add_subcommand(
+      "stats", "Per-channel minimum, maximum, mean, standard deviation and NaN/Inf counts");
+  stats_cmd->add_option("files", stats_files, "Image files")->required();
+  stats_cmd->add_option("--type", stats_type, "Format key, when the name does not tell");
 
   auto *formats = app.add_subcommand("formats", "List the formats the library knows");
 
@@ -75,11 +92,12 @@ int main(int argc, char **argv) {
   auto *res_messages = res_cmd->add_subcommand(
       "messages", "Print the library's messages as the text of a message catalogue");
 
-  CLI11_PARSE(app, argc, argv);
+  if (const int status = parse_command_line(app, argc, argv); status >= 0) return status;
   if (*res_dump) res.action = "dump";
   if (*res_build) res.action = "build";
   if (*res_messages) res.action = "messages";
 
+  remove_temporaries_on_interrupt();
   install_reporting(verbose);
   echo_errors(true);  // a refused plug-in has no command to report it
   const int started = start_library(verbose);
@@ -89,9 +107,10 @@ int main(int argc, char **argv) {
     return kFailed;
   }
   int status = kFailed;
-  if (*info) status = run_info(info_files, info_type, json);
+  if (*info) status = run_info(info_files, info_type, json, brief);
   if (*copy_cmd) status = run_copy(copy);
   if (*diff_cmd) status = run_diff(diff);
+  if (*stats_cmd) status = run_stats(stats_files, stats_type);
   if (*formats) status = run_formats();
   if (*pattern_cmd) status = run_pattern(pattern);
   if (*res_cmd) status = run_res(res);

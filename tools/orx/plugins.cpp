@@ -61,7 +61,11 @@ int start_library(bool verbose) {
       start = end + 1;
     }
   }
-  load_directory(ORX_DEFAULT_PLUGIN_DIR, verbose);
+  // The directory beside the installed library, found from the tool's own
+  // place rather than from where the build meant to install it.
+  std::error_code ec;
+  const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", ec);
+  if (!ec) load_directory(self.parent_path() / ORX_PLUGIN_DIR_FROM_TOOL, verbose);
   g_next = 0;
   return ORX_init(nullptr, enumerate);
 }

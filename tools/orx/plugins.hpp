@@ -1,6 +1,7 @@
 // Loading format plug-ins for the library: every module in the directories
-// of ORX_PLUGIN_PATH (":"-separated) and in the default directory beside the
-// installed library, handed to ORX_init through an enumerator.
+// of ORX_PLUGIN_PATH (":"-separated) and in lib/orx/plugins beside the
+// installed library (found from the tool's own place), handed to ORX_init
+// through an enumerator.
 #pragma once
 
 namespace orx::tool {

@@ -1,6 +1,8 @@
 // orx res: resource files — dump one as text, build one from text, and
 // print the library's messages as the source of a message catalogue.
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "commands.hpp"
 #include "orx/res.h"
@@ -17,8 +19,10 @@ int run_res(const ResOptions &options) {
     return status == 0 ? kOk : complain(options.in, last_error());
   }
   if (options.action == "build") {
-    if (ORX_res_build_text(options.in.c_str(), options.out.c_str()) != 0)
+    SafeOutput output(options.out);
+    if (ORX_res_build_text(options.in.c_str(), output.path().c_str()) != 0)
       return complain(options.out, last_error());
+    if (!output.commit()) return complain(options.out, std::strerror(errno));
     return kOk;
   }
   return ORX_msg_cat_write_defaults(stdout) == 0 ? kOk : kFailed;

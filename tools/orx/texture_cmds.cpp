@@ -1,6 +1,8 @@
 // orx maketx and orx swatch: write a file's first image through the
 // "mipmap" or "swatch" image process.
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 #include "commands.hpp"
@@ -17,9 +19,10 @@ int through_process(const std::string &in_path, const std::string &out_path,
                     IMP_REQUEST request) {
   Image in;
   if (!in.open_read(in_path, "")) return complain(in_path);
+  SafeOutput output(out_path);
   ORX_INFO out;
   ORX_info_init(&out);
-  out.handle = const_cast<char *>(out_path.c_str());
+  out.handle = const_cast<char *>(output.path().c_str());
   out.full_path = 1;
   ORX_IFD image = in.ifd(0);  // copied by the open
   out.images = &image;
@@ -38,6 +41,7 @@ int through_process(const std::string &in_path, const std::string &out_path,
     }
   }
   if (ORX_close(object) != 0) return complain(out_path, last_error());
+  if (!output.commit()) return complain(out_path, std::strerror(errno));
   return kOk;
 }
 

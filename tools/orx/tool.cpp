@@ -1,5 +1,8 @@
 #include "tool.hpp"
 
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -11,6 +14,7 @@ namespace orx::tool {
 namespace {
 
 std::string g_last_error;
+std::string g_hint;  // a suggestion complain prints after the failure
 bool g_verbose = false;
 bool g_echo_errors = false;
 
@@ -26,6 +30,40 @@ int report(const char *, int severity, const char *message, ERR_RECORD *, intptr
 
 // A copy of a descriptor group's name, or NULL.
 void copy_name(ORX_CHANNELS &g) { g.name = g.name != nullptr ? STR_save(g.name) : nullptr; }
+
+bool ends_with(const std::string &text, const char *suffix) {
+  const std::size_t n = suffix != nullptr ? std::strlen(suffix) : 0;
+  return n > 0 && text.size() >= n && text.compare(text.size() - n, n, suffix) == 0;
+}
+
+// "rla (.rla), pipe (.pipe), ..." for messages.
+std::string format_list() {
+  std::string list;
+  for (const ORX_FORMAT *f : all_formats()) {
+    if (!list.empty()) list += ", ";
+    list += std::string(f->key != nullptr ? f->key : "?") + " (" +
+            (f->extension != nullptr ? f->extension : "") + ")";
+  }
+  return list;
+}
+
+// The extension of a file name ("" when it has none).
+std::string extension_of(const std::string &path) {
+  const std::size_t slash = path.find_last_of("/|> ");
+  const std::size_t dot = path.rfind('.');
+  if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return "";
+  return path.substr(dot);
+}
+
+// Library messages about the file name the tool is writing under, told with
+// the name the user gave.
+void name_final(const SafeOutput &output) {
+  const std::string &from = output.path();
+  if (from == output.final_path()) return;
+  for (std::size_t at = g_last_error.find(from); at != std::string::npos;
+       at = g_last_error.find(from, at + 1))
+    g_last_error.replace(at, from.size(), output.final_path());
+}
 
 }  // namespace
 
@@ -49,7 +87,18 @@ int complain(const std::string &what, const std::string &reason) {
     std::fprintf(stderr, "orx: %s\n", why.c_str());
   else
     std::fprintf(stderr, "orx: %s: %s\n", what.c_str(), why.c_str());
+  if (!g_hint.empty()) std::fprintf(stderr, "orx: %s\n", g_hint.c_str());
+  g_hint.clear();
   return kFailed;
+}
+
+std::vector<const ORX_FORMAT *> all_formats() {
+  std::vector<const ORX_FORMAT *> formats;
+  ORX_init(nullptr, nullptr);  // already started: rewinds ORX_info
+  while (const ORX_FORMAT *f = ORX_info()) formats.push_back(f);
+  for (const char *key : {"rla", "pipe", "mem"})
+    if (const ORX_FORMAT *f = ORX_find(key)) formats.push_back(f);
+  return formats;
 }
 
 bool Image::open_read(const std::string &path, const std::string &type) {
@@ -61,17 +110,41 @@ bool Image::open_read(const std::string &path, const std::string &type) {
   g_last_error.clear();
   object_ = ORX_open(&request, "r");
   ORX_info_cleanup(&request, 1);
+  if (object_ == nullptr && type.empty() && !path.empty() && path != "-" && path[0] != '|') {
+    // Nothing claimed the name and no format recognised the contents: the
+    // library tried its default format, whose complaint says little.
+    bool claimed = false;
+    for (const ORX_FORMAT *f : all_formats()) claimed = claimed || ends_with(path, f->extension);
+    int32_t known = 0;
+    const char *found = ORX_get_file_type(path.c_str(), nullptr, &known);
+    struct stat s;
+    if (!claimed && (found == nullptr || std::strcmp(found, "__none_") == 0) &&
+        stat(path.c_str(), &s) == 0)
+      g_hint = "no format recognises " + path + "; name its format with --type KEY (see \"orx formats\")";
+  }
   return object_ != nullptr;
 }
 
 bool Image::open_write(const std::string &path, const std::string &type, const ORX_INFO &like) {
+  if (type.empty()) {
+    bool claimed = false;
+    for (const ORX_FORMAT *f : all_formats()) claimed = claimed || ends_with(path, f->extension);
+    if (!claimed) {
+      const std::string ext = extension_of(path);
+      g_last_error = (ext.empty() ? "the name has no extension that names a format"
+                                  : "no format claims the extension \"" + ext + "\"") +
+                     "; choose one with --type KEY: " + format_list();
+      return false;
+    }
+  }
+  output_ = std::make_unique<SafeOutput>(path);
   ORX_INFO request = like;  // texts and descriptors are copied below
   request.valid = ORX_INFO_VALID;
   for (char **s : {&request.name, &request.desc, &request.program, &request.machine,
                    &request.user, &request.date, &request.time, &request.filter,
                    &request.compression})
     *s = *s != nullptr ? STR_save(*s) : nullptr;
-  request.handle = STR_save(path.c_str());
+  request.handle = STR_save(output_->path().c_str());
   request.type = type.empty() ? nullptr : STR_save(type.c_str());
   request.extension = nullptr;
   request.settings = nullptr;
@@ -92,6 +165,7 @@ bool Image::open_write(const std::string &path, const std::string &type, const O
   g_last_error.clear();
   object_ = request.images != nullptr ? ORX_open(&request, "w") : nullptr;
   ORX_info_cleanup(&request, 1);
+  if (object_ == nullptr) name_final(*output_);
   return object_ != nullptr;
 }
 
@@ -103,15 +177,33 @@ bool Image::read_row(int i, int32_t y, void ***rows) {
 }
 
 bool Image::write_row(int i, int32_t y, void **rows) {
-  if (i == 0) return ORX_scan_write(object_, y, rows) == 0;
-  return object_->scan(object_->private_cell[i], y, rows) == 0;
+  const bool ok = i == 0 ? ORX_scan_write(object_, y, rows) == 0
+                         : object_->scan(object_->private_cell[i], y, rows) == 0;
+  if (!ok && output_ != nullptr) name_final(*output_);
+  return ok;
 }
 
 bool Image::close() {
   if (object_ == nullptr) return true;
   ORX_OBJECT *o = object_;
   object_ = nullptr;
-  return ORX_close(o) == 0;
+  bool ok = ORX_close(o) == 0;
+  if (output_ != nullptr) {
+    if (!ok) name_final(*output_);
+    if (ok && !output_->commit()) {
+      g_last_error = "cannot put the written file in place as " + output_->final_path() + ": " +
+                     std::strerror(errno);
+      ok = false;
+    }
+    output_.reset();
+  }
+  return ok;
+}
+
+void Image::discard() {
+  if (object_ != nullptr) ORX_close(object_);
+  object_ = nullptr;
+  output_.reset();
 }
 
 int width_of(const ORX_IFD &ifd) { return ifd.window.right - ifd.window.left + 1; }
@@ -124,6 +216,17 @@ const ORX_CHANNELS &group_of(const ORX_IFD &ifd, int c) {
   if (c < ifd.image.count) return ifd.image;
   if (c < ifd.image.count + ifd.matte.count) return ifd.matte;
   return ifd.aux;
+}
+
+std::string channel_label(const ORX_IFD &ifd, int c) {
+  static const char *const kRgb[] = {"red", "green", "blue"};
+  if (c < ifd.image.count) {
+    const bool rgb = ifd.image.name != nullptr && std::strcmp(ifd.image.name, "rgb") == 0;
+    return rgb && c < 3 ? kRgb[c] : "image " + std::to_string(c);
+  }
+  c -= ifd.image.count;
+  if (c < ifd.matte.count) return "matte " + std::to_string(c);
+  return "aux " + std::to_string(c - ifd.matte.count);
 }
 
 double sample(const ORX_CHANNELS &g, const void *row, int x) {

@@ -2,19 +2,21 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "orx/err.h"
 #include "orx/orx.h"
 #include "orx/plugin.h"
+#include "safe_output.hpp"
 
 namespace orx::tool {
 
 // Exit statuses of every sub-command.
 constexpr int kOk = 0;
 constexpr int kDifferent = 1;  // diff: outside the thresholds
-constexpr int kFailed = 2;
+constexpr int kFailed = 2;     // also usage errors
 
 // Declares the tool's handler: warnings and errors go to standard error as
 // "orx: message"; verbose also shows information and debug notes.
@@ -25,21 +27,31 @@ void echo_errors(bool on);
 // The newest error message the library reported, or "".
 const std::string &last_error();
 
-// Prints "orx: what: reason" for a failure and returns kFailed.
+// Prints "orx: what: reason" for a failure (reason defaults to the newest
+// library error), then any hint the failure left, and returns kFailed.
 int complain(const std::string &what, const std::string &reason = "");
 
-// An image open for reading or writing; closed when it goes out of scope.
+// Every registered format: plug-ins in registry order, then the built-in
+// formats.
+std::vector<const ORX_FORMAT *> all_formats();
+
+// An image open for reading or writing.  A written file appears under its
+// name only when close() succeeds; an image that goes out of scope without
+// it leaves the old file, if any, untouched (see SafeOutput).
 class Image {
  public:
   Image() = default;
-  ~Image() { close(); }
+  ~Image() { discard(); }
   Image(const Image &) = delete;
   Image &operator=(const Image &) = delete;
 
   // Opens path for reading; type is a format key or "" to let the library
-  // choose.  False after reporting.
+  // choose.  False after reporting, with a hint to name the format when no
+  // format recognises the file.
   bool open_read(const std::string &path, const std::string &type);
-  // Opens path for writing with the descriptors and texts of like.
+  // Opens path for writing with the descriptors and texts of like.  Without
+  // a type, some format's extension must end path: the library would
+  // otherwise fall back to its default format whatever the name says.
   bool open_write(const std::string &path, const std::string &type, const ORX_INFO &like);
 
   ORX_OBJECT *get() const { return object_; }
@@ -51,11 +63,15 @@ class Image {
   bool read_row(int i, int32_t y, void ***rows);
   // Writes row y of image i from the caller's rows.
   bool write_row(int i, int32_t y, void **rows);
-  // Closes the file; false when completing it failed.
+  // Closes the file and, when writing, puts it in place; false when
+  // completing it failed.
   bool close();
+  // Closes without keeping what was written.
+  void discard();
 
  private:
   ORX_OBJECT *object_ = nullptr;
+  std::unique_ptr<SafeOutput> output_;  // when writing
 };
 
 // Width, height and channel count of a descriptor's window.
@@ -64,6 +80,9 @@ int height_of(const ORX_IFD &ifd);
 int channels_of(const ORX_IFD &ifd);
 // The group of channel c (image, matte, auxiliary, in that order).
 const ORX_CHANNELS &group_of(const ORX_IFD &ifd, int c);
+// A channel's name for people: "red", "green", "blue" for the colour
+// channels of an "rgb" group, else "image 0", "matte 0", "aux 1"...
+std::string channel_label(const ORX_IFD &ifd, int c);
 // Sample x of a channel row as a value from 0 to 1 (integers) or as stored
 // (floating point), and the reverse.
 double sample(const ORX_CHANNELS &g, const void *row, int x);
