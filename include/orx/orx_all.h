@@ -31,6 +31,7 @@
 
 #include "orx/imp.h"
 #include "orx/texture.h"
+#include "orx/operators.h"
 
 #include "orx/fmt.h"
 #include "orx/clr.h"
