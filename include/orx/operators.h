@@ -112,6 +112,46 @@ ORX_API int ORX__select_remove(ORX_OBJECT *handle);
 ORX_API ORX_OBJECT *orx__min_max_operator(ORX_OBJECT *handle, double minimum, double maximum);
 ORX_API int orx__min_max_remove(ORX_OBJECT *handle);
 
+/* --- Resampling: resize to a destination rectangle ------------------------
+ * A filter description: two kernels (functions of one double) sampled at
+ * distances measured in destination pixels, with their support widths (in
+ * destination pixels) and phase parameters, which shift the sampling point
+ * by phase x width / 2 / 3.1415927 destination pixels.  The description
+ * must outlive the layer. */
+typedef double (*ORX_KERNEL_FN)(double);
+typedef struct ORX_FILTER {
+  float x_phase, y_phase;
+  float x_width, y_width;
+  ORX_KERNEL_FN x_kernel, y_kernel;
+} ORX_FILTER;
+
+/* On a handle open for reading: pushes the cast (all groups to float), then
+ * the filter; the description's window and active window become the
+ * destination rectangle (left..right x bottom..top) while it is in place.
+ * Each output pixel is the weighted sum of the source pixels under the
+ * kernels' supports (scaled by the source-to-destination ratio), normalised
+ * by the weights' sum; a column near the right edge uses fewer taps and its
+ * own sum.  Vertically, negative results are set to 0 unless the weights of
+ * the line sum to exactly 1.0.  Output lines must be read in order, each
+ * once (the line number is not looked at).  Refused: groups that are not
+ * float after the cast, a layout other than one row per channel ("%s cannot
+ * handle ... channel type" with "symmetric separable resampling filter",
+ * -16); an empty rectangle or a width that is not positive (-19).  On a
+ * handle open for writing it reports "%s cannot handle the requested
+ * action" (-16) and pushes nothing.  ORX_close unwinds it; the remove pops
+ * the filter and the cast it pushed. */
+ORX_API ORX_OBJECT *orx__resample_operator(ORX_OBJECT *handle, const ORX_FILTER *filter,
+                                           int32_t left, int32_t right, int32_t bottom,
+                                           int32_t top);
+ORX_API int orx__resample_remove(ORX_OBJECT *handle);
+
+/* The kernel library, by name: "box" (width 1), "triangle" (2), "gaussian"
+ * (sigma 0.5, width 3), "mitchell" (b = c = 1/3, width 4), "catmull-rom"
+ * (width 4), "lanczos3" (width 6); phases 0.  NULL for another name.
+ * ORX_filter_name lists the names (index 0, 1, ...; NULL after the last). */
+ORX_API const ORX_FILTER *ORX_filter_find(const char *name);
+ORX_API const char *ORX_filter_name(int32_t index);
+
 /* --- Description checks shared by the 8-bit operators -----------------------
  * For image index image of handle: the group must be integer ("%s cannot
  * handle image channel type", or matte, auxiliary) and at most 8 bits wide

@@ -1,0 +1,296 @@
+// The symmetric separable resampling filter: every output pixel a
+// normalised weighted sum over source pixels, the weights sampled from the
+// caller's horizontal and vertical kernels.  Horizontal weights are made
+// once; each source row is read and filtered horizontally at most once while
+// it stays in a cache of the rows the vertical support needs.
+#include <cstring>
+#include <initializer_list>
+#include <utility>
+
+#include "err/messages.hpp"
+#include "operators/layer.hpp"
+#include "orx/err.h"
+#include "orx/operators.h"
+
+namespace orx::operators {
+namespace {
+
+constexpr const char *kName = "symmetric separable resampling filter";
+constexpr float kPi = 3.1415927f;
+
+struct CachedRow {
+  int32_t line;  // source row held, -1 when empty
+  void **rows;   // filtered horizontally: Wd floats per channel
+};
+
+struct ResampleRecord {
+  LayerHeader header;
+  ORX_WINDOW window, active;  // the description's, restored on close
+  int32_t source_width, dest_width;
+  float source_top;           // source height - 1
+  int32_t source_bottom;      // line number of source row 0
+  float wx, wy, hx, hy;
+  float cy;                   // vertical centre of the next output line
+  float ox, oy;
+  float rx, ry;
+  float vertical_sum;
+  float current_row;
+  int32_t taps;               // Tx: weights per column
+  int32_t cached;             // Ty
+  int32_t channels;
+  float *weights;             // taps x Wd
+  int32_t *first_tap;         // source column of each column's first weight
+  int32_t *tap_count;
+  float *normalisers;         // 1 / sum of each column's weights
+  CachedRow *cache;           // a ring: head is cache[head]
+  int32_t head;
+  void **out;
+  const ORX_FILTER *filter;
+  bool pushed_cast;
+};
+
+float *row_of(void **rows, int32_t c) { return static_cast<float *>(rows[c]); }
+
+// Filter one source row (Ws floats per channel) into Wd floats per channel.
+void filter_row(const ResampleRecord &r, void **source, void **dest) {
+  for (int32_t c = 0; c < r.channels; ++c) {
+    const float *in = row_of(source, c);
+    float *out = row_of(dest, c);
+    for (int32_t j = 0; j < r.dest_width; ++j) {
+      const float *w = r.weights + static_cast<std::size_t>(j) * r.taps;
+      const float *s = in + r.first_tap[j];
+      float sum = 0.0f;
+      for (int32_t t = 0; t < r.tap_count[j]; ++t) sum += w[t] * s[t];
+      out[j] = sum * r.normalisers[j];
+    }
+  }
+}
+
+int resample_scan(void *data, int32_t, void *rows) {
+  if (data == nullptr) return locked();
+  ResampleRecord &r = *static_cast<ResampleRecord *>(data);
+  for (int32_t c = 0; c < r.channels; ++c)
+    std::memset(r.out[c], 0, sizeof(float) * static_cast<std::size_t>(r.dest_width));
+  r.vertical_sum = 0.0f;
+  const float low = r.cy - r.ry * r.hy;
+  const int32_t first = low < 0.0f ? 0 : static_cast<int32_t>(low);
+  const float high = r.cy + r.ry * r.hy;
+  const float last = high < r.source_top ? high : r.source_top;
+  // Bring a cached copy of the first row needed to the head.
+  for (int32_t i = 0; i < r.cached && r.cache[r.head].line != first; ++i)
+    r.head = (r.head + 1) % r.cached;
+  r.current_row = static_cast<float>(first);
+  const float step = 1.0f / r.ry;
+  for (auto s = static_cast<int32_t>(r.current_row); static_cast<float>(s) <= last; ++s) {
+    CachedRow &entry = r.cache[r.head];
+    if (entry.line != s) {
+      void **source = nullptr;
+      // A read error of the layer below is not detected: the row is
+      // filtered from whatever the rows hold.
+      if (forward(&r.header, r.source_bottom + s, &source) >= 0 && source != nullptr)
+        filter_row(r, source, entry.rows);
+      entry.line = s;
+    }
+    const auto w = static_cast<float>(r.filter->y_kernel((static_cast<float>(s) - r.cy) * step + r.oy));
+    if (w != 0.0f) {
+      for (int32_t c = 0; c < r.channels; ++c) {
+        float *out = row_of(r.out, c);
+        const float *in = row_of(entry.rows, c);
+        for (int32_t j = 0; j < r.dest_width; ++j) out[j] += w * in[j];
+      }
+      r.vertical_sum += w;
+    }
+    r.current_row += 1.0f;
+    r.head = (r.head + 1) % r.cached;  // the entry goes to the tail
+  }
+  r.cy += r.ry;
+  // Deliberately no clamping at all when the weights sum to exactly 1.0.
+  if (r.vertical_sum != 1.0f) {
+    const float scale = r.vertical_sum != 0.0f ? 1.0f / r.vertical_sum : 0.0f;
+    for (int32_t c = 0; c < r.channels; ++c) {
+      float *out = row_of(r.out, c);
+      for (int32_t j = 0; j < r.dest_width; ++j) {
+        const float v = out[j] * scale;
+        out[j] = v < 0.0f ? 0.0f : v;
+      }
+    }
+  }
+  *static_cast<void ***>(rows) = r.out;
+  return 0;
+}
+
+void free_record(ResampleRecord *r) {
+  if (r == nullptr) return;
+  for (int32_t i = 0; r->cache != nullptr && i < r->cached; ++i) orx__chan_free(r->cache[i].rows);
+  for (void *p : {static_cast<void *>(r->cache), static_cast<void *>(r->weights),
+                  static_cast<void *>(r->first_tap), static_cast<void *>(r->tap_count),
+                  static_cast<void *>(r->normalisers)})
+    ERR_free(p);
+  orx__chan_free(r->out);
+  ERR_free(r);
+}
+
+void release(ORX_OBJECT *handle, LayerHeader *header) {
+  auto *r = reinterpret_cast<ResampleRecord *>(header);
+  ORX_IFD &d = handle->info.images[0];
+  d.window = r->window;
+  d.active = r->active;
+  free_record(r);
+}
+
+int resample_close(ORX_OBJECT *handle, intptr_t argument) {
+  return close_layer(handle, argument, resample_close, release);
+}
+
+// The horizontal weights of every destination column; false when a column
+// needs more taps than were allowed for.
+void make_weights(ResampleRecord &r) {
+  float c = (r.rx - 1.0f) * 0.5f;
+  float low = c - r.rx * r.hx;
+  float high = c + r.rx * r.hx;
+  const float step = 1.0f / r.rx;
+  const auto right = static_cast<float>(r.source_width - 1);
+  for (int32_t j = 0; j < r.dest_width; ++j) {
+    const int32_t first = low < 0.0f ? 0 : static_cast<int32_t>(low);
+    const float last = high < right ? high : right;
+    float *w = r.weights + static_cast<std::size_t>(j) * r.taps;
+    float sum = 0.0f;
+    int32_t n = 0;
+    for (int32_t s = first; static_cast<float>(s) <= last && n < r.taps; ++s, ++n) {
+      w[n] = static_cast<float>(r.filter->x_kernel((static_cast<float>(s) - c) * step + r.ox));
+      sum += w[n];
+    }
+    r.first_tap[j] = first;
+    r.tap_count[j] = n;
+    // A column whose kernel weights sum to 0 (an enlargement with a support
+    // narrower than a source pixel) gives 0, not the 0/0 of the formula.
+    r.normalisers[j] = sum != 0.0f ? 1.0f / sum : 0.0f;
+    c += r.rx;
+    low += r.rx;
+    high = last + r.rx;  // from this column's clamped bound, deliberately
+  }
+}
+
+int32_t larger(int32_t a, int32_t b) { return a > b ? a : b; }
+
+// ERR_malloc for a size that may not fit its 32-bit argument (null, and
+// reported, when it does not).
+void *allocate(uint64_t bytes) {
+  if (bytes > UINT32_MAX) {
+    report(Msg::kNoMemory);
+    return nullptr;
+  }
+  return ERR_malloc(static_cast<uint32_t>(bytes));
+}
+
+ORX_OBJECT *read_install(ORX_OBJECT *handle, const ORX_FILTER *filter, ORX_WINDOW dest) {
+  ORX_IFD &d = handle->info.images[0];
+  const ORX_SCAN_FN before = handle->scan;
+  orx__cast_operator(handle);
+  if (orx__err != 0) return handle;  // the cast could not be had
+  const bool pushed_cast = handle->scan != before;
+  const auto undo_cast = [&] {
+    if (pushed_cast) orx__cast_remove(handle);
+  };
+  int refused = 0;
+  const std::pair<const ORX_CHANNELS *, Msg> groups[] = {
+      {&d.image, Msg::kImageType}, {&d.matte, Msg::kMatteType}, {&d.aux, Msg::kAuxType}};
+  for (const auto &[g, message] : groups)
+    if (g->count > 0 && g->type != ORX_C_FLOAT) refused = fail(ORX_E_UNSUPPORTED, message, kName);
+  if (d.pixel_flags != 1) refused = orx__err = ORX_E_UNSUPPORTED;
+  if (refused != 0) {
+    undo_cast();
+    orx__err = ORX_E_UNSUPPORTED;
+    return handle;
+  }
+  auto *r = static_cast<ResampleRecord *>(ERR_malloc(sizeof(ResampleRecord)));
+  if (r == nullptr) {
+    undo_cast();
+    orx__err = ORX_E_NO_MEMORY;
+    return handle;
+  }
+  *r = ResampleRecord{};
+  r->filter = filter;
+  r->pushed_cast = pushed_cast;
+  r->window = d.window;
+  r->active = d.active;
+  r->source_width = d.window.right - d.window.left + 1;
+  const int32_t source_height = d.window.top - d.window.bottom + 1;
+  r->source_bottom = d.window.bottom;
+  r->dest_width = dest.right - dest.left + 1;
+  const int32_t dest_height = dest.top - dest.bottom + 1;
+  r->source_top = static_cast<float>(source_height - 1);
+  r->wx = filter->x_width;
+  r->wy = filter->y_width;
+  r->hx = r->wx * 0.5f;
+  r->hy = r->wy * 0.5f;
+  r->rx = static_cast<float>(r->source_width) / static_cast<float>(r->dest_width);
+  r->ry = static_cast<float>(source_height) / static_cast<float>(dest_height);
+  r->cy = (r->ry - 1.0f) * 0.5f;
+  r->ox = (filter->x_phase * r->wx * 0.5f) / kPi;
+  r->oy = (filter->y_phase * r->wy * 0.5f) / kPi;
+  r->taps = larger(static_cast<int32_t>(r->wx), static_cast<int32_t>((r->rx + 1.0f) * r->wx)) + 1;
+  r->cached = larger(larger(static_cast<int32_t>(r->wy), static_cast<int32_t>((r->ry + 1.0f) * r->wy)), 1);
+  r->channels = (d.image.count > 0 ? d.image.count : 0) + (d.matte.count > 0 ? d.matte.count : 0) +
+                (d.aux.count > 0 ? d.aux.count : 0);
+  const auto wd = static_cast<uint64_t>(r->dest_width);
+  r->weights = static_cast<float *>(allocate(sizeof(float) * wd * static_cast<uint64_t>(r->taps)));
+  r->first_tap = static_cast<int32_t *>(allocate(sizeof(int32_t) * wd));
+  r->tap_count = static_cast<int32_t *>(allocate(sizeof(int32_t) * wd));
+  r->normalisers = static_cast<float *>(allocate(sizeof(float) * wd));
+  r->cache = static_cast<CachedRow *>(allocate(sizeof(CachedRow) * static_cast<uint64_t>(r->cached)));
+  bool ok = r->weights && r->first_tap && r->tap_count && r->normalisers && r->cache;
+  for (int32_t i = 0; r->cache != nullptr && i < r->cached; ++i) r->cache[i] = CachedRow{-1, nullptr};
+  for (int32_t i = 0; ok && i < r->cached; ++i)
+    ok = (r->cache[i].rows = orx__chan_alloc(&d, r->dest_width, kName)) != nullptr;
+  if (ok) ok = (r->out = orx__chan_alloc(&d, r->dest_width, kName)) != nullptr;
+  if (!ok) {
+    const bool reported = orx__err != ORX_E_NO_MEMORY;  // ERR_malloc reports, the buffers do not
+    free_record(r);
+    undo_cast();
+    if (!reported) no_memory();
+    orx__err = ORX_E_NO_MEMORY;
+    return handle;
+  }
+  make_weights(*r);
+  const float start = (r->ry - 1.0f) * 0.5f - r->ry * r->hy;
+  r->current_row = start < 0.0f ? 0.0f : static_cast<float>(static_cast<int32_t>(start));
+  d.window = d.active = dest;
+  push(handle, &r->header, kResample, resample_scan, resample_close);
+  return handle;
+}
+
+}  // namespace
+}  // namespace orx::operators
+
+using namespace orx::operators;
+
+extern "C" {
+
+ORX_OBJECT *orx__resample_operator(ORX_OBJECT *handle, const ORX_FILTER *filter, int32_t left,
+                                   int32_t right, int32_t bottom, int32_t top) {
+  orx__err = 0;
+  if (handle == nullptr || filter == nullptr || filter->x_kernel == nullptr ||
+      filter->y_kernel == nullptr || handle->info.images == nullptr || handle->info.image_count < 1)
+    return handle;
+  if (right < left || top < bottom || !(filter->x_width > 0.0f) || !(filter->y_width > 0.0f)) {
+    orx__err = ORX_E_DIMENSIONS;
+    return handle;
+  }
+  if (handle->access == ORX_ACCESS_READ) return read_install(handle, filter, ORX_WINDOW{left, right, bottom, top});
+  if (handle->access == ORX_ACCESS_WRITE) {
+    // Resizing while writing is not available yet: say so and leave it.
+    orx::fail(ORX_E_UNSUPPORTED, orx::Msg::kCannotHandleAction, kName);
+  }
+  return handle;
+}
+
+int orx__resample_remove(ORX_OBJECT *handle) {
+  LayerHeader *top = orx::operators::top(handle, resample_close);
+  const bool pushed_cast = top != nullptr && reinterpret_cast<ResampleRecord *>(top)->pushed_cast;
+  const int removed = remove(handle, resample_close, release);
+  if (removed == 1 && pushed_cast) orx__cast_remove(handle);
+  return removed;
+}
+
+}  // extern "C"
