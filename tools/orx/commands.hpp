@@ -41,6 +41,13 @@ struct PatternOptions {
 };
 int run_pattern(const PatternOptions &options);
 
+struct ResizeOptions {
+  std::string in, out, type, size, filter = "lanczos3";
+  double scale = 0.0;
+  bool fit = false;
+};
+int run_resize(const ResizeOptions &options);
+
 struct MaketxOptions {
   std::string in, out, type = "color", filter = "box";
 };

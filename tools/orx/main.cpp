@@ -68,6 +68,17 @@ int main(int argc, char **argv) {
   pattern_cmd->add_option("--channels", pattern.channels, "Colour channels, 1 to 3 (default 3)");
   pattern_cmd->add_flag("--matte", pattern.matte, "Add a matte channel");
 
+  ResizeOptions resize;
+  auto *resize_cmd = app.add_subcommand("resize", "Resize a file's first image");
+  resize_cmd->add_option("in", resize.in, "Input image")->required();
+  resize_cmd->add_option("out", resize.out, "File to write")->required();
+  resize_cmd->add_option("--size", resize.size, "Size of the result, WxH");
+  resize_cmd->add_option("--scale", resize.scale, "Size of the result as a factor of the input's");
+  resize_cmd->add_option("--filter", resize.filter, "Kernel: box, triangle, gaussian, mitchell, "
+                                                    "catmull-rom or lanczos3 (default)");
+  resize_cmd->add_flag("--fit", resize.fit, "With --size: keep the shape, fit inside WxH");
+  resize_cmd->add_option("--type", resize.type, "Format key of the output");
+
   MaketxOptions maketx;
   auto *maketx_cmd = app.add_subcommand("maketx", "Make a mipmap texture of a file's first image");
   maketx_cmd->add_option("in", maketx.in, "Input image")->required();
@@ -115,6 +126,7 @@ int main(int argc, char **argv) {
   if (*pattern_cmd) status = run_pattern(pattern);
   if (*res_cmd) status = run_res(res);
   if (*maketx_cmd) status = run_maketx(maketx);
+  if (*resize_cmd) status = run_resize(resize);
   if (*swatch_cmd) status = run_swatch(swatch);
   stop_library();
   return status;
