@@ -9,9 +9,11 @@
 #include <type_traits>
 
 // Row kernels are built twice on x86-64, for AVX2 and for the baseline, and
-// the loader picks one for the machine it runs on: the library stays
+// the loader picks one for the machine it runs on (with GCC, whose clones
+// may be templates): the library stays
 // portable and still gets the wider vectors where they exist.
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(__SANITIZE_ADDRESS__)
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) && \
+    !defined(__SANITIZE_ADDRESS__)
 #define ORX_ROW_KERNEL __attribute__((target_clones("avx2", "default")))
 #else
 #define ORX_ROW_KERNEL
