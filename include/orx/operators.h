@@ -152,6 +152,24 @@ ORX_API int orx__resample_remove(ORX_OBJECT *handle);
 ORX_API const ORX_FILTER *ORX_filter_find(const char *name);
 ORX_API const char *ORX_filter_name(int32_t index);
 
+/* --- Colour transforms: float RGB to other primaries, or to XYZ -----------
+ * Push the cast when the image is not float, then a layer multiplying the
+ * first three image channels (read as red, green, blue) by a 3x3 matrix
+ * (orx/matrix.h) over the whole window.  The source space is the request
+ * record's red, green, blue and white chromaticities.
+ * rgb: to the target chromaticities (xr yr xg yg xb yb xw yw), with
+ * Bradford adaptation when the white points differ; the record then carries
+ * the target chromaticities (restored when the layer comes off).  Nothing is
+ * pushed when the target equals the source.
+ * xyz: to CIE XYZ (to_xyz non-zero) or from XYZ back to the record's RGB.
+ * Refused with fewer than three image channels or another layout
+ * ("color transform operator cannot handle image channel type", -16),
+ * degenerate chromaticities (-4), or on a handle open for writing (nothing
+ * pushed).  The remove also takes off the cast it pushed. */
+ORX_API ORX_OBJECT *orx__rgb_transform_operator(ORX_OBJECT *handle, const float target[8]);
+ORX_API ORX_OBJECT *orx__xyz_transform_operator(ORX_OBJECT *handle, int32_t to_xyz);
+ORX_API int orx__colour_transform_remove(ORX_OBJECT *handle);
+
 /* --- Description checks shared by the 8-bit operators -----------------------
  * For image index image of handle: the group must be integer ("%s cannot
  * handle image channel type", or matte, auxiliary) and at most 8 bits wide

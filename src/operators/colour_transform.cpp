@@ -1,0 +1,131 @@
+// The colour transform operators: float RGB to other primaries and white
+// point, or to CIE XYZ and back, through one 3x3 matrix per layer.
+#include <cstring>
+
+#include "err/messages.hpp"
+#include "operators/layer.hpp"
+#include "orx/err.h"
+#include "orx/matrix.h"
+#include "orx/operators.h"
+
+namespace orx::operators {
+namespace {
+
+constexpr int32_t kColourTransform = 30;
+
+struct ColourRecord {
+  LayerHeader header;
+  float m[9];              // row-major 3x3
+  int32_t width;
+  float saved[4][3];       // the request's red, green, blue, white
+  bool pushed_cast;
+};
+
+int colour_scan(void *data, int32_t line, void *rows) {
+  if (data == nullptr) return locked();
+  const ColourRecord &r = *static_cast<ColourRecord *>(data);
+  const int status = forward(&r.header, line, rows);
+  if (status < 0) return status;
+  void **channels = *static_cast<void ***>(rows);
+  // The cast's rows: float and float-aligned.
+  float *red = static_cast<float *>(channels[0]), *green = static_cast<float *>(channels[1]),
+        *blue = static_cast<float *>(channels[2]);
+  const float *m = r.m;
+  for (int32_t x = 0; x < r.width; ++x) {
+    const float a = red[x], b = green[x], c = blue[x];
+    red[x] = m[0] * a + m[1] * b + m[2] * c;
+    green[x] = m[3] * a + m[4] * b + m[5] * c;
+    blue[x] = m[6] * a + m[7] * b + m[8] * c;
+  }
+  return status;
+}
+
+void set_chromaticities(ORX_INFO &info, const float c[8]) {
+  float *fields[] = {info.red, info.green, info.blue, info.white};
+  for (int i = 0; i < 4; ++i) {
+    fields[i][0] = c[2 * i];
+    fields[i][1] = c[2 * i + 1];
+    fields[i][2] = 1.0f - c[2 * i] - c[2 * i + 1];
+  }
+}
+
+void release(ORX_OBJECT *handle, LayerHeader *header) {
+  auto *r = reinterpret_cast<ColourRecord *>(header);
+  float *fields[] = {handle->info.red, handle->info.green, handle->info.blue, handle->info.white};
+  for (int i = 0; i < 4; ++i) std::memcpy(fields[i], r->saved[i], sizeof r->saved[i]);
+  const bool pushed_cast = r->pushed_cast;
+  ERR_free(r);
+  if (pushed_cast) orx__cast_remove(handle);
+}
+
+int colour_close(ORX_OBJECT *handle, intptr_t argument) {
+  return close_layer(handle, argument, colour_close, release);
+}
+
+// Push the layer with matrix m (4x4, of which the 3x3 part is used); the
+// description then carries target (NULL: unchanged).
+ORX_OBJECT *install(ORX_OBJECT *handle, const float m[16], const float *target) {
+  ORX_IFD &d = handle->info.images[0];
+  const ORX_SCAN_FN before = handle->scan;
+  orx__cast_operator(handle);
+  if (orx__err != 0) return handle;
+  const bool pushed_cast = handle->scan != before;
+  if (d.image.count < 3 || d.image.type != ORX_C_FLOAT || d.pixel_flags != 1) {
+    if (pushed_cast) orx__cast_remove(handle);
+    fail(ORX_E_UNSUPPORTED, Msg::kImageType, "color transform operator");
+    return handle;
+  }
+  auto *r = static_cast<ColourRecord *>(ERR_malloc(sizeof(ColourRecord)));
+  if (r == nullptr) {
+    if (pushed_cast) orx__cast_remove(handle);
+    orx__err = ORX_E_NO_MEMORY;
+    return handle;
+  }
+  *r = ColourRecord{};
+  for (int i = 0; i < 9; ++i) r->m[i] = m[(i / 3) * 4 + i % 3];
+  r->width = d.window.right - d.window.left + 1;
+  r->pushed_cast = pushed_cast;
+  const float *fields[] = {handle->info.red, handle->info.green, handle->info.blue, handle->info.white};
+  for (int i = 0; i < 4; ++i) std::memcpy(r->saved[i], fields[i], sizeof r->saved[i]);
+  if (target != nullptr) set_chromaticities(handle->info, target);
+  push(handle, &r->header, kColourTransform, colour_scan, colour_close);
+  return handle;
+}
+
+bool usable(const ORX_OBJECT *handle) {
+  return handle != nullptr && handle->info.images != nullptr && handle->info.image_count >= 1 &&
+         handle->access == ORX_ACCESS_READ;
+}
+
+}  // namespace
+}  // namespace orx::operators
+
+using namespace orx::operators;
+
+extern "C" {
+
+ORX_OBJECT *orx__rgb_transform_operator(ORX_OBJECT *handle, const float target[8]) {
+  orx__err = 0;
+  if (!usable(handle) || target == nullptr) return handle;
+  float source[8], m[16];
+  ORX_chromaticities_of_info(&handle->info, source);
+  if (std::memcmp(source, target, sizeof source) == 0) return handle;  // nothing to change
+  if (ORX_matrix_rgb_to_rgb(source, target, m) != 0) return handle;
+  return install(handle, m, target);
+}
+
+ORX_OBJECT *orx__xyz_transform_operator(ORX_OBJECT *handle, int32_t to_xyz) {
+  orx__err = 0;
+  if (!usable(handle)) return handle;
+  float source[8], m[16];
+  ORX_chromaticities_of_info(&handle->info, source);
+  if ((to_xyz != 0 ? ORX_matrix_rgb_to_xyz(source, m) : ORX_matrix_xyz_to_rgb(source, m)) != 0)
+    return handle;
+  return install(handle, m, nullptr);
+}
+
+int orx__colour_transform_remove(ORX_OBJECT *handle) {
+  return remove(handle, colour_close, release);
+}
+
+}  // extern "C"

@@ -1,0 +1,84 @@
+// The rgb and xyz transforms through real RLA images, against the matrices.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+
+#include "operator_images.hpp"
+#include "orx/matrix.h"
+#include "orx/operators.h"
+#include "support/fixtures.hpp"
+
+namespace {
+
+using namespace orx::test;
+
+class ColourTransform : public CleanErrors {
+ protected:
+  void TearDown() override {
+    ORX_exit();
+    CleanErrors::TearDown();
+  }
+  TempDir dir_;
+};
+
+constexpr float kWide[8] = {0.7347f, 0.2653f, 0.1152f, 0.8264f, 0.1566f, 0.0177f, 0.3457f, 0.3585f};
+
+TEST_F(ColourTransform, PixelsFollowTheMatricesAndTheRecordTheTarget) {
+  Groups g;
+  g.image = {nullptr, 3, ORX_C_FLOAT, 32, 0};
+  const std::string path = dir_.file("c.rla");
+  write_image(path, g, [](int c, int32_t x, int32_t y) { return 0.1 * c + 0.05 * x + 0.01 * y; });
+  ORX_OBJECT *h = open_image(path);
+  ASSERT_NE(h, nullptr);
+  float source[8], m[16];
+  ORX_chromaticities_of_info(&h->info, source);
+  const auto pixel = [&](int32_t x, int32_t y) {
+    return std::array<float, 3>{float(read_sample(h, y, 0, x)), float(read_sample(h, y, 1, x)),
+                                float(read_sample(h, y, 2, x))};
+  };
+  const auto plain = pixel(3, 2);
+  orx__rgb_transform_operator(h, kWide);
+  ASSERT_EQ(orx__err, 0);
+  EXPECT_FLOAT_EQ(h->info.red[0], kWide[0]);
+  ASSERT_EQ(ORX_matrix_rgb_to_rgb(source, kWide, m), 0);
+  float want[3];
+  ORX_matrix_transform(m, plain.data(), want);
+  const auto wide = pixel(3, 2);
+  for (int c = 0; c < 3; ++c) EXPECT_NEAR(wide[std::size_t(c)], want[c], 1e-6);
+  // And back again on top: the identity.
+  orx__rgb_transform_operator(h, source);
+  const auto back = pixel(3, 2);
+  for (int c = 0; c < 3; ++c) EXPECT_NEAR(back[std::size_t(c)], plain[std::size_t(c)], 1e-5);
+  EXPECT_EQ(orx__colour_transform_remove(h), 1);
+  EXPECT_EQ(orx__colour_transform_remove(h), 1);
+  EXPECT_FLOAT_EQ(h->info.red[0], source[0]);
+  orx__xyz_transform_operator(h, 1);
+  ASSERT_EQ(ORX_matrix_rgb_to_xyz(source, m), 0);
+  ORX_matrix_transform(m, plain.data(), want);
+  const auto xyz = pixel(3, 2);
+  for (int c = 0; c < 3; ++c) EXPECT_NEAR(xyz[std::size_t(c)], want[c], 1e-6);
+  EXPECT_EQ(ORX_close(h), 0);
+}
+
+TEST_F(ColourTransform, IntegerImagesAreCastAndShortOnesRefused) {
+  Groups g;  // 8-bit rgb
+  const std::string path = dir_.file("i.rla");
+  write_image(path, g, [](int, int32_t, int32_t) { return 255; });
+  ORX_OBJECT *h = open_image(path);
+  orx__rgb_transform_operator(h, kWide);
+  EXPECT_EQ(h->info.images[0].image.type, ORX_C_FLOAT);
+  EXPECT_EQ(orx__colour_transform_remove(h), 1);
+  EXPECT_EQ(h->info.images[0].image.type, ORX_C_INTEGER);  // the cast came off with it
+  ORX_close(h);
+  g.image.count = 1;
+  write_image(path, g, [](int, int32_t, int32_t) { return 1; });
+  h = open_image(path);
+  const ORX_SCAN_FN plain = h->scan;
+  orx__xyz_transform_operator(h, 1);
+  EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED);
+  EXPECT_EQ(h->scan, plain);
+  ORX_close(h);
+}
+
+}  // namespace
