@@ -33,6 +33,12 @@ TEST(OrxCopyOperators, DepthGammaImageRangeAndClamp) {
   EXPECT_EQ(orx("copy f.rla r.rla --range 0.25,1.0"), 2);
   EXPECT_EQ(orx("copy p.rla x.rla --depth int12"), 2);
 
+  ASSERT_EQ(orx("copy p.rla w.rla --primaries 0.7347,0.2653,0.1152,0.8264,0.1566,0.0177,0.3457,0.3585"), 0);
+  ASSERT_EQ(orx("info w.rla"), 0);
+  EXPECT_NE(log().find("white       0.3457 0.3585"), std::string::npos) << log();
+  EXPECT_EQ(orx("copy p.rla n.rla --primaries ntsc --xyz"), 0);
+  EXPECT_EQ(orx("copy p.rla n.rla --primaries nowhere"), 2);
+
   ASSERT_EQ(orx("maketx p.rla t.rla"), 0);
   ASSERT_EQ(orx("copy t.rla level2.rla --image 2"), 0);
   ASSERT_EQ(orx("info level2.rla"), 0);

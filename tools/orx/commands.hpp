@@ -21,6 +21,8 @@ struct CopyOptions {
   int image = -1;        // the one image of a multi-image file to copy
   std::string range;     // "MIN,MAX": min-max of 8-bit data
   bool clamp = false;    // gamut clamp of float data
+  std::string primaries; // a framebuffer's name or xr,yr,xg,yg,xb,yb,xw,yw
+  bool xyz = false;      // to CIE XYZ
 };
 // Layers the copy options onto a handle open for reading; false with the
 // reason in *why when one of them cannot apply.

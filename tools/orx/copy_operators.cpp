@@ -5,6 +5,7 @@
 
 #include "commands.hpp"
 #include "orx/err.h"
+#include "orx/matrix.h"
 #include "orx/operators.h"
 #include "tool.hpp"
 
@@ -34,7 +35,8 @@ std::string reason(const char *fallback) {
 }  // namespace
 
 bool apply_operators(ORX_OBJECT *in, const CopyOptions &o, std::string *why) {
-  const bool any = !o.depth.empty() || o.gamma > 0.0 || o.image >= 0 || !o.range.empty() || o.clamp;
+  const bool any = !o.depth.empty() || o.gamma > 0.0 || o.image >= 0 || !o.range.empty() ||
+                   o.clamp || !o.primaries.empty() || o.xyz;
   if (!any) return true;
   int32_t type = 0, bits = 0;
   if (!o.depth.empty() && !parse_depth(o.depth, &type, &bits)) {
@@ -65,9 +67,23 @@ bool apply_operators(ORX_OBJECT *in, const CopyOptions &o, std::string *why) {
     orx__min_max_operator(in, low, high);
     if (orx__err != 0) return *why = reason("--range needs 8-bit data"), false;
   }
-  if (!o.depth.empty() || o.clamp) {
+  if (!o.depth.empty() || o.clamp || !o.primaries.empty() || o.xyz) {
     orx__cast_operator(in);
     if (orx__err != 0) return *why = reason("out of memory"), false;
+  }
+  if (!o.primaries.empty()) {
+    float target[8];
+    if (std::sscanf(o.primaries.c_str(), "%f,%f,%f,%f,%f,%f,%f,%f", &target[0], &target[1],
+                    &target[2], &target[3], &target[4], &target[5], &target[6], &target[7]) != 8 &&
+        ORX_chromaticities_of_framebuffer(o.primaries.c_str(), target) != 0)
+      return *why = "--primaries: no framebuffer \"" + o.primaries +
+                    "\" and not eight chromaticities", false;
+    orx__rgb_transform_operator(in, target);
+    if (orx__err != 0) return *why = reason("--primaries needs three colour channels"), false;
+  }
+  if (o.xyz) {
+    orx__xyz_transform_operator(in, 1);
+    if (orx__err != 0) return *why = reason("--xyz needs three colour channels"), false;
   }
   if (o.clamp) orx__clamp_operator(in);
   if (type == ORX_C_INTEGER) {

@@ -39,6 +39,9 @@ int main(int argc, char **argv) {
   copy_cmd->add_option("--gamma", copy.gamma, "Gamma-correct 8-bit images to gamma G");
   copy_cmd->add_option("--image", copy.image, "Copy only image N of a multi-image file");
   copy_cmd->add_option("--range", copy.range, "Map 8-bit samples into MIN,MAX (0..1)");
+  copy_cmd->add_option("--primaries", copy.primaries,
+                       "Convert to these primaries: a framebuffer name or xr,yr,xg,yg,xb,yb,xw,yw");
+  copy_cmd->add_flag("--xyz", copy.xyz, "Convert RGB to CIE XYZ");
   copy_cmd->add_flag("--clamp", copy.clamp, "Clip float samples to 0..1 (premultiplied for rgb)");
 
   DiffOptions diff;
