@@ -78,17 +78,12 @@ extern "C" {
 
 ORX_OBJECT *orx__cast_operator(ORX_OBJECT *handle) {
   orx__err = 0;
-  if (handle == nullptr || handle->info.images == nullptr || handle->info.image_count < 1)
-    return handle;
+  if (!has_image(handle)) return handle;
   ORX_IFD &d = handle->info.images[0];
   if (d.image.type == ORX_C_FLOAT && d.matte.type == ORX_C_FLOAT && d.aux.type == ORX_C_FLOAT)
     return handle;
-  auto *r = static_cast<CastRecord *>(ERR_malloc(sizeof(CastRecord)));
-  if (r == nullptr) {
-    orx__err = ORX_E_NO_MEMORY;
-    return handle;
-  }
-  *r = CastRecord{};
+  auto *r = new_record<CastRecord>();
+  if (r == nullptr) return handle;
   r->width = d.window.right - d.window.left + 1;
   r->gamma = d.curve.gamma;
   for (int g = 0; g < 3; ++g) {

@@ -136,8 +136,7 @@ extern "C" {
 
 ORX_OBJECT *orx__clamp_operator(ORX_OBJECT *handle) {
   orx__err = 0;
-  if (handle == nullptr || handle->info.images == nullptr || handle->info.image_count < 1)
-    return handle;
+  if (!has_image(handle)) return handle;
   const ORX_IFD &d = handle->info.images[0];
   if (d.image.type == ORX_C_INTEGER || d.matte.type == ORX_C_INTEGER || d.image.count == 0 ||
       d.matte.count == 0)
@@ -149,12 +148,8 @@ ORX_OBJECT *orx__clamp_operator(ORX_OBJECT *handle) {
                         : d.image.type == ORX_C_FLOAT  ? choose<float>(rgb, d.pixel_flags)
                                                        : nullptr;
   if (clamp == nullptr) return handle;  // no such layout: the layer would come off at once
-  auto *r = static_cast<ClampRecord *>(ERR_malloc(sizeof(ClampRecord)));
-  if (r == nullptr) {
-    orx__err = ORX_E_NO_MEMORY;
-    return handle;
-  }
-  *r = ClampRecord{};
+  auto *r = new_record<ClampRecord>();
+  if (r == nullptr) return handle;
   r->active_width = d.active.right - d.active.left + 1;
   r->x_offset = d.active.left - d.window.left;
   r->image_count = d.image.count;

@@ -75,13 +75,12 @@ ORX_OBJECT *install(ORX_OBJECT *handle, const float m[16], const float *target) 
     fail(ORX_E_UNSUPPORTED, Msg::kImageType, "color transform operator");
     return handle;
   }
-  auto *r = static_cast<ColourRecord *>(ERR_malloc(sizeof(ColourRecord)));
+  auto *r = new_record<ColourRecord>();
   if (r == nullptr) {
     if (pushed_cast) orx__cast_remove(handle);
     orx__err = ORX_E_NO_MEMORY;
     return handle;
   }
-  *r = ColourRecord{};
   for (int i = 0; i < 9; ++i) r->m[i] = m[(i / 3) * 4 + i % 3];
   r->width = d.window.right - d.window.left + 1;
   r->pushed_cast = pushed_cast;

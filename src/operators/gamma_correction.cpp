@@ -99,12 +99,8 @@ ORX_OBJECT *orx__gamma_operator(ORX_OBJECT *handle, const ORX_RESPONSE_CURVE *ta
   if (d.curve.kind == ORX_CURVE_PARAMETRIC && target->kind == ORX_CURVE_PARAMETRIC &&
       d.curve.gamma == target->gamma)
     return handle;
-  auto *r = static_cast<GammaRecord *>(ERR_malloc(sizeof(GammaRecord)));
-  if (r == nullptr) {
-    orx__err = ORX_E_NO_MEMORY;
-    return handle;
-  }
-  *r = GammaRecord{};
+  auto *r = new_record<GammaRecord>();
+  if (r == nullptr) return handle;
   r->first_line = d.active.bottom;
   r->last_line = d.active.top;
   r->x_offset = d.active.left - d.window.left;

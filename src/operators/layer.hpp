@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "orx/err.h"
 #include "orx/plugin.h"
 
 namespace orx::operators {
@@ -60,6 +61,24 @@ int locked();
 
 // Memory ran out where nothing reported it: "No more internal memory", -10.
 void no_memory();
+
+// A zeroed operator record from ERR_malloc, or null with orx__err -10 (the
+// allocator reported it).
+template <class Record>
+Record *new_record() {
+  auto *r = static_cast<Record *>(ERR_malloc(sizeof(Record)));
+  if (r == nullptr) {
+    orx__err = ORX_E_NO_MEMORY;
+    return nullptr;
+  }
+  *r = Record{};
+  return r;
+}
+
+// The handle has a description to work on.
+inline bool has_image(const ORX_OBJECT *handle) {
+  return handle != nullptr && handle->info.images != nullptr && handle->info.image_count >= 1;
+}
 
 // Call the layer below: locked() when its entry was emptied by a select.
 inline int forward(const LayerHeader *record, int32_t line, void *rows) {

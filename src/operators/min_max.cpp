@@ -87,13 +87,9 @@ ORX_OBJECT *orx__min_max_operator(ORX_OBJECT *handle, double minimum, double max
       orx__check_matte_description(kName, handle, 0) != 0 ||
       orx__check_aux_description(kName, handle, 0) != 0)
     return handle;
-  auto *r = static_cast<MinMaxRecord *>(ERR_malloc(sizeof(MinMaxRecord)));
-  if (r == nullptr) {
-    orx__err = ORX_E_NO_MEMORY;
-    return handle;
-  }
+  auto *r = new_record<MinMaxRecord>();
+  if (r == nullptr) return handle;
   const ORX_IFD &d = handle->info.images[0];
-  *r = MinMaxRecord{};
   r->offset = static_cast<int32_t>(std::ldexp(1.0, d.image.bits) * minimum);
   r->scale = static_cast<float>(maximum - minimum);
   r->channels = d.image.count + d.matte.count + d.aux.count;

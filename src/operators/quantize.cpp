@@ -116,12 +116,8 @@ ORX_OBJECT *install(ORX_OBJECT *handle, const int32_t *const target[3], bool wri
       wanted |= c.type != ORX_C_INTEGER;
   }
   if (!wanted) return handle;
-  auto *r = static_cast<QuantizeRecord *>(ERR_malloc(sizeof(QuantizeRecord)));
-  if (r == nullptr) {
-    orx__err = ORX_E_NO_MEMORY;
-    return handle;
-  }
-  *r = QuantizeRecord{};
+  auto *r = new_record<QuantizeRecord>();
+  if (r == nullptr) return handle;
   r->active_width = d.active.right - d.active.left + 1;
   r->x_offset = d.active.left - d.window.left;
   r->first_line = d.active.bottom;

@@ -203,13 +203,12 @@ ORX_OBJECT *read_install(ORX_OBJECT *handle, const ORX_FILTER *filter, ORX_WINDO
     orx__err = ORX_E_UNSUPPORTED;
     return handle;
   }
-  auto *r = static_cast<ResampleRecord *>(ERR_malloc(sizeof(ResampleRecord)));
+  auto *r = new_record<ResampleRecord>();
   if (r == nullptr) {
     undo_cast();
     orx__err = ORX_E_NO_MEMORY;
     return handle;
   }
-  *r = ResampleRecord{};
   r->filter = filter;
   r->pushed_cast = pushed_cast;
   r->window = d.window;
