@@ -300,3 +300,36 @@ TEST_F(Operators, InstallsSurviveFailedAllocations) {
 }
 
 }  // namespace
+
+namespace {
+
+// A "mem" image keeps the layout it was opened with when a layer retypes the
+// description above it: the quantize write layer says float to the caller,
+// the stored lines stay 8-bit.
+TEST_F(Operators, MemImagesKeepTheirLayoutUnderALayer) {
+  Groups g;
+  g.matte.count = 1;
+  ORX_IFD d = describe(g);
+  ORX_INFO info;
+  ORX_info_init(&info);
+  info.type = const_cast<char *>("mem");
+  info.handle = const_cast<char *>("retyped");
+  info.images = &d;
+  info.image_count = 1;
+  ORX_OBJECT *w = ORX_open(&info, "w");
+  ASSERT_NE(w, nullptr);
+  const int32_t floats[2] = {ORX_C_FLOAT, 32};
+  const int32_t *const from_floats[3] = {floats, floats, nullptr};
+  orx__quantize_write_operator(w, from_floats);
+  float row[8] = {0, 0.2f, 0.4f, 0.6f, 0.8f, 1.0f, 0, 0};
+  void *rows[5] = {row, row, row, row, nullptr};
+  for (int32_t y = 0; y < 4; ++y) ASSERT_EQ(ORX_scan_write(w, y, rows), 0);
+  ASSERT_EQ(ORX_close(w), 0);
+  ORX_OBJECT *h = ORX_open(&info, "r");
+  ASSERT_NE(h, nullptr);
+  for (int32_t y = 0; y < 4; ++y)
+    for (int c = 0; c < 4; ++c) EXPECT_EQ(read_sample(h, y, c, 5), 255);
+  EXPECT_EQ(ORX_close(h), 0);
+}
+
+}  // namespace

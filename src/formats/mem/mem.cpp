@@ -39,7 +39,9 @@ Stored *g_store = nullptr;
 struct Image {
   Stored *stored;  // the reader's image file; the writer's until it is stored
   int32_t index;
-  const ORX_IFD *ifd;
+  // The channel groups as they were at open: layers pushed later may retype
+  // the description, but the stored lines keep the layout they were sized for.
+  ORX_CHANNELS groups[4];
   void **buffer;  // channel scanline buffer of one line
   uint32_t size;  // its block's byte size
   int32_t bottom, top, width;
@@ -86,12 +88,10 @@ uint32_t sample_bytes(const ORX_CHANNELS &c, int g) {
 // Calls f(channel, exact row bytes) for each channel row of a line.
 template <class F>
 void for_each_row(const Image &image, F f) {
-  const ORX_IFD &d = *image.ifd;
-  const ORX_CHANNELS *groups[] = {&d.image, &d.matte, &d.aux, &d.index};
   int k = 0;
   for (int g = 0; g < 4; ++g)
-    for (int32_t c = 0; c < groups[g]->count; ++c)
-      f(k++, static_cast<std::size_t>(image.width) * sample_bytes(*groups[g], g));
+    for (int32_t c = 0; c < image.groups[g].count; ++c)
+      f(k++, static_cast<std::size_t>(image.width) * sample_bytes(image.groups[g], g));
 }
 
 unsigned char *line_at(const Image &image, int32_t line) {
@@ -157,7 +157,7 @@ bool make_images(ORX_OBJECT *object, Stored *s) {
     Image &image = images[i];
     image = Image{s,
                   i,
-                  &ifd,
+                  {},
                   nullptr,
                   0,
                   ifd.window.bottom,
@@ -166,6 +166,8 @@ bool make_images(ORX_OBJECT *object, Stored *s) {
     if (image.width < 1 || image.top < image.bottom)
       return fail(ORX_E_DIMENSIONS, Msg::kCannotHandleRequest, kWho) == 0;
     image.buffer = ORX_chan_alloc(&ifd, image.width, kWho, &image.size);
+    for (int g = 0; const ORX_CHANNELS *c : {&ifd.image, &ifd.matte, &ifd.aux, &ifd.index})
+      image.groups[g++] = *c;
     if (image.buffer == nullptr) {
       if (orx__err == ORX_E_NO_MEMORY) report(Msg::kNoMemory);
       return false;
