@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "orx/registry.h"
 #include "run_tool.hpp"
 #include "support/fixtures.hpp"
 
@@ -44,6 +45,45 @@ TEST(OrxCopyOperators, DepthGammaImageRangeAndClamp) {
   ASSERT_EQ(orx("info level2.rla"), 0);
   EXPECT_NE(log().find("(16 x 8)"), std::string::npos) << log();
   EXPECT_EQ(orx("copy t.rla none.rla --image 9"), 2);
+}
+
+// Two field files made through the library (the tool cannot mark fields),
+// merged by orx copy --fields into one frame of twice the height.
+TEST(OrxCopyOperators, FieldsMergeIntoAFrame) {
+  orx::test::TempDir dir;
+  for (const auto &[name, field] : {std::pair{"take.0007.rla", 1}, {"take.0008", 2}}) {
+    ORX_IFD d;
+    orx__init_ifd(&d);
+    d.window = d.active = {0, 15, 0, 4};
+    d.image = {nullptr, 1, ORX_C_INTEGER, 8, 0};
+    d.matte.count = 0;
+    d.field = field;
+    ORX_INFO info;
+    ORX_info_init(&info);
+    info.type = const_cast<char *>("rla");
+    const std::string path = dir.file(name);
+    info.handle = const_cast<char *>(path.c_str());
+    info.full_path = 1;
+    info.images = &d;
+    info.image_count = 1;
+    ORX_OBJECT *w = ORX_open(&info, "w");
+    ASSERT_NE(w, nullptr);
+    uint8_t row[16] = {};
+    void *rows[2] = {row, nullptr};
+    for (int32_t y = 0; y < 5; ++y) ASSERT_EQ(ORX_scan_write(w, y, rows), 0);
+    ASSERT_EQ(ORX_close(w), 0);
+  }
+  ORX_exit();
+  const auto orx = [&](const std::string &args) { return orx::test::run_orx(dir.path(), args); };
+  ASSERT_EQ(orx("copy take.0007.rla frame.rla --fields"), 0) << slurp(dir.file("log"));
+  ASSERT_EQ(orx("info frame.rla"), 0);
+  EXPECT_NE(slurp(dir.file("log")).find("(16 x 10)"), std::string::npos) << slurp(dir.file("log"));
+  // The partner's name never has the extension: from "take.0008" it is
+  // "take.0007", which is not there.
+  EXPECT_EQ(orx("copy take.0008 frame.rla --fields --type rla"), 2);
+  EXPECT_NE(slurp(dir.file("log")).find("take.0007;"), std::string::npos) << slurp(dir.file("log"));
+  ASSERT_EQ(orx("pattern plain.0003.rla --size 8x4"), 0);
+  EXPECT_EQ(orx("copy plain.0003.rla frame.rla --fields"), 2);
 }
 
 }  // namespace

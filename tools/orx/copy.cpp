@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "commands.hpp"
+#include "orx/field_merge.h"
 #include "progress.hpp"
 #include "tool.hpp"
 
@@ -42,6 +43,13 @@ int copy_one(const std::string &in_path, const std::string &out_path, const Copy
   Image in;
   if (!in.open_read(in_path, "")) return complain(in_path);
   std::string why;
+  if (o.fields) {
+    ORX_OBJECT *merged = ORX__field_merge(in.get());
+    if (merged == in.get())
+      return complain(in_path, last_error().empty() ? "not a field file with its partner"
+                                                    : last_error());
+    in.adopt(merged);
+  }
   if (!apply_operators(in.get(), o, &why)) return complain(in_path, why);
   Image out;
   if (!out.open_write(out_path, o.type, in.info())) return complain(out_path);

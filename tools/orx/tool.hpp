@@ -45,6 +45,10 @@ class Image {
   Image(const Image &) = delete;
   Image &operator=(const Image &) = delete;
 
+  // Takes o in place of the open image, which o now owns (a merged field
+  // handle closes the handle it was made from).
+  void adopt(ORX_OBJECT *o) { object_ = o; }
+
   // Opens path for reading; type is a format key or "" to let the library
   // choose.  False after reporting, with a hint to name the format when no
   // format recognises the file.
