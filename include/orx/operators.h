@@ -170,6 +170,17 @@ ORX_API ORX_OBJECT *orx__rgb_transform_operator(ORX_OBJECT *handle, const float 
 ORX_API ORX_OBJECT *orx__xyz_transform_operator(ORX_OBJECT *handle, int32_t to_xyz);
 ORX_API int orx__colour_transform_remove(ORX_OBJECT *handle);
 
+/* The colour-sample transform: the image channels are N spectral samples
+ * at the colour database's wavelengths (CLR_def_wavelengths: the first
+ * channel at the start, one step apart); they become three channels, CIE
+ * XYZ (to_xyz non-zero) or RGB of the record's chromaticities, weighted by
+ * the colour-matching table so that a flat spectrum of 1.0 has Y = 1.
+ * Matte and auxiliary channels pass through.  The description shows three
+ * float image channels while the layer is on; the cast is pushed first for
+ * integer samples and taken off by the remove. */
+ORX_API ORX_OBJECT *orx__spectral_transform_operator(ORX_OBJECT *handle, int32_t to_xyz);
+ORX_API int orx__spectral_transform_remove(ORX_OBJECT *handle);
+
 /* --- Description checks shared by the 8-bit operators -----------------------
  * For image index image of handle: the group must be integer ("%s cannot
  * handle image channel type", or matte, auxiliary) and at most 8 bits wide

@@ -82,3 +82,31 @@ TEST_F(ColourTransform, IntegerImagesAreCastAndShortOnesRefused) {
 }
 
 }  // namespace
+
+namespace {
+
+// 81 spectral samples (380 to 780 nm by 5) of a flat spectrum become the
+// equal-energy white: XYZ (1, 1, 1) within the table's rounding.
+TEST_F(ColourTransform, AFlatSpectrumBecomesTheEqualEnergyWhite) {
+  Groups g;
+  g.image = {nullptr, 81, ORX_C_FLOAT, 32, 0};
+  g.matte = {nullptr, 1, ORX_C_FLOAT, 32, 0};
+  g.window = g.active = {0, 3, 0, 1};
+  const std::string path = "spectrum";  // a "mem" image: RLA stores fewer channels
+  write_image(path, g, [](int c, int32_t x, int32_t) { return c == 81 ? 0.5 : 1.0 + x; }, "mem");
+  ORX_OBJECT *h = open_image(path, "mem");
+  ASSERT_NE(h, nullptr);
+  orx__spectral_transform_operator(h, 1);
+  ASSERT_EQ(orx__err, 0);
+  ASSERT_EQ(h->info.images[0].image.count, 3);
+  const double x = read_sample(h, 0, 0, 1), y = read_sample(h, 0, 1, 1), z = read_sample(h, 0, 2, 1);
+  EXPECT_NEAR(y, 2.0, 1e-5);  // pixel 1 is a flat spectrum of 2
+  EXPECT_NEAR(x / (x + y + z), 1.0 / 3, 1e-3);
+  EXPECT_NEAR(y / (x + y + z), 1.0 / 3, 1e-3);
+  EXPECT_FLOAT_EQ(static_cast<float>(read_sample(h, 0, 3, 1)), 0.5f);  // the matte passes
+  EXPECT_EQ(orx__spectral_transform_remove(h), 1);
+  EXPECT_EQ(h->info.images[0].image.count, 81);
+  EXPECT_EQ(ORX_close(h), 0);
+}
+
+}  // namespace

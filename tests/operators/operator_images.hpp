@@ -92,11 +92,12 @@ inline ORX_IFD describe(const Groups &g) {
 }
 
 // Writes path as an RLA file of the groups with the given samples.
-inline void write_image(const std::string &path, const Groups &g, const Sample &sample) {
+inline void write_image(const std::string &path, const Groups &g, const Sample &sample,
+                        const char *type = "rla") {
   ORX_IFD d = describe(g);
   ORX_INFO info;
   ORX_info_init(&info);
-  info.type = const_cast<char *>("rla");
+  info.type = const_cast<char *>(type);
   info.handle = const_cast<char *>(path.c_str());
   info.full_path = 1;
   info.images = &d;
@@ -119,10 +120,10 @@ inline void write_image(const std::string &path, const Groups &g, const Sample &
   ASSERT_EQ(ORX_close(object), 0);
 }
 
-inline ORX_OBJECT *open_image(const std::string &path) {
+inline ORX_OBJECT *open_image(const std::string &path, const char *type = "rla") {
   ORX_INFO info;
   ORX_info_init(&info);
-  info.type = const_cast<char *>("rla");
+  info.type = const_cast<char *>(type);
   info.handle = const_cast<char *>(path.c_str());
   info.full_path = 1;
   return ORX_open(&info, "r");
