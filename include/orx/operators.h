@@ -181,6 +181,25 @@ ORX_API int orx__colour_transform_remove(ORX_OBJECT *handle);
 ORX_API ORX_OBJECT *orx__spectral_transform_operator(ORX_OBJECT *handle, int32_t to_xyz);
 ORX_API int orx__spectral_transform_remove(ORX_OBJECT *handle);
 
+/* --- The display chain ----------------------------------------------------
+ * ORX__display pushes, in this order, what turns the image into what the
+ * framebuffer (FB_ database; NULL: the default framebuffer) shows: select
+ * image 0; cast to float (8-bit codes with a gamma are linearised); the rgb
+ * transform to the framebuffer's primaries and white point (three colour
+ * channels or more); a Mitchell resize to fit the framebuffer's resolution,
+ * keeping the image's shape in the framebuffer's pixel aspect (never an
+ * enlargement); the gamut clamp, matte or not (after the resize, whose
+ * kernel may overshoot: quantizing does not clamp); quantize to the
+ * framebuffer's depth / 3 bits per channel; gamma correction to the
+ * framebuffer's gamma (8 bits and a gamma other than 1.0 only).  Steps that
+ * would change nothing push nothing.  The chain is held by one record (tag
+ * 19) on top: ORX__display_remove takes every layer off in reverse order,
+ * and ORX_close unwinds it.  Refused: an unknown framebuffer (-4), a handle
+ * not open for reading; a step that fails takes the steps before it off
+ * again and leaves its status. */
+ORX_API ORX_OBJECT *ORX__display(ORX_OBJECT *handle, const char *framebuffer);
+ORX_API int ORX__display_remove(ORX_OBJECT *handle);
+
 /* --- Description checks shared by the 8-bit operators -----------------------
  * For image index image of handle: the group must be integer ("%s cannot
  * handle image channel type", or matte, auxiliary) and at most 8 bits wide

@@ -135,13 +135,22 @@ using namespace orx::operators;
 extern "C" {
 
 ORX_OBJECT *orx__clamp_operator(ORX_OBJECT *handle) {
+  return orx::operators::install_clamp(handle, true);
+}
+
+}  // extern "C"
+
+namespace orx::operators {
+
+ORX_OBJECT *install_clamp(ORX_OBJECT *handle, bool needs_matte) {
   orx__err = 0;
   if (!has_image(handle)) return handle;
   const ORX_IFD &d = handle->info.images[0];
-  if (d.image.type == ORX_C_INTEGER || d.matte.type == ORX_C_INTEGER || d.image.count == 0 ||
-      d.matte.count == 0)
+  if (d.image.type == ORX_C_INTEGER || d.image.count == 0 ||
+      (needs_matte && (d.matte.type == ORX_C_INTEGER || d.matte.count == 0)))
     return handle;
-  const bool rgb = d.image.name != nullptr && std::strcmp(d.image.name, "rgb") == 0;
+  const bool rgb = d.image.name != nullptr && std::strcmp(d.image.name, "rgb") == 0 &&
+                   d.matte.count > 0;  // premultiplied by the matte, when there is one
   // The premultiplied clamp needs the three colours and the matte.
   const ClampFn clamp = rgb && d.image.count < 3 ? nullptr
                         : d.image.type == ORX_C_DOUBLE ? choose<double>(rgb, d.pixel_flags)
@@ -161,6 +170,10 @@ ORX_OBJECT *orx__clamp_operator(ORX_OBJECT *handle) {
        handle->access == ORX_ACCESS_READ ? clamp_read_scan : clamp_write_scan, clamp_close);
   return handle;
 }
+
+}  // namespace orx::operators
+
+extern "C" {
 
 int orx__clamp_remove(ORX_OBJECT *handle) { return remove(handle, clamp_close, release); }
 

@@ -80,6 +80,10 @@ inline bool has_image(const ORX_OBJECT *handle) {
   return handle != nullptr && handle->info.images != nullptr && handle->info.image_count >= 1;
 }
 
+// The gamut clamp, also where there is no matte (the display chain clamps
+// every image before quantizing it).
+ORX_OBJECT *install_clamp(ORX_OBJECT *handle, bool needs_matte);
+
 // Call the layer below: locked() when its entry was emptied by a select.
 inline int forward(const LayerHeader *record, int32_t line, void *rows) {
   if (record->next_data == nullptr) return locked();

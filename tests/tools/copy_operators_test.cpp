@@ -40,6 +40,11 @@ TEST(OrxCopyOperators, DepthGammaImageRangeAndClamp) {
   EXPECT_EQ(orx("copy p.rla n.rla --primaries ntsc --xyz"), 0);
   EXPECT_EQ(orx("copy p.rla n.rla --primaries nowhere"), 2);
 
+  ASSERT_EQ(orx("copy p.rla shown.rla --display ntsc"), 0) << log();
+  ASSERT_EQ(orx("info shown.rla"), 0);
+  EXPECT_NE(log().find("3 x integer 8-bit"), std::string::npos) << log();
+  EXPECT_EQ(orx("copy p.rla shown.rla --display nowhere"), 2);
+
   ASSERT_EQ(orx("maketx p.rla t.rla"), 0);
   ASSERT_EQ(orx("copy t.rla level2.rla --image 2"), 0);
   ASSERT_EQ(orx("info level2.rla"), 0);

@@ -24,6 +24,7 @@ struct CopyOptions {
   std::string primaries; // a framebuffer's name or xr,yr,xg,yg,xb,yb,xw,yw
   bool xyz = false;      // to CIE XYZ
   bool fields = false;   // merge the field file with its partner into a frame
+  std::string display;   // a framebuffer's name: write what it would show
 };
 // Layers the copy options onto a handle open for reading; false with the
 // reason in *why when one of them cannot apply.

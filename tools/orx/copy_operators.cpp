@@ -35,6 +35,11 @@ std::string reason(const char *fallback) {
 }  // namespace
 
 bool apply_operators(ORX_OBJECT *in, const CopyOptions &o, std::string *why) {
+  if (!o.display.empty()) {
+    ORX__display(in, o.display == "default" ? nullptr : o.display.c_str());
+    if (orx__err != 0) return *why = reason("--display: no such framebuffer"), false;
+    return true;
+  }
   const bool any = !o.depth.empty() || o.gamma > 0.0 || o.image >= 0 || !o.range.empty() ||
                    o.clamp || !o.primaries.empty() || o.xyz;
   if (!any) return true;

@@ -42,6 +42,8 @@ int main(int argc, char **argv) {
   copy_cmd->add_option("--primaries", copy.primaries,
                        "Convert to these primaries: a framebuffer name or xr,yr,xg,yg,xb,yb,xw,yw");
   copy_cmd->add_flag("--xyz", copy.xyz, "Convert RGB to CIE XYZ");
+  copy_cmd->add_option("--display", copy.display,
+                       "Write what framebuffer FB shows (\"default\": the default one)");
   copy_cmd->add_flag("--fields", copy.fields,
                      "Merge field file NAME.NNNN with its partner (odd: first field) into a frame");
   copy_cmd->add_flag("--clamp", copy.clamp, "Clip float samples to 0..1 (premultiplied for rgb)");
