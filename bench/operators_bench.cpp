@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "content.hpp"
+#include "mem_frames.hpp"
 #include "orx/operators.h"
 #include "orx/registry.h"
 
@@ -23,53 +24,20 @@ using orx::bench::kWidth;
 
 enum class Source { kInt8, kInt16, kFloat };
 
-// The frame of one sample type under a "mem" name, written once.
+// The frame of one sample type (and gamma) under a "mem" name.
 const char *frame(Source source, float gamma) {
   static const char *names[3][2] = {{"ops8", "ops8g"}, {"ops16", "ops16g"}, {"opsf", "opsfg"}};
-  static bool written[3][2] = {};
   const int s = static_cast<int>(source), g = gamma != 1.0f;
-  if (written[s][g]) return names[s][g];
-  ORX_IFD d;
-  orx__init_ifd(&d);
-  d.window = d.active = ORX_WINDOW{0, kWidth - 1, 0, kHeight - 1};
   const int32_t type = source == Source::kFloat ? ORX_C_FLOAT : ORX_C_INTEGER;
   const int32_t bits = source == Source::kInt8 ? 8 : source == Source::kInt16 ? 16 : 32;
-  d.image = ORX_CHANNELS{nullptr, 3, type, bits, 0};
-  d.matte = ORX_CHANNELS{nullptr, 1, type, bits, 0};
-  d.curve.gamma = gamma;
-  ORX_INFO info;
-  ORX_info_init(&info);
-  info.type = const_cast<char *>("mem");
-  info.handle = const_cast<char *>(names[s][g]);
-  info.images = &d;
-  info.image_count = 1;
-  ORX_OBJECT *out = ORX_open(&info, "w");
-  const std::size_t bytes = static_cast<std::size_t>(bits / 8);
-  std::vector<unsigned char> rows(bytes * kWidth * kChannels);
-  std::mt19937 rng(5);
-  for (auto &b : rows) b = static_cast<unsigned char>(rng());
-  if (source == Source::kFloat)
-    for (std::size_t i = 0; i < rows.size() / 4; ++i) {
-      const float v = static_cast<float>(rng() % 1000) / 999.0f;
-      std::memcpy(rows.data() + 4 * i, &v, 4);
-    }
-  void *channels[kChannels + 1] = {};
-  for (int c = 0; c < kChannels; ++c) channels[c] = rows.data() + bytes * kWidth * c;
-  for (int y = 0; y < kHeight; ++y) ORX_scan_write(out, y, channels);
-  ORX_close(out);
-  written[s][g] = true;
-  return names[s][g];
+  return orx::bench::mem_frame(names[s][g], type, bits, gamma);
 }
 
 enum class Op { kPlain, kTouch, kCast, kQuantize8, kQuantize16, kGamma, kMinMax };
 
 void run(benchmark::State &state, Source source, float gamma, Op op) {
   const char *name = frame(source, gamma);
-  ORX_INFO info;
-  ORX_info_init(&info);
-  info.type = const_cast<char *>("mem");
-  info.handle = const_cast<char *>(name);
-  ORX_OBJECT *h = ORX_open(&info, "r");
+  ORX_OBJECT *h = orx::bench::open_mem_frame(name);
   const int32_t eight[2] = {ORX_C_INTEGER, 8}, sixteen[2] = {ORX_C_INTEGER, 16};
   const int32_t *const to8[3] = {eight, eight, eight}, *const to16[3] = {sixteen, sixteen, sixteen};
   ORX_RESPONSE_CURVE linear{ORX_CURVE_PARAMETRIC, 1.0f, 0, 0, 1, 256, ORX_C_INTEGER, 8, nullptr};
