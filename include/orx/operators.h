@@ -145,6 +145,22 @@ ORX_API ORX_OBJECT *orx__resample_operator(ORX_OBJECT *handle, const ORX_FILTER 
                                            int32_t top);
 ORX_API int orx__resample_remove(ORX_OBJECT *handle);
 
+/* --- Scale: a float source rectangle to a destination size ----------------
+ * For display and zoom.  Pushes the cast, then a layer showing the source
+ * rectangle x0..x1 by y0..y1 (pixel i covers [i, i+1); coordinates measured
+ * from the window's left and bottom edges; fractions pan by parts of a
+ * pixel; outside the image the edge pixels repeat) at width x height.  Each
+ * axis on its own: minifying averages the source area each destination
+ * pixel covers (exact for whole-pixel steps: a whole-pixel pan is an exact
+ * shift, 1:1 the identity), magnifying interpolates linearly between source
+ * pixel centres.  Lines may be read in any order.  Refused (-19): an empty
+ * rectangle, a size below 1, more than 62 source lines per destination
+ * line (reduce with the resampling filter instead).  Reading handles only;
+ * the remove also takes off the cast it pushed. */
+ORX_API ORX_OBJECT *orx__scale_operator(ORX_OBJECT *handle, float x0, float y0, float x1,
+                                        float y1, int32_t width, int32_t height);
+ORX_API int orx__scale_remove(ORX_OBJECT *handle);
+
 /* The kernel library, by name: "box" (width 1), "triangle" (2), "gaussian"
  * (sigma 0.5, width 3), "mitchell" (b = c = 1/3, width 4), "catmull-rom"
  * (width 4), "lanczos3" (width 6); phases 0.  NULL for another name.

@@ -45,6 +45,14 @@ TEST(OrxCopyOperators, DepthGammaImageRangeAndClamp) {
   EXPECT_NE(log().find("3 x integer 8-bit"), std::string::npos) << log();
   EXPECT_EQ(orx("copy p.rla shown.rla --display nowhere"), 2);
 
+  ASSERT_EQ(orx("copy p.rla c.rla --crop 10,4,42,20"), 0) << log();
+  ASSERT_EQ(orx("info c.rla"), 0);
+  EXPECT_NE(log().find("(32 x 16)"), std::string::npos) << log();
+  EXPECT_NE(log().find("3 x integer 8-bit"), std::string::npos) << log();
+  EXPECT_EQ(orx("copy p.rla c.rla --crop 10,4,5,20"), 2);
+  ASSERT_EQ(orx("copy p.rla whole.rla --crop 0,0,64,32"), 0);
+  EXPECT_EQ(orx("diff p.rla whole.rla"), 0) << log();  // a whole crop copies exactly
+
   ASSERT_EQ(orx("maketx p.rla t.rla"), 0);
   ASSERT_EQ(orx("copy t.rla level2.rla --image 2"), 0);
   ASSERT_EQ(orx("info level2.rla"), 0);

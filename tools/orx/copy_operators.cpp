@@ -1,5 +1,6 @@
 // The operators orx copy layers onto its input: --image, --gamma, --range,
 // --depth and --clamp, in that order.
+#include <cmath>
 #include <cstdio>
 #include <string>
 
@@ -41,7 +42,7 @@ bool apply_operators(ORX_OBJECT *in, const CopyOptions &o, std::string *why) {
     return true;
   }
   const bool any = !o.depth.empty() || o.gamma > 0.0 || o.image >= 0 || !o.range.empty() ||
-                   o.clamp || !o.primaries.empty() || o.xyz;
+                   o.clamp || !o.primaries.empty() || o.xyz || !o.crop.empty();
   if (!any) return true;
   int32_t type = 0, bits = 0;
   if (!o.depth.empty() && !parse_depth(o.depth, &type, &bits)) {
@@ -72,6 +73,21 @@ bool apply_operators(ORX_OBJECT *in, const CopyOptions &o, std::string *why) {
     orx__min_max_operator(in, low, high);
     if (orx__err != 0) return *why = reason("--range needs 8-bit data"), false;
   }
+  const ORX_IFD before = in->info.images[0];  // the types a crop writes back
+  if (!o.crop.empty()) {
+    float x0, y0, x1, y1;
+    if (std::sscanf(o.crop.c_str(), "%f,%f,%f,%f", &x0, &y0, &x1, &y1) != 4 || !(x1 > x0) ||
+        !(y1 > y0))
+      return *why = "--crop is X0,Y0,X1,Y1 with X0 < X1 and Y0 < Y1", false;
+    // Without colour work the crop moves coded values as they are: the cast
+    // below it must scale 8-bit codes, not linearise them.
+    const bool coded = o.primaries.empty() && !o.xyz && !o.clamp && o.depth.empty();
+    if (coded) in->info.images[0].curve.gamma = 1.0f;
+    orx__scale_operator(in, x0, y0, x1, y1, static_cast<int32_t>(std::lround(x1 - x0)),
+                        static_cast<int32_t>(std::lround(y1 - y0)));
+    if (coded) in->info.images[0].curve.gamma = before.curve.gamma;
+    if (orx__err != 0) return *why = reason("--crop cannot be applied"), false;
+  }
   if (!o.depth.empty() || o.clamp || !o.primaries.empty() || o.xyz) {
     orx__cast_operator(in);
     if (orx__err != 0) return *why = reason("out of memory"), false;
@@ -94,6 +110,16 @@ bool apply_operators(ORX_OBJECT *in, const CopyOptions &o, std::string *why) {
   if (type == ORX_C_INTEGER) {
     const int32_t target[2] = {type, bits};
     const int32_t *const targets[3] = {target, target, target};
+    orx__quantize_read_operator(in, targets);
+    if (orx__err != 0) return *why = reason("out of memory"), false;
+  } else if (!o.crop.empty() && o.depth.empty()) {
+    // A crop keeps the input's sample types: integer codes come back exactly.
+    const int32_t colours[2] = {before.image.type, before.image.bits};
+    const int32_t mattes[2] = {before.matte.type, before.matte.bits};
+    const int32_t extras[2] = {before.aux.type, before.aux.bits};
+    const int32_t *const targets[3] = {before.image.type == ORX_C_INTEGER ? colours : nullptr,
+                                       before.matte.type == ORX_C_INTEGER ? mattes : nullptr,
+                                       before.aux.type == ORX_C_INTEGER ? extras : nullptr};
     orx__quantize_read_operator(in, targets);
     if (orx__err != 0) return *why = reason("out of memory"), false;
   }

@@ -42,6 +42,9 @@ int main(int argc, char **argv) {
   copy_cmd->add_option("--primaries", copy.primaries,
                        "Convert to these primaries: a framebuffer name or xr,yr,xg,yg,xb,yb,xw,yw");
   copy_cmd->add_flag("--xyz", copy.xyz, "Convert RGB to CIE XYZ");
+  copy_cmd->add_option("--crop", copy.crop,
+                       "Copy columns X0..X1 and rows Y0..Y1 (from the left and bottom, end "
+                       "excluded; fractions pan by parts of a pixel)");
   copy_cmd->add_option("--display", copy.display,
                        "Write what framebuffer FB shows (\"default\": the default one)");
   copy_cmd->add_flag("--fields", copy.fields,
