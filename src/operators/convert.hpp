@@ -12,8 +12,10 @@
 // the loader picks one for the machine it runs on (with GCC, whose clones
 // may be templates): the library stays
 // portable and still gets the wider vectors where they exist.
+// Sanitizer builds keep one version: the loader runs clone resolvers before
+// a sanitizer runtime is ready, which ThreadSanitizer does not survive.
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) && \
-    !defined(__SANITIZE_ADDRESS__)
+    !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 #define ORX_ROW_KERNEL __attribute__((target_clones("avx2", "default")))
 #else
 #define ORX_ROW_KERNEL
