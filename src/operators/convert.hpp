@@ -70,19 +70,25 @@ using QuantizeConverter = void (*)(const void *src, void *dst, int32_t x0, int32
 template <class S, class D>
 ORX_ROW_KERNEL void quantize_row(const void *src, void *dst, int32_t x0, int32_t n, int32_t bits) {
   const auto factor = static_cast<S>(max_value(bits) + 0.95);
-  // Limited to the 32-bit range first, so the conversion is defined and the
-  // loop vectorises; within it values wrap to the storage size as an
-  // integer conversion does (a sample beyond about 8 million times full
-  // scale, or not a number, does not wrap: it lands on the range's edge).
+  // For 8- and 16-bit codes the value is limited to the 32-bit range first,
+  // so the conversion is defined and the loop vectorises; within it values
+  // wrap to the storage size as an integer conversion does (a sample beyond
+  // about 8 million times full scale, or not a number, does not wrap).
   constexpr S kLow = S(-2147483648.0), kHigh = S(2147483520.0);
   const auto *in = static_cast<const unsigned char *>(src) + sizeof(S) * static_cast<std::size_t>(x0);
   auto *out = static_cast<unsigned char *>(dst) + sizeof(D) * static_cast<std::size_t>(x0);
   for (int32_t x = 0; x < n; ++x) {
     S v = load_at<S>(in, static_cast<std::size_t>(x)) * factor;
-    v = v < kLow ? kLow : v;
-    v = v > kHigh ? kHigh : v;
-    const auto whole = v == v ? static_cast<int32_t>(v) : 0;
-    store_at<D>(out, static_cast<std::size_t>(x), static_cast<D>(static_cast<uint32_t>(whole)));
+    if constexpr (sizeof(D) < 4) {
+      v = v < kLow ? kLow : v;
+      v = v > kHigh ? kHigh : v;
+      const auto whole = v == v ? static_cast<int32_t>(v) : 0;
+      store_at<D>(out, static_cast<std::size_t>(x), static_cast<D>(static_cast<uint32_t>(whole)));
+    } else {
+      // 32-bit codes reach 2^32 - 1: truncated through 64 bits.
+      const int64_t whole = v == v && v > S(-9.2e18) && v < S(9.2e18) ? static_cast<int64_t>(v) : 0;
+      store_at<D>(out, static_cast<std::size_t>(x), static_cast<D>(static_cast<uint64_t>(whole)));
+    }
   }
 }
 

@@ -91,8 +91,11 @@ int quantize_close(ORX_OBJECT *handle, intptr_t argument) {
   return close_layer(handle, argument, quantize_close, release);
 }
 
+// A target naming the group's own type leaves it alone, whatever width it
+// names: retyping the width alone would describe rows of one storage size
+// as another to the layers above.
 bool differs(const ORX_CHANNELS &g, const int32_t *target) {
-  return target != nullptr && (target[0] != g.type || target[1] != g.bits);
+  return target != nullptr && target[0] != g.type;
 }
 
 // Both installs: writing selects converters from the target (float or

@@ -46,7 +46,16 @@ struct ResampleRecord {
   int32_t head;
   void **out;
   const ORX_FILTER *filter;
-  bool pushed_cast;
+  bool pushed_cast;  // reading: the cast below; writing: the quantize below
+  // Writing: each output line's first source row, last source row and
+  // centre, and the output lines being accumulated (a ring of `open`).
+  int32_t dest_height, dest_bottom;
+  int32_t *out_first;
+  float *out_last, *out_centre;
+  CachedRow *sums;
+  float *sum_weights;
+  int32_t open;
+  int32_t next_source, next_out;
 };
 
 float *row_of(void **rows, int32_t c) { return static_cast<float *>(rows[c]); }
@@ -62,6 +71,20 @@ void filter_row(const ResampleRecord &r, void **source, void **dest) {
       float sum = 0.0f;
       for (int32_t t = 0; t < r.tap_count[j]; ++t) sum += w[t] * s[t];
       out[j] = sum * r.normalisers[j];
+    }
+  }
+}
+
+// An output line's weighted sum divided by its weights' sum, negatives cut;
+// deliberately not at all when the weights sum to exactly 1.0.
+void finish(const ResampleRecord &r, void **rows, float sum) {
+  if (sum == 1.0f) return;
+  const float scale = sum != 0.0f ? 1.0f / sum : 0.0f;
+  for (int32_t c = 0; c < r.channels; ++c) {
+    float *out = row_of(rows, c);
+    for (int32_t j = 0; j < r.dest_width; ++j) {
+      const float v = out[j] * scale;
+      out[j] = v < 0.0f ? 0.0f : v;
     }
   }
 }
@@ -104,17 +127,7 @@ int resample_scan(void *data, int32_t, void *rows) {
     r.head = (r.head + 1) % r.cached;  // the entry goes to the tail
   }
   r.cy += r.ry;
-  // Deliberately no clamping at all when the weights sum to exactly 1.0.
-  if (r.vertical_sum != 1.0f) {
-    const float scale = r.vertical_sum != 0.0f ? 1.0f / r.vertical_sum : 0.0f;
-    for (int32_t c = 0; c < r.channels; ++c) {
-      float *out = row_of(r.out, c);
-      for (int32_t j = 0; j < r.dest_width; ++j) {
-        const float v = out[j] * scale;
-        out[j] = v < 0.0f ? 0.0f : v;
-      }
-    }
-  }
+  finish(r, r.out, r.vertical_sum);
   *static_cast<void ***>(rows) = r.out;
   return 0;
 }
@@ -122,9 +135,12 @@ int resample_scan(void *data, int32_t, void *rows) {
 void free_record(ResampleRecord *r) {
   if (r == nullptr) return;
   for (int32_t i = 0; r->cache != nullptr && i < r->cached; ++i) orx__chan_free(r->cache[i].rows);
+  for (int32_t i = 0; r->sums != nullptr && i < r->open; ++i) orx__chan_free(r->sums[i].rows);
   for (void *p : {static_cast<void *>(r->cache), static_cast<void *>(r->weights),
                   static_cast<void *>(r->first_tap), static_cast<void *>(r->tap_count),
-                  static_cast<void *>(r->normalisers)})
+                  static_cast<void *>(r->normalisers), static_cast<void *>(r->out_first),
+                  static_cast<void *>(r->out_last), static_cast<void *>(r->out_centre),
+                  static_cast<void *>(r->sums), static_cast<void *>(r->sum_weights)})
     ERR_free(p);
   orx__chan_free(r->out);
   ERR_free(r);
@@ -183,6 +199,149 @@ void *allocate(uint64_t bytes) {
   return ERR_malloc(static_cast<uint32_t>(bytes));
 }
 
+// The rows the caller writes, as the layer below them stores, and back.
+int resample_write_scan(void *data, int32_t line, void *rows) {
+  if (data == nullptr) return locked();
+  ResampleRecord &r = *static_cast<ResampleRecord *>(data);
+  const int32_t s = line - r.source_bottom;
+  if (s != r.next_source) return fail(ORX_E_BAD_SCANLINE, Msg::kBadScanline, line);
+  const int32_t last_row = static_cast<int32_t>(r.source_top);
+  ++r.next_source;
+  filter_row(r, static_cast<void **>(rows), r.out);
+  // Add the row to every output line whose support holds it, in the order
+  // the read direction adds them.
+  const float step = 1.0f / r.ry;
+  for (int32_t i = r.next_out; i < r.dest_height && r.out_first[i] <= s; ++i) {
+    if (i - r.next_out >= r.open) break;  // cannot happen with the ring's size
+    CachedRow &sum = r.sums[i % r.open];
+    if (sum.line != i) {
+      for (int32_t c = 0; c < r.channels; ++c)
+        std::memset(sum.rows[c], 0, sizeof(float) * static_cast<std::size_t>(r.dest_width));
+      r.sum_weights[i % r.open] = 0.0f;
+      sum.line = i;
+    }
+    if (static_cast<float>(s) > r.out_last[i]) continue;
+    const auto w = static_cast<float>(r.filter->y_kernel((static_cast<float>(s) - r.out_centre[i]) * step + r.oy));
+    if (w == 0.0f) continue;
+    for (int32_t c = 0; c < r.channels; ++c) {
+      float *out = row_of(sum.rows, c);
+      const float *in = row_of(r.out, c);
+      for (int32_t j = 0; j < r.dest_width; ++j) out[j] += w * in[j];
+    }
+    r.sum_weights[i % r.open] += w;
+  }
+  // Lines whose support has passed go down; after the last row, all of them.
+  while (r.next_out < r.dest_height &&
+         (s == last_row || (r.out_first[r.next_out] <= s && r.out_last[r.next_out] <= static_cast<float>(s)))) {
+    CachedRow &sum = r.sums[r.next_out % r.open];
+    if (sum.line != r.next_out) {  // no row reached it
+      for (int32_t c = 0; c < r.channels; ++c)
+        std::memset(sum.rows[c], 0, sizeof(float) * static_cast<std::size_t>(r.dest_width));
+      r.sum_weights[r.next_out % r.open] = 0.0f;
+    }
+    finish(r, sum.rows, r.sum_weights[r.next_out % r.open]);
+    const int status = forward(&r.header, r.dest_bottom + r.next_out, sum.rows);
+    sum.line = -1;
+    ++r.next_out;
+    if (status != 0) return status;
+  }
+  return 0;
+}
+
+// Everything both directions share: the record, its weights and buffers,
+// for source and destination sizes; null (reported, orx__err -10) when
+// memory ran out.
+ResampleRecord *make_record(ORX_IFD &d, const ORX_FILTER *filter, int32_t source_width,
+                            int32_t source_height, int32_t dest_width, int32_t dest_height,
+                            bool writing) {
+  auto *r = new_record<ResampleRecord>();
+  if (r == nullptr) return nullptr;
+  r->filter = filter;
+  r->window = d.window;
+  r->active = d.active;
+  r->source_width = source_width;
+  r->dest_width = dest_width;
+  r->dest_height = dest_height;
+  r->source_top = static_cast<float>(source_height - 1);
+  r->wx = filter->x_width;
+  r->wy = filter->y_width;
+  r->hx = r->wx * 0.5f;
+  r->hy = r->wy * 0.5f;
+  r->rx = static_cast<float>(source_width) / static_cast<float>(dest_width);
+  r->ry = static_cast<float>(source_height) / static_cast<float>(dest_height);
+  r->cy = (r->ry - 1.0f) * 0.5f;
+  r->ox = (filter->x_phase * r->wx * 0.5f) / kPi;
+  r->oy = (filter->y_phase * r->wy * 0.5f) / kPi;
+  r->taps = larger(static_cast<int32_t>(r->wx), static_cast<int32_t>((r->rx + 1.0f) * r->wx)) + 1;
+  r->cached = writing ? 0
+                      : larger(larger(static_cast<int32_t>(r->wy),
+                                      static_cast<int32_t>((r->ry + 1.0f) * r->wy)), 1);
+  r->channels = (d.image.count > 0 ? d.image.count : 0) + (d.matte.count > 0 ? d.matte.count : 0) +
+                (d.aux.count > 0 ? d.aux.count : 0);
+  const auto wd = static_cast<uint64_t>(dest_width), hd = static_cast<uint64_t>(dest_height);
+  r->weights = static_cast<float *>(allocate(sizeof(float) * wd * static_cast<uint64_t>(r->taps)));
+  r->first_tap = static_cast<int32_t *>(allocate(sizeof(int32_t) * wd));
+  r->tap_count = static_cast<int32_t *>(allocate(sizeof(int32_t) * wd));
+  r->normalisers = static_cast<float *>(allocate(sizeof(float) * wd));
+  bool ok = r->weights && r->first_tap && r->tap_count && r->normalisers;
+  if (ok && !writing) {
+    r->cache = static_cast<CachedRow *>(allocate(sizeof(CachedRow) * static_cast<uint64_t>(r->cached)));
+    ok = r->cache != nullptr;
+    for (int32_t i = 0; ok && i < r->cached; ++i) r->cache[i] = CachedRow{-1, nullptr};
+    if (!ok) r->cached = 0;
+    for (int32_t i = 0; ok && i < r->cached; ++i)
+      ok = (r->cache[i].rows = orx__chan_alloc(&d, dest_width, kName)) != nullptr;
+  }
+  if (ok && writing) {
+    // Output lines open at once: those whose support holds the row just
+    // written, about the kernel's width in either direction of resizing.
+    r->open = larger(static_cast<int32_t>(2.0f * r->wy + 4.0f),
+                     static_cast<int32_t>(r->wy / r->ry) + 4);
+    r->out_first = static_cast<int32_t *>(allocate(sizeof(int32_t) * hd));
+    r->out_last = static_cast<float *>(allocate(sizeof(float) * hd));
+    r->out_centre = static_cast<float *>(allocate(sizeof(float) * hd));
+    r->sums = static_cast<CachedRow *>(allocate(sizeof(CachedRow) * static_cast<uint64_t>(r->open)));
+    for (int32_t i = 0; r->sums != nullptr && i < r->open; ++i) r->sums[i] = CachedRow{-1, nullptr};
+    r->sum_weights = static_cast<float *>(allocate(sizeof(float) * static_cast<uint64_t>(r->open)));
+    ok = r->out_first && r->out_last && r->out_centre && r->sums && r->sum_weights;
+    for (int32_t i = 0; ok && i < r->open; ++i)
+      ok = (r->sums[i].rows = orx__chan_alloc(&d, dest_width, kName)) != nullptr;
+  }
+  if (ok) ok = (r->out = orx__chan_alloc(&d, dest_width, kName)) != nullptr;
+  if (!ok) {
+    const bool reported = orx__err != ORX_E_NO_MEMORY;  // ERR_malloc reports, the buffers do not
+    if (writing && r->sums == nullptr) r->open = 0;
+    free_record(r);
+    if (!reported) no_memory();
+    orx__err = ORX_E_NO_MEMORY;
+    return nullptr;
+  }
+  make_weights(*r);
+  if (writing) {
+    // Each output line's support, its centre accumulated as reading does.
+    float cy = r->cy;
+    for (int32_t i = 0; i < dest_height; ++i, cy += r->ry) {
+      const float low = cy - r->ry * r->hy, high = cy + r->ry * r->hy;
+      r->out_first[i] = low < 0.0f ? 0 : static_cast<int32_t>(low);
+      r->out_last[i] = high < r->source_top ? high : r->source_top;
+      r->out_centre[i] = cy;
+    }
+  }
+  return r;
+}
+
+// Every group float and one row per channel, else the reports and -16.
+bool floats_in_rows(const ORX_IFD &d) {
+  int refused = 0;
+  const std::pair<const ORX_CHANNELS *, Msg> groups[] = {
+      {&d.image, Msg::kImageType}, {&d.matte, Msg::kMatteType}, {&d.aux, Msg::kAuxType}};
+  for (const auto &[g, message] : groups)
+    if (g->count > 0 && g->type != ORX_C_FLOAT) refused = fail(ORX_E_UNSUPPORTED, message, kName);
+  if (d.pixel_flags != 1) refused = ORX_E_UNSUPPORTED;
+  if (refused != 0) orx__err = ORX_E_UNSUPPORTED;
+  return refused == 0;
+}
+
 ORX_OBJECT *read_install(ORX_OBJECT *handle, const ORX_FILTER *filter, ORX_WINDOW dest) {
   ORX_IFD &d = handle->info.images[0];
   const ORX_SCAN_FN before = handle->scan;
@@ -192,70 +351,65 @@ ORX_OBJECT *read_install(ORX_OBJECT *handle, const ORX_FILTER *filter, ORX_WINDO
   const auto undo_cast = [&] {
     if (pushed_cast) orx__cast_remove(handle);
   };
-  int refused = 0;
-  const std::pair<const ORX_CHANNELS *, Msg> groups[] = {
-      {&d.image, Msg::kImageType}, {&d.matte, Msg::kMatteType}, {&d.aux, Msg::kAuxType}};
-  for (const auto &[g, message] : groups)
-    if (g->count > 0 && g->type != ORX_C_FLOAT) refused = fail(ORX_E_UNSUPPORTED, message, kName);
-  if (d.pixel_flags != 1) refused = orx__err = ORX_E_UNSUPPORTED;
-  if (refused != 0) {
+  if (!floats_in_rows(d)) {
     undo_cast();
     orx__err = ORX_E_UNSUPPORTED;
     return handle;
   }
-  auto *r = new_record<ResampleRecord>();
+  ResampleRecord *r = make_record(d, filter, d.window.right - d.window.left + 1,
+                                  d.window.top - d.window.bottom + 1, dest.right - dest.left + 1,
+                                  dest.top - dest.bottom + 1, false);
   if (r == nullptr) {
     undo_cast();
     orx__err = ORX_E_NO_MEMORY;
     return handle;
   }
-  r->filter = filter;
   r->pushed_cast = pushed_cast;
-  r->window = d.window;
-  r->active = d.active;
-  r->source_width = d.window.right - d.window.left + 1;
-  const int32_t source_height = d.window.top - d.window.bottom + 1;
   r->source_bottom = d.window.bottom;
-  r->dest_width = dest.right - dest.left + 1;
-  const int32_t dest_height = dest.top - dest.bottom + 1;
-  r->source_top = static_cast<float>(source_height - 1);
-  r->wx = filter->x_width;
-  r->wy = filter->y_width;
-  r->hx = r->wx * 0.5f;
-  r->hy = r->wy * 0.5f;
-  r->rx = static_cast<float>(r->source_width) / static_cast<float>(r->dest_width);
-  r->ry = static_cast<float>(source_height) / static_cast<float>(dest_height);
-  r->cy = (r->ry - 1.0f) * 0.5f;
-  r->ox = (filter->x_phase * r->wx * 0.5f) / kPi;
-  r->oy = (filter->y_phase * r->wy * 0.5f) / kPi;
-  r->taps = larger(static_cast<int32_t>(r->wx), static_cast<int32_t>((r->rx + 1.0f) * r->wx)) + 1;
-  r->cached = larger(larger(static_cast<int32_t>(r->wy), static_cast<int32_t>((r->ry + 1.0f) * r->wy)), 1);
-  r->channels = (d.image.count > 0 ? d.image.count : 0) + (d.matte.count > 0 ? d.matte.count : 0) +
-                (d.aux.count > 0 ? d.aux.count : 0);
-  const auto wd = static_cast<uint64_t>(r->dest_width);
-  r->weights = static_cast<float *>(allocate(sizeof(float) * wd * static_cast<uint64_t>(r->taps)));
-  r->first_tap = static_cast<int32_t *>(allocate(sizeof(int32_t) * wd));
-  r->tap_count = static_cast<int32_t *>(allocate(sizeof(int32_t) * wd));
-  r->normalisers = static_cast<float *>(allocate(sizeof(float) * wd));
-  r->cache = static_cast<CachedRow *>(allocate(sizeof(CachedRow) * static_cast<uint64_t>(r->cached)));
-  bool ok = r->weights && r->first_tap && r->tap_count && r->normalisers && r->cache;
-  for (int32_t i = 0; r->cache != nullptr && i < r->cached; ++i) r->cache[i] = CachedRow{-1, nullptr};
-  for (int32_t i = 0; ok && i < r->cached; ++i)
-    ok = (r->cache[i].rows = orx__chan_alloc(&d, r->dest_width, kName)) != nullptr;
-  if (ok) ok = (r->out = orx__chan_alloc(&d, r->dest_width, kName)) != nullptr;
-  if (!ok) {
-    const bool reported = orx__err != ORX_E_NO_MEMORY;  // ERR_malloc reports, the buffers do not
-    free_record(r);
-    undo_cast();
-    if (!reported) no_memory();
-    orx__err = ORX_E_NO_MEMORY;
-    return handle;
-  }
-  make_weights(*r);
   const float start = (r->ry - 1.0f) * 0.5f - r->ry * r->hy;
   r->current_row = start < 0.0f ? 0.0f : static_cast<float>(static_cast<int32_t>(start));
   d.window = d.active = dest;
   push(handle, &r->header, kResample, resample_scan, resample_close);
+  return handle;
+}
+
+// Writing: the handle's description is what the file stores (the
+// destination); the caller writes float lines of the source rectangle,
+// in order from its bottom.  Integer groups of the file get a quantize
+// layer below the filter, so the caller hands floats.
+ORX_OBJECT *write_install(ORX_OBJECT *handle, const ORX_FILTER *filter, ORX_WINDOW source) {
+  ORX_IFD &d = handle->info.images[0];
+  const int32_t floats[2] = {ORX_C_FLOAT, 32};
+  const int32_t *const targets[3] = {d.image.type == ORX_C_INTEGER ? floats : nullptr,
+                                     d.matte.type == ORX_C_INTEGER ? floats : nullptr,
+                                     d.aux.type == ORX_C_INTEGER ? floats : nullptr};
+  const ORX_SCAN_FN before = handle->scan;
+  if (targets[0] != nullptr || targets[1] != nullptr || targets[2] != nullptr) {
+    orx__quantize_write_operator(handle, targets);
+    if (orx__err != 0) return handle;
+  }
+  const bool pushed_quantize = handle->scan != before;
+  const auto undo = [&] {
+    if (pushed_quantize) orx__quantize_remove(handle);
+  };
+  if (!floats_in_rows(d)) {
+    undo();
+    orx__err = ORX_E_UNSUPPORTED;
+    return handle;
+  }
+  ResampleRecord *r = make_record(d, filter, source.right - source.left + 1,
+                                  source.top - source.bottom + 1, d.window.right - d.window.left + 1,
+                                  d.window.top - d.window.bottom + 1, true);
+  if (r == nullptr) {
+    undo();
+    orx__err = ORX_E_NO_MEMORY;
+    return handle;
+  }
+  r->pushed_cast = pushed_quantize;
+  r->source_bottom = source.bottom;
+  r->dest_bottom = d.window.bottom;
+  d.window = d.active = source;
+  push(handle, &r->header, kResample, resample_write_scan, resample_close);
   return handle;
 }
 
@@ -276,19 +430,18 @@ ORX_OBJECT *orx__resample_operator(ORX_OBJECT *handle, const ORX_FILTER *filter,
     orx__err = ORX_E_DIMENSIONS;
     return handle;
   }
-  if (handle->access == ORX_ACCESS_READ) return read_install(handle, filter, ORX_WINDOW{left, right, bottom, top});
-  if (handle->access == ORX_ACCESS_WRITE) {
-    // Resizing while writing is not available yet: say so and leave it.
-    orx::fail(ORX_E_UNSUPPORTED, orx::Msg::kCannotHandleAction, kName);
-  }
+  const ORX_WINDOW rectangle{left, right, bottom, top};
+  if (handle->access == ORX_ACCESS_READ) return read_install(handle, filter, rectangle);
+  if (handle->access == ORX_ACCESS_WRITE) return write_install(handle, filter, rectangle);
   return handle;
 }
 
 int orx__resample_remove(ORX_OBJECT *handle) {
   LayerHeader *top = orx::operators::top(handle, resample_close);
   const bool pushed_cast = top != nullptr && reinterpret_cast<ResampleRecord *>(top)->pushed_cast;
+  const bool writing = handle != nullptr && handle->access == ORX_ACCESS_WRITE;
   const int removed = remove(handle, resample_close, release);
-  if (removed == 1 && pushed_cast) orx__cast_remove(handle);
+  if (removed == 1 && pushed_cast) writing ? orx__quantize_remove(handle) : orx__cast_remove(handle);
   return removed;
 }
 

@@ -138,6 +138,19 @@ TEST_F(Operators, QuantizeTruncatesWithoutClampingBothWays) {
   EXPECT_EQ(h->info.images[0].image.type, ORX_C_FLOAT);
   ORX_close(h);
 
+  // A target of the group's own type at another width leaves it alone: the
+  // rows keep the storage their description says.
+  Groups bytes;
+  ORX_OBJECT *b = open_image(file(bytes, [](int, int32_t, int32_t) { return 200; }, "b.rla"));
+  const int32_t sixteen[2] = {ORX_C_INTEGER, 16};
+  const int32_t *const wider[3] = {sixteen, sixteen, nullptr};
+  orx__cast_operator(b);
+  orx__quantize_read_operator(b, wider);  // float to 16 bits
+  EXPECT_EQ(read_sample(b, 0, 0, 0), double(int32_t(float(200 / 255.0) * float(65535.95))));
+  orx__quantize_read_operator(b, wider);  // 16 to 16: nothing to do
+  EXPECT_EQ(b->info.images[0].image.bits, 16);
+  ORX_close(b);
+
   // Writing: the caller hands floats for a file of 8-bit integers.
   Groups stored;
   stored.image.count = 1;
