@@ -99,7 +99,9 @@ ORX_API int orx__quantize_remove(ORX_OBJECT *handle);
 /* --- Select: one image of a multi-image file ------------------------------
  * With two images or more, the handle reports one image, a copy of image's
  * description, and reads it.  A handle of one image, or an index outside
- * the file, is returned unchanged. */
+ * the file, is returned unchanged.  On a handle that already has layers
+ * only image 0 can be selected (another is refused with "select operator
+ * cannot handle the requested action", -16): select first, then layer. */
 ORX_API ORX_OBJECT *ORX__select(ORX_OBJECT *handle, int32_t image);
 ORX_API int ORX__select_remove(ORX_OBJECT *handle);
 
@@ -136,10 +138,14 @@ typedef struct ORX_FILTER {
  * once (the line number is not looked at).  Refused: groups that are not
  * float after the cast, a layout other than one row per channel ("%s cannot
  * handle ... channel type" with "symmetric separable resampling filter",
- * -16); an empty rectangle or a width that is not positive (-19).  On a
- * handle open for writing it reports "%s cannot handle the requested
- * action" (-16) and pushes nothing.  ORX_close unwinds it; the remove pops
- * the filter and the cast it pushed. */
+ * -16); an empty rectangle or a width that is not positive (-19).
+ * On a handle open for writing the rectangle is the source the caller
+ * writes (its lines in order from the bottom, as float; integer groups of
+ * the file get a quantize layer below) and the description's window is the
+ * destination the file stores; each output line goes down as soon as the
+ * rows under its support have arrived, so memory stays a few lines deep.
+ * ORX_close unwinds it; the remove pops the filter and the cast (reading) or
+ * quantize (writing) it pushed. */
 ORX_API ORX_OBJECT *orx__resample_operator(ORX_OBJECT *handle, const ORX_FILTER *filter,
                                            int32_t left, int32_t right, int32_t bottom,
                                            int32_t top);

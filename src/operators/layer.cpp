@@ -1,13 +1,42 @@
 // The layer protocol: push, pop, remove and close, written once.
 #include "operators/layer.hpp"
 
+#include <atomic>
+
 #include "err/messages.hpp"
 #include "orx/err.h"
 
 namespace orx::operators {
+namespace {
+
+// The close functions of the layer kinds pushed so far: how a handle with a
+// layer on top is told from one without, without reading its records.
+std::atomic<ORX_CLOSE_FN> g_closes[64];
+
+void note_kind(ORX_CLOSE_FN close) {
+  for (auto &slot : g_closes) {
+    ORX_CLOSE_FN seen = slot.load(std::memory_order_acquire);
+    if (seen == close) return;
+    if (seen == nullptr && slot.compare_exchange_strong(seen, close)) return;
+    if (seen == close) return;
+  }
+}
+
+}  // namespace
+
+bool has_layers(const ORX_OBJECT *handle) {
+  if (handle == nullptr || handle->close == nullptr) return false;
+  for (const auto &slot : g_closes) {
+    const ORX_CLOSE_FN seen = slot.load(std::memory_order_acquire);
+    if (seen == nullptr) return false;
+    if (seen == handle->close) return true;
+  }
+  return false;
+}
 
 void push(ORX_OBJECT *handle, LayerHeader *record, int32_t tag, ORX_SCAN_FN scan,
           ORX_CLOSE_FN close) {
+  note_kind(close);
   record->tag = tag;
   record->next_scan = handle->scan;
   record->next_close = handle->close;

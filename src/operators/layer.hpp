@@ -37,6 +37,9 @@ struct LayerHeader {
 void push(ORX_OBJECT *handle, LayerHeader *record, int32_t tag, ORX_SCAN_FN scan,
           ORX_CLOSE_FN close);
 
+// Whether the handle has an operator layer on top (of any kind).
+bool has_layers(const ORX_OBJECT *handle);
+
 // The layer on top of handle when it is of the kind whose close function is
 // close, else null.  A layer is recognised by its close function being the
 // handle's, never by reading a record that may belong to a format.

@@ -2,6 +2,7 @@
 // so that every later layer and caller sees a single-image handle.
 #include <cstring>
 
+#include "err/messages.hpp"
 #include "operators/layer.hpp"
 #include "orx/err.h"
 #include "orx/operators.h"
@@ -53,6 +54,12 @@ ORX_OBJECT *ORX__select(ORX_OBJECT *handle, int32_t image) {
   // The index is taken as given, as it always was; one outside the file
   // cannot be read from, so it is refused here rather than read past.
   if (image < 0 || image >= count) return handle;
+  // Under a layer, another image's private data would reach that layer's
+  // scan as if it were the layer's own record: only image 0 can be chosen.
+  if (image != 0 && has_layers(handle)) {
+    orx::fail(ORX_E_UNSUPPORTED, orx::Msg::kCannotHandleAction, "select operator");
+    return handle;
+  }
   auto *r = static_cast<SelectRecord *>(ERR_malloc(sizeof(SelectRecord)));
   auto **entries = static_cast<void **>(ERR_malloc(sizeof(void *) * static_cast<uint32_t>(count)));
   if (r == nullptr || entries == nullptr) {

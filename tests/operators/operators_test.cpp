@@ -270,6 +270,13 @@ TEST_F(Operators, SelectNarrowsAMultiImageHandle) {
   EXPECT_EQ(ORX__select_remove(h), 1);
   EXPECT_EQ(h->info.image_count, 3);
   EXPECT_EQ(read_sample(h, 1, 0, 0), 11);
+  // Under a layer only image 0 can be selected: another image's data would
+  // reach the layer's scan as its record.
+  orx__cast_operator(h);
+  ORX__select(h, 2);
+  EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED);
+  EXPECT_EQ(h->info.image_count, 3);
+  EXPECT_NEAR(read_sample(h, 1, 0, 0), 11 / 255.0, 1e-7);
   EXPECT_EQ(ORX_close(h), 0);
 }
 
