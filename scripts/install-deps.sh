@@ -9,6 +9,8 @@ set -euo pipefail
 packages=(
   # Build tools, the orx tool's command-line parser, pkg-config for hosts.
   cmake ninja-build g++ clang libclang-rt-14-dev libcli11-dev pkgconf
+  # Codec libraries of the format plug-ins (each plug-in is skipped when missing).
+  libpng-dev libjpeg62-turbo-dev libtiff-dev libopenexr-dev
   # Tests and benchmarks.
   libgtest-dev libgmock-dev libbenchmark-dev
   # Image tools the interoperability tests compare against (skipped when missing).

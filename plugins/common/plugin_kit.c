@@ -1,0 +1,385 @@
+#include "plugin_kit.h"
+
+#include <math.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+#include <errno.h>
+#include <sys/stat.h>
+
+#include "orx/err.h"
+#include "orx/limits.h"
+
+static void report(int severity, const char *format, va_list args) {
+  char message[512];
+  vsnprintf(message, sizeof message, format, args);
+  ERR_printf(severity, "%s", message);
+}
+
+int kit_fail(int32_t status, const char *format, ...) {
+  va_list args;
+  va_start(args, format);
+  report(ERR_ERROR, format, args);
+  va_end(args);
+  orx__err = status;
+  return 0;
+}
+
+void kit_note(const char *format, ...) {
+  va_list args;
+  va_start(args, format);
+  report(ERR_INFORMATION, format, args);
+  va_end(args);
+}
+
+/* ERR_malloc reports a shortage itself; the status is ours to set. */
+static void *allocate(size_t size) {
+  void *block = size <= UINT32_MAX ? ERR_malloc((uint32_t)size) : NULL;
+  if (block == NULL) orx__err = ORX_E_NO_MEMORY;
+  return block;
+}
+
+int kit_save(char **field, const char *text) {
+  char *copy = NULL;
+  if (text != NULL) {
+    size_t n = strlen(text) + 1;
+    copy = (char *)allocate(n);
+    if (copy == NULL) return 0;
+    memcpy(copy, text, n);
+  }
+  ERR_free(*field);
+  *field = copy;
+  return 1;
+}
+
+int kit_has_text(const char *text) {
+  return text != NULL && text[0] != '\0' && strcmp(text, "unknown") != 0;
+}
+
+int kit_new_cell(ORX_OBJECT *object, int32_t count) {
+  void **cell = (void **)allocate((size_t)count * sizeof(void *));
+  if (cell == NULL) return 0;
+  memset(cell, 0, (size_t)count * sizeof(void *));
+  object->private_cell = cell;
+  return 1;
+}
+
+int kit_new_images(ORX_OBJECT *object, int32_t count) {
+  ORX_IFD *ifds = (ORX_IFD *)allocate((size_t)count * sizeof(ORX_IFD));
+  if (ifds == NULL) return 0;
+  for (int32_t i = 0; i < count; ++i) orx__init_ifd(&ifds[i]);
+  if (!kit_new_cell(object, count)) {
+    ERR_free(ifds);
+    return 0;
+  }
+  object->info.images = ifds;
+  object->info.image_count = count;
+  return 1;
+}
+
+KitLayout kit_layout_of(const ORX_IFD *ifd) {
+  const ORX_CHANNELS *groups[3] = {&ifd->image, &ifd->matte, &ifd->aux};
+  KitLayout layout;
+  for (int g = 0; g < 3; ++g) {
+    layout.count[g] = groups[g]->count > 0 ? groups[g]->count : 0;
+    layout.type[g] = groups[g]->type;
+    layout.bits[g] = groups[g]->bits;
+  }
+  return layout;
+}
+
+int32_t kit_layout_channels(const KitLayout *layout) {
+  return layout->count[0] + layout->count[1] + layout->count[2];
+}
+
+void kit_layout_apply(const KitLayout *layout, ORX_IFD *ifd) {
+  ORX_CHANNELS *groups[3] = {&ifd->image, &ifd->matte, &ifd->aux};
+  for (int g = 0; g < 3; ++g) {
+    groups[g]->count = layout->count[g];
+    groups[g]->type = layout->type[g];
+    groups[g]->bits = layout->bits[g];
+  }
+}
+
+/* Bytes of one sample as a channel scanline buffer holds it; 0 for a type
+ * or width no buffer holds. */
+static uint8_t sample_size(int32_t type, int32_t bits) {
+  if (type == ORX_C_FLOAT) return 4;
+  if (type == ORX_C_DOUBLE) return 8;
+  if (type != ORX_C_INTEGER || bits < 1 || bits > 32) return 0;
+  return bits <= 8 ? 1 : bits <= 16 ? 2 : 4;
+}
+
+static int group_of(const KitLayout *layout, int32_t c) {
+  if (c < layout->count[0]) return 0;
+  return c < layout->count[0] + layout->count[1] ? 1 : 2;
+}
+
+int32_t kit_plane_height(const KitPlane *plane) {
+  return plane->active.top - plane->active.bottom + 1;
+}
+
+int32_t kit_plane_width(const KitPlane *plane) {
+  return plane->active.right - plane->active.left + 1;
+}
+
+static int over_limit(const char *who, const char *path, uint64_t need, const char *what,
+                      int32_t which, const char *variable) {
+  kit_fail(ORX_E_NOT_OUR_FILE,
+           "%s: %s: the image needs %llu %s, more than the limit of %llu (raise it with "
+           "ORX_set_limit or %s)",
+           who, path, (unsigned long long)need, what, (unsigned long long)ORX_limit(which),
+           variable);
+  return ORX_E_NOT_OUR_FILE;
+}
+
+int kit_plane_init(KitPlane *plane, const KitLayout *layout, ORX_WINDOW window,
+                   ORX_WINDOW active, const char *who, const char *path) {
+  memset(plane, 0, sizeof *plane);
+  plane->layout = *layout;
+  plane->window = window;
+  plane->active = active;
+  const int32_t channels = kit_layout_channels(layout);
+  if (channels > ORX_limit(ORX_LIMIT_CHANNELS))
+    return over_limit(who, path, (uint64_t)channels, "channels", ORX_LIMIT_CHANNELS,
+                      "KV_ORX_MAX_CHANNELS");
+  const uint64_t width = (uint64_t)((int64_t)window.right - window.left + 1);
+  const uint64_t height = (uint64_t)((int64_t)active.top - active.bottom + 1);
+  uint64_t line = 0;
+  for (int32_t c = 0; c < channels; ++c) {
+    const int g = group_of(layout, c);
+    const uint8_t size = sample_size(layout->type[g], layout->bits[g]);
+    if (size == 0) {
+      kit_fail(ORX_E_UNSUPPORTED, "%s: %s: channel type %d of %d bits cannot be held", who,
+               path, (int)layout->type[g], (int)layout->bits[g]);
+      return ORX_E_UNSUPPORTED;
+    }
+    line += (width * size + 1) & ~(uint64_t)1;
+  }
+  /* The active lines, the zero line and the tables, all within the limit. */
+  const uint64_t need = line * (height + 1) + (uint64_t)channels * 24 + 8;
+  if (need > (uint64_t)ORX_limit(ORX_LIMIT_ROW_MEMORY) || need > UINT32_MAX)
+    return over_limit(who, path, need, "bytes of image memory", ORX_LIMIT_ROW_MEMORY,
+                      "KV_ORX_MAX_ROW_MEMORY");
+  plane->channels = channels;
+  plane->line_bytes = (size_t)line;
+  plane->offsets = (size_t *)allocate((size_t)channels * sizeof(size_t) + 1);
+  plane->sample_bytes = (uint8_t *)allocate((size_t)channels + 1);
+  plane->rows = (void **)allocate(((size_t)channels + 1) * sizeof(void *));
+  plane->data = (unsigned char *)allocate((size_t)(line * (height + 1)) + 1);
+  if (plane->offsets == NULL || plane->sample_bytes == NULL || plane->rows == NULL ||
+      plane->data == NULL) {
+    kit_plane_free(plane);
+    return ORX_E_NO_MEMORY;
+  }
+  memset(plane->data, 0, (size_t)(line * (height + 1)));
+  size_t at = 0;
+  for (int32_t c = 0; c < channels; ++c) {
+    const int g = group_of(layout, c);
+    plane->sample_bytes[c] = sample_size(layout->type[g], layout->bits[g]);
+    plane->offsets[c] = at;
+    at += ((size_t)width * plane->sample_bytes[c] + 1) & ~(size_t)1;
+  }
+  plane->rows[channels] = NULL;
+  return 0;
+}
+
+void kit_plane_free(KitPlane *plane) {
+  ERR_free(plane->offsets);
+  ERR_free(plane->sample_bytes);
+  ERR_free(plane->rows);
+  ERR_free(plane->data);
+  plane->offsets = NULL;
+  plane->sample_bytes = NULL;
+  plane->rows = NULL;
+  plane->data = NULL;
+}
+
+/* The start of a line's block: file row r, or the zero line. */
+static unsigned char *line_block(const KitPlane *plane, int32_t r) {
+  return plane->data + (size_t)r * plane->line_bytes;
+}
+
+void **kit_plane_line(KitPlane *plane, int32_t line) {
+  if (line < plane->window.bottom || line > plane->window.top) return NULL;
+  const int32_t height = kit_plane_height(plane);
+  int32_t r = plane->active.top - line;
+  if (r < 0 || r >= height) r = height; /* the zero line */
+  unsigned char *block = line_block(plane, r);
+  for (int32_t c = 0; c < plane->channels; ++c) plane->rows[c] = block + plane->offsets[c];
+  return plane->rows;
+}
+
+unsigned char *kit_plane_at(const KitPlane *plane, int32_t r, int32_t c) {
+  const size_t left = (size_t)(plane->active.left - plane->window.left);
+  return line_block(plane, r) + plane->offsets[c] + left * plane->sample_bytes[c];
+}
+
+/* One loop per sample size keeps the copies fixed-size. */
+#define KIT_SHUFFLE(SIZE, DST, DSTEP, SRC, SSTEP)                         \
+  for (int32_t x = 0; x < width; ++x)                                     \
+    memcpy((DST) + (size_t)x * (DSTEP), (SRC) + (size_t)x * (SSTEP), SIZE)
+
+static void shuffle(unsigned char *dst, size_t dst_step, const unsigned char *src,
+                    size_t src_step, uint8_t size, int32_t width) {
+  switch (size) {
+    case 1: KIT_SHUFFLE(1, dst, dst_step, src, src_step); break;
+    case 2: KIT_SHUFFLE(2, dst, dst_step, src, src_step); break;
+    case 4: KIT_SHUFFLE(4, dst, dst_step, src, src_step); break;
+    default: KIT_SHUFFLE(8, dst, dst_step, src, src_step); break;
+  }
+}
+
+static size_t pixel_bytes(const KitPlane *plane) {
+  size_t bytes = 0;
+  for (int32_t c = 0; c < plane->channels; ++c) bytes += plane->sample_bytes[c];
+  return bytes;
+}
+
+void kit_plane_spread(KitPlane *plane, int32_t r, const void *pixels) {
+  const size_t step = pixel_bytes(plane);
+  const unsigned char *src = (const unsigned char *)pixels;
+  for (int32_t c = 0; c < plane->channels; ++c) {
+    shuffle(kit_plane_at(plane, r, c), plane->sample_bytes[c], src, step,
+            plane->sample_bytes[c], kit_plane_width(plane));
+    src += plane->sample_bytes[c];
+  }
+}
+
+void kit_plane_gather(const KitPlane *plane, int32_t r, void *pixels) {
+  const size_t step = pixel_bytes(plane);
+  unsigned char *dst = (unsigned char *)pixels;
+  for (int32_t c = 0; c < plane->channels; ++c) {
+    shuffle(dst, step, kit_plane_at(plane, r, c), plane->sample_bytes[c],
+            plane->sample_bytes[c], kit_plane_width(plane));
+    dst += plane->sample_bytes[c];
+  }
+}
+
+/* A sample as a value: integers scaled to 0..1, floating point as stored. */
+static double get(int32_t type, int32_t bits, const unsigned char *p) {
+  if (type == ORX_C_FLOAT) {
+    float f;
+    memcpy(&f, p, 4);
+    return f;
+  }
+  if (type == ORX_C_DOUBLE) {
+    double d;
+    memcpy(&d, p, 8);
+    return d;
+  }
+  uint32_t v;
+  if (bits <= 8) {
+    v = *p;
+  } else if (bits <= 16) {
+    uint16_t w;
+    memcpy(&w, p, 2);
+    v = w;
+  } else {
+    memcpy(&v, p, 4);
+  }
+  return v / (ldexp(1.0, bits) - 1.0);
+}
+
+/* The reverse, integers clamped and truncated from v * (2^w - 1 + 0.95) as
+ * the library's own casts do. */
+static void put(int32_t type, int32_t bits, unsigned char *p, double v) {
+  if (type == ORX_C_FLOAT) {
+    const float f = (float)v;
+    memcpy(p, &f, 4);
+    return;
+  }
+  if (type == ORX_C_DOUBLE) {
+    memcpy(p, &v, 8);
+    return;
+  }
+  const double top = ldexp(1.0, bits) - 1.0;
+  double scaled = v * (top + 0.95);
+  scaled = scaled < 0.0 || scaled != scaled ? 0.0 : scaled > top ? top : scaled;
+  const uint32_t q = (uint32_t)scaled;
+  if (bits <= 8) {
+    *p = (unsigned char)q;
+  } else if (bits <= 16) {
+    const uint16_t w = (uint16_t)q;
+    memcpy(p, &w, 2);
+  } else {
+    memcpy(p, &q, 4);
+  }
+}
+
+int kit_plane_store(KitPlane *plane, const ORX_IFD *host, int32_t line, void **rows,
+                    const char *who) {
+  if (line < plane->window.bottom || line > plane->window.top) {
+    kit_fail(ORX_E_BAD_SCANLINE, "%s: line %d lies outside the window %d..%d", who, (int)line,
+             (int)plane->window.bottom, (int)plane->window.top);
+    return ORX_E_BAD_SCANLINE;
+  }
+  const int32_t r = plane->active.top - line;
+  if (r < 0 || r >= kit_plane_height(plane)) return 0;
+  const KitLayout from = kit_layout_of(host);
+  const size_t left = (size_t)(plane->active.left - plane->window.left);
+  const int32_t width = kit_plane_width(plane);
+  for (int32_t c = 0; c < plane->channels; ++c) {
+    const int g = group_of(&plane->layout, c);
+    const uint8_t in_size = sample_size(from.type[g], from.bits[g]);
+    const unsigned char *src = (const unsigned char *)rows[c] + left * in_size;
+    unsigned char *dst = kit_plane_at(plane, r, c);
+    const uint8_t out_size = plane->sample_bytes[c];
+    if (from.type[g] == plane->layout.type[g] && from.bits[g] == plane->layout.bits[g]) {
+      memcpy(dst, src, (size_t)width * out_size);
+      continue;
+    }
+    for (int32_t x = 0; x < width; ++x)
+      put(plane->layout.type[g], plane->layout.bits[g], dst + (size_t)x * out_size,
+          get(from.type[g], from.bits[g], src + (size_t)x * in_size));
+  }
+  return 0;
+}
+
+static const ORX_CAP_SETTING *setting(const ORX_OBJECT *object, int32_t index) {
+  ORX_CAP_SETTING **settings = object->info.settings;
+  if (settings == NULL) return NULL;
+  for (int32_t i = 0; i < index; ++i)
+    if (settings[i] == NULL) return NULL;
+  return settings[index];
+}
+
+int32_t kit_setting_int(const ORX_OBJECT *object, int32_t index, int32_t fallback) {
+  const ORX_CAP_SETTING *s = setting(object, index);
+  if (s == NULL || s->code == ORX_CAP_UNSET) return fallback;
+  return s->code == ORX_CAP_FLOAT ? (int32_t)s->value.f : s->value.i;
+}
+
+float kit_setting_float(const ORX_OBJECT *object, int32_t index, float fallback) {
+  const ORX_CAP_SETTING *s = setting(object, index);
+  if (s == NULL || s->code == ORX_CAP_UNSET) return fallback;
+  return s->code == ORX_CAP_FLOAT ? s->value.f : (float)s->value.i;
+}
+
+size_t kit_peek(const char *name, FILE *stream, void *buffer, size_t size) {
+  if (stream != NULL) {
+    rewind(stream);
+    return fread(buffer, 1, size, stream);
+  }
+  FILE *file = name != NULL ? fopen(name, "rb") : NULL;
+  if (file == NULL) return 0;
+  size_t n = fread(buffer, 1, size, file);
+  fclose(file);
+  return n;
+}
+
+int kit_claim(const char *who, const char *path, int *created) {
+  struct stat before;
+  *created = path != NULL && stat(path, &before) != 0;
+  FILE *file = path != NULL ? fopen(path, "wb") : NULL;
+  if (file == NULL)
+    return kit_fail(ORX_E_FIELD_MISSING, "%s: cannot create %s: %s", who,
+                    path != NULL ? path : "(no name)", strerror(errno));
+  fclose(file);
+  return 1;
+}
+
+void kit_release(const char *path, int created) {
+  struct stat now;
+  if (created && stat(path, &now) == 0 && S_ISREG(now.st_mode)) remove(path);
+}

@@ -1,0 +1,138 @@
+/* Shared pieces of the format plug-ins shipped with liborx.
+ *
+ * They are written only against the public headers, as any third-party
+ * plug-in would be.  The codecs these plug-ins wrap decode and encode whole
+ * images in file order (top row first), while hosts may move lines in any
+ * order; so each image lives in memory as a "plane": every line of its
+ * active window in the layout of a channel scanline buffer (one row per
+ * channel, window-wide), from which reads hand rows out without copying and
+ * into which writes copy the host's rows until close encodes them.
+ *
+ * Line numbers are rows of the window with window.top the top row of the
+ * picture, so file row r (counted from the top) is line window.top - r.
+ */
+#ifndef ORX_PLUGIN_KIT_H
+#define ORX_PLUGIN_KIT_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+
+#include "orx/orx.h"
+#include "orx/plugin.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Reports an error through the library's error service, leaves status in
+ * orx__err and returns 0, the open functions' failure value. */
+int kit_fail(int32_t status, const char *format, ...)
+#if defined(__GNUC__)
+    __attribute__((format(printf, 2, 3)))
+#endif
+    ;
+/* Reports an information note. */
+void kit_note(const char *format, ...)
+#if defined(__GNUC__)
+    __attribute__((format(printf, 1, 2)))
+#endif
+    ;
+
+/* Replaces an owned string of a record with a copy of text (NULL clears
+ * it); 0 after reporting when memory is short, 1 otherwise. */
+int kit_save(char **field, const char *text);
+/* Whether a header text carries information: not NULL, not empty and not
+ * the "unknown" the library fills in for missing texts. */
+int kit_has_text(const char *text);
+
+/* Allocates count descriptors (library defaults) and a private cell of
+ * count NULL entries for a read object; 0 after reporting when memory is
+ * short. */
+int kit_new_images(ORX_OBJECT *object, int32_t count);
+
+/* A private cell of count NULL entries for a write object. */
+int kit_new_cell(ORX_OBJECT *object, int32_t count);
+
+/* Channel groups as a plug-in stores them: the image, matte and auxiliary
+ * groups of a descriptor, in channel order. */
+typedef struct KitLayout {
+  int32_t count[3];
+  int32_t type[3];
+  int32_t bits[3];
+} KitLayout;
+
+/* The groups of a descriptor. */
+KitLayout kit_layout_of(const ORX_IFD *ifd);
+/* Total channel count of a layout. */
+int32_t kit_layout_channels(const KitLayout *layout);
+/* Copies the layout's counts, types and widths into a descriptor. */
+void kit_layout_apply(const KitLayout *layout, ORX_IFD *ifd);
+
+/* A whole image held in memory (see the top of this file). */
+typedef struct KitPlane {
+  KitLayout layout;
+  ORX_WINDOW window;
+  ORX_WINDOW active;
+  int32_t channels;
+  size_t line_bytes;      /* one line: every channel's row */
+  size_t *offsets;        /* channel row offsets within a line */
+  uint8_t *sample_bytes;  /* bytes per sample of each channel */
+  unsigned char *data;    /* active lines, top first, then one zero line */
+  void **rows;            /* channels + 1 row pointers handed to hosts */
+} KitPlane;
+
+/* Lays out and allocates a plane; who and path name the format and file in
+ * messages.  Checks the channel and row-memory limits of orx/limits.h
+ * before allocating.  0, or a negative status after a report. */
+int kit_plane_init(KitPlane *plane, const KitLayout *layout, ORX_WINDOW window,
+                   ORX_WINDOW active, const char *who, const char *path);
+void kit_plane_free(KitPlane *plane);
+
+/* Active height and width. */
+int32_t kit_plane_height(const KitPlane *plane);
+int32_t kit_plane_width(const KitPlane *plane);
+
+/* The channel row pointers of a line (zero rows outside the active window);
+ * NULL for a line outside the window. */
+void **kit_plane_line(KitPlane *plane, int32_t line);
+
+/* Sample 0 of the active columns of channel c in file row r (0: the active
+ * window's top line). */
+unsigned char *kit_plane_at(const KitPlane *plane, int32_t r, int32_t c);
+
+/* Spreads one interleaved file row (active width pixels, every channel
+ * stored in the plane's sample size) over the channel rows of file row r. */
+void kit_plane_spread(KitPlane *plane, int32_t r, const void *pixels);
+/* The reverse: file row r gathered into interleaved pixels. */
+void kit_plane_gather(const KitPlane *plane, int32_t r, void *pixels);
+
+/* Copies the host's rows for line into the plane, converting from the host
+ * descriptor's channel types and widths to the plane's.  -2 (reported) for a
+ * line outside the window; lines outside the active window are dropped. */
+int kit_plane_store(KitPlane *plane, const ORX_IFD *host, int32_t line, void **rows,
+                    const char *who);
+
+/* The value of a setting the host passed for capability index, or fallback
+ * when it passed none.  Settings pair with the capability table by
+ * position: settings[i] sets entry i. */
+int32_t kit_setting_int(const ORX_OBJECT *object, int32_t index, int32_t fallback);
+float kit_setting_float(const ORX_OBJECT *object, int32_t index, float fallback);
+
+/* Writers encode at close, but a file that cannot be created should fail
+ * the open: kit_claim creates (or truncates) path and records whether it
+ * existed before; 0 after reporting when it cannot be created.  After a
+ * failed encode kit_release removes the file only when the open created it
+ * and it is a regular file. */
+int kit_claim(const char *who, const char *path, int *created);
+void kit_release(const char *path, int created);
+
+/* Reads up to size bytes from the start of name or of stream (rewound
+ * first, as imageIsFile must); the number read. */
+size_t kit_peek(const char *name, FILE *stream, void *buffer, size_t size);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* ORX_PLUGIN_KIT_H */

@@ -1,0 +1,450 @@
+/* PNG files through libpng: 1, 2, 4, 8 and 16-bit grey, 8 and 16-bit grey
+ * with alpha, RGB and RGBA.  Palette images read as RGB (RGBA with a
+ * transparency chunk); gAMA, cHRM and text chunks map to the descriptor's
+ * gamma, the chromaticities and the header texts, both ways.
+ *
+ * This is the full worked example of a format plug-in: it is written only
+ * against the public headers, as any third party would write one.  The
+ * image is decoded on the first scanline request and encoded at close, so
+ * hosts may read and write lines in any order.  libpng reports errors by
+ * longjmp to the setjmp of the function that called it; everything a
+ * longjmp may skip over is either volatile or reachable from the private
+ * data, which the close function frees. */
+#include <math.h>
+#include <png.h>
+#include <setjmp.h>
+#include <stddef.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "orx/err.h"
+#include "orx/plugin.h"
+#include "plugin_kit.h"
+
+const char *version = ORX_PLUGIN_VERSION;
+const char *imageKey = "png";
+const char *imageExtension = ".png";
+const char *imageName = "PNG";
+const char *imageDescription =
+    "Portable Network Graphics: 1-16 bit grey, 8/16-bit grey+alpha, RGB and RGBA";
+const char *imageNameSyntax = "Name.####.png";
+int imageOrientation = 0; /* rows are stored top first */
+int imageNumberOfChannels = 3;
+int imageBitsPerChannel = (1 << 0) | (1 << 1) | (1 << 3) | (1 << 7) | (1 << 15);
+int imageNumberOfMattes = 1;
+int imageBitsPerMatte = (1 << 7) | (1 << 15);
+int imageAccess = ORX_ACCESS_READ | ORX_ACCESS_WRITE | ORX_ACCESS_RANDOM;
+
+/* Settings: the zlib compression level, 0 (none) to 9 (smallest). */
+enum { kCapLevel = 0, kDefaultLevel = 6 };
+static ORX_CAP_ENTRY capabilities[] = {
+    {kCapLevel, "compression level", 0, NULL, 1, NULL, 0},
+};
+
+void imageCapability(ORX_CAP_ENTRY **table, int32_t *first, int32_t *second, int32_t *count) {
+  *table = capabilities;
+  *first = 1;
+  *second = 0;
+  *count = 1;
+}
+
+static const char kWho[] = "png";
+
+/* The header texts and the text keywords that carry them. */
+static const struct {
+  const char *keyword;
+  size_t field;
+} kTexts[] = {
+    {"Title", offsetof(ORX_INFO, name)},          {"Description", offsetof(ORX_INFO, desc)},
+    {"Software", offsetof(ORX_INFO, program)},    {"Source", offsetof(ORX_INFO, machine)},
+    {"Author", offsetof(ORX_INFO, user)},         {"Creation Time", offsetof(ORX_INFO, date)},
+    {"Render Time", offsetof(ORX_INFO, time)},    {"Filter", offsetof(ORX_INFO, filter)},
+};
+enum { kTextCount = sizeof kTexts / sizeof kTexts[0] };
+
+static char **text_field(ORX_INFO *info, int i) {
+  return (char **)((char *)info + kTexts[i].field);
+}
+
+/* One open file, read or written. */
+typedef struct Png {
+  png_structp png;
+  png_infop info;
+  FILE *file;
+  const char *path;   /* the object's handle */
+  ORX_IFD *ifd;
+  KitPlane plane;
+  int writing;
+  int decoded;        /* reading: 1 once the plane holds the image */
+  int created;        /* writing: the open created the file */
+  int level;          /* writing: compression level */
+  int colour, depth;  /* writing: what the file stores */
+  char error[200];    /* libpng's last error message */
+} Png;
+
+static void on_error(png_structp png, png_const_charp message) {
+  Png *p = (Png *)png_get_error_ptr(png);
+  snprintf(p->error, sizeof p->error, "%s", message);
+  png_longjmp(png, 1);
+}
+
+static void on_warning(png_structp png, png_const_charp message) {
+  (void)png;
+  kit_note("png: %s", message);
+}
+
+static void release(Png *p) {
+  if (p == NULL) return;
+  if (p->png != NULL) {
+    if (p->writing)
+      png_destroy_write_struct(&p->png, &p->info);
+    else
+      png_destroy_read_struct(&p->png, &p->info, NULL);
+  }
+  if (p->file != NULL) fclose(p->file);
+  kit_plane_free(&p->plane);
+  ERR_free(p);
+}
+
+static Png *new_png(ORX_OBJECT *object) {
+  Png *p = (Png *)ERR_malloc(sizeof(Png));
+  if (p == NULL) {
+    orx__err = ORX_E_NO_MEMORY;
+    return NULL;
+  }
+  memset(p, 0, sizeof *p);
+  p->path = object->info.handle;
+  p->ifd = &object->info.images[0];
+  object->private_cell[0] = p;
+  return p;
+}
+
+/* --- Reading ------------------------------------------------------------- */
+
+/* Decodes the whole image into the plane; 0 or a negative status. */
+static int decode(Png *p) {
+  unsigned char *volatile pixels = NULL;
+  const int32_t height = kit_plane_height(&p->plane);
+  const int32_t width = kit_plane_width(&p->plane);
+  if (setjmp(png_jmpbuf(p->png))) {
+    free(pixels);
+    kit_fail(ORX_E_READ, "png: cannot read %s: %s", p->path, p->error);
+    return ORX_E_READ;
+  }
+  const int passes = png_set_interlace_handling(p->png);
+  png_read_update_info(p->png, p->info);
+  const size_t row_bytes = png_get_rowbytes(p->png, p->info);
+  size_t pixel = 0;
+  for (int32_t c = 0; c < p->plane.channels; ++c) pixel += p->plane.sample_bytes[c];
+  if (row_bytes != pixel * (size_t)width) {
+    kit_fail(ORX_E_UNDECODABLE, "png: %s: unexpected row size %lu", p->path,
+             (unsigned long)row_bytes);
+    return ORX_E_UNDECODABLE;
+  }
+  /* Interlaced images need every row at once; others one row at a time. */
+  const int32_t rows = passes > 1 ? height : 1;
+  pixels = (unsigned char *)malloc(row_bytes * (size_t)rows);
+  if (pixels == NULL) {
+    kit_fail(ORX_E_NO_MEMORY, "png: %s: no memory for the decoding rows", p->path);
+    return ORX_E_NO_MEMORY;
+  }
+  if (passes > 1) {
+    for (int pass = 0; pass < passes; ++pass)
+      for (int32_t r = 0; r < height; ++r) png_read_row(p->png, pixels + (size_t)r * row_bytes, NULL);
+    for (int32_t r = 0; r < height; ++r)
+      kit_plane_spread(&p->plane, r, pixels + (size_t)r * row_bytes);
+  } else {
+    for (int32_t r = 0; r < height; ++r) {
+      png_read_row(p->png, pixels, NULL);
+      kit_plane_spread(&p->plane, r, pixels);
+    }
+  }
+  free(pixels);
+  pixels = NULL;
+  png_read_end(p->png, NULL);
+  return 0;
+}
+
+static int scan_read(void *data, int32_t line, void *out) {
+  Png *p = (Png *)data;
+  if (p->decoded == 0) {
+    const int status = decode(p);
+    p->decoded = status == 0 ? 1 : status;
+  }
+  if (p->decoded < 0) return orx__err = p->decoded;
+  void **rows = kit_plane_line(&p->plane, line);
+  if (rows == NULL) {
+    kit_fail(ORX_E_BAD_SCANLINE, "png: %s: no line %d", p->path, (int)line);
+    return ORX_E_BAD_SCANLINE;
+  }
+  *(void ***)out = rows;
+  return 0;
+}
+
+static int close_object(ORX_OBJECT *object, intptr_t argument);
+
+/* The descriptor, texts and chromaticities from the chunks before the
+ * pixels, and the transformations that give one sample per channel in the
+ * plane's sizes. */
+static int describe(ORX_OBJECT *object, Png *p) {
+  png_structp png = p->png;
+  png_infop info = p->info;
+  const png_uint_32 width = png_get_image_width(png, info);
+  const png_uint_32 height = png_get_image_height(png, info);
+  int depth = png_get_bit_depth(png, info);
+  const int colour = png_get_color_type(png, info);
+  const int has_trns = png_get_valid(png, info, PNG_INFO_tRNS) != 0;
+  KitLayout layout = {{0, 0, 0}, {ORX_C_INTEGER, ORX_C_INTEGER, ORX_C_INTEGER}, {8, 8, 8}};
+  layout.count[0] = (colour & PNG_COLOR_MASK_COLOR) != 0 ? 3 : 1;
+  layout.count[1] = (colour & PNG_COLOR_MASK_ALPHA) != 0 || has_trns ? 1 : 0;
+  if (colour == PNG_COLOR_TYPE_PALETTE) png_set_palette_to_rgb(png);
+  if (has_trns) png_set_tRNS_to_alpha(png);
+  if (colour == PNG_COLOR_TYPE_PALETTE || (depth < 8 && has_trns)) depth = 8;
+  if (depth < 8) png_set_packing(png); /* one byte a sample, values kept */
+  if (depth == 16) png_set_swap(png);  /* host byte order */
+  layout.bits[0] = layout.bits[1] = depth;
+
+  ORX_IFD *ifd = p->ifd;
+  ifd->window.left = ifd->window.bottom = 0;
+  ifd->window.right = (int32_t)width - 1;
+  ifd->window.top = (int32_t)height - 1;
+  ifd->active = ifd->window;
+  ifd->orientation = 0;
+  kit_layout_apply(&layout, ifd);
+  if (!kit_save(&ifd->image.name, layout.count[0] == 3 ? "rgb" : "grey")) return 0;
+  png_fixed_point gamma;
+  /* gAMA holds 1/gamma in units of 1e-5; keep four decimals of the inverse. */
+  if (png_get_gAMA_fixed(png, info, &gamma) && gamma > 0)
+    ifd->curve.gamma = (float)(floor(1e9 / gamma + 0.5) / 1e4);
+  double wx, wy, rx, ry, gx, gy, bx, by;
+  if (png_get_cHRM(png, info, &wx, &wy, &rx, &ry, &gx, &gy, &bx, &by)) {
+    const double xy[4][2] = {{rx, ry}, {gx, gy}, {bx, by}, {wx, wy}};
+    float *to[4] = {object->info.red, object->info.green, object->info.blue, object->info.white};
+    for (int i = 0; i < 4; ++i) {
+      to[i][0] = (float)xy[i][0];
+      to[i][1] = (float)xy[i][1];
+      to[i][2] = (float)(1.0 - xy[i][0] - xy[i][1]);
+    }
+  }
+  png_textp texts;
+  int count = 0;
+  png_get_text(png, info, &texts, &count);
+  for (int t = 0; t < count; ++t)
+    for (int i = 0; i < kTextCount; ++i)
+      if (strcmp(texts[t].key, kTexts[i].keyword) == 0 &&
+          !kit_save(text_field(&object->info, i), texts[t].text))
+        return 0;
+  if (!kit_save(&object->info.compression, "deflate")) return 0;
+  ORX_WINDOW window = ifd->window;
+  return kit_plane_init(&p->plane, &layout, window, window, kWho, p->path) == 0;
+}
+
+int imageReadOpen(ORX_OBJECT *object) {
+  const char *path = object->info.handle;
+  if (path == NULL) return kit_fail(ORX_E_FIELD_MISSING, "png: no file name to read");
+  if (!kit_new_images(object, 1)) return 0;
+  Png *p = new_png(object);
+  if (p == NULL) return 0;
+  p->file = fopen(path, "rb");
+  if (p->file == NULL) {
+    release(p);
+    object->private_cell[0] = NULL;
+    return kit_fail(ORX_E_FIELD_MISSING, "png: cannot open %s", path);
+  }
+  unsigned char signature[8];
+  if (fread(signature, 1, 8, p->file) != 8 || png_sig_cmp(signature, 0, 8) != 0) {
+    release(p);
+    object->private_cell[0] = NULL;
+    return kit_fail(ORX_E_NOT_OUR_FILE, "png: %s is not a PNG file", path);
+  }
+  p->png = png_create_read_struct(PNG_LIBPNG_VER_STRING, p, on_error, on_warning);
+  p->info = p->png != NULL ? png_create_info_struct(p->png) : NULL;
+  if (p->info == NULL) {
+    release(p);
+    object->private_cell[0] = NULL;
+    return kit_fail(ORX_E_NO_MEMORY, "png: no memory to read %s", path);
+  }
+  if (setjmp(png_jmpbuf(p->png))) {
+    kit_fail(ORX_E_NOT_OUR_FILE, "png: cannot read %s: %s", path, p->error);
+    release(p);
+    object->private_cell[0] = NULL;
+    return 0;
+  }
+  png_set_benign_errors(p->png, 1);
+  png_init_io(p->png, p->file);
+  png_set_sig_bytes(p->png, 8);
+  png_read_info(p->png, p->info);
+  if (!describe(object, p)) {
+    release(p);
+    object->private_cell[0] = NULL;
+    return 0;
+  }
+  object->scan = scan_read;
+  object->close = close_object;
+  return 1;
+}
+
+uint8_t imageIsFile(const char *name, FILE *stream) {
+  unsigned char signature[8];
+  return kit_peek(name, stream, signature, 8) == 8 && png_sig_cmp(signature, 0, 8) == 0;
+}
+
+/* --- Writing ------------------------------------------------------------- */
+
+/* What a descriptor becomes in a PNG file: the colour type and the depth,
+ * or 0 after reporting what the file cannot store. */
+static int plan(const ORX_IFD *ifd, const char *path, int *colour, int *depth) {
+  const ORX_CHANNELS *image = &ifd->image, *matte = &ifd->matte;
+  if (image->count != 1 && image->count != 3)
+    return kit_fail(ORX_E_UNSUPPORTED, "png: %s: cannot store %d image channels (1 or 3)", path,
+                    (int)image->count);
+  if (matte->count > 1)
+    return kit_fail(ORX_E_UNSUPPORTED, "png: %s: cannot store %d mattes (at most 1)", path,
+                    (int)matte->count);
+  if (ifd->aux.count > 0)
+    return kit_fail(ORX_E_UNSUPPORTED, "png: %s: cannot store auxiliary channels", path);
+  /* One depth for all channels: the widest asked for, floating point as 16
+   * bits; widths PNG lacks are widened (which loses nothing). */
+  int widest = 0;
+  int floating = 0;
+  const ORX_CHANNELS *groups[2] = {image, matte};
+  for (int g = 0; g < 2; ++g) {
+    if (groups[g]->count <= 0) continue;
+    if (groups[g]->type != ORX_C_INTEGER) floating = 1;
+    else if (groups[g]->bits > widest) widest = groups[g]->bits;
+  }
+  if (floating) kit_note("png: %s: floating-point samples are stored as 16-bit integers", path);
+  if (widest > 16) kit_note("png: %s: %d-bit samples are stored in 16 bits", path, widest);
+  *depth = floating || widest > 8 ? 16 : widest;
+  const int alpha = matte->count == 1;
+  if (*depth < 8 && (image->count != 1 || alpha || (*depth != 1 && *depth != 2 && *depth != 4)))
+    *depth = 8;
+  *colour = image->count == 3 ? (alpha ? PNG_COLOR_TYPE_RGBA : PNG_COLOR_TYPE_RGB)
+                              : (alpha ? PNG_COLOR_TYPE_GRAY_ALPHA : PNG_COLOR_TYPE_GRAY);
+  return 1;
+}
+
+static int scan_write(void *data, int32_t line, void *in) {
+  Png *p = (Png *)data;
+  return kit_plane_store(&p->plane, p->ifd, line, (void **)in, kWho);
+}
+
+int imageWriteOpen(ORX_OBJECT *object) {
+  if (object->info.image_count != 1)
+    return kit_fail(ORX_E_UNSUPPORTED, "png: %s: a file holds one image, not %d",
+                    object->info.handle, (int)object->info.image_count);
+  int colour = 0, depth = 0;
+  if (!plan(&object->info.images[0], object->info.handle, &colour, &depth)) return 0;
+  if (!kit_new_cell(object, 1)) return 0;
+  Png *p = new_png(object);
+  if (p == NULL) return 0;
+  p->writing = 1;
+  p->colour = colour;
+  p->depth = depth;
+  p->level = kit_setting_int(object, kCapLevel, kDefaultLevel);
+  if (p->level < 0 || p->level > 9) p->level = kDefaultLevel;
+  KitLayout layout = kit_layout_of(p->ifd);
+  for (int g = 0; g < 2; ++g) {
+    layout.type[g] = ORX_C_INTEGER;
+    layout.bits[g] = depth;
+  }
+  if (kit_plane_init(&p->plane, &layout, p->ifd->window, p->ifd->window, kWho, p->path) != 0 ||
+      !kit_claim(kWho, p->path, &p->created)) {
+    release(p);
+    object->private_cell[0] = NULL;
+    return 0;
+  }
+  object->scan = scan_write;
+  object->close = close_object;
+  return 1;
+}
+
+/* The header chunks of a written file. */
+static void write_header(ORX_OBJECT *object, Png *p) {
+  const int depth = p->depth;
+  png_structp png = p->png;
+  png_infop info = p->info;
+  const ORX_INFO *in = &object->info;
+  png_set_IHDR(png, info, (png_uint_32)kit_plane_width(&p->plane),
+               (png_uint_32)kit_plane_height(&p->plane), depth, p->colour, PNG_INTERLACE_NONE,
+               PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+  if (p->ifd->curve.gamma > 0.0f) png_set_gAMA(png, info, 1.0 / p->ifd->curve.gamma);
+  png_set_cHRM(png, info, in->white[0], in->white[1], in->red[0], in->red[1], in->green[0],
+               in->green[1], in->blue[0], in->blue[1]);
+  png_text texts[kTextCount];
+  int count = 0;
+  for (int i = 0; i < kTextCount; ++i) {
+    char *text = *text_field(&object->info, i);
+    if (!kit_has_text(text)) continue;
+    memset(&texts[count], 0, sizeof texts[count]);
+    texts[count].compression = PNG_TEXT_COMPRESSION_NONE;
+    texts[count].key = (png_charp)kTexts[i].keyword;
+    texts[count].text = text;
+    ++count;
+  }
+  if (count > 0) png_set_text(png, info, texts, count);
+  png_set_compression_level(png, p->level);
+  png_write_info(png, info);
+  if (depth < 8) png_set_packing(png);
+  if (depth == 16) png_set_swap(png);
+}
+
+/* Encodes the plane into the file; 0 or a negative status. */
+static int encode(ORX_OBJECT *object, Png *p) {
+  unsigned char *volatile pixels = NULL;
+  p->file = fopen(p->path, "wb");
+  if (p->file == NULL) {
+    kit_fail(ORX_E_WRITE, "png: cannot write %s", p->path);
+    return ORX_E_WRITE;
+  }
+  p->png = png_create_write_struct(PNG_LIBPNG_VER_STRING, p, on_error, on_warning);
+  p->info = p->png != NULL ? png_create_info_struct(p->png) : NULL;
+  size_t pixel = 0;
+  for (int32_t c = 0; c < p->plane.channels; ++c) pixel += p->plane.sample_bytes[c];
+  pixels = (unsigned char *)malloc(pixel * (size_t)kit_plane_width(&p->plane) + 1);
+  if (p->info == NULL || pixels == NULL) {
+    free(pixels);
+    kit_fail(ORX_E_NO_MEMORY, "png: no memory to write %s", p->path);
+    return ORX_E_NO_MEMORY;
+  }
+  if (setjmp(png_jmpbuf(p->png))) {
+    free(pixels);
+    kit_fail(ORX_E_WRITE, "png: cannot write %s: %s", p->path, p->error);
+    return ORX_E_WRITE;
+  }
+  png_set_benign_errors(p->png, 1);
+  png_init_io(p->png, p->file);
+  write_header(object, p);
+  for (int32_t r = 0; r < kit_plane_height(&p->plane); ++r) {
+    kit_plane_gather(&p->plane, r, pixels);
+    png_write_row(p->png, pixels);
+  }
+  png_write_end(p->png, p->info);
+  free(pixels);
+  pixels = NULL;
+  if (fclose(p->file) != 0) {
+    p->file = NULL;
+    kit_fail(ORX_E_WRITE, "png: cannot complete %s", p->path);
+    return ORX_E_WRITE;
+  }
+  p->file = NULL;
+  return 0;
+}
+
+static int close_object(ORX_OBJECT *object, intptr_t argument) {
+  (void)argument;
+  int status = 0;
+  Png *p = object->private_cell != NULL ? (Png *)object->private_cell[0] : NULL;
+  if (p != NULL && object->access == ORX_ACCESS_WRITE) {
+    status = encode(object, p);
+    if (status != 0) {
+      if (p->file != NULL) fclose(p->file);
+      p->file = NULL;
+      kit_release(p->path, p->created);
+    }
+  }
+  release(p);
+  orx__free_obj(object);
+  return status;
+}
