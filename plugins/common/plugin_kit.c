@@ -77,6 +77,17 @@ int kit_new_images(ORX_OBJECT *object, int32_t count) {
   return 1;
 }
 
+void kit_describe_size(ORX_IFD *ifd, int32_t width, int32_t height, double pixel_aspect) {
+  ifd->window.left = ifd->window.bottom = 0;
+  ifd->window.right = width - 1;
+  ifd->window.top = height - 1;
+  ifd->active = ifd->window;
+  ifd->orientation = 0;
+  ifd->x_resolution = width;
+  ifd->y_resolution = height;
+  ifd->aspect_ratio = height > 0 ? (float)((double)width / height * pixel_aspect) : 1.0f;
+}
+
 KitLayout kit_layout_of(const ORX_IFD *ifd) {
   const ORX_CHANNELS *groups[3] = {&ifd->image, &ifd->matte, &ifd->aux};
   KitLayout layout;

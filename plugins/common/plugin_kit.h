@@ -54,6 +54,12 @@ int kit_new_images(ORX_OBJECT *object, int32_t count);
 /* A private cell of count NULL entries for a write object. */
 int kit_new_cell(ORX_OBJECT *object, int32_t count);
 
+/* A file's picture of width x height pixels as a descriptor sees it: the
+ * window and active window from (0, 0), top row first, resolution the
+ * picture's size and an aspect ratio of width / height times the pixel
+ * aspect. */
+void kit_describe_size(ORX_IFD *ifd, int32_t width, int32_t height, double pixel_aspect);
+
 /* Channel groups as a plug-in stores them: the image, matte and auxiliary
  * groups of a descriptor, in channel order. */
 typedef struct KitLayout {

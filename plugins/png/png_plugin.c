@@ -206,11 +206,13 @@ static int describe(ORX_OBJECT *object, Png *p) {
   layout.bits[0] = layout.bits[1] = depth;
 
   ORX_IFD *ifd = p->ifd;
-  ifd->window.left = ifd->window.bottom = 0;
-  ifd->window.right = (int32_t)width - 1;
-  ifd->window.top = (int32_t)height - 1;
-  ifd->active = ifd->window;
-  ifd->orientation = 0;
+  png_uint_32 px = 1, py = 1;
+  int unit;
+  png_get_pHYs(png, info, &px, &py, &unit);
+  if (width > INT32_MAX || height > INT32_MAX)
+    return kit_fail(ORX_E_NOT_OUR_FILE, "png: %s: %lu x %lu pixels is too large", p->path,
+                    (unsigned long)width, (unsigned long)height);
+  kit_describe_size(ifd, (int32_t)width, (int32_t)height, px > 0 && py > 0 ? (double)py / px : 1.0);
   kit_layout_apply(&layout, ifd);
   if (!kit_save(&ifd->image.name, layout.count[0] == 3 ? "rgb" : "grey")) return 0;
   png_fixed_point gamma;

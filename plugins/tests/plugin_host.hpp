@@ -1,0 +1,64 @@
+// The format plug-ins loaded in-process as a host loads them, and the
+// pieces of an image the tests write and read through them.
+#pragma once
+
+#include <dlfcn.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "orx/err.h"
+#include "orx/orx.h"
+#include "orx/plugin.h"
+#include "orx/registry.h"
+#include "orx/str.h"
+
+namespace orx::test {
+
+// Loads every module of the build's plug-in directory and starts the
+// library with them; stops the library and unloads them at the end.
+class FormatPlugins {
+ public:
+  FormatPlugins();
+  ~FormatPlugins();
+  bool has(const char *key) const { return ORX_find(key) != nullptr; }
+
+ private:
+  static uint8_t enumerate(void **module, const char **name);
+  std::vector<void *> handles_;
+  std::vector<std::string> names_;
+};
+
+// One channel layout of an image.
+struct Layout {
+  int32_t image, matte, aux;
+  int32_t type, bits;
+};
+
+// The pattern value of channel c at (x, y) as a value from 0 to 1 (integers)
+// or as stored (floating point); smooth patterns suit lossy codecs.
+double pattern_value(const Layout &l, int x, int y, int c, bool smooth);
+
+// A sample of a channel row as a value (integers scaled to 0..1) and back.
+double get_sample(int32_t type, int32_t bits, const void *row, int x);
+void put_sample(int32_t type, int32_t bits, void *row, int x, double v);
+
+// A request to write one width x height image of the layout to path.
+ORX_INFO *new_request(const std::string &path, const Layout &l, int width, int height);
+
+// Writes the pattern through the plug-ins (lines bottom to top); the
+// status of close, or of the step that failed.
+int write_pattern(ORX_INFO *request, const Layout &l, bool smooth);
+
+// Reads path back and returns the largest difference from the pattern of
+// layout l (integers compared as 0..1 values); -1 when it does not open or
+// a line fails.  The file's descriptor is copied to *read_back.
+double read_difference(const std::string &path, const Layout &l, bool smooth,
+                       ORX_IFD *read_back);
+
+}  // namespace orx::test

@@ -1,0 +1,230 @@
+// Every layout each format plug-in stores, written and read back through the
+// library; lossless formats exactly, lossy ones within a stated error.
+// Metadata the formats carry must come back too, and damaged files must fail
+// cleanly.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "orx/capability.h"
+#include "plugin_host.hpp"
+#include "support/error_capture.hpp"
+#include "support/fixtures.hpp"
+
+namespace orx::test {
+namespace {
+
+constexpr int I = ORX_C_INTEGER;
+constexpr int F = ORX_C_FLOAT;
+
+struct Case {
+  const char *key;
+  const char *extension;
+  Layout layout;
+  double tolerance;  // largest difference read back, as 0..1 values
+  bool smooth;       // a smooth pattern, for lossy codecs
+  Layout expected;   // what the file reads as
+};
+
+const Case kCases[] = {
+    {"png", ".png", {1, 0, 0, I, 8}, 0, false, {1, 0, 0, I, 8}},
+    {"png", ".png", {1, 1, 0, I, 8}, 0, false, {1, 1, 0, I, 8}},
+    {"png", ".png", {3, 0, 0, I, 8}, 0, false, {3, 0, 0, I, 8}},
+    {"png", ".png", {3, 1, 0, I, 8}, 0, false, {3, 1, 0, I, 8}},
+    {"png", ".png", {1, 0, 0, I, 16}, 0, false, {1, 0, 0, I, 16}},
+    {"png", ".png", {1, 1, 0, I, 16}, 0, false, {1, 1, 0, I, 16}},
+    {"png", ".png", {3, 0, 0, I, 16}, 0, false, {3, 0, 0, I, 16}},
+    {"png", ".png", {3, 1, 0, I, 16}, 0, false, {3, 1, 0, I, 16}},
+    {"png", ".png", {1, 0, 0, I, 1}, 0, false, {1, 0, 0, I, 1}},
+    {"png", ".png", {1, 0, 0, I, 2}, 0, false, {1, 0, 0, I, 2}},
+    {"png", ".png", {1, 0, 0, I, 4}, 0, false, {1, 0, 0, I, 4}},
+    // Widths PNG lacks are widened, which keeps every value.
+    {"png", ".png", {3, 0, 0, I, 5}, 1.0 / 255, false, {3, 0, 0, I, 8}},
+    {"png", ".png", {3, 1, 0, I, 12}, 1.0 / 65535, false, {3, 1, 0, I, 16}},
+};
+
+// Every test runs with the plug-ins loaded and the error service clean.
+class PluginTest : public CleanErrors {
+ protected:
+  void SetUp() override {
+    CleanErrors::SetUp();
+    capture_.emplace();  // the refusals and damaged files are expected
+    plugins_.emplace();
+  }
+  void TearDown() override {
+    plugins_.reset();
+    capture_.reset();
+    CleanErrors::TearDown();
+  }
+  bool has(const char *key) const { return plugins_->has(key); }
+
+ private:
+  std::optional<ErrorCapture> capture_;
+  std::optional<FormatPlugins> plugins_;
+};
+
+class RoundTrip : public PluginTest, public ::testing::WithParamInterface<Case> {};
+
+std::string describe_case(const ::testing::TestParamInfo<Case> &info) {
+  const Case &c = info.param;
+  return std::string(c.key) + "_" + std::to_string(c.layout.image) + "c" +
+         std::to_string(c.layout.matte) + "m" + std::to_string(c.layout.aux) + "a_" +
+         (c.layout.type == F ? "f" : "i") + std::to_string(c.layout.bits) + "_" +
+         std::to_string(info.index);
+}
+
+TEST_P(RoundTrip, ReadsBackWhatWasWritten) {
+  const Case &c = GetParam();
+  if (!has(c.key)) GTEST_SKIP() << c.key << " plug-in not built";
+  TempDir dir;
+  const std::string path = dir.file(std::string("image") + c.extension);
+  ORX_INFO *request = new_request(path, c.layout, 37, 23);
+  ASSERT_EQ(write_pattern(request, c.layout, c.smooth), 0) << "writing " << path;
+  ORX_info_free(request, 1);
+
+  ORX_IFD ifd;
+  EXPECT_LE(read_difference(path, c.layout, c.smooth, &ifd), c.tolerance);
+  EXPECT_EQ(ifd.window.right, 36);
+  EXPECT_EQ(ifd.window.top, 22);
+  const Layout &e = c.expected;
+  EXPECT_EQ(ifd.image.count, e.image);
+  EXPECT_EQ(ifd.matte.count, e.matte);
+  EXPECT_EQ(ifd.aux.count, e.aux);
+  for (const ORX_CHANNELS *g : {&ifd.image, &ifd.matte, &ifd.aux}) {
+    if (g->count == 0) continue;
+    EXPECT_EQ(g->type, e.type);
+    EXPECT_EQ(g->bits, e.bits);
+  }
+
+  // Any cut of the file fails with a status, at open or on a line.
+  const auto size = std::filesystem::file_size(path);
+  for (auto cut : {size / 2, size - 1, std::uintmax_t{12}}) {
+    std::filesystem::resize_file(path, cut);
+    EXPECT_EQ(read_difference(path, c.layout, c.smooth, nullptr), -1.0) << "cut at " << cut;
+    EXPECT_NE(orx__err, 0);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, RoundTrip, ::testing::ValuesIn(kCases), describe_case);
+
+// Gamma, chromaticities and header texts survive a round trip.
+TEST_F(PluginTest, MetadataGammaChromaticitiesAndTextsComeBack) {
+  for (const char *ext : {".png"}) {
+    if (!has(ext + 1)) continue;
+    TempDir dir;
+    const std::string path = dir.file(std::string("meta") + ext);
+    const Layout l{3, 0, 0, I, 8};
+    ORX_INFO *request = new_request(path, l, 5, 4);
+    request->name = STR_save("shot 12");
+    request->desc = STR_save("a test");
+    request->program = STR_save("renderer");
+    request->images[0].curve.gamma = 1.8f;
+    const float red[3] = {0.64f, 0.33f, 0.03f}, white[3] = {0.3127f, 0.329f, 0.3583f};
+    std::memcpy(request->red, red, sizeof red);
+    std::memcpy(request->white, white, sizeof white);
+    ASSERT_EQ(write_pattern(request, l, false), 0);
+    ORX_info_free(request, 1);
+
+    ORX_INFO in;
+    ORX_info_init(&in);
+    in.handle = STR_save(path.c_str());
+    in.full_path = 1;
+    ORX_OBJECT *object = ORX_open(&in, "r");
+    ORX_info_cleanup(&in, 1);
+    ASSERT_NE(object, nullptr) << ext;
+    const ORX_INFO &info = object->info;
+    EXPECT_STREQ(info.name, "shot 12") << ext;
+    EXPECT_STREQ(info.desc, "a test") << ext;
+    EXPECT_STREQ(info.program, "renderer") << ext;
+    EXPECT_NEAR(info.images[0].curve.gamma, 1.8, 1e-4) << ext;
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_NEAR(info.red[i], red[i], 1e-4) << ext;
+      EXPECT_NEAR(info.white[i], white[i], 1e-4) << ext;
+    }
+    ORX_close(object);
+  }
+}
+
+// Stores the layout with each value of a setting: every value reads back
+// exactly (or within the case's error) and the files differ in size.
+struct SettingCase {
+  const char *key;
+  Layout layout;
+  int32_t index;
+  std::vector<int32_t> values;
+};
+
+TEST_F(PluginTest, SettingsEveryValueOfASettingRoundTrips) {
+  const SettingCase cases[] = {
+      {"png", {3, 1, 0, I, 8}, 0, {0, 1, 9}},
+  };
+  for (const SettingCase &s : cases) {
+    if (!has(s.key)) continue;
+    TempDir dir;
+    std::vector<std::uintmax_t> sizes;
+    for (int32_t value : s.values) {
+      const std::string path = dir.file("set" + std::to_string(value) + "." + s.key);
+      ORX_INFO *request = new_request(path, s.layout, 64, 40);
+      std::vector<ORX_CAP_SETTING> settings(static_cast<std::size_t>(s.index) + 1);
+      std::vector<ORX_CAP_SETTING *> pointers;
+      for (auto &one : settings) {
+        one.code = ORX_CAP_UNSET;
+        pointers.push_back(&one);
+      }
+      pointers.push_back(nullptr);
+      settings.back().code = ORX_CAP_INTEGER;
+      settings.back().value.i = value;
+      request->settings = pointers.data();
+      ASSERT_EQ(write_pattern(request, s.layout, true), 0) << s.key << " " << value;
+      request->settings = nullptr;
+      ORX_info_free(request, 1);
+      EXPECT_EQ(read_difference(path, s.layout, true, nullptr), 0.0) << s.key << " " << value;
+      sizes.push_back(std::filesystem::file_size(path));
+    }
+    EXPECT_GT(sizes.front(), sizes.back()) << s.key;
+  }
+}
+
+// Refusals name the format and what it cannot store.
+TEST_F(PluginTest, RefusalsLayoutsAFormatCannotStoreAreRefusedAtOpen) {
+  const struct {
+    const char *ext;
+    Layout layout;
+  } refused[] = {
+      {".png", {2, 0, 0, I, 8}},
+      {".png", {3, 2, 0, I, 8}},
+      {".png", {3, 0, 1, I, 8}},
+  };
+  for (const auto &r : refused) {
+    if (!has(r.ext + 1)) continue;
+    TempDir dir;
+    ORX_INFO *request = new_request(dir.file(std::string("no") + r.ext), r.layout, 4, 4);
+    EXPECT_EQ(ORX_open(request, "w"), nullptr) << r.ext;
+    EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED) << r.ext;
+    ORX_info_free(request, 1);
+  }
+}
+
+// Short of memory anywhere in open or scan, a read fails with -10 and a
+// report, never a crash or a leak.
+TEST_F(PluginTest, OutOfMemoryOpenAndScanReportEveryFailure) {
+  for (const char *ext : {".png"}) {
+    if (!has(ext + 1)) continue;
+    TempDir dir;
+    const std::string path = dir.file(std::string("oom") + ext);
+    const Layout l{3, 1, 0, I, 8};
+    ORX_INFO *request = new_request(path, l, 9, 7);
+    ASSERT_EQ(write_pattern(request, l, false), 0);
+    ORX_info_free(request, 1);
+    for_each_reported_allocation_failure([&] {
+      const double d = read_difference(path, l, false, nullptr);
+      return d == 0.0 ? 0 : orx__err;
+    });
+  }
+}
+
+}  // namespace
+}  // namespace orx::test
