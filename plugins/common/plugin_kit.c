@@ -233,6 +233,10 @@ unsigned char *kit_plane_at(const KitPlane *plane, int32_t r, int32_t c) {
 
 static void shuffle(unsigned char *dst, size_t dst_step, const unsigned char *src,
                     size_t src_step, uint8_t size, int32_t width) {
+  if (dst_step == size && src_step == size) {
+    memcpy(dst, src, (size_t)width * size);
+    return;
+  }
   switch (size) {
     case 1: KIT_SHUFFLE(1, dst, dst_step, src, src_step); break;
     case 2: KIT_SHUFFLE(2, dst, dst_step, src, src_step); break;
@@ -241,30 +245,47 @@ static void shuffle(unsigned char *dst, size_t dst_step, const unsigned char *sr
   }
 }
 
-static size_t pixel_bytes(const KitPlane *plane) {
+/* Bytes of one interleaved pixel of channels c0 .. c0 + nc - 1. */
+static size_t pixel_bytes(const KitPlane *plane, int32_t c0, int32_t nc) {
   size_t bytes = 0;
-  for (int32_t c = 0; c < plane->channels; ++c) bytes += plane->sample_bytes[c];
+  for (int32_t c = c0; c < c0 + nc; ++c) bytes += plane->sample_bytes[c];
   return bytes;
 }
 
-void kit_plane_spread(KitPlane *plane, int32_t r, const void *pixels) {
-  const size_t step = pixel_bytes(plane);
+static unsigned char *column(const KitPlane *plane, int32_t r, int32_t c, int32_t x) {
+  return kit_plane_at(plane, r, c) + (size_t)x * plane->sample_bytes[c];
+}
+
+void kit_plane_put(KitPlane *plane, int32_t r, int32_t x, int32_t n, const void *pixels,
+                   int32_t c0, int32_t nc) {
+  const size_t step = pixel_bytes(plane, c0, nc);
   const unsigned char *src = (const unsigned char *)pixels;
-  for (int32_t c = 0; c < plane->channels; ++c) {
-    shuffle(kit_plane_at(plane, r, c), plane->sample_bytes[c], src, step,
-            plane->sample_bytes[c], kit_plane_width(plane));
+  for (int32_t c = c0; c < c0 + nc; ++c) {
+    shuffle(column(plane, r, c, x), plane->sample_bytes[c], src, step, plane->sample_bytes[c], n);
     src += plane->sample_bytes[c];
   }
 }
 
-void kit_plane_gather(const KitPlane *plane, int32_t r, void *pixels) {
-  const size_t step = pixel_bytes(plane);
+void kit_plane_get(const KitPlane *plane, int32_t r, int32_t x, int32_t n, void *pixels,
+                   int32_t c0, int32_t nc) {
+  const size_t step = pixel_bytes(plane, c0, nc);
   unsigned char *dst = (unsigned char *)pixels;
-  for (int32_t c = 0; c < plane->channels; ++c) {
-    shuffle(dst, step, kit_plane_at(plane, r, c), plane->sample_bytes[c],
-            plane->sample_bytes[c], kit_plane_width(plane));
+  for (int32_t c = c0; c < c0 + nc; ++c) {
+    shuffle(dst, step, column(plane, r, c, x), plane->sample_bytes[c], plane->sample_bytes[c], n);
     dst += plane->sample_bytes[c];
   }
+}
+
+void kit_plane_spread(KitPlane *plane, int32_t r, const void *pixels) {
+  kit_plane_put(plane, r, 0, kit_plane_width(plane), pixels, 0, plane->channels);
+}
+
+void kit_plane_gather(const KitPlane *plane, int32_t r, void *pixels) {
+  kit_plane_get(plane, r, 0, kit_plane_width(plane), pixels, 0, plane->channels);
+}
+
+size_t kit_plane_pixel_bytes(const KitPlane *plane) {
+  return pixel_bytes(plane, 0, plane->channels);
 }
 
 /* A sample as a value: integers scaled to 0..1, floating point as stored. */

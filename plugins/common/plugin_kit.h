@@ -112,6 +112,14 @@ unsigned char *kit_plane_at(const KitPlane *plane, int32_t r, int32_t c);
 void kit_plane_spread(KitPlane *plane, int32_t r, const void *pixels);
 /* The reverse: file row r gathered into interleaved pixels. */
 void kit_plane_gather(const KitPlane *plane, int32_t r, void *pixels);
+/* The same for n pixels from active column x (0: the first active column)
+ * and the nc channels from c0: pixels hold nc interleaved samples each. */
+void kit_plane_put(KitPlane *plane, int32_t r, int32_t x, int32_t n, const void *pixels,
+                   int32_t c0, int32_t nc);
+void kit_plane_get(const KitPlane *plane, int32_t r, int32_t x, int32_t n, void *pixels,
+                   int32_t c0, int32_t nc);
+/* Bytes of one interleaved pixel of every channel. */
+size_t kit_plane_pixel_bytes(const KitPlane *plane);
 
 /* Copies the host's rows for line into the plane, converting from the host
  * descriptor's channel types and widths to the plane's.  -2 (reported) for a

@@ -135,9 +135,7 @@ static int decode(Png *p) {
   const int passes = png_set_interlace_handling(p->png);
   png_read_update_info(p->png, p->info);
   const size_t row_bytes = png_get_rowbytes(p->png, p->info);
-  size_t pixel = 0;
-  for (int32_t c = 0; c < p->plane.channels; ++c) pixel += p->plane.sample_bytes[c];
-  if (row_bytes != pixel * (size_t)width) {
+  if (row_bytes != kit_plane_pixel_bytes(&p->plane) * (size_t)width) {
     kit_fail(ORX_E_UNDECODABLE, "png: %s: unexpected row size %lu", p->path,
              (unsigned long)row_bytes);
     return ORX_E_UNDECODABLE;
@@ -402,9 +400,8 @@ static int encode(ORX_OBJECT *object, Png *p) {
   }
   p->png = png_create_write_struct(PNG_LIBPNG_VER_STRING, p, on_error, on_warning);
   p->info = p->png != NULL ? png_create_info_struct(p->png) : NULL;
-  size_t pixel = 0;
-  for (int32_t c = 0; c < p->plane.channels; ++c) pixel += p->plane.sample_bytes[c];
-  pixels = (unsigned char *)malloc(pixel * (size_t)kit_plane_width(&p->plane) + 1);
+  pixels = (unsigned char *)malloc(kit_plane_pixel_bytes(&p->plane) *
+                                       (size_t)kit_plane_width(&p->plane) + 1);
   if (p->info == NULL || pixels == NULL) {
     free(pixels);
     kit_fail(ORX_E_NO_MEMORY, "png: no memory to write %s", p->path);

@@ -55,7 +55,7 @@ uint8_t FormatPlugins::enumerate(void **module, const char **name) {
 double pattern_value(const Layout &l, int x, int y, int c, bool smooth) {
   if (smooth) {
     const double v = 0.5 + 0.4 * std::sin(x / 6.0 + c) * std::cos(y / 5.0 - c);
-    if (l.type != ORX_C_INTEGER) return v;
+    if (l.type != ORX_C_INTEGER) return static_cast<float>(v);
     const double top = std::ldexp(1.0, l.bits) - 1.0;
     return std::round(v * top) / top;
   }
