@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <string>
+#include <utility>
 
 #include "interop/peers.hpp"
 #include "support/fixtures.hpp"
@@ -18,9 +19,9 @@ std::string orx(const std::string &args) {
   return std::string("env -u ORX_PLUGIN_PATH '") + ORX_TOOL + "' " + args;
 }
 
-// `orx diff` with no difference allowed.
-void expect_same(const std::string &a, const std::string &b) {
-  ToolRun r = run(orx("diff '" + a + "' '" + b + "' --fail 0"));
+// `orx diff` with no more than `error` of difference allowed.
+void expect_same(const std::string &a, const std::string &b, double error = 0) {
+  ToolRun r = run(orx("diff '" + a + "' '" + b + "' --fail " + std::to_string(error)));
   EXPECT_EQ(r.status, 0) << a << " vs " << b << "\n" << r.output;
 }
 
@@ -40,19 +41,24 @@ struct Peer {
   const char *pattern;  // orx pattern arguments
   const char *oiio;     // oiiotool output options: the layout its file takes
   bool magick;          // ImageMagick keeps these samples exactly
+  double error;         // what our file may differ from the source by
 };
 
 // ImageMagick divides associated alpha out and keeps 16 bits of a float,
-// so TIFF mattes and floats are OpenImageIO's alone.
+// so TIFF mattes and floats are OpenImageIO's alone; it has no EXR here.
+// Our EXR files are half unless asked otherwise.
 const Peer kPeers[] = {
-    {"png", "--type int8 --channels 1", "", true},
-    {"png", "--type int8 --channels 3 --matte", "", true},
-    {"png", "--type int16 --channels 1 --matte", "", true},
-    {"png", "--type int16 --channels 3", "", true},
-    {"tif", "--type int8 --channels 3", "", true},
-    {"tif", "--type int16 --channels 1", "--tile 16 16", true},
-    {"tif", "--type int16 --channels 3 --matte", "--tile 32 16 --planarconfig separate", false},
-    {"tif", "--type float --channels 3 --matte", "--compression zip", false},
+    {"png", "--type int8 --channels 1", "", true, 0},
+    {"png", "--type int8 --channels 3 --matte", "", true, 0},
+    {"png", "--type int16 --channels 1 --matte", "", true, 0},
+    {"png", "--type int16 --channels 3", "", true, 0},
+    {"tif", "--type int8 --channels 3", "", true, 0},
+    {"tif", "--type int16 --channels 1", "--tile 16 16", true, 0},
+    {"tif", "--type int16 --channels 3 --matte", "--tile 32 16 --planarconfig separate", false, 0},
+    {"tif", "--type float --channels 3 --matte", "--compression zip", false, 0},
+    {"exr", "--type float --channels 3 --matte", "", false, 1e-3},
+    {"exr", "--type float --channels 1", "--compression piz --tile 32 32", false, 1e-3},
+    {"exr", "--type float --channels 3", "-d float --compression none", false, 1e-3},
 };
 
 class PeerTools : public ::testing::TestWithParam<Peer> {};
@@ -65,17 +71,18 @@ TEST_P(PeerTools, ReadOursAndWriteWhatWeRead) {
   const std::string ours = dir.file(std::string("ours.") + p.ext);
   expect_runs(orx("pattern '" + source + "' --size 67x31 " + p.pattern));
   expect_runs(orx("copy '" + source + "' '" + ours + "'"));
+  expect_same(source, ours, p.error);
   if (have_tool("oiiotool")) {
     // OpenImageIO premultiplies alpha on reading unless told otherwise.
     const std::string theirs = dir.file(std::string("oiio.") + p.ext);
     expect_runs("oiiotool --iconfig oiio:UnassociatedAlpha 1 '" + ours + "' " + p.oiio + " -o '" +
                 theirs + "'");
-    expect_same(source, theirs);
+    expect_same(ours, theirs);
   }
   if (p.magick && have_tool("convert")) {
     const std::string theirs = dir.file(std::string("magick.") + p.ext);
     expect_runs("convert '" + ours + "' '" + theirs + "'");
-    expect_same(source, theirs);
+    expect_same(ours, theirs);
   }
 }
 
@@ -103,23 +110,60 @@ TEST(PeerTools, PalettePngReadsAsRgb) {
   }
 }
 
-// Every directory of a TIFF file is an image: ImageMagick's multi-directory
-// file copied by us keeps its second directory for OpenImageIO to find.
-TEST(PeerTools, EveryTiffDirectoryIsCopied) {
+// Every directory of a TIFF file and every part of an EXR file is an image:
+// a peer's file of two images, copied by us, keeps its second image for
+// OpenImageIO to find.
+TEST(PeerTools, EveryImageOfAFileIsCopied) {
   ORX_REQUIRE_TOOL("convert");
-  if (!built("tif")) GTEST_SKIP() << "tiff plug-in not built";
   ORX_REQUIRE_TOOL("oiiotool");
+  const struct {
+    const char *ext;
+    const char *second;  // orx pattern arguments of the second image
+    const char *join;    // the peer's command making {a} and {b} one file {out}
+  } kFiles[] = {
+      {"tif", "--size 30x25 --type int16 --channels 1", "convert {a} {b} {out}"},
+      {"exr", "--size 40x20 --type float --channels 1 --matte",
+       "oiiotool {a} {b} --siappend -o {out}"},
+  };
+  for (const auto &k : kFiles) {
+    if (!built(k.ext)) continue;
+    TempDir dir;
+    const std::string ext = std::string(".") + k.ext;
+    auto f = [&](const std::string &name) { return "'" + dir.file(name) + "'"; };
+    expect_runs(orx("pattern " + f("a.rla") + " --size 40x20 --type int8 --channels 3"));
+    expect_runs(orx("pattern " + f("b.rla") + " " + k.second));
+    expect_runs(orx("copy " + f("a.rla") + " " + f("a" + ext)));
+    expect_runs(orx("copy " + f("b.rla") + " " + f("b" + ext)));
+    std::string join = k.join;
+    for (auto [key, value] : {std::pair<std::string, std::string>{"{a}", f("a" + ext)},
+                              {"{b}", f("b" + ext)}, {"{out}", f("peer" + ext)}})
+      join.replace(join.find(key), key.size(), value);
+    expect_runs(join);
+    expect_runs(orx("copy " + f("peer" + ext) + " " + f("ours" + ext)));
+    expect_runs("oiiotool " + f("ours" + ext) + " --subimage 1 -o " + f("second" + ext));
+    expect_same(dir.file("a" + ext), dir.file("ours" + ext));
+    expect_same(dir.file("b" + ext), dir.file("second" + ext));
+  }
+}
+
+// An EXR data window smaller than the display window is the active window:
+// OpenImageIO's crop reads as its zero-padded full picture, and our copy of
+// the crop pads the same way for OpenImageIO.
+TEST(PeerTools, ExrDataWindowIsTheActiveWindow) {
+  ORX_REQUIRE_TOOL("oiiotool");
+  if (!built("exr")) GTEST_SKIP() << "exr plug-in not built";
   TempDir dir;
-  auto f = [&](const char *name) { return dir.file(name); };
-  expect_runs(orx("pattern '" + f("a.rla") + "' --size 40x20 --type int8 --channels 3"));
-  expect_runs(orx("pattern '" + f("b.rla") + "' --size 30x25 --type int16 --channels 1"));
-  expect_runs(orx("copy '" + f("a.rla") + "' '" + f("a.tif") + "'"));
-  expect_runs(orx("copy '" + f("b.rla") + "' '" + f("b.tif") + "'"));
-  expect_runs("convert '" + f("a.tif") + "' '" + f("b.tif") + "' '" + f("magick.tif") + "'");
-  expect_runs(orx("copy '" + f("magick.tif") + "' '" + f("ours.tif") + "'"));
-  expect_runs("oiiotool '" + f("ours.tif") + "' --subimage 1 -o '" + f("second.tif") + "'");
-  expect_same(f("a.rla"), f("ours.tif"));
-  expect_same(f("b.rla"), f("second.tif"));
+  auto f = [&](const std::string &name) { return "'" + dir.file(name) + "'"; };
+  expect_runs(orx("pattern " + f("p.rla") + " --size 67x31 --type float --channels 3 --matte"));
+  expect_runs(orx("copy " + f("p.rla") + " " + f("p.exr")));
+  expect_runs("oiiotool " + f("p.exr") + " --crop 20x10+5+3 -o " + f("crop.exr"));
+  expect_runs("oiiotool " + f("crop.exr") + " --croptofull -o " + f("full.exr"));
+  expect_same(dir.file("crop.exr"), dir.file("full.exr"));
+  ToolRun info = run(orx("info " + f("crop.exr")));
+  EXPECT_NE(info.output.find("active    5..24 x 18..27"), std::string::npos) << info.output;
+  expect_runs(orx("copy " + f("crop.exr") + " " + f("ours.exr")));
+  expect_runs("oiiotool " + f("ours.exr") + " --croptofull -o " + f("ours_full.exr"));
+  expect_same(dir.file("full.exr"), dir.file("ours_full.exr"));
 }
 
 }  // namespace
