@@ -1,0 +1,332 @@
+/* JPEG files through libjpeg(-turbo): 8-bit grey and RGB (YCbCr files read
+ * as RGB).  The comment marker carries the description; the JFIF density
+ * gives the pixel aspect.  Writing takes the quality from the capability
+ * settings; deeper or floating-point samples are stored in 8 bits and
+ * mattes or auxiliary channels are refused.  libjpeg reports errors through
+ * an error manager that longjmps back to the caller's setjmp. */
+#include <setjmp.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+/* After stdio.h, which it needs. */
+#include <jpeglib.h>
+
+#include "orx/err.h"
+#include "orx/plugin.h"
+#include "plugin_kit.h"
+
+const char *version = ORX_PLUGIN_VERSION;
+const char *imageKey = "jpeg";
+const char *imageExtension = ".jpg";
+const char *imageName = "JPEG";
+const char *imageDescription = "JPEG (JFIF): 8-bit grey and RGB, lossy";
+const char *imageNameSyntax = "Name.####.jpg";
+int imageOrientation = 0;
+int imageNumberOfChannels = 3;
+int imageBitsPerChannel = 1 << 7;
+int imageAccess = ORX_ACCESS_READ | ORX_ACCESS_WRITE | ORX_ACCESS_RANDOM;
+
+/* Settings: the quality, 1 (smallest) to 100 (best). */
+enum { kCapQuality = 0, kDefaultQuality = 90 };
+static ORX_CAP_ENTRY capabilities[] = {
+    {kCapQuality, "quality", 0, NULL, 1, NULL, 0},
+};
+
+void imageCapability(ORX_CAP_ENTRY **table, int32_t *first, int32_t *second, int32_t *count) {
+  *table = capabilities;
+  *first = 1;
+  *second = 0;
+  *count = 1;
+}
+
+static const char kWho[] = "jpeg";
+
+/* libjpeg's error manager with the way back and the last message. */
+typedef struct Errors {
+  struct jpeg_error_mgr base;
+  jmp_buf back;
+  char message[JMSG_LENGTH_MAX];
+} Errors;
+
+static void on_error(j_common_ptr cinfo) {
+  Errors *e = (Errors *)cinfo->err;
+  (*cinfo->err->format_message)(cinfo, e->message);
+  longjmp(e->back, 1);
+}
+
+/* Warnings (corrupt data libjpeg works around) become notes. */
+static void on_message(j_common_ptr cinfo) {
+  char message[JMSG_LENGTH_MAX];
+  (*cinfo->err->format_message)(cinfo, message);
+  kit_note("jpeg: %s", message);
+}
+
+typedef struct Jpeg {
+  struct jpeg_decompress_struct in;
+  struct jpeg_compress_struct out;
+  Errors errors;
+  FILE *file;
+  const char *path;
+  ORX_IFD *ifd;
+  KitPlane plane;
+  int writing;
+  int started;   /* the codec struct was created */
+  int decoded;   /* reading: 1 once the plane holds the image, or a status */
+  int created;   /* writing: the open created the file */
+  int quality;
+} Jpeg;
+
+static void release(Jpeg *j) {
+  if (j == NULL) return;
+  if (j->started) {
+    if (j->writing) jpeg_destroy_compress(&j->out);
+    else jpeg_destroy_decompress(&j->in);
+  }
+  if (j->file != NULL) fclose(j->file);
+  kit_plane_free(&j->plane);
+  ERR_free(j);
+}
+
+static Jpeg *new_jpeg(ORX_OBJECT *object) {
+  Jpeg *j = (Jpeg *)ERR_malloc(sizeof(Jpeg));
+  if (j == NULL) {
+    orx__err = ORX_E_NO_MEMORY;
+    return NULL;
+  }
+  memset(j, 0, sizeof *j);
+  j->path = object->info.handle;
+  j->ifd = &object->info.images[0];
+  object->private_cell[0] = j;
+  return j;
+}
+
+static int close_object(ORX_OBJECT *object, intptr_t argument);
+
+/* --- Reading ------------------------------------------------------------- */
+
+static int decode(Jpeg *j) {
+  JSAMPLE *volatile row = NULL;
+  if (setjmp(j->errors.back)) {
+    free(row);
+    kit_fail(ORX_E_READ, "jpeg: cannot read %s: %s", j->path, j->errors.message);
+    return ORX_E_READ;
+  }
+  jpeg_start_decompress(&j->in);
+  const int32_t width = kit_plane_width(&j->plane);
+  if ((int32_t)j->in.output_width != width || j->in.output_components != j->plane.channels) {
+    kit_fail(ORX_E_UNDECODABLE, "jpeg: %s: unexpected decoded layout", j->path);
+    return ORX_E_UNDECODABLE;
+  }
+  row = (JSAMPLE *)malloc((size_t)width * (size_t)j->plane.channels);
+  if (row == NULL) {
+    kit_fail(ORX_E_NO_MEMORY, "jpeg: %s: no memory for a row", j->path);
+    return ORX_E_NO_MEMORY;
+  }
+  while (j->in.output_scanline < j->in.output_height) {
+    JSAMPROW rows[1] = {row};
+    const int32_t r = (int32_t)j->in.output_scanline;
+    jpeg_read_scanlines(&j->in, rows, 1);
+    kit_plane_spread(&j->plane, r, row);
+  }
+  jpeg_finish_decompress(&j->in);
+  free(row);
+  row = NULL;
+  return 0;
+}
+
+static int scan_read(void *data, int32_t line, void *out) {
+  Jpeg *j = (Jpeg *)data;
+  if (j->decoded == 0) {
+    const int status = decode(j);
+    j->decoded = status == 0 ? 1 : status;
+  }
+  if (j->decoded < 0) return orx__err = j->decoded;
+  void **rows = kit_plane_line(&j->plane, line);
+  if (rows == NULL) {
+    kit_fail(ORX_E_BAD_SCANLINE, "jpeg: %s: no line %d", j->path, (int)line);
+    return ORX_E_BAD_SCANLINE;
+  }
+  *(void ***)out = rows;
+  return 0;
+}
+
+/* The descriptor and header from the markers before the pixels. */
+static int describe(ORX_OBJECT *object, Jpeg *j) {
+  struct jpeg_decompress_struct *in = &j->in;
+  if (in->jpeg_color_space == JCS_CMYK || in->jpeg_color_space == JCS_YCCK)
+    return kit_fail(ORX_E_UNSUPPORTED, "jpeg: %s: CMYK files are not read", j->path);
+  const int grey = in->num_components == 1;
+  in->out_color_space = grey ? JCS_GRAYSCALE : JCS_RGB;
+  KitLayout layout = {{grey ? 1 : 3, 0, 0}, {ORX_C_INTEGER, ORX_C_INTEGER, ORX_C_INTEGER},
+                      {8, 8, 8}};
+  double pixel_aspect = 1.0;
+  if (in->saw_JFIF_marker && in->X_density > 0 && in->Y_density > 0)
+    pixel_aspect = (double)in->Y_density / in->X_density;
+  kit_describe_size(j->ifd, (int32_t)in->image_width, (int32_t)in->image_height, pixel_aspect);
+  kit_layout_apply(&layout, j->ifd);
+  if (!kit_save(&j->ifd->image.name, grey ? "grey" : "rgb")) return 0;
+  for (jpeg_saved_marker_ptr m = in->marker_list; m != NULL; m = m->next) {
+    if (m->marker != JPEG_COM) continue;
+    char *text = (char *)malloc(m->data_length + 1);
+    if (text == NULL) continue;
+    memcpy(text, m->data, m->data_length);
+    text[m->data_length] = '\0';
+    const int saved = kit_save(&object->info.desc, text);
+    free(text);
+    if (!saved) return 0;
+  }
+  if (!kit_save(&object->info.compression, "jpeg")) return 0;
+  return kit_plane_init(&j->plane, &layout, j->ifd->window, j->ifd->window, kWho, j->path) == 0;
+}
+
+int imageReadOpen(ORX_OBJECT *object) {
+  const char *path = object->info.handle;
+  if (path == NULL) return kit_fail(ORX_E_FIELD_MISSING, "jpeg: no file name to read");
+  if (!kit_new_images(object, 1)) return 0;
+  Jpeg *j = new_jpeg(object);
+  if (j == NULL) return 0;
+  j->file = fopen(path, "rb");
+  if (j->file == NULL) {
+    release(j);
+    object->private_cell[0] = NULL;
+    return kit_fail(ORX_E_FIELD_MISSING, "jpeg: cannot open %s", path);
+  }
+  j->in.err = jpeg_std_error(&j->errors.base);
+  j->errors.base.error_exit = on_error;
+  j->errors.base.output_message = on_message;
+  if (setjmp(j->errors.back)) {
+    kit_fail(ORX_E_NOT_OUR_FILE, "jpeg: cannot read %s: %s", path, j->errors.message);
+    release(j);
+    object->private_cell[0] = NULL;
+    return 0;
+  }
+  jpeg_create_decompress(&j->in);
+  j->started = 1;
+  jpeg_stdio_src(&j->in, j->file);
+  jpeg_save_markers(&j->in, JPEG_COM, 0xffff);
+  jpeg_read_header(&j->in, TRUE);
+  if (!describe(object, j)) {
+    release(j);
+    object->private_cell[0] = NULL;
+    return 0;
+  }
+  object->scan = scan_read;
+  object->close = close_object;
+  return 1;
+}
+
+uint8_t imageIsFile(const char *name, FILE *stream) {
+  unsigned char head[3];
+  return kit_peek(name, stream, head, 3) == 3 && head[0] == 0xff && head[1] == 0xd8 &&
+         head[2] == 0xff;
+}
+
+/* --- Writing ------------------------------------------------------------- */
+
+static int scan_write(void *data, int32_t line, void *in) {
+  Jpeg *j = (Jpeg *)data;
+  return kit_plane_store(&j->plane, j->ifd, line, (void **)in, kWho);
+}
+
+int imageWriteOpen(ORX_OBJECT *object) {
+  const char *path = object->info.handle;
+  if (object->info.image_count != 1)
+    return kit_fail(ORX_E_UNSUPPORTED, "jpeg: %s: a file holds one image, not %d", path,
+                    (int)object->info.image_count);
+  const ORX_IFD *ifd = &object->info.images[0];
+  if (ifd->image.count != 1 && ifd->image.count != 3)
+    return kit_fail(ORX_E_UNSUPPORTED, "jpeg: %s: cannot store %d image channels (1 or 3)", path,
+                    (int)ifd->image.count);
+  if (ifd->matte.count > 0 || ifd->aux.count > 0)
+    return kit_fail(ORX_E_UNSUPPORTED, "jpeg: %s: cannot store mattes or auxiliary channels",
+                    path);
+  if (ifd->image.type != ORX_C_INTEGER || ifd->image.bits > 8)
+    kit_note("jpeg: %s: samples are stored in 8 bits", path);
+  if (!kit_new_cell(object, 1)) return 0;
+  Jpeg *j = new_jpeg(object);
+  if (j == NULL) return 0;
+  j->writing = 1;
+  j->quality = kit_setting_int(object, kCapQuality, kDefaultQuality);
+  if (j->quality < 1 || j->quality > 100) j->quality = kDefaultQuality;
+  KitLayout layout = kit_layout_of(j->ifd);
+  layout.type[0] = ORX_C_INTEGER;
+  layout.bits[0] = 8;
+  if (kit_plane_init(&j->plane, &layout, j->ifd->window, j->ifd->window, kWho, path) != 0 ||
+      !kit_claim(kWho, path, &j->created)) {
+    release(j);
+    object->private_cell[0] = NULL;
+    return 0;
+  }
+  object->scan = scan_write;
+  object->close = close_object;
+  return 1;
+}
+
+static int encode(ORX_OBJECT *object, Jpeg *j) {
+  JSAMPLE *volatile row = NULL;
+  j->file = fopen(j->path, "wb");
+  if (j->file == NULL) {
+    kit_fail(ORX_E_WRITE, "jpeg: cannot write %s", j->path);
+    return ORX_E_WRITE;
+  }
+  j->out.err = jpeg_std_error(&j->errors.base);
+  j->errors.base.error_exit = on_error;
+  j->errors.base.output_message = on_message;
+  if (setjmp(j->errors.back)) {
+    free(row);
+    kit_fail(ORX_E_WRITE, "jpeg: cannot write %s: %s", j->path, j->errors.message);
+    return ORX_E_WRITE;
+  }
+  jpeg_create_compress(&j->out);
+  j->started = 1;
+  jpeg_stdio_dest(&j->out, j->file);
+  const int32_t width = kit_plane_width(&j->plane);
+  j->out.image_width = (JDIMENSION)width;
+  j->out.image_height = (JDIMENSION)kit_plane_height(&j->plane);
+  j->out.input_components = j->plane.channels;
+  j->out.in_color_space = j->plane.channels == 1 ? JCS_GRAYSCALE : JCS_RGB;
+  jpeg_set_defaults(&j->out);
+  jpeg_set_quality(&j->out, j->quality, TRUE);
+  jpeg_start_compress(&j->out, TRUE);
+  const char *desc = object->info.desc;
+  if (kit_has_text(desc))
+    jpeg_write_marker(&j->out, JPEG_COM, (const JOCTET *)desc,
+                      (unsigned)(strlen(desc) < 65533 ? strlen(desc) : 65533));
+  row = (JSAMPLE *)malloc((size_t)width * (size_t)j->plane.channels);
+  if (row == NULL) {
+    kit_fail(ORX_E_NO_MEMORY, "jpeg: no memory to write %s", j->path);
+    return ORX_E_NO_MEMORY;
+  }
+  while (j->out.next_scanline < j->out.image_height) {
+    JSAMPROW rows[1] = {row};
+    kit_plane_gather(&j->plane, (int32_t)j->out.next_scanline, row);
+    jpeg_write_scanlines(&j->out, rows, 1);
+  }
+  jpeg_finish_compress(&j->out);
+  free(row);
+  row = NULL;
+  const int closed = fclose(j->file);
+  j->file = NULL;
+  if (closed != 0) {
+    kit_fail(ORX_E_WRITE, "jpeg: cannot complete %s", j->path);
+    return ORX_E_WRITE;
+  }
+  return 0;
+}
+
+static int close_object(ORX_OBJECT *object, intptr_t argument) {
+  (void)argument;
+  int status = 0;
+  Jpeg *j = object->private_cell != NULL ? (Jpeg *)object->private_cell[0] : NULL;
+  if (j != NULL && j->writing) {
+    status = encode(object, j);
+    if (status != 0) {
+      if (j->file != NULL) fclose(j->file);
+      j->file = NULL;
+      kit_release(j->path, j->created);
+    }
+  }
+  release(j);
+  orx__free_obj(object);
+  return status;
+}
