@@ -221,6 +221,22 @@ void **kit_plane_line(KitPlane *plane, int32_t line) {
   return plane->rows;
 }
 
+int kit_scan_decoded(KitPlane *plane, int *decoded, int (*decode)(void *), void *data,
+                     int32_t line, void *out, const char *who, const char *path) {
+  if (*decoded == 0) {
+    const int status = decode(data);
+    *decoded = status == 0 ? 1 : status;
+  }
+  if (*decoded < 0) return orx__err = *decoded;
+  void **rows = kit_plane_line(plane, line);
+  if (rows == NULL) {
+    kit_fail(ORX_E_BAD_SCANLINE, "%s: %s: no line %d", who, path, (int)line);
+    return ORX_E_BAD_SCANLINE;
+  }
+  *(void ***)out = rows;
+  return 0;
+}
+
 unsigned char *kit_plane_at(const KitPlane *plane, int32_t r, int32_t c) {
   const size_t left = (size_t)(plane->active.left - plane->window.left);
   return line_block(plane, r) + plane->offsets[c] + left * plane->sample_bytes[c];

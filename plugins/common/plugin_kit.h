@@ -121,6 +121,13 @@ void kit_plane_get(const KitPlane *plane, int32_t r, int32_t x, int32_t n, void 
 /* Bytes of one interleaved pixel of every channel. */
 size_t kit_plane_pixel_bytes(const KitPlane *plane);
 
+/* The body of a reader's scan function, for readers that decode the whole
+ * image on the first request: decode(data) runs once, its status kept in
+ * *decoded (1 once done), so a failed image keeps failing with the same
+ * status; then the rows of line go out through out (a void ***). */
+int kit_scan_decoded(KitPlane *plane, int *decoded, int (*decode)(void *), void *data,
+                     int32_t line, void *out, const char *who, const char *path);
+
 /* Copies the host's rows for line into the plane, converting from the host
  * descriptor's channel types and widths to the plane's.  -2 (reported) for a
  * line outside the window; lines outside the active window are dropped. */

@@ -164,7 +164,8 @@ Imf::FrameBuffer frame_buffer(ExrImage &image) {
 
 // --- Reading ---------------------------------------------------------------
 
-int decode(ExrImage &image) {
+int decode(void *data) {
+  auto &image = *static_cast<ExrImage *>(data);
   try {
     Imf::InputPart part(*image.file->input, image.part);
     part.setFrameBuffer(frame_buffer(image));
@@ -179,18 +180,8 @@ int decode(ExrImage &image) {
 
 int scan_read(void *data, int32_t line, void *out) {
   auto &image = *static_cast<ExrImage *>(data);
-  if (image.decoded == 0) {
-    const int status = decode(image);
-    image.decoded = status == 0 ? 1 : status;
-  }
-  if (image.decoded < 0) return orx__err = image.decoded;
-  void **rows = kit_plane_line(&image.plane, line);
-  if (rows == nullptr) {
-    kit_fail(ORX_E_BAD_SCANLINE, "exr: %s: no line %d", image.file->path.c_str(), line);
-    return ORX_E_BAD_SCANLINE;
-  }
-  *static_cast<void ***>(out) = rows;
-  return 0;
+  return kit_scan_decoded(&image.plane, &image.decoded, decode, data, line, out, kWho,
+                          image.file->path.c_str());
 }
 
 // The channels of a part in plane order: R, G, B (or Y, or the first other

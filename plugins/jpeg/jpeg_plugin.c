@@ -76,8 +76,12 @@ typedef struct Jpeg {
   int quality;
 } Jpeg;
 
-static void release(Jpeg *j) {
-  if (j == NULL) return;
+/* Frees the private data of the object's one image; returns 0, the open
+ * functions' failure value. */
+static int release(ORX_OBJECT *object) {
+  Jpeg *j = object->private_cell != NULL ? (Jpeg *)object->private_cell[0] : NULL;
+  if (j == NULL) return 0;
+  object->private_cell[0] = NULL;
   if (j->started) {
     if (j->writing) jpeg_destroy_compress(&j->out);
     else jpeg_destroy_decompress(&j->in);
@@ -85,6 +89,7 @@ static void release(Jpeg *j) {
   if (j->file != NULL) fclose(j->file);
   kit_plane_free(&j->plane);
   ERR_free(j);
+  return 0;
 }
 
 static Jpeg *new_jpeg(ORX_OBJECT *object) {
@@ -104,7 +109,8 @@ static int close_object(ORX_OBJECT *object, intptr_t argument);
 
 /* --- Reading ------------------------------------------------------------- */
 
-static int decode(Jpeg *j) {
+static int decode(void *data) {
+  Jpeg *j = (Jpeg *)data;
   JSAMPLE *volatile row = NULL;
   if (setjmp(j->errors.back)) {
     free(row);
@@ -136,18 +142,7 @@ static int decode(Jpeg *j) {
 
 static int scan_read(void *data, int32_t line, void *out) {
   Jpeg *j = (Jpeg *)data;
-  if (j->decoded == 0) {
-    const int status = decode(j);
-    j->decoded = status == 0 ? 1 : status;
-  }
-  if (j->decoded < 0) return orx__err = j->decoded;
-  void **rows = kit_plane_line(&j->plane, line);
-  if (rows == NULL) {
-    kit_fail(ORX_E_BAD_SCANLINE, "jpeg: %s: no line %d", j->path, (int)line);
-    return ORX_E_BAD_SCANLINE;
-  }
-  *(void ***)out = rows;
-  return 0;
+  return kit_scan_decoded(&j->plane, &j->decoded, decode, data, line, out, kWho, j->path);
 }
 
 /* The descriptor and header from the markers before the pixels. */
@@ -187,8 +182,7 @@ int imageReadOpen(ORX_OBJECT *object) {
   if (j == NULL) return 0;
   j->file = fopen(path, "rb");
   if (j->file == NULL) {
-    release(j);
-    object->private_cell[0] = NULL;
+    release(object);
     return kit_fail(ORX_E_FIELD_MISSING, "jpeg: cannot open %s", path);
   }
   j->in.err = jpeg_std_error(&j->errors.base);
@@ -196,9 +190,7 @@ int imageReadOpen(ORX_OBJECT *object) {
   j->errors.base.output_message = on_message;
   if (setjmp(j->errors.back)) {
     kit_fail(ORX_E_NOT_OUR_FILE, "jpeg: cannot read %s: %s", path, j->errors.message);
-    release(j);
-    object->private_cell[0] = NULL;
-    return 0;
+    return release(object);
   }
   jpeg_create_decompress(&j->in);
   j->started = 1;
@@ -206,9 +198,7 @@ int imageReadOpen(ORX_OBJECT *object) {
   jpeg_save_markers(&j->in, JPEG_COM, 0xffff);
   jpeg_read_header(&j->in, TRUE);
   if (!describe(object, j)) {
-    release(j);
-    object->private_cell[0] = NULL;
-    return 0;
+    return release(object);
   }
   object->scan = scan_read;
   object->close = close_object;
@@ -253,9 +243,7 @@ int imageWriteOpen(ORX_OBJECT *object) {
   layout.bits[0] = 8;
   if (kit_plane_init(&j->plane, &layout, j->ifd->window, j->ifd->window, kWho, path) != 0 ||
       !kit_claim(kWho, path, &j->created)) {
-    release(j);
-    object->private_cell[0] = NULL;
-    return 0;
+    return release(object);
   }
   object->scan = scan_write;
   object->close = close_object;
@@ -326,7 +314,7 @@ static int close_object(ORX_OBJECT *object, intptr_t argument) {
       kit_release(j->path, j->created);
     }
   }
-  release(j);
+  release(object);
   orx__free_obj(object);
   return status;
 }

@@ -94,8 +94,12 @@ static void on_warning(png_structp png, png_const_charp message) {
   kit_note("png: %s", message);
 }
 
-static void release(Png *p) {
-  if (p == NULL) return;
+/* Frees the private data of the object's one image; returns 0, the open
+ * functions' failure value. */
+static int release(ORX_OBJECT *object) {
+  Png *p = object->private_cell != NULL ? (Png *)object->private_cell[0] : NULL;
+  if (p == NULL) return 0;
+  object->private_cell[0] = NULL;
   if (p->png != NULL) {
     if (p->writing)
       png_destroy_write_struct(&p->png, &p->info);
@@ -105,6 +109,7 @@ static void release(Png *p) {
   if (p->file != NULL) fclose(p->file);
   kit_plane_free(&p->plane);
   ERR_free(p);
+  return 0;
 }
 
 static Png *new_png(ORX_OBJECT *object) {
@@ -123,7 +128,8 @@ static Png *new_png(ORX_OBJECT *object) {
 /* --- Reading ------------------------------------------------------------- */
 
 /* Decodes the whole image into the plane; 0 or a negative status. */
-static int decode(Png *p) {
+static int decode(void *data) {
+  Png *p = (Png *)data;
   unsigned char *volatile pixels = NULL;
   const int32_t height = kit_plane_height(&p->plane);
   const int32_t width = kit_plane_width(&p->plane);
@@ -166,18 +172,7 @@ static int decode(Png *p) {
 
 static int scan_read(void *data, int32_t line, void *out) {
   Png *p = (Png *)data;
-  if (p->decoded == 0) {
-    const int status = decode(p);
-    p->decoded = status == 0 ? 1 : status;
-  }
-  if (p->decoded < 0) return orx__err = p->decoded;
-  void **rows = kit_plane_line(&p->plane, line);
-  if (rows == NULL) {
-    kit_fail(ORX_E_BAD_SCANLINE, "png: %s: no line %d", p->path, (int)line);
-    return ORX_E_BAD_SCANLINE;
-  }
-  *(void ***)out = rows;
-  return 0;
+  return kit_scan_decoded(&p->plane, &p->decoded, decode, data, line, out, kWho, p->path);
 }
 
 static int close_object(ORX_OBJECT *object, intptr_t argument);
@@ -248,37 +243,30 @@ int imageReadOpen(ORX_OBJECT *object) {
   if (p == NULL) return 0;
   p->file = fopen(path, "rb");
   if (p->file == NULL) {
-    release(p);
-    object->private_cell[0] = NULL;
+    release(object);
     return kit_fail(ORX_E_FIELD_MISSING, "png: cannot open %s", path);
   }
   unsigned char signature[8];
   if (fread(signature, 1, 8, p->file) != 8 || png_sig_cmp(signature, 0, 8) != 0) {
-    release(p);
-    object->private_cell[0] = NULL;
+    release(object);
     return kit_fail(ORX_E_NOT_OUR_FILE, "png: %s is not a PNG file", path);
   }
   p->png = png_create_read_struct(PNG_LIBPNG_VER_STRING, p, on_error, on_warning);
   p->info = p->png != NULL ? png_create_info_struct(p->png) : NULL;
   if (p->info == NULL) {
-    release(p);
-    object->private_cell[0] = NULL;
+    release(object);
     return kit_fail(ORX_E_NO_MEMORY, "png: no memory to read %s", path);
   }
   if (setjmp(png_jmpbuf(p->png))) {
     kit_fail(ORX_E_NOT_OUR_FILE, "png: cannot read %s: %s", path, p->error);
-    release(p);
-    object->private_cell[0] = NULL;
-    return 0;
+    return release(object);
   }
   png_set_benign_errors(p->png, 1);
   png_init_io(p->png, p->file);
   png_set_sig_bytes(p->png, 8);
   png_read_info(p->png, p->info);
   if (!describe(object, p)) {
-    release(p);
-    object->private_cell[0] = NULL;
-    return 0;
+    return release(object);
   }
   object->scan = scan_read;
   object->close = close_object;
@@ -351,9 +339,7 @@ int imageWriteOpen(ORX_OBJECT *object) {
   }
   if (kit_plane_init(&p->plane, &layout, p->ifd->window, p->ifd->window, kWho, p->path) != 0 ||
       !kit_claim(kWho, p->path, &p->created)) {
-    release(p);
-    object->private_cell[0] = NULL;
-    return 0;
+    return release(object);
   }
   object->scan = scan_write;
   object->close = close_object;
@@ -443,7 +429,7 @@ static int close_object(ORX_OBJECT *object, intptr_t argument) {
       kit_release(p->path, p->created);
     }
   }
-  release(p);
+  release(object);
   orx__free_obj(object);
   return status;
 }

@@ -276,21 +276,16 @@ static int decode_blocks(TiffImage *image) {
   return 0;
 }
 
+static int decode(void *data) {
+  TiffImage *image = (TiffImage *)data;
+  if (!TIFFSetDirectory(image->file->tif, image->directory)) return fail_read(image);
+  return image->rgba ? decode_rgba(image) : decode_blocks(image);
+}
+
 static int scan_read(void *data, int32_t line, void *out) {
   TiffImage *image = (TiffImage *)data;
-  if (image->decoded == 0) {
-    int status = TIFFSetDirectory(image->file->tif, image->directory) ? 0 : fail_read(image);
-    if (status == 0) status = image->rgba ? decode_rgba(image) : decode_blocks(image);
-    image->decoded = status == 0 ? 1 : status;
-  }
-  if (image->decoded < 0) return orx__err = image->decoded;
-  void **rows = kit_plane_line(&image->plane, line);
-  if (rows == NULL) {
-    kit_fail(ORX_E_BAD_SCANLINE, "tiff: %s: no line %d", image->file->path, (int)line);
-    return ORX_E_BAD_SCANLINE;
-  }
-  *(void ***)out = rows;
-  return 0;
+  return kit_scan_decoded(&image->plane, &image->decoded, decode, data, line, out, kWho,
+                          image->file->path);
 }
 
 /* The layout of the current directory: its samples as stored, or 8-bit
