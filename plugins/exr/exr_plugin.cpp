@@ -279,6 +279,48 @@ bool describe(ORX_OBJECT *object, ExrImage &image) {
 
 int close_object(ORX_OBJECT *object, intptr_t argument);
 
+// Whether every attribute of the file's headers fits in the file.  OpenEXR
+// sizes an attribute's buffer from the size the header declares before it
+// reads a byte of it, so a few bytes could otherwise make it allocate and
+// clear gigabytes.  Layout: magic and version (8 bytes), then headers of
+// attributes (name, type name, 32-bit little-endian size, value), each
+// header ended by an empty name, and for multi-part files an empty header
+// after the last.
+bool headers_fit(const char *path) {
+  std::FILE *f = std::fopen(path, "rb");
+  if (f == nullptr) return true;  // OpenEXR reports what is wrong
+  bool fit = std::fseek(f, 0, SEEK_END) == 0;
+  const long size = std::ftell(f);
+  unsigned char head[8];
+  fit = fit && size >= 8 && std::fseek(f, 0, SEEK_SET) == 0 && std::fread(head, 1, 8, f) == 8;
+  const bool multipart = fit && (head[5] & 0x10) != 0;
+  // Reads a name; false at end of file or past 255 characters.
+  auto name = [&](std::string &out) {
+    out.clear();
+    for (int c; (c = std::fgetc(f)) != 0;) {
+      if (c == EOF || out.size() > 255) return false;
+      out.push_back(static_cast<char>(c));
+    }
+    return true;
+  };
+  std::string attribute, type;
+  for (bool more_headers = fit; more_headers && fit;) {
+    int count = 0;
+    for (; (fit = name(attribute)) && !attribute.empty(); ++count) {
+      unsigned char bytes[4];
+      fit = name(type) && std::fread(bytes, 1, 4, f) == 4;
+      const std::int64_t length = static_cast<std::int32_t>(
+          bytes[0] | bytes[1] << 8 | bytes[2] << 16 | static_cast<std::uint32_t>(bytes[3]) << 24);
+      fit = fit && length >= 0 && length <= size - std::ftell(f) &&
+            std::fseek(f, static_cast<long>(length), SEEK_CUR) == 0;
+      if (!fit) break;
+    }
+    more_headers = multipart && count > 0;
+  }
+  std::fclose(f);
+  return fit;
+}
+
 }  // namespace
 
 extern "C" int imageReadOpen(ORX_OBJECT *object) {
@@ -287,6 +329,11 @@ extern "C" int imageReadOpen(ORX_OBJECT *object) {
   auto *file = new (std::nothrow) ExrFile;
   if (file == nullptr) return kit_fail(ORX_E_NO_MEMORY, "exr: no memory for %s", path);
   file->path = path;
+  if (!headers_fit(path)) {
+    delete file;
+    return kit_fail(ORX_E_NOT_OUR_FILE, "exr: %s: a header attribute runs past the end of the file",
+                    path);
+  }
   try {
     file->input = std::make_unique<Imf::MultiPartInputFile>(path, 0);
   } catch (const std::exception &e) {

@@ -50,6 +50,7 @@ void imageCapability(ORX_CAP_ENTRY **table, int32_t *first, int32_t *second, int
 }
 
 static const char kWho[] = "png";
+enum { kChunkMemory = 16 << 20 };
 
 /* The header texts and the text keywords that carry them. */
 static const struct {
@@ -262,6 +263,9 @@ int imageReadOpen(ORX_OBJECT *object) {
     return release(object);
   }
   png_set_benign_errors(p->png, 1);
+  /* No ancillary chunk may make libpng allocate more than this (a header
+   * can declare any chunk length). */
+  png_set_chunk_malloc_max(p->png, kChunkMemory);
   png_init_io(p->png, p->file);
   png_set_sig_bytes(p->png, 8);
   png_read_info(p->png, p->info);

@@ -274,5 +274,34 @@ TEST_F(PluginTest, OutOfMemoryOpenAndScanReportEveryFailure) {
   }
 }
 
+// Inputs the fuzzers found harmful, kept under plugins/fuzz/regressions/<key>:
+// each is refused or read without a crash (the fuzz targets replay them with
+// their memory limit as well).
+TEST_F(PluginTest, FuzzRegressionsReadCleanly) {
+  namespace fs = std::filesystem;
+  const fs::path root = fs::path(ORX_TEST_SOURCE_ROOT) / "plugins/fuzz/regressions";
+  std::error_code ec;
+  for (const auto &dir : fs::directory_iterator(root, ec)) {
+    const std::string key = dir.path().filename().string();
+    if (!has(key.c_str())) continue;
+    for (const auto &file : fs::directory_iterator(dir.path())) {
+      ORX_INFO request;
+      ORX_info_init(&request);
+      std::string handle = file.path().string();
+      request.handle = handle.data();
+      request.type = const_cast<char *>(key.c_str());
+      request.full_path = 1;
+      ORX_OBJECT *object = ORX_open(&request, "r");
+      ORX_info_cleanup(&request, 0);
+      if (object == nullptr) continue;
+      void **rows = nullptr;
+      const ORX_IFD &ifd = object->info.images[0];
+      for (int y = ifd.window.top; y >= ifd.window.bottom; --y)
+        if (ORX_scan_read(object, y, &rows) != 0) break;
+      ORX_close(object);
+    }
+  }
+}
+
 }  // namespace
 }  // namespace orx::test

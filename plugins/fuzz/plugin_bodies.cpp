@@ -1,0 +1,80 @@
+#include "plugin_bodies.hpp"
+
+#include <dlfcn.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "orx/orx.h"
+#include "orx/plugin.h"
+#include "orx/registry.h"
+#include "quiet.hpp"
+
+namespace orx::fuzz {
+namespace {
+
+void *g_module = nullptr;
+const char *g_name = nullptr;
+
+uint8_t enumerate(void **module, const char **name) {
+  if (g_module == nullptr) return 0;
+  *module = g_module;
+  *name = g_name;
+  g_module = nullptr;
+  return 1;
+}
+
+// Loads the plug-in once per process and starts the library with it.
+bool load(const char *module) {
+  static bool loaded = false;
+  if (loaded) return true;
+  const std::string path = std::string(ORX_PLUGIN_BUILD_DIR) + "/" + module + ".so";
+  g_module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (g_module == nullptr) std::abort();  // a broken build, not an input
+  g_name = module;
+  ORX_exit();
+  loaded = ORX_init(nullptr, enumerate) == 0;
+  return loaded;
+}
+
+int read_all(const char *module, const char *key, const char *extension,
+             const std::uint8_t *data, std::size_t size) {
+  silence_reports();
+  if (!load(module)) return 0;
+  static const std::string path = scratch_path((std::string("read") + extension).c_str());
+  if (!write_bytes(path, data, size)) return 0;
+  ORX_INFO request;
+  ORX_info_init(&request);
+  std::string handle = path, type = key;
+  request.handle = handle.data();
+  request.type = type.data();
+  request.full_path = 1;
+  ORX_OBJECT *object = ORX_open(&request, "r");
+  ORX_info_cleanup(&request, 0);
+  if (object == nullptr) return 0;
+  for (int32_t i = 0; i < object->info.image_count; ++i) {
+    const ORX_IFD &ifd = object->info.images[i];
+    void **rows = nullptr;
+    for (int32_t y = ifd.window.top; y >= ifd.window.bottom; --y)
+      if (object->scan(object->private_cell[i], y, &rows) != 0) break;
+  }
+  ORX_close(object);
+  return 0;
+}
+
+}  // namespace
+
+int png_read(const std::uint8_t *data, std::size_t size) {
+  return read_all("png", "png", ".png", data, size);
+}
+int jpeg_read(const std::uint8_t *data, std::size_t size) {
+  return read_all("jpeg", "jpeg", ".jpg", data, size);
+}
+int tiff_read(const std::uint8_t *data, std::size_t size) {
+  return read_all("tiff", "tiff", ".tif", data, size);
+}
+int exr_read(const std::uint8_t *data, std::size_t size) {
+  return read_all("exr", "exr", ".exr", data, size);
+}
+
+}  // namespace orx::fuzz
