@@ -145,18 +145,19 @@ static int over_limit(const char *who, const char *path, uint64_t need, const ch
 }
 
 int kit_plane_init(KitPlane *plane, const KitLayout *layout, ORX_WINDOW window,
-                   ORX_WINDOW active, const char *who, const char *path) {
+                   ORX_WINDOW active, int interleaved, const char *who, const char *path) {
   memset(plane, 0, sizeof *plane);
   plane->layout = *layout;
   plane->window = window;
   plane->active = active;
+  plane->interleaved = interleaved;
   const int32_t channels = kit_layout_channels(layout);
   if (channels > ORX_limit(ORX_LIMIT_CHANNELS))
     return over_limit(who, path, (uint64_t)channels, "channels", ORX_LIMIT_CHANNELS,
                       "KV_ORX_MAX_CHANNELS");
   const uint64_t width = (uint64_t)((int64_t)window.right - window.left + 1);
   const uint64_t height = (uint64_t)((int64_t)active.top - active.bottom + 1);
-  uint64_t line = 0;
+  uint64_t line = 0, pixel = 0;
   for (int32_t c = 0; c < channels; ++c) {
     const int g = group_of(layout, c);
     const uint8_t size = sample_size(layout->type[g], layout->bits[g]);
@@ -165,8 +166,10 @@ int kit_plane_init(KitPlane *plane, const KitLayout *layout, ORX_WINDOW window,
                path, (int)layout->type[g], (int)layout->bits[g]);
       return ORX_E_UNSUPPORTED;
     }
+    pixel += size;
     line += (width * size + 1) & ~(uint64_t)1;
   }
+  if (interleaved) line = (width * pixel + 1) & ~(uint64_t)1;
   /* The active lines, the zero line and the tables, all within the limit. */
   const uint64_t need = line * (height + 1) + (uint64_t)channels * 24 + 8;
   if (need > (uint64_t)ORX_limit(ORX_LIMIT_ROW_MEMORY) || need > UINT32_MAX)
@@ -174,6 +177,7 @@ int kit_plane_init(KitPlane *plane, const KitLayout *layout, ORX_WINDOW window,
                       "KV_ORX_MAX_ROW_MEMORY");
   plane->channels = channels;
   plane->line_bytes = (size_t)line;
+  plane->pixel_bytes = (size_t)pixel;
   plane->offsets = (size_t *)allocate((size_t)channels * sizeof(size_t) + 1);
   plane->sample_bytes = (uint8_t *)allocate((size_t)channels + 1);
   plane->rows = (void **)allocate(((size_t)channels + 1) * sizeof(void *));
@@ -189,7 +193,8 @@ int kit_plane_init(KitPlane *plane, const KitLayout *layout, ORX_WINDOW window,
     const int g = group_of(layout, c);
     plane->sample_bytes[c] = sample_size(layout->type[g], layout->bits[g]);
     plane->offsets[c] = at;
-    at += ((size_t)width * plane->sample_bytes[c] + 1) & ~(size_t)1;
+    at += interleaved ? plane->sample_bytes[c]
+                      : ((size_t)width * plane->sample_bytes[c] + 1) & ~(size_t)1;
   }
   plane->rows[channels] = NULL;
   return 0;
@@ -237,9 +242,17 @@ int kit_scan_decoded(KitPlane *plane, int *decoded, int (*decode)(void *), void 
   return 0;
 }
 
+size_t kit_plane_step(const KitPlane *plane, int32_t c) {
+  return plane->interleaved ? plane->pixel_bytes : plane->sample_bytes[c];
+}
+
 unsigned char *kit_plane_at(const KitPlane *plane, int32_t r, int32_t c) {
   const size_t left = (size_t)(plane->active.left - plane->window.left);
-  return line_block(plane, r) + plane->offsets[c] + left * plane->sample_bytes[c];
+  return line_block(plane, r) + plane->offsets[c] + left * kit_plane_step(plane, c);
+}
+
+const unsigned char *kit_plane_pixels(const KitPlane *plane, int32_t r) {
+  return kit_plane_at(plane, r, 0);
 }
 
 /* One loop per sample size keeps the copies fixed-size. */
@@ -269,7 +282,7 @@ static size_t pixel_bytes(const KitPlane *plane, int32_t c0, int32_t nc) {
 }
 
 static unsigned char *column(const KitPlane *plane, int32_t r, int32_t c, int32_t x) {
-  return kit_plane_at(plane, r, c) + (size_t)x * plane->sample_bytes[c];
+  return kit_plane_at(plane, r, c) + (size_t)x * kit_plane_step(plane, c);
 }
 
 void kit_plane_put(KitPlane *plane, int32_t r, int32_t x, int32_t n, const void *pixels,
@@ -277,7 +290,8 @@ void kit_plane_put(KitPlane *plane, int32_t r, int32_t x, int32_t n, const void 
   const size_t step = pixel_bytes(plane, c0, nc);
   const unsigned char *src = (const unsigned char *)pixels;
   for (int32_t c = c0; c < c0 + nc; ++c) {
-    shuffle(column(plane, r, c, x), plane->sample_bytes[c], src, step, plane->sample_bytes[c], n);
+    shuffle(column(plane, r, c, x), kit_plane_step(plane, c), src, step, plane->sample_bytes[c],
+            n);
     src += plane->sample_bytes[c];
   }
 }
@@ -287,7 +301,8 @@ void kit_plane_get(const KitPlane *plane, int32_t r, int32_t x, int32_t n, void 
   const size_t step = pixel_bytes(plane, c0, nc);
   unsigned char *dst = (unsigned char *)pixels;
   for (int32_t c = c0; c < c0 + nc; ++c) {
-    shuffle(dst, step, column(plane, r, c, x), plane->sample_bytes[c], plane->sample_bytes[c], n);
+    shuffle(dst, step, column(plane, r, c, x), kit_plane_step(plane, c), plane->sample_bytes[c],
+            n);
     dst += plane->sample_bytes[c];
   }
 }
@@ -296,13 +311,6 @@ void kit_plane_spread(KitPlane *plane, int32_t r, const void *pixels) {
   kit_plane_put(plane, r, 0, kit_plane_width(plane), pixels, 0, plane->channels);
 }
 
-void kit_plane_gather(const KitPlane *plane, int32_t r, void *pixels) {
-  kit_plane_get(plane, r, 0, kit_plane_width(plane), pixels, 0, plane->channels);
-}
-
-size_t kit_plane_pixel_bytes(const KitPlane *plane) {
-  return pixel_bytes(plane, 0, plane->channels);
-}
 
 /* A sample as a value: integers scaled to 0..1, floating point as stored. */
 static double get(int32_t type, int32_t bits, const unsigned char *p) {
@@ -372,13 +380,13 @@ int kit_plane_store(KitPlane *plane, const ORX_IFD *host, int32_t line, void **r
     const uint8_t in_size = sample_size(from.type[g], from.bits[g]);
     const unsigned char *src = (const unsigned char *)rows[c] + left * in_size;
     unsigned char *dst = kit_plane_at(plane, r, c);
-    const uint8_t out_size = plane->sample_bytes[c];
+    const size_t step = kit_plane_step(plane, c);
     if (from.type[g] == plane->layout.type[g] && from.bits[g] == plane->layout.bits[g]) {
-      memcpy(dst, src, (size_t)width * out_size);
+      shuffle(dst, step, src, in_size, in_size, width);
       continue;
     }
     for (int32_t x = 0; x < width; ++x)
-      put(plane->layout.type[g], plane->layout.bits[g], dst + (size_t)x * out_size,
+      put(plane->layout.type[g], plane->layout.bits[g], dst + (size_t)x * step,
           get(from.type[g], from.bits[g], src + (size_t)x * in_size));
   }
   return 0;

@@ -75,14 +75,20 @@ int32_t kit_layout_channels(const KitLayout *layout);
 /* Copies the layout's counts, types and widths into a descriptor. */
 void kit_layout_apply(const KitLayout *layout, ORX_IFD *ifd);
 
-/* A whole image held in memory (see the top of this file). */
+/* A whole image held in memory (see the top of this file).  A writer's
+ * plane may be interleaved instead: each line one row of pixels, channel
+ * after channel, as codecs take them, so storing a host's line is the one
+ * pass that interleaves it. */
 typedef struct KitPlane {
   KitLayout layout;
   ORX_WINDOW window;
   ORX_WINDOW active;
   int32_t channels;
-  size_t line_bytes;      /* one line: every channel's row */
-  size_t *offsets;        /* channel row offsets within a line */
+  int32_t interleaved;
+  size_t line_bytes;      /* one line: every channel's row, or the pixels */
+  size_t pixel_bytes;     /* one pixel of every channel */
+  size_t *offsets;        /* channel row offsets within a line, or sample
+                             offsets within a pixel */
   uint8_t *sample_bytes;  /* bytes per sample of each channel */
   unsigned char *data;    /* active lines, top first, then one zero line */
   void **rows;            /* channels + 1 row pointers handed to hosts */
@@ -92,34 +98,35 @@ typedef struct KitPlane {
  * messages.  Checks the channel and row-memory limits of orx/limits.h
  * before allocating.  0, or a negative status after a report. */
 int kit_plane_init(KitPlane *plane, const KitLayout *layout, ORX_WINDOW window,
-                   ORX_WINDOW active, const char *who, const char *path);
+                   ORX_WINDOW active, int interleaved, const char *who, const char *path);
 void kit_plane_free(KitPlane *plane);
 
 /* Active height and width. */
 int32_t kit_plane_height(const KitPlane *plane);
 int32_t kit_plane_width(const KitPlane *plane);
 
-/* The channel row pointers of a line (zero rows outside the active window);
- * NULL for a line outside the window. */
+/* The channel row pointers of a line of a planar plane (zero rows outside
+ * the active window); NULL for a line outside the window. */
 void **kit_plane_line(KitPlane *plane, int32_t line);
 
 /* Sample 0 of the active columns of channel c in file row r (0: the active
- * window's top line). */
+ * window's top line); the channel's next sample lies kit_plane_step bytes
+ * further. */
 unsigned char *kit_plane_at(const KitPlane *plane, int32_t r, int32_t c);
+size_t kit_plane_step(const KitPlane *plane, int32_t c);
+/* The pixels of file row r of an interleaved plane. */
+const unsigned char *kit_plane_pixels(const KitPlane *plane, int32_t r);
 
 /* Spreads one interleaved file row (active width pixels, every channel
  * stored in the plane's sample size) over the channel rows of file row r. */
 void kit_plane_spread(KitPlane *plane, int32_t r, const void *pixels);
-/* The reverse: file row r gathered into interleaved pixels. */
-void kit_plane_gather(const KitPlane *plane, int32_t r, void *pixels);
 /* The same for n pixels from active column x (0: the first active column)
  * and the nc channels from c0: pixels hold nc interleaved samples each. */
 void kit_plane_put(KitPlane *plane, int32_t r, int32_t x, int32_t n, const void *pixels,
                    int32_t c0, int32_t nc);
 void kit_plane_get(const KitPlane *plane, int32_t r, int32_t x, int32_t n, void *pixels,
                    int32_t c0, int32_t nc);
-/* Bytes of one interleaved pixel of every channel. */
-size_t kit_plane_pixel_bytes(const KitPlane *plane);
+
 
 /* The body of a reader's scan function, for readers that decode the whole
  * image on the first request: decode(data) runs once, its status kept in

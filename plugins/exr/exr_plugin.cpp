@@ -153,11 +153,12 @@ Imf::FrameBuffer frame_buffer(ExrImage &image) {
   const int y0 = exr_row(p.window, p.active.top);
   Imf::FrameBuffer fb;
   for (int32_t c = 0; c < p.channels; ++c) {
+    const std::size_t step = kit_plane_step(&p, c);
     char *origin = reinterpret_cast<char *>(kit_plane_at(&p, 0, c)) -
-                   static_cast<std::ptrdiff_t>(x0) * 4 -
+                   static_cast<std::ptrdiff_t>(x0) * static_cast<std::ptrdiff_t>(step) -
                    static_cast<std::ptrdiff_t>(y0) * static_cast<std::ptrdiff_t>(p.line_bytes);
     fb.insert(image.channels[static_cast<std::size_t>(c)],
-              Imf::Slice(Imf::FLOAT, origin, 4, p.line_bytes, 1, 1, 0.0));
+              Imf::Slice(Imf::FLOAT, origin, step, p.line_bytes, 1, 1, 0.0));
   }
   return fb;
 }
@@ -253,7 +254,7 @@ bool describe(ORX_OBJECT *object, ExrImage &image) {
                                                                 : image.channels[0].c_str()) ||
       !kit_save(&ifd.aux.name, aux_names.empty() ? nullptr : aux_names.c_str()))
     return false;
-  if (kit_plane_init(&image.plane, &layout, ifd.window, ifd.active, kWho,
+  if (kit_plane_init(&image.plane, &layout, ifd.window, ifd.active, 0, kWho,
                      image.file->path.c_str()) != 0)
     return false;
   if (image.part != 0) return true;
@@ -445,8 +446,8 @@ extern "C" int imageWriteOpen(ORX_OBJECT *object) {
       layout.type[g] = ORX_C_FLOAT;
       layout.bits[g] = 32;
     }
-    if (kit_plane_init(&image.plane, &layout, image.ifd->window, image.ifd->active, kWho, path) !=
-        0) {
+    if (kit_plane_init(&image.plane, &layout, image.ifd->window, image.ifd->active, 1, kWho,
+                       path) != 0) {
       release(object, file);
       return 0;
     }
@@ -495,11 +496,12 @@ Imf::FrameBuffer half_buffer(ExrImage &image, std::vector<half> &halves) {
   Imf::FrameBuffer fb;
   for (int32_t c = 0; c < p.channels; ++c) {
     half *block = halves.data() + static_cast<std::size_t>(c) * width * height;
+    const std::size_t step = kit_plane_step(&p, c);
     for (std::size_t r = 0; r < height; ++r) {
       const unsigned char *row = kit_plane_at(&p, static_cast<int32_t>(r), c);
       for (std::size_t x = 0; x < width; ++x) {
         float v;
-        std::memcpy(&v, row + 4 * x, 4);
+        std::memcpy(&v, row + step * x, 4);
         block[r * width + x] = half(v);
       }
     }

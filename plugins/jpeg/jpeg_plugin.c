@@ -171,7 +171,8 @@ static int describe(ORX_OBJECT *object, Jpeg *j) {
     if (!saved) return 0;
   }
   if (!kit_save(&object->info.compression, "jpeg")) return 0;
-  return kit_plane_init(&j->plane, &layout, j->ifd->window, j->ifd->window, kWho, j->path) == 0;
+  return kit_plane_init(&j->plane, &layout, j->ifd->window, j->ifd->window, 0, kWho, j->path) ==
+         0;
 }
 
 int imageReadOpen(ORX_OBJECT *object) {
@@ -241,7 +242,7 @@ int imageWriteOpen(ORX_OBJECT *object) {
   KitLayout layout = kit_layout_of(j->ifd);
   layout.type[0] = ORX_C_INTEGER;
   layout.bits[0] = 8;
-  if (kit_plane_init(&j->plane, &layout, j->ifd->window, j->ifd->window, kWho, path) != 0 ||
+  if (kit_plane_init(&j->plane, &layout, j->ifd->window, j->ifd->window, 1, kWho, path) != 0 ||
       !kit_claim(kWho, path, &j->created)) {
     return release(object);
   }
@@ -251,7 +252,6 @@ int imageWriteOpen(ORX_OBJECT *object) {
 }
 
 static int encode(ORX_OBJECT *object, Jpeg *j) {
-  JSAMPLE *volatile row = NULL;
   j->file = fopen(j->path, "wb");
   if (j->file == NULL) {
     kit_fail(ORX_E_WRITE, "jpeg: cannot write %s", j->path);
@@ -261,15 +261,13 @@ static int encode(ORX_OBJECT *object, Jpeg *j) {
   j->errors.base.error_exit = on_error;
   j->errors.base.output_message = on_message;
   if (setjmp(j->errors.back)) {
-    free(row);
     kit_fail(ORX_E_WRITE, "jpeg: cannot write %s: %s", j->path, j->errors.message);
     return ORX_E_WRITE;
   }
   jpeg_create_compress(&j->out);
   j->started = 1;
   jpeg_stdio_dest(&j->out, j->file);
-  const int32_t width = kit_plane_width(&j->plane);
-  j->out.image_width = (JDIMENSION)width;
+  j->out.image_width = (JDIMENSION)kit_plane_width(&j->plane);
   j->out.image_height = (JDIMENSION)kit_plane_height(&j->plane);
   j->out.input_components = j->plane.channels;
   j->out.in_color_space = j->plane.channels == 1 ? JCS_GRAYSCALE : JCS_RGB;
@@ -280,19 +278,12 @@ static int encode(ORX_OBJECT *object, Jpeg *j) {
   if (kit_has_text(desc))
     jpeg_write_marker(&j->out, JPEG_COM, (const JOCTET *)desc,
                       (unsigned)(strlen(desc) < 65533 ? strlen(desc) : 65533));
-  row = (JSAMPLE *)malloc((size_t)width * (size_t)j->plane.channels);
-  if (row == NULL) {
-    kit_fail(ORX_E_NO_MEMORY, "jpeg: no memory to write %s", j->path);
-    return ORX_E_NO_MEMORY;
-  }
+  /* libjpeg reads the rows without changing them. */
   while (j->out.next_scanline < j->out.image_height) {
-    JSAMPROW rows[1] = {row};
-    kit_plane_gather(&j->plane, (int32_t)j->out.next_scanline, row);
+    JSAMPROW rows[1] = {(JSAMPROW)kit_plane_pixels(&j->plane, (int32_t)j->out.next_scanline)};
     jpeg_write_scanlines(&j->out, rows, 1);
   }
   jpeg_finish_compress(&j->out);
-  free(row);
-  row = NULL;
   const int closed = fclose(j->file);
   j->file = NULL;
   if (closed != 0) {

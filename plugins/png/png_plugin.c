@@ -142,7 +142,7 @@ static int decode(void *data) {
   const int passes = png_set_interlace_handling(p->png);
   png_read_update_info(p->png, p->info);
   const size_t row_bytes = png_get_rowbytes(p->png, p->info);
-  if (row_bytes != kit_plane_pixel_bytes(&p->plane) * (size_t)width) {
+  if (row_bytes != p->plane.pixel_bytes * (size_t)width) {
     kit_fail(ORX_E_UNDECODABLE, "png: %s: unexpected row size %lu", p->path,
              (unsigned long)row_bytes);
     return ORX_E_UNDECODABLE;
@@ -233,7 +233,7 @@ static int describe(ORX_OBJECT *object, Png *p) {
         return 0;
   if (!kit_save(&object->info.compression, "deflate")) return 0;
   ORX_WINDOW window = ifd->window;
-  return kit_plane_init(&p->plane, &layout, window, window, kWho, p->path) == 0;
+  return kit_plane_init(&p->plane, &layout, window, window, 0, kWho, p->path) == 0;
 }
 
 int imageReadOpen(ORX_OBJECT *object) {
@@ -341,7 +341,7 @@ int imageWriteOpen(ORX_OBJECT *object) {
     layout.type[g] = ORX_C_INTEGER;
     layout.bits[g] = depth;
   }
-  if (kit_plane_init(&p->plane, &layout, p->ifd->window, p->ifd->window, kWho, p->path) != 0 ||
+  if (kit_plane_init(&p->plane, &layout, p->ifd->window, p->ifd->window, 1, kWho, p->path) != 0 ||
       !kit_claim(kWho, p->path, &p->created)) {
     return release(object);
   }
@@ -382,7 +382,6 @@ static void write_header(ORX_OBJECT *object, Png *p) {
 
 /* Encodes the plane into the file; 0 or a negative status. */
 static int encode(ORX_OBJECT *object, Png *p) {
-  unsigned char *volatile pixels = NULL;
   p->file = fopen(p->path, "wb");
   if (p->file == NULL) {
     kit_fail(ORX_E_WRITE, "png: cannot write %s", p->path);
@@ -390,28 +389,21 @@ static int encode(ORX_OBJECT *object, Png *p) {
   }
   p->png = png_create_write_struct(PNG_LIBPNG_VER_STRING, p, on_error, on_warning);
   p->info = p->png != NULL ? png_create_info_struct(p->png) : NULL;
-  pixels = (unsigned char *)malloc(kit_plane_pixel_bytes(&p->plane) *
-                                       (size_t)kit_plane_width(&p->plane) + 1);
-  if (p->info == NULL || pixels == NULL) {
-    free(pixels);
+  if (p->info == NULL) {
     kit_fail(ORX_E_NO_MEMORY, "png: no memory to write %s", p->path);
     return ORX_E_NO_MEMORY;
   }
   if (setjmp(png_jmpbuf(p->png))) {
-    free(pixels);
     kit_fail(ORX_E_WRITE, "png: cannot write %s: %s", p->path, p->error);
     return ORX_E_WRITE;
   }
   png_set_benign_errors(p->png, 1);
   png_init_io(p->png, p->file);
   write_header(object, p);
-  for (int32_t r = 0; r < kit_plane_height(&p->plane); ++r) {
-    kit_plane_gather(&p->plane, r, pixels);
-    png_write_row(p->png, pixels);
-  }
+  /* libpng copies each row before it filters it. */
+  for (int32_t r = 0; r < kit_plane_height(&p->plane); ++r)
+    png_write_row(p->png, (png_const_bytep)kit_plane_pixels(&p->plane, r));
   png_write_end(p->png, p->info);
-  free(pixels);
-  pixels = NULL;
   if (fclose(p->file) != 0) {
     p->file = NULL;
     kit_fail(ORX_E_WRITE, "png: cannot complete %s", p->path);

@@ -246,7 +246,7 @@ static int decode_blocks(TiffImage *image) {
   const tmsize_t size = tiled ? TIFFTileSize(tif) : TIFFStripSize(tif);
   const int32_t planes = separate ? plane->channels : 1;
   const int32_t per_pixel = separate ? 1 : plane->channels;
-  const size_t pixel = separate ? plane->sample_bytes[0] : kit_plane_pixel_bytes(plane);
+  const size_t pixel = separate ? plane->sample_bytes[0] : plane->pixel_bytes;
   if (size <= 0 || block_w == 0 || block_h == 0 ||
       (uint64_t)block_w * block_h * pixel > (uint64_t)size)
     return fail_read(image);
@@ -340,7 +340,8 @@ static int describe(ORX_OBJECT *object, TiffImage *image) {
   const KitLayout layout = layout_of_directory(tif, &image->rgba);
   kit_layout_apply(&layout, ifd);
   if (!kit_save(&ifd->image.name, layout.count[0] == 3 ? "rgb" : "grey")) return 0;
-  if (kit_plane_init(&image->plane, &layout, ifd->window, ifd->window, kWho, image->file->path) != 0)
+  if (kit_plane_init(&image->plane, &layout, ifd->window, ifd->window, 0, kWho,
+                     image->file->path) != 0)
     return 0;
   if (image->directory != 0) return 1;
   ORX_INFO *info = &object->info;
@@ -472,7 +473,7 @@ int imageWriteOpen(ORX_OBJECT *object) {
   for (int32_t i = 0; i < object->info.image_count; ++i) {
     TiffImage *image = (TiffImage *)object->private_cell[i];
     plan(image->ifd, path, &layout);
-    if (kit_plane_init(&image->plane, &layout, image->ifd->window, image->ifd->window, kWho,
+    if (kit_plane_init(&image->plane, &layout, image->ifd->window, image->ifd->window, 1, kWho,
                        path) != 0) {
       release(object, file);
       return 0;
@@ -539,32 +540,30 @@ static void write_tags(ORX_OBJECT *object, TiffImage *image) {
 /* The pixels of one directory, in strips or tiles. */
 static int write_pixels(TiffImage *image) {
   TIFF *tif = image->file->tif;
-  const KitPlane *plane = &image->plane;
+  KitPlane *plane = &image->plane;
   const int32_t width = kit_plane_width(plane), height = kit_plane_height(plane);
-  const size_t pixel = kit_plane_pixel_bytes(plane);
+  const size_t pixel = plane->pixel_bytes;
   const int32_t side = image->file->tile;
-  const size_t size = side > 0 ? (size_t)side * (size_t)side * pixel : (size_t)width * pixel;
+  int ok = 1;
+  /* The plane is interleaved: strips take its rows as they are (the
+   * predictor may change them in place, which is fine at close). */
+  for (int32_t r = 0; side == 0 && ok && r < height; ++r)
+    ok = TIFFWriteScanline(tif, (void *)kit_plane_pixels(plane, r), (uint32_t)r, 0) == 1;
+  if (side == 0) return ok;
+  const size_t size = (size_t)side * (size_t)side * pixel;
   unsigned char *block = (unsigned char *)malloc(size);
   if (block == NULL) return 0;
-  int ok = 1;
-  if (side == 0) {
-    for (int32_t r = 0; ok && r < height; ++r) {
-      kit_plane_gather(plane, r, block);
-      ok = TIFFWriteScanline(tif, block, (uint32_t)r, 0) == 1;
+  for (int32_t y = 0; ok && y < height; y += side)
+    for (int32_t x = 0; ok && x < width; x += side) {
+      memset(block, 0, size);
+      const int32_t rows = y + side > height ? height - y : side;
+      const int32_t cols = x + side > width ? width - x : side;
+      for (int32_t r = 0; r < rows; ++r)
+        memcpy(block + (size_t)r * (size_t)side * pixel,
+               kit_plane_pixels(plane, y + r) + (size_t)x * pixel, (size_t)cols * pixel);
+      ok = TIFFWriteEncodedTile(tif, TIFFComputeTile(tif, (uint32_t)x, (uint32_t)y, 0, 0), block,
+                                (tmsize_t)size) >= 0;
     }
-  } else {
-    for (int32_t y = 0; ok && y < height; y += side)
-      for (int32_t x = 0; ok && x < width; x += side) {
-        memset(block, 0, size);
-        const int32_t rows = y + side > height ? height - y : side;
-        const int32_t cols = x + side > width ? width - x : side;
-        for (int32_t r = 0; r < rows; ++r)
-          kit_plane_get(plane, y + r, x, cols, block + (size_t)r * (size_t)side * pixel, 0,
-                        plane->channels);
-        ok = TIFFWriteEncodedTile(tif, TIFFComputeTile(tif, (uint32_t)x, (uint32_t)y, 0, 0),
-                                  block, (tmsize_t)size) >= 0;
-      }
-  }
   free(block);
   return ok;
 }
