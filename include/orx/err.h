@@ -6,9 +6,13 @@
  * "SEVERITY, message" to standard error; a FATAL report then aborts.  Beside
  * the report, a failing library function leaves a status code in orx__err.
  *
- * None of this service is thread-safe: reports, masks, counters and the ring
- * of recent reports are process-wide state to be used from one thread at a
- * time.
+ * Reports may come from several threads at once (image objects used on
+ * separate threads report their own failures): each report is formatted and
+ * delivered whole, one at a time, and its handlers run on the reporting
+ * thread, so a handler sees one report at a time and may report again.  The
+ * rest of the service is set-up state to be used from one thread at a time:
+ * declaring and cancelling handlers, masks, counters, the ring of recent
+ * reports and the statuses in orx__err.
  */
 #ifndef ORX_ERR_H
 #define ORX_ERR_H

@@ -48,6 +48,14 @@ struct State {
 };
 State g;
 
+// Reports may come from several threads at once (each thread failing on its
+// own image object): one report at a time goes through the shared buffers,
+// the ring and the handlers.  Recursive, because a handler may report.
+platform::Mutex &report_gate() {
+  static platform::Mutex gate(platform::Mutex::kRecursive);
+  return gate;
+}
+
 bool valid_severity(int s) { return s >= 0 && s < kSeverities; }
 
 bool severity_masked(int s) { return valid_severity(s) && g.severity_mask[s] != 0; }
@@ -89,6 +97,7 @@ int deliver(ERR_RECORD *record, const char *name, int severity, const char *mess
 // text, so a handler that recognises reports by name works in any language.
 int report_plain(ERR_RECORD *record, char *buffer, int severity, const char *format,
                  va_list args, const char *text = nullptr) {
+  platform::Lock hold(report_gate());
   if (g.global_mask != 0 || severity_masked(severity)) return 0;
   count(severity);
   if (text == nullptr) text = format;
@@ -146,6 +155,7 @@ extern "C" {
 
 int ERR_report(ERR_RECORD *record, ...) {
   if (record == nullptr) return 0;
+  orx::platform::Lock hold(orx::err::report_gate());
   orx::err::count(record->severity);
   ++record->count;
   if (orx::err::record_masked(record)) return 0;

@@ -9,10 +9,11 @@
 
 namespace orx::platform {
 
-// A non-recursive mutex.  Waits have no time-out.
+// A mutex, non-recursive unless asked.  Waits have no time-out.
 class Mutex {
  public:
-  Mutex();
+  enum Kind { kPlain, kRecursive };
+  explicit Mutex(Kind kind = kPlain);
   ~Mutex();
   Mutex(const Mutex &) = delete;
   Mutex &operator=(const Mutex &) = delete;

@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "orx/err.h"
@@ -263,6 +265,48 @@ TEST_F(ErrReport, QueryCopiesFieldsOut) {
   ERR_query(&rec, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
   EXPECT_STREQ(ERR_type(ERR_FATAL), "FATAL");
   EXPECT_STREQ(ERR_type(9), "UNKNOWN");
+}
+
+// Threads failing on their own images report at the same moment: every
+// report reaches the handler whole, with its own text.
+TEST_F(ErrReport, ConcurrentReportsArriveWholeOneAtATime) {
+  struct Tally {
+    int delivered = 0, shared = 0, garbled = 0;
+  } tally;
+  ERR_dcl_handler(
+      nullptr,
+      [](const char *name, int, const char *message, ERR_RECORD *, intptr_t data) {
+        auto *t = reinterpret_cast<Tally *>(data);
+        ++t->delivered;  // one report at a time: no lock needed here
+        if (std::strcmp(name, "TEST_threads") == 0) {
+          t->shared += std::strncmp(message, "shared ", 7) == 0;
+          return 0;
+        }
+        int thread = -1, n = -1;
+        char tail[16] = "";
+        if (std::sscanf(message, "thread %d report %d %15s", &thread, &n, tail) != 3 ||
+            std::strcmp(tail, std::string(static_cast<std::size_t>(thread) + 1, 'x').c_str()) != 0)
+          ++t->garbled;
+        return 0;
+      },
+      reinterpret_cast<intptr_t>(&tally));
+  constexpr int kThreads = 4, kReports = 2000;
+  ERR_RECORD shared = make_record(ERR_WARNING, "TEST_threads", "shared %d");
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t)
+    threads.emplace_back([t, &shared] {
+      const std::string tail(static_cast<std::size_t>(t) + 1, 'x');
+      for (int i = 0; i < kReports; ++i) {
+        ERR_printf(ERR_WARNING, "thread %d report %d %s", t, i, tail.c_str());
+        if (i % 100 == 0) ERR_report(&shared, i);
+      }
+    });
+  for (auto &t : threads) t.join();
+  ERR_can_handler(nullptr);
+  EXPECT_EQ(tally.garbled, 0);
+  EXPECT_EQ(tally.delivered, kThreads * kReports + kThreads * (kReports / 100));
+  EXPECT_EQ(tally.shared, kThreads * (kReports / 100));
+  EXPECT_EQ(shared.count, static_cast<uint32_t>(kThreads * (kReports / 100)));
 }
 
 TEST_F(ErrReport, AllocationFailureIsReportedAndOldBlockKept) {

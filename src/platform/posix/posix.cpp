@@ -33,7 +33,13 @@ void copy_out(char *buf, std::size_t size, const char *text) {
 }
 }  // namespace
 
-Mutex::Mutex() { pthread_mutex_init(new (storage_) pthread_mutex_t, nullptr); }
+Mutex::Mutex(Kind kind) {
+  pthread_mutexattr_t attributes;
+  pthread_mutexattr_init(&attributes);
+  if (kind == kRecursive) pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+  pthread_mutex_init(new (storage_) pthread_mutex_t, &attributes);
+  pthread_mutexattr_destroy(&attributes);
+}
 Mutex::~Mutex() { pthread_mutex_destroy(native(storage_)); }
 void Mutex::lock() { pthread_mutex_lock(native(storage_)); }
 void Mutex::unlock() { pthread_mutex_unlock(native(storage_)); }
