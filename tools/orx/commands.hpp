@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "orx/plugin.h"
+#include "sequence.hpp"
 
 namespace orx::tool {
 
@@ -13,8 +14,8 @@ int run_info(const std::vector<std::string> &files, const std::string &type, boo
 int run_formats();
 
 struct CopyOptions {
-  bool keep_going = false;  // with frames: copy what can be copied, then fail
-  std::string in, out, type, frames;
+  SequenceOptions sequence;
+  std::string in, out, type;
   // Operators layered onto the input (copy_operators.cpp).
   std::string depth;     // int8, int16, int32 or float; "" leaves the types
   double gamma = 0.0;    // gamma correction to this gamma; 0: none
@@ -47,6 +48,7 @@ struct PatternOptions {
 int run_pattern(const PatternOptions &options);
 
 struct ResizeOptions {
+  SequenceOptions sequence;
   std::string in, out, type, size, filter = "lanczos3";
   double scale = 0.0;
   bool fit = false;
@@ -54,6 +56,7 @@ struct ResizeOptions {
 int run_resize(const ResizeOptions &options);
 
 struct MaketxOptions {
+  SequenceOptions sequence;
   std::string in, out, type = "color", filter = "box";
 };
 int run_maketx(const MaketxOptions &options);

@@ -1,11 +1,7 @@
 // orx copy: convert between any formats the registry knows, keeping every
 // image, channel group and header text the target can store.
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstdlib>
+#include <mutex>
 #include <string>
-#include <vector>
 
 #include "commands.hpp"
 #include "orx/field_merge.h"
@@ -15,42 +11,22 @@
 namespace orx::tool {
 namespace {
 
-// The file name of frame f in a name with a run of "#": the run becomes the
-// frame number, zero-padded to the run's width.  Names without a run stay.
-std::string frame_name(const std::string &pattern, int frame) {
-  std::size_t start = pattern.find('#');
-  if (start == std::string::npos) return pattern;
-  std::size_t end = pattern.find_first_not_of('#', start);
-  if (end == std::string::npos) end = pattern.size();
-  char digits[32];
-  std::snprintf(digits, sizeof digits, "%0*d", static_cast<int>(end - start), frame);
-  return pattern.substr(0, start) + digits + pattern.substr(end);
-}
-
-bool parse_frames(const std::string &text, int *first, int *last) {
-  if (text.empty()) return false;
-  char *end = nullptr;
-  long a = std::strtol(text.c_str(), &end, 10);
-  long b = a;
-  if (*end == '-') b = std::strtol(end + 1, &end, 10);
-  if (*end != '\0' || b < a) return false;
-  *first = static_cast<int>(a);
-  *last = static_cast<int>(b);
-  return true;
-}
-
 int copy_one(const std::string &in_path, const std::string &out_path, const CopyOptions &o) {
   Image in;
   if (!in.open_read(in_path, "")) return complain(in_path);
   std::string why;
-  if (o.fields) {
-    ORX_OBJECT *merged = ORX__field_merge(in.get());
-    if (merged == in.get())
-      return complain(in_path, last_error().empty() ? "not a field file with its partner"
-                                                    : last_error());
-    in.adopt(merged);
+  {
+    // Field names and the operators' databases: one thread at a time.
+    std::lock_guard<std::mutex> hold(library_state_lock());
+    if (o.fields) {
+      ORX_OBJECT *merged = ORX__field_merge(in.get());
+      if (merged == in.get())
+        return complain(in_path, last_error().empty() ? "not a field file with its partner"
+                                                      : last_error());
+      in.adopt(merged);
+    }
+    if (!apply_operators(in.get(), o, &why)) return complain(in_path, why);
   }
-  if (!apply_operators(in.get(), o, &why)) return complain(in_path, why);
   Image out;
   if (!out.open_write(out_path, o.type, in.info())) return complain(out_path);
   long rows = 0;
@@ -72,32 +48,8 @@ int copy_one(const std::string &in_path, const std::string &out_path, const Copy
 }  // namespace
 
 int run_copy(const CopyOptions &o) {
-  if (o.frames.empty()) return copy_one(o.in, o.out, o);
-  int first = 0, last = 0;
-  if (!parse_frames(o.frames, &first, &last))
-    return complain("--frames " + o.frames, "expected A or A-B with A <= B");
-  // Gaps in the sequence are named all at once, before anything is written.
-  std::vector<bool> missing(static_cast<std::size_t>(last - first + 1), false);
-  std::string gaps;
-  for (int f = first; f <= last; ++f) {
-    const std::string name = frame_name(o.in, f);
-    if (name[0] == '|' || access(name.c_str(), F_OK) == 0) continue;
-    missing[static_cast<std::size_t>(f - first)] = true;
-    gaps += (gaps.empty() ? "" : ", ") + std::to_string(f);
-  }
-  int status = kOk;
-  if (!gaps.empty()) {
-    complain(o.in, "missing frames " + gaps + (o.keep_going ? "" : " (--keep-going copies the others)"));
-    if (!o.keep_going) return kFailed;
-    status = kFailed;
-  }
-  for (int f = first; f <= last; ++f) {
-    if (missing[static_cast<std::size_t>(f - first)]) continue;
-    if (copy_one(frame_name(o.in, f), frame_name(o.out, f), o) == kOk) continue;
-    if (!o.keep_going) return kFailed;
-    status = kFailed;
-  }
-  return status;
+  return run_frames(o.sequence, o.in, o.out, o.type,
+                    [&o](const std::string &in, const std::string &out) { return copy_one(in, out, o); });
 }
 
 }  // namespace orx::tool

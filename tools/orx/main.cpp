@@ -32,9 +32,7 @@ int main(int argc, char **argv) {
   copy_cmd->add_option("in", copy.in, "Input file (a name with #### for --frames)")->required();
   copy_cmd->add_option("out", copy.out, "Output file")->required();
   copy_cmd->add_option("--type", copy.type, "Format key of the output");
-  copy_cmd->add_flag("--keep-going", copy.keep_going,
-                     "With --frames: copy the frames that are there, then exit 2 if any was not");
-  copy_cmd->add_option("--frames", copy.frames, "Frame range A-B for names with ####");
+  add_sequence_options(copy_cmd, &copy.sequence);
   copy_cmd->add_option("--depth", copy.depth, "Sample type of the copy: int8, int16, int32 or float");
   copy_cmd->add_option("--gamma", copy.gamma, "Gamma-correct 8-bit images to gamma G");
   copy_cmd->add_option("--image", copy.image, "Copy only image N of a multi-image file");
@@ -88,6 +86,7 @@ int main(int argc, char **argv) {
                                                     "catmull-rom or lanczos3 (default)");
   resize_cmd->add_flag("--fit", resize.fit, "With --size: keep the shape, fit inside WxH");
   resize_cmd->add_option("--type", resize.type, "Format key of the output");
+  add_sequence_options(resize_cmd, &resize.sequence);
 
   MaketxOptions maketx;
   auto *maketx_cmd = app.add_subcommand("maketx", "Make a mipmap texture of a file's first image");
@@ -95,6 +94,7 @@ int main(int argc, char **argv) {
   maketx_cmd->add_option("out", maketx.out, "Texture file to write")->required();
   maketx_cmd->add_option("--type", maketx.type, "color, scalar or bump (default color)");
   maketx_cmd->add_option("--filter", maketx.filter, "Level filter: box (default)");
+  add_sequence_options(maketx_cmd, &maketx.sequence);
 
   SwatchOptions swatch;
   auto *swatch_cmd = app.add_subcommand("swatch", "Write a file's first image with a swatch");

@@ -14,11 +14,12 @@ namespace {
 // The filter samples its kernels in destination pixels, which widens them
 // when reducing (as it should) but narrows them below a source pixel when
 // enlarging.  For an enlargement the kernel is stretched back to source
-// pixels: argument and width scaled by the ratio.  The tool resizes one
-// image per run, so the scale can live here.
+// pixels: argument and width scaled by the ratio.  Kernels take no data of
+// their own, and each thread resizes one image at a time, so the scale lives
+// here, per thread.
 struct Stretch {
-  static inline const ORX_FILTER *base = nullptr;
-  static inline double sx = 1.0, sy = 1.0;
+  static inline thread_local const ORX_FILTER *base = nullptr;
+  static inline thread_local double sx = 1.0, sy = 1.0;
   static double x(double t) { return base->x_kernel(t * sx); }
   static double y(double t) { return base->y_kernel(t * sy); }
 };
@@ -27,17 +28,10 @@ bool parse_size(const std::string &text, int *w, int *h) {
   return std::sscanf(text.c_str(), "%dx%d", w, h) == 2 && *w > 0 && *h > 0;
 }
 
-}  // namespace
-
-int run_resize(const ResizeOptions &o) {
-  const ORX_FILTER *kernel = ORX_filter_find(o.filter.c_str());
-  if (kernel == nullptr) {
-    std::string names;
-    for (int32_t i = 0; const char *n = ORX_filter_name(i); ++i) names += (i ? ", " : "") + std::string(n);
-    return complain("--filter " + o.filter, "the filters are " + names);
-  }
+int resize_one(const std::string &in_path, const std::string &out_path, const ResizeOptions &o,
+               const ORX_FILTER *kernel) {
   Image in;
-  if (!in.open_read(o.in, "")) return complain(o.in);
+  if (!in.open_read(in_path, "")) return complain(in_path);
   ORX__select(in.get(), 0);
   const ORX_IFD source = in.ifd(0);
   const int ws = width_of(source), hs = height_of(source);
@@ -55,8 +49,9 @@ int run_resize(const ResizeOptions &o) {
   } else {
     return complain("resize", "give --size WxH or --scale F");
   }
-  static ORX_FILTER filter;
+  static thread_local ORX_FILTER filter;  // the layer keeps a pointer to it
   filter = *kernel;
+  Stretch::sx = Stretch::sy = 1.0;
   Stretch::base = kernel;
   const double rx = double(ws) / wd, ry = double(hs) / hd;
   if (rx < 1.0) {
@@ -74,7 +69,7 @@ int run_resize(const ResizeOptions &o) {
   // image's gamma is set aside while the layers are pushed.
   in.get()->info.images[0].curve.gamma = 1.0f;
   orx__resample_operator(in.get(), &filter, 0, wd - 1, 0, hd - 1);
-  if (orx__err != 0) return complain(o.in, last_error());
+  if (orx__err != 0) return complain(in_path, last_error());
   in.get()->info.images[0].curve.gamma = source.curve.gamma;
   // The result is written at the input's sample types, rounded and clamped
   // (kernels with negative lobes overshoot at edges).
@@ -86,7 +81,7 @@ int run_resize(const ResizeOptions &o) {
   like.images = &written;
   like.image_count = 1;
   Image out;
-  if (!out.open_write(o.out, o.type, like)) return complain(o.out);
+  if (!out.open_write(out_path, o.type, like)) return complain(out_path);
   const int channels = channels_of(written);
   std::vector<std::vector<double>> storage(static_cast<std::size_t>(channels),
                                            std::vector<double>(static_cast<std::size_t>(wd)));
@@ -96,15 +91,33 @@ int run_resize(const ResizeOptions &o) {
   const ORX_IFD &filtered = in.ifd(0);
   for (int32_t y = 0; y < hd; ++y) {
     void **rows = nullptr;
-    if (!in.read_row(0, y, &rows)) return complain(o.in);
+    if (!in.read_row(0, y, &rows)) return complain(in_path);
     for (int c = 0; c < channels; ++c)
       for (int x = 0; x < wd; ++x)
         store(group_of(written, c), out_rows[static_cast<std::size_t>(c)], x,
               sample(group_of(filtered, c), rows[c], x));
-    if (!out.write_row(0, y, out_rows.data())) return complain(o.out);
+    if (!out.write_row(0, y, out_rows.data())) return complain(out_path);
   }
-  if (!out.close()) return complain(o.out);
+  if (!out.close()) return complain(out_path);
   return kOk;
+}
+
+}  // namespace
+
+int run_resize(const ResizeOptions &o) {
+  const ORX_FILTER *kernel = ORX_filter_find(o.filter.c_str());
+  if (kernel == nullptr) {
+    std::string names;
+    for (int32_t i = 0; const char *n = ORX_filter_name(i); ++i) names += (i ? ", " : "") + std::string(n);
+    return complain("--filter " + o.filter, "the filters are " + names);
+  }
+  int w = 0, h = 0;
+  if (!o.size.empty() && !parse_size(o.size, &w, &h)) return complain("--size " + o.size, "expected WxH");
+  if (o.size.empty() && !(o.scale > 0.0)) return complain("resize", "give --size WxH or --scale F");
+  return run_frames(o.sequence, o.in, o.out, o.type,
+                    [&](const std::string &in, const std::string &out) {
+                      return resize_one(in, out, o, kernel);
+                    });
 }
 
 }  // namespace orx::tool

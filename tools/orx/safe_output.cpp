@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -14,27 +15,38 @@ namespace orx::tool {
 namespace {
 
 // Pending temporary names, kept in fixed storage so that the signal handler
-// may read them.  A slot is in use while its first byte is not NUL.
-constexpr int kSlots = 8;
-char g_pending[kSlots][PATH_MAX];
+// may read them.  Threads writing frames claim slots at once: a slot is
+// taken with its "taken" flag and its name is read only while "ready" (both
+// lock-free, so the handler may look at them).
+constexpr int kSlots = kMaxOutputsAtOnce;
+struct Slot {
+  std::atomic<bool> taken{false};
+  std::atomic<bool> ready{false};
+  char name[PATH_MAX];
+};
+Slot g_pending[kSlots];
 
 int claim(const std::string &path) {
   if (path.size() >= PATH_MAX) return -1;
-  for (int i = 0; i < kSlots; ++i)
-    if (g_pending[i][0] == '\0') {
-      std::memcpy(g_pending[i], path.c_str(), path.size() + 1);
-      return i;
-    }
+  for (int i = 0; i < kSlots; ++i) {
+    bool expected = false;
+    if (!g_pending[i].taken.compare_exchange_strong(expected, true)) continue;
+    std::memcpy(g_pending[i].name, path.c_str(), path.size() + 1);
+    g_pending[i].ready.store(true);
+    return i;
+  }
   return -1;
 }
 
 void release(int slot) {
-  if (slot >= 0) g_pending[slot][0] = '\0';
+  if (slot < 0) return;
+  g_pending[slot].ready.store(false);
+  g_pending[slot].taken.store(false);
 }
 
 void on_interrupt(int signal_number) {
-  for (auto &name : g_pending)
-    if (name[0] != '\0') unlink(name);
+  for (auto &slot : g_pending)
+    if (slot.ready.load()) unlink(slot.name);
   ::signal(signal_number, SIG_DFL);
   ::raise(signal_number);
 }

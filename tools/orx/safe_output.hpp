@@ -9,6 +9,10 @@
 
 namespace orx::tool {
 
+// How many files may be under way at once and still be cleaned up after an
+// interruption (one per frame thread, and a few more).
+constexpr int kMaxOutputsAtOnce = 72;
+
 class SafeOutput {
  public:
   // Picks where to write final_path: a temporary name beside it (keeping its

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <string>
 
 #include "commands.hpp"
@@ -27,7 +28,11 @@ int through_process(const std::string &in_path, const std::string &out_path,
   ORX_IFD image = in.ifd(0);  // copied by the open
   out.images = &image;
   out.image_count = 1;
-  ORX_OBJECT *object = IMP_open(&out, &request, "w");
+  ORX_OBJECT *object = nullptr;
+  {
+    std::lock_guard<std::mutex> hold(library_state_lock());  // the process database
+    object = IMP_open(&out, &request, "w");
+  }
   if (object == nullptr) return complain(out_path, last_error());
   for (int32_t y = image.window.bottom; y <= image.window.top; ++y) {
     void **rows = nullptr;
@@ -55,7 +60,11 @@ int run_maketx(const MaketxOptions &options) {
   if (type < 0) return complain(options.type, "the texture type is color, scalar or bump");
   if (options.filter != "box")
     return complain(options.filter, "the level filter is box (a 2:1 average)");
-  return through_process(options.in, options.out, IMP_REQUEST{"mipmap", 0, type, 0, 0});
+  const IMP_REQUEST request{"mipmap", 0, type, 0, 0};
+  return run_frames(options.sequence, options.in, options.out, "",
+                    [&](const std::string &in, const std::string &out) {
+                      return through_process(in, out, request);
+                    });
 }
 
 int run_swatch(const SwatchOptions &options) {

@@ -13,10 +13,17 @@
 namespace orx::tool {
 namespace {
 
-std::string g_last_error;
-std::string g_hint;  // a suggestion complain prints after the failure
+// Each thread keeps its own newest error and hint: frames of a sequence run
+// on their own threads and each names its own failure.
+thread_local std::string g_last_error;
+thread_local std::string g_hint;  // a suggestion complain prints after the failure
+thread_local int t_frame = 0;
+thread_local bool t_in_frame = false;
 bool g_verbose = false;
 bool g_echo_errors = false;
+
+std::mutex g_output;      // one line at a time on standard error
+bool g_status_shown = false;  // a status line waits to be cleared
 
 // Errors are kept for the failing command to name with its file (and shown
 // at once only when verbose); warnings always show, notes when verbose.
@@ -24,7 +31,7 @@ int report(const char *, int severity, const char *message, ERR_RECORD *, intptr
   if (message == nullptr) message = "";
   if (severity >= ERR_ERROR) g_last_error = message;
   if (severity == ERR_WARNING || g_verbose || (g_echo_errors && severity >= ERR_ERROR))
-    std::fprintf(stderr, "orx: %s%s\n", severity == ERR_WARNING ? "warning: " : "", message);
+    say(std::string(severity == ERR_WARNING ? "warning: " : "") + message);
   return severity == ERR_FATAL ? 1 : 0;  // a fatal report still ends the process
 }
 
@@ -67,6 +74,39 @@ void name_final(const SafeOutput &output) {
 
 }  // namespace
 
+void say(const std::string &text) {
+  std::string line = "orx: ";
+  if (t_in_frame) line += "frame " + std::to_string(t_frame) + ": ";
+  line += text;
+  line += '\n';
+  std::lock_guard<std::mutex> hold(g_output);
+  if (g_status_shown) std::fprintf(stderr, "\r%70s\r", "");
+  g_status_shown = false;
+  std::fwrite(line.data(), 1, line.size(), stderr);
+  std::fflush(stderr);
+}
+
+void show_status(const std::string &text) {
+  std::lock_guard<std::mutex> hold(g_output);
+  std::fprintf(stderr, "\r%70s\r%s", "", text.c_str());
+  std::fflush(stderr);
+  g_status_shown = !text.empty();
+}
+
+FrameScope::FrameScope(int frame) {
+  t_frame = frame;
+  t_in_frame = true;
+}
+
+FrameScope::~FrameScope() { t_in_frame = false; }
+
+bool in_frame() { return t_in_frame; }
+
+std::mutex &library_state_lock() {
+  static std::mutex lock;
+  return lock;
+}
+
 void install_reporting(bool verbose) {
   g_verbose = verbose;
   if (verbose) {
@@ -78,26 +118,37 @@ void install_reporting(bool verbose) {
 
 const std::string &last_error() { return g_last_error; }
 
+void forget_error() {
+  g_last_error.clear();
+  g_hint.clear();
+}
+
 void echo_errors(bool on) { g_echo_errors = on; }
 
 int complain(const std::string &what, const std::string &reason) {
   std::string why = !reason.empty() ? reason : !g_last_error.empty() ? g_last_error : "failed";
   // Most library messages name the file already.
   if (why.compare(0, what.size(), what) == 0 || why.find(what) != std::string::npos)
-    std::fprintf(stderr, "orx: %s\n", why.c_str());
+    say(why);
   else
-    std::fprintf(stderr, "orx: %s: %s\n", what.c_str(), why.c_str());
-  if (!g_hint.empty()) std::fprintf(stderr, "orx: %s\n", g_hint.c_str());
+    say(what + ": " + why);
+  if (!g_hint.empty()) say(g_hint);
   g_hint.clear();
   return kFailed;
 }
 
 std::vector<const ORX_FORMAT *> all_formats() {
-  std::vector<const ORX_FORMAT *> formats;
-  ORX_init(nullptr, nullptr);  // already started: rewinds ORX_info
-  while (const ORX_FORMAT *f = ORX_info()) formats.push_back(f);
-  for (const char *key : {"rla", "pipe", "mem"})
-    if (const ORX_FORMAT *f = ORX_find(key)) formats.push_back(f);
+  // Formats are all registered when the library starts, so the list is made
+  // once (walking it moves the registry's one cursor, which threads would
+  // fight over).
+  static const std::vector<const ORX_FORMAT *> formats = [] {
+    std::vector<const ORX_FORMAT *> list;
+    ORX_init(nullptr, nullptr);  // already started: rewinds ORX_info
+    while (const ORX_FORMAT *f = ORX_info()) list.push_back(f);
+    for (const char *key : {"rla", "pipe", "mem"})
+      if (const ORX_FORMAT *f = ORX_find(key)) list.push_back(f);
+    return list;
+  }();
   return formats;
 }
 

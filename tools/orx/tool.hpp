@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -18,14 +19,44 @@ constexpr int kOk = 0;
 constexpr int kDifferent = 1;  // diff: outside the thresholds
 constexpr int kFailed = 2;     // also usage errors
 
+// Writes "orx: text" and a newline to standard error as one line: on a
+// thread working on a frame of a sequence, "orx: frame N: text".  Lines from
+// different threads never mix, and a status line (see show_status) is
+// cleared first.
+void say(const std::string &text);
+// A status line on standard error (a progress bar), replaced by the next one
+// and cleared by the next message; "" clears it.
+void show_status(const std::string &text);
+
+// Marks the calling thread as working on one frame of a sequence while it
+// lives: its messages name the frame and per-row progress bars stay hidden.
+class FrameScope {
+ public:
+  explicit FrameScope(int frame);
+  ~FrameScope();
+  FrameScope(const FrameScope &) = delete;
+  FrameScope &operator=(const FrameScope &) = delete;
+};
+// True on a thread inside a FrameScope.
+bool in_frame();
+
+// Held around the calls into parts of the library that keep process-wide
+// state without locks of their own (the configuration databases behind the
+// operators, the image processes): one frame's thread at a time.  Image I/O
+// itself needs no such lock.
+std::mutex &library_state_lock();
+
 // Declares the tool's handler: warnings and errors go to standard error as
 // "orx: message"; verbose also shows information and debug notes.
 void install_reporting(bool verbose);
 // Shows errors as they are reported (while no command is there to name
 // them with its file, as when plug-ins are loaded).
 void echo_errors(bool on);
-// The newest error message the library reported, or "".
+// The newest error message the library reported on this thread, or "".
 const std::string &last_error();
+// Forgets this thread's newest error and hint (after a failure that was
+// expected and dealt with).
+void forget_error();
 
 // Prints "orx: what: reason" for a failure (reason defaults to the newest
 // library error), then any hint the failure left, and returns kFailed.

@@ -1,0 +1,151 @@
+// Frame sequences through the orx tool as processes: frame lists, threads,
+// failures, reruns and farm slices.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include "run_tool.hpp"
+#include "support/fixtures.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using orx::test::slurp;
+
+class OrxFrames : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    for (int f = 1; f <= 8; ++f)
+      ASSERT_EQ(run("pattern in." + std::to_string(f) + ".rla --size 48x" + std::to_string(20 + f) +
+                    " --type int16 --matte"),
+                0);
+  }
+  int run(const std::string &args) {
+    const int status = orx::test::run_orx(dir_.path(), args);
+    log_ = slurp(dir_.file("log"));
+    return status;
+  }
+  bool exists(const std::string &name) { return fs::exists(dir_.file(name)); }
+  std::set<std::string> outputs(const std::string &prefix) {
+    std::set<std::string> names;
+    for (const auto &e : fs::directory_iterator(dir_.path()))
+      if (e.path().filename().string().rfind(prefix, 0) == 0) names.insert(e.path().filename());
+    return names;
+  }
+
+  orx::test::TempDir dir_;
+  std::string log_;
+};
+
+TEST_F(OrxFrames, ListsStepsAndRefusals) {
+  EXPECT_EQ(run("copy in.#.rla a.##.rla --frames 1-8x3,2,4-5,4 -j 1"), 0) << log_;
+  EXPECT_EQ(outputs("a."), (std::set<std::string>{"a.01.rla", "a.02.rla", "a.04.rla",
+                                                   "a.05.rla", "a.07.rla"}));
+  EXPECT_EQ(log_, "orx: 5 of 5 frames written\n");
+  const struct {
+    const char *args, *says;
+  } refused[] = {
+      {"--frames 4-3", "expected A, A-B or A-BxS"},
+      {"--frames 1-", "expected A, A-B or A-BxS"},
+      {"--frames 1-5x0", "expected A, A-B or A-BxS"},
+      {"--frames 1,,2", "expected A, A-B or A-BxS"},
+      {"--frames 0-2000000000", "more than 1000000 frames"},
+      {"--frames 1-4 --chunk 0/3", "--chunk 0/3: expected K/N with 1 <= K <= N"},
+      {"--frames 1-4 --chunk 4/3", "expected K/N"},
+      {"--frames 1-4 -j 0", "-j"},
+  };
+  for (const auto &c : refused) {
+    EXPECT_EQ(run(std::string("copy in.#.rla b.#.rla ") + c.args), 2) << c.args;
+    EXPECT_NE(log_.find(c.says), std::string::npos) << c.args << "\n" << log_;
+  }
+  EXPECT_EQ(run("copy in.#.rla same.rla --frames 1-2"), 2);
+  EXPECT_NE(log_.find("the output name needs a run of # for the frame number"), std::string::npos);
+  EXPECT_TRUE(outputs("b.").empty() && !exists("same.rla"));
+}
+
+// Every command with --frames writes the same bytes on one thread as on
+// several (textures carry the time they were made, so their pixels are
+// compared).
+TEST_F(OrxFrames, ThreadsWriteWhatOneThreadWrites) {
+  for (const std::string command :
+       {"copy in.#.rla OUT --depth float", "resize in.#.rla OUT --size 20x11",
+        "maketx in.#.rla OUT"}) {
+    const auto with = [&](const std::string &out, int jobs) {
+      std::string c = command;
+      c.replace(c.find("OUT"), 3, out);
+      return run(c + " --frames 1-8 -j " + std::to_string(jobs));
+    };
+    ASSERT_EQ(with("one.#.rla", 1), 0) << command << "\n" << log_;
+    ASSERT_EQ(with("four.#.rla", 4), 0) << command << "\n" << log_;
+    for (int f = 1; f <= 8; ++f) {
+      const std::string n = std::to_string(f);
+      ASSERT_TRUE(exists("one." + n + ".rla")) << command;
+      if (command.rfind("maketx", 0) == 0)
+        EXPECT_EQ(run("diff one." + n + ".rla four." + n + ".rla"), 0) << log_;
+      else
+        EXPECT_EQ(slurp(dir_.file("one." + n + ".rla")), slurp(dir_.file("four." + n + ".rla")))
+            << command << " frame " << f;
+    }
+  }
+}
+
+TEST_F(OrxFrames, FailuresAreNamedAndTheRestGoOn) {
+  fs::remove(dir_.file("in.6.rla"));
+  std::ofstream(dir_.file("in.3.rla")) << "not an image";
+  EXPECT_EQ(run("copy in.#.rla k.#.rla --frames 1-8 -j 3 --keep-going"), 2);
+  EXPECT_NE(log_.find("orx: in.#.rla: missing frames 6\n"), std::string::npos) << log_;
+  EXPECT_NE(log_.find("orx: frame 3: in.3.rla: "), std::string::npos) << log_;
+  EXPECT_NE(log_.find("orx: 6 of 8 frames written; failed: 3, 6\n"), std::string::npos) << log_;
+  std::istringstream lines(log_);
+  for (std::string line; std::getline(lines, line);) EXPECT_EQ(line.rfind("orx: ", 0), 0u) << line;
+  EXPECT_EQ(outputs("k.").size(), 6u);
+
+  EXPECT_EQ(run("copy in.#.rla j.#.rla --frames 1-8 --keep-going --json -j 2 2>/dev/null"), 2);
+  EXPECT_NE(log_.find("{\"frames\": 8, \"written\": 6, \"skipped\": 0, \"failed\": [3, 6], "
+                      "\"not_attempted\": 0}"),
+            std::string::npos)
+      << log_;
+
+  // Without --keep-going a missing frame stops everything before it starts.
+  EXPECT_EQ(run("copy in.#.rla s.#.rla --frames 1-8"), 2);
+  EXPECT_NE(log_.find("(--keep-going goes on with the others)"), std::string::npos) << log_;
+  EXPECT_TRUE(outputs("s.").empty());
+}
+
+TEST_F(OrxFrames, RerunsDoOnlyWhatIsMissingOrIncomplete) {
+  ASSERT_EQ(run("copy in.#.rla r.#.rla --frames 1-8"), 0) << log_;
+  std::ofstream(dir_.file("r.8.rla"), std::ios::app) << "";  // untouched
+  const std::string whole = slurp(dir_.file("r.5.rla"));
+  std::ofstream(dir_.file("r.5.rla"), std::ios::trunc) << whole.substr(0, whole.size() / 2);
+  fs::remove(dir_.file("r.2.rla"));
+  EXPECT_EQ(run("copy in.#.rla r.#.rla --frames 1-8 --skip-existing --json -j 2"), 0) << log_;
+  EXPECT_NE(log_.find("{\"frames\": 8, \"written\": 2, \"skipped\": 6,"), std::string::npos) << log_;
+  EXPECT_NE(log_.find("r.5.rla is there but does not read back whole"), std::string::npos) << log_;
+  EXPECT_EQ(slurp(dir_.file("r.5.rla")), whole);
+  EXPECT_TRUE(exists("r.2.rla"));
+}
+
+// The slices of a farm job array cover the range once between them.
+TEST_F(OrxFrames, ChunksCoverTheRangeOnce) {
+  std::multiset<std::string> written;
+  for (int k = 1; k <= 3; ++k) {
+    const std::string prefix = "c" + std::to_string(k) + ".";
+    ASSERT_EQ(run("copy in.#.rla " + prefix + "#.rla --frames 1-8 --chunk " + std::to_string(k) + "/3"),
+              0)
+        << log_;
+    const auto mine = outputs(prefix);
+    EXPECT_GE(mine.size(), 2u);
+    EXPECT_LE(mine.size(), 3u);
+    for (const auto &name : mine) written.insert(name.substr(prefix.size()));
+  }
+  EXPECT_EQ(written, (std::multiset<std::string>{"1.rla", "2.rla", "3.rla", "4.rla", "5.rla",
+                                                 "6.rla", "7.rla", "8.rla"}));
+  EXPECT_EQ(run("copy in.#.rla e.#.rla --frames 1-2 --chunk 2/5"), 0);  // an empty slice
+  EXPECT_EQ(log_, "orx: 0 of 0 frames written\n");
+}
+
+}  // namespace
