@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Times whole commands against each other: each command given (one shell
+# string each) runs RUNS times, in turn with the others so that a machine
+# whose speed drifts slows them all alike, after one warm-up run each.
+# Prints, per command, the median, minimum and maximum wall seconds, the
+# median peak resident memory (GNU time, /usr/bin/time, Debian package
+# "time") and the ratio of its median wall time to the first command's.
+#   bench/compare_commands.sh RUNS 'COMMAND A' 'COMMAND B' ...
+set -euo pipefail
+runs=$1
+shift
+commands=("$@")
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+
+median() { sort -g | awk '{v[NR] = $1} END {print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2}'; }
+
+for c in "${!commands[@]}"; do bash -c "${commands[$c]}" >/dev/null 2>&1; done  # warm-up
+for ((r = 0; r < runs; r++)); do
+  for c in "${!commands[@]}"; do
+    /usr/bin/time -f "$c %e %M" -a -o "$log" bash -c "${commands[$c]}" >/dev/null 2>&1 ||
+      echo "command $c failed: ${commands[$c]}" >&2
+  done
+done
+
+first=""
+printf '%-4s %9s %9s %9s %10s %7s  %s\n' "" median min max "peak MiB" ratio command
+for c in "${!commands[@]}"; do
+  walls=$(awk -v c="$c" '$1 == c {print $2}' "$log")
+  med=$(median <<<"$walls")
+  min=$(sort -g <<<"$walls" | head -1)
+  max=$(sort -g <<<"$walls" | tail -1)
+  peak=$(awk -v c="$c" '$1 == c {print $3 / 1024}' "$log" | median)
+  first=${first:-$med}
+  printf '%-4s %9.2f %9.2f %9.2f %10.1f %7.3f  %s\n' "$((c + 1))" "$med" "$min" "$max" "$peak" \
+    "$(awk -v a="$med" -v b="$first" 'BEGIN {print a / b}')" "${commands[$c]}"
+done
