@@ -5,8 +5,15 @@
 # Prints, per command, the median, minimum and maximum wall seconds, the
 # median peak resident memory (GNU time, /usr/bin/time, Debian package
 # "time") and the ratio of its median wall time to the first command's.
-#   bench/compare_commands.sh RUNS 'COMMAND A' 'COMMAND B' ...
+# --before runs a command, untimed, before every run (to remove the outputs
+# of the last one, say).
+#   bench/compare_commands.sh [--before 'COMMAND'] RUNS 'COMMAND A' 'COMMAND B' ...
 set -euo pipefail
+before=true
+if [ "$1" = --before ]; then
+  before=$2
+  shift 2
+fi
 runs=$1
 shift
 commands=("$@")
@@ -15,11 +22,20 @@ trap 'rm -f "$log"' EXIT
 
 median() { sort -g | awk '{v[NR] = $1} END {print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2}'; }
 
-for c in "${!commands[@]}"; do bash -c "${commands[$c]}" >/dev/null 2>&1; done  # warm-up
+for c in "${!commands[@]}"; do  # warm-up, which also checks that each command works
+  bash -c "$before"
+  if ! bash -c "${commands[$c]}" >"$log" 2>&1; then
+    echo "command $((c + 1)) failed: ${commands[$c]}" >&2
+    cat "$log" >&2
+    exit 1
+  fi
+done
+: >"$log"
 for ((r = 0; r < runs; r++)); do
   for c in "${!commands[@]}"; do
+    bash -c "$before"
     /usr/bin/time -f "$c %e %M" -a -o "$log" bash -c "${commands[$c]}" >/dev/null 2>&1 ||
-      echo "command $c failed: ${commands[$c]}" >&2
+      echo "command $((c + 1)) failed: ${commands[$c]}" >&2
   done
 done
 
