@@ -206,6 +206,20 @@ static int describe(ORX_OBJECT *object, Png *p) {
   if (width > INT32_MAX || height > INT32_MAX)
     return kit_fail(ORX_E_NOT_OUR_FILE, "png: %s: %lu x %lu pixels is too large", p->path,
                     (unsigned long)width, (unsigned long)height);
+  /* Deflate packs at most 1032 bytes into one, so the rest of the file
+   * bounds the pixels it can hold: a short file that claims a huge image is
+   * refused before its plane is allocated. */
+  const long here = ftell(p->file);
+  long end = -1;
+  if (here >= 0 && fseek(p->file, 0, SEEK_END) == 0) end = ftell(p->file);
+  if (here < 0 || fseek(p->file, here, SEEK_SET) != 0) end = -1;
+  const uint64_t raw = (uint64_t)height * (((uint64_t)width * png_get_channels(png, info) *
+                                                (uint64_t)png_get_bit_depth(png, info) + 7) / 8 + 1);
+  if (end >= here && raw > (uint64_t)(end - here) * 1032 + 1032)
+    return kit_fail(ORX_E_NOT_OUR_FILE,
+                    "png: %s: %lu x %lu pixels cannot come out of the %ld bytes left in the "
+                    "file (truncated or damaged)",
+                    p->path, (unsigned long)width, (unsigned long)height, end - here);
   kit_describe_size(ifd, (int32_t)width, (int32_t)height, px > 0 && py > 0 ? (double)py / px : 1.0);
   kit_layout_apply(&layout, ifd);
   if (!kit_save(&ifd->image.name, layout.count[0] == 3 ? "rgb" : "grey")) return 0;

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <optional>
 #include <string>
 
@@ -86,6 +88,7 @@ class PluginTest : public CleanErrors {
     if (ext == ".jpg") return has("jpeg");
     return has(ext.c_str() + 1);
   }
+  std::string last_report() const { return capture_->last(); }
 
  private:
   std::optional<ErrorCapture> capture_;
@@ -254,6 +257,42 @@ TEST_F(PluginTest, RefusalsLayoutsAFormatCannotStoreAreRefusedAtOpen) {
     EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED) << r.ext;
     ORX_info_free(request, 1);
   }
+}
+
+// A PNG header may claim any size; the bytes after it bound what deflate can
+// hold, so a short file claiming a huge image is refused at open, before a
+// plane of that size is allocated and cleared.
+TEST_F(PluginTest, PngClaimingMorePixelsThanItsBytesHoldIsRefused) {
+  if (!has("png")) GTEST_SKIP();
+  TempDir dir;
+  const std::string path = dir.file("claims.png");
+  const Layout l{3, 0, 0, I, 8};
+  ORX_INFO *request = new_request(path, l, 9, 7);
+  ASSERT_EQ(write_pattern(request, l, false), 0);
+  ORX_info_free(request, 1);
+  std::ifstream in(path, std::ios::binary);
+  std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  in.close();
+  // IHDR's width and height (big-endian, at 16), then its CRC over type and data.
+  for (int i = 0; i < 8; ++i) bytes[16 + i] = "\0\0\x40\0\0\0\x40\0"[i];  // 16384 x 16384
+  uint32_t crc = 0xffffffffu;
+  for (int i = 12; i < 29; ++i) {
+    crc ^= static_cast<uint8_t>(bytes[i]);
+    for (int k = 0; k < 8; ++k) crc = (crc >> 1) ^ (0xedb88320u & (0u - (crc & 1u)));
+  }
+  crc = ~crc;
+  for (int i = 0; i < 4; ++i) bytes[29 + i] = static_cast<char>(crc >> (24 - 8 * i));
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+  ORX_INFO read;
+  ORX_info_init(&read);
+  std::string handle = path;
+  read.handle = handle.data();
+  read.full_path = 1;
+  EXPECT_EQ(ORX_open(&read, "r"), nullptr);
+  ORX_info_cleanup(&read, 0);
+  EXPECT_EQ(orx__err, ORX_E_NOT_OUR_FILE);
+  EXPECT_NE(last_report().find("16384 x 16384 pixels cannot come out of"), std::string::npos)
+      << last_report();
 }
 
 // Short of memory anywhere in open or scan, a read fails with -10 and a
