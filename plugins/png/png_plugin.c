@@ -250,6 +250,34 @@ static int describe(ORX_OBJECT *object, Png *p) {
   return kit_plane_init(&p->plane, &layout, window, window, 0, kWho, p->path) == 0;
 }
 
+/* libpng allocates (and clears) a chunk's declared length before reading
+ * its data, so a short file whose text chunk claims 2 GB would cost 2 GB:
+ * every chunk but the image data, which is streamed, must fit in the file.
+ * Leaves the stream just after the signature.  1 when they fit (or the
+ * stream cannot be measured), else 0 after reporting. */
+static int chunks_fit(FILE *file, const char *path) {
+  long size = -1;
+  if (fseek(file, 0, SEEK_END) == 0) size = ftell(file);
+  long at = 8;
+  while (size > 0 && at + 8 <= size && fseek(file, at, SEEK_SET) == 0) {
+    unsigned char head[8];
+    if (fread(head, 1, 8, file) != 8) break;
+    const uint32_t length = (uint32_t)head[0] << 24 | (uint32_t)head[1] << 16 |
+                            (uint32_t)head[2] << 8 | head[3];
+    const int image_data = memcmp(head + 4, "IDAT", 4) == 0;
+    if (!image_data && (uint64_t)at + 12 + length > (uint64_t)size) {
+      fseek(file, 8, SEEK_SET);
+      return kit_fail(ORX_E_NOT_OUR_FILE,
+                      "png: %s: a %.4s chunk of %lu bytes runs past the end of the file "
+                      "(truncated or damaged)",
+                      path, (const char *)(head + 4), (unsigned long)length);
+    }
+    if (memcmp(head + 4, "IEND", 4) == 0) break;
+    at += 12 + (long)length;
+  }
+  return fseek(file, 8, SEEK_SET) == 0 || size < 0;
+}
+
 int imageReadOpen(ORX_OBJECT *object) {
   const char *path = object->info.handle;
   if (path == NULL) return kit_fail(ORX_E_FIELD_MISSING, "png: no file name to read");
@@ -265,6 +293,10 @@ int imageReadOpen(ORX_OBJECT *object) {
   if (fread(signature, 1, 8, p->file) != 8 || png_sig_cmp(signature, 0, 8) != 0) {
     release(object);
     return kit_fail(ORX_E_NOT_OUR_FILE, "png: %s is not a PNG file", path);
+  }
+  if (!chunks_fit(p->file, path)) {
+    release(object);
+    return 0;
   }
   p->png = png_create_read_struct(PNG_LIBPNG_VER_STRING, p, on_error, on_warning);
   p->info = p->png != NULL ? png_create_info_struct(p->png) : NULL;

@@ -259,10 +259,10 @@ TEST_F(PluginTest, RefusalsLayoutsAFormatCannotStoreAreRefusedAtOpen) {
   }
 }
 
-// A PNG header may claim any size; the bytes after it bound what deflate can
-// hold, so a short file claiming a huge image is refused at open, before a
-// plane of that size is allocated and cleared.
-TEST_F(PluginTest, PngClaimingMorePixelsThanItsBytesHoldIsRefused) {
+// A PNG header may claim any size, and a chunk any length, which libpng
+// allocates before reading: a short file claiming more than its bytes can
+// hold is refused at open, before anything of that size is allocated.
+TEST_F(PluginTest, PngClaimingMoreThanItsBytesHoldIsRefused) {
   if (!has("png")) GTEST_SKIP();
   TempDir dir;
   const std::string path = dir.file("claims.png");
@@ -271,28 +271,41 @@ TEST_F(PluginTest, PngClaimingMorePixelsThanItsBytesHoldIsRefused) {
   ASSERT_EQ(write_pattern(request, l, false), 0);
   ORX_info_free(request, 1);
   std::ifstream in(path, std::ios::binary);
-  std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  in.close();
-  // IHDR's width and height (big-endian, at 16), then its CRC over type and data.
-  for (int i = 0; i < 8; ++i) bytes[16 + i] = "\0\0\x40\0\0\0\x40\0"[i];  // 16384 x 16384
-  uint32_t crc = 0xffffffffu;
-  for (int i = 12; i < 29; ++i) {
-    crc ^= static_cast<uint8_t>(bytes[i]);
-    for (int k = 0; k < 8; ++k) crc = (crc >> 1) ^ (0xedb88320u & (0u - (crc & 1u)));
+  const std::string good((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  const auto crc = [](const std::string &b, std::size_t from, std::size_t n) {
+    uint32_t c = 0xffffffffu;
+    for (std::size_t i = from; i < from + n; ++i) {
+      c ^= static_cast<uint8_t>(b[i]);
+      for (int k = 0; k < 8; ++k) c = (c >> 1) ^ (0xedb88320u & (0u - (c & 1u)));
+    }
+    return ~c;
+  };
+  const auto put32 = [](std::string &b, std::size_t at, uint32_t v) {
+    for (int i = 0; i < 4; ++i) b[at + i] = static_cast<char>(v >> (24 - 8 * i));
+  };
+  std::string huge = good;  // IHDR says 16384 x 16384
+  put32(huge, 16, 16384);
+  put32(huge, 20, 16384);
+  put32(huge, 29, crc(huge, 12, 17));
+  std::string text = good;  // a text chunk after IHDR says 1.6 GB
+  text.insert(33, std::string("\x63\x64\x6e\x11tEXtkey\0value", 17));
+  const struct {
+    const std::string &bytes;
+    const char *says;
+  } cases[] = {{huge, "16384 x 16384 pixels cannot come out of"},
+               {text, "a tEXt chunk of 1667526161 bytes runs past the end of the file"}};
+  for (const auto &c : cases) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << c.bytes;
+    ORX_INFO read;
+    ORX_info_init(&read);
+    std::string handle = path;
+    read.handle = handle.data();
+    read.full_path = 1;
+    EXPECT_EQ(ORX_open(&read, "r"), nullptr) << c.says;
+    ORX_info_cleanup(&read, 0);
+    EXPECT_EQ(orx__err, ORX_E_NOT_OUR_FILE);
+    EXPECT_NE(last_report().find(c.says), std::string::npos) << last_report();
   }
-  crc = ~crc;
-  for (int i = 0; i < 4; ++i) bytes[29 + i] = static_cast<char>(crc >> (24 - 8 * i));
-  std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
-  ORX_INFO read;
-  ORX_info_init(&read);
-  std::string handle = path;
-  read.handle = handle.data();
-  read.full_path = 1;
-  EXPECT_EQ(ORX_open(&read, "r"), nullptr);
-  ORX_info_cleanup(&read, 0);
-  EXPECT_EQ(orx__err, ORX_E_NOT_OUR_FILE);
-  EXPECT_NE(last_report().find("16384 x 16384 pixels cannot come out of"), std::string::npos)
-      << last_report();
 }
 
 // Short of memory anywhere in open or scan, a read fails with -10 and a
