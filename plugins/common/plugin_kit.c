@@ -363,6 +363,54 @@ static void put(int32_t type, int32_t bits, unsigned char *p, double v) {
   }
 }
 
+/* Host rows of the plane's own sample types into an interleaved plane: one
+ * pass over the pixels, writing each pixel whole, rather than one strided
+ * pass per channel.  0 when the layouts differ (the general path then
+ * converts sample by sample). */
+#define KIT_INTERLEAVE_N(T, N)                                               \
+  do {                                                                       \
+    T *out = (T *)dst;                                                       \
+    for (int32_t x = 0; x < width; ++x, out += (N))                          \
+      for (int32_t c = 0; c < (N); ++c) out[c] = ((const T *)src[c])[left + x]; \
+  } while (0)
+/* Fixed counts for the usual grey, grey and alpha, RGB and RGBA lines let
+ * the compiler unroll the pixel; any other count takes the loop. */
+#define KIT_INTERLEAVE(T)                         \
+  do {                                            \
+    switch (n) {                                  \
+      case 1: KIT_INTERLEAVE_N(T, 1); break;      \
+      case 2: KIT_INTERLEAVE_N(T, 2); break;      \
+      case 3: KIT_INTERLEAVE_N(T, 3); break;      \
+      case 4: KIT_INTERLEAVE_N(T, 4); break;      \
+      default: KIT_INTERLEAVE_N(T, n); break;     \
+    }                                             \
+  } while (0)
+
+static int interleave_same(KitPlane *plane, const KitLayout *from, void **rows, size_t left,
+                           int32_t r) {
+  enum { kMostChannels = 16 };
+  const int32_t n = plane->channels;
+  if (!plane->interleaved || n > kMostChannels) return 0;
+  const uint8_t size = plane->sample_bytes[0];
+  const void *src[kMostChannels];
+  for (int32_t c = 0; c < n; ++c) {
+    const int g = group_of(&plane->layout, c);
+    if (from->type[g] != plane->layout.type[g] || from->bits[g] != plane->layout.bits[g] ||
+        plane->sample_bytes[c] != size)
+      return 0;
+    src[c] = rows[c];
+  }
+  unsigned char *dst = kit_plane_at(plane, r, 0);
+  const int32_t width = kit_plane_width(plane);
+  switch (size) {
+    case 1: KIT_INTERLEAVE(uint8_t); break;
+    case 2: KIT_INTERLEAVE(uint16_t); break;
+    case 4: KIT_INTERLEAVE(uint32_t); break;
+    default: return 0;
+  }
+  return 1;
+}
+
 int kit_plane_store(KitPlane *plane, const ORX_IFD *host, int32_t line, void **rows,
                     const char *who) {
   if (line < plane->window.bottom || line > plane->window.top) {
@@ -375,6 +423,7 @@ int kit_plane_store(KitPlane *plane, const ORX_IFD *host, int32_t line, void **r
   const KitLayout from = kit_layout_of(host);
   const size_t left = (size_t)(plane->active.left - plane->window.left);
   const int32_t width = kit_plane_width(plane);
+  if (interleave_same(plane, &from, rows, left, r)) return 0;
   for (int32_t c = 0; c < plane->channels; ++c) {
     const int g = group_of(&plane->layout, c);
     const uint8_t in_size = sample_size(from.type[g], from.bits[g]);
