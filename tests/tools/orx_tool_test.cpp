@@ -109,7 +109,6 @@ TEST_F(OrxTool, FailuresExitTwoWithTheLibrarysMessage) {
       {"info bad.rla", "This does not appear to be a Korvantel file"},
       {"copy a.rla out.xyz --type nosuch", "Invalid type nosuch"},
       {"pattern x.rla --size 0x4", "expected WxH"},
-      {"copy a.rla out.rla --frames 4-3", "expected A, A-B or A-BxS with A <= B"},
   };
   for (const auto &c : cases) {
     EXPECT_EQ(run(c.args), 2) << c.args;
@@ -228,19 +227,6 @@ TEST_F(OrxTool, StatsPerChannelWithNanAndInfCounts) {
   EXPECT_EQ(run("stats i.rla"), 0);
   EXPECT_FALSE(contains(log_, "NanCount")) << "integers have no NaN\n" << log_;
   EXPECT_EQ(run("stats i.rla missing.rla"), 2);
-}
-
-TEST_F(OrxTool, FramesReportGapsAndKeepGoing) {
-  for (const char *f : {"s.0003.rla", "s.0004.rla"})
-    ASSERT_EQ(run(std::string("pattern ") + f + " --size 5x3"), 0);
-  EXPECT_EQ(run("copy s.####.rla o.##.rla --frames 2-5"), 2);
-  EXPECT_TRUE(contains(log_, "s.####.rla: missing frames 2, 5 (--keep-going goes on with the others)"))
-      << log_;
-  EXPECT_FALSE(fs::exists(dir_.file("o.03.rla"))) << "nothing is written before the gaps are known";
-  EXPECT_EQ(run("copy s.####.rla o.##.rla --frames 2-5 --keep-going"), 2);
-  EXPECT_TRUE(fs::exists(dir_.file("o.03.rla")) && fs::exists(dir_.file("o.04.rla")));
-  EXPECT_EQ(run("copy s.####.rla o.##.rla --frames 3-4"), 0) << log_;
-  EXPECT_EQ(run("diff s.0004.rla o.04.rla"), 0) << log_;
 }
 
 TEST_F(OrxTool, ProgressOnlyOnATerminal) {
