@@ -280,13 +280,34 @@ bool describe(ORX_OBJECT *object, ExrImage &image) {
 
 int close_object(ORX_OBJECT *object, intptr_t argument);
 
+// Bytes OpenEXR reads for the value of an attribute of a fixed-size type,
+// whatever size the header declares for it; 0 for the types it reads by the
+// declared size (strings, vectors, unknown types kept opaque).
+std::int64_t fixed_value_size(const std::string &type) {
+  static const struct {
+    const char *type;
+    std::int64_t size;
+  } kFixed[] = {{"box2i", 16},  {"box2f", 16},     {"chromaticities", 32}, {"compression", 1},
+                {"double", 8},  {"envmap", 1},     {"float", 4},           {"int", 4},
+                {"keycode", 28}, {"lineOrder", 1}, {"m33f", 36},           {"m33d", 72},
+                {"m44f", 64},   {"m44d", 128},     {"rational", 8},        {"tiledesc", 9},
+                {"timecode", 8}, {"v2i", 8},       {"v2f", 8},             {"v2d", 16},
+                {"v3i", 12},    {"v3f", 12},       {"v3d", 24},            {"deepImageState", 1}};
+  for (const auto &f : kFixed)
+    if (type == f.type) return f.size;
+  return 0;
+}
+
 // Whether every attribute of the file's headers fits in the file.  OpenEXR
 // sizes an attribute's buffer from the size the header declares before it
 // reads a byte of it, so a few bytes could otherwise make it allocate and
 // clear gigabytes.  Layout: magic and version (8 bytes), then headers of
 // attributes (name, type name, 32-bit little-endian size, value), each
 // header ended by an empty name, and for multi-part files an empty header
-// after the last.
+// after the last.  The walk reads values as OpenEXR does, which is not
+// always by the declared size: fixed-size types take their own size, a
+// channel list runs to its empty name and a preview image to its width
+// times height, so the next attribute checked is the one OpenEXR reads.
 bool headers_fit(const char *path) {
   std::FILE *f = std::fopen(path, "rb");
   if (f == nullptr) return true;  // OpenEXR reports what is wrong
@@ -304,16 +325,34 @@ bool headers_fit(const char *path) {
     }
     return true;
   };
-  std::string attribute, type;
+  auto word = [&](std::int64_t *value) {
+    unsigned char b[4];
+    if (std::fread(b, 1, 4, f) != 4) return false;
+    *value = static_cast<std::int32_t>(b[0] | b[1] << 8 | b[2] << 16 |
+                                       static_cast<std::uint32_t>(b[3]) << 24);
+    return true;
+  };
+  // Skips n bytes that must lie within the file.
+  auto skip = [&](std::int64_t n) {
+    return n >= 0 && n <= size - std::ftell(f) && std::fseek(f, static_cast<long>(n), SEEK_CUR) == 0;
+  };
+  std::string attribute, type, channel;
   for (bool more_headers = fit; more_headers && fit;) {
     int count = 0;
     for (; (fit = name(attribute)) && !attribute.empty(); ++count) {
-      unsigned char bytes[4];
-      fit = name(type) && std::fread(bytes, 1, 4, f) == 4;
-      const std::int64_t length = static_cast<std::int32_t>(
-          bytes[0] | bytes[1] << 8 | bytes[2] << 16 | static_cast<std::uint32_t>(bytes[3]) << 24);
-      fit = fit && length >= 0 && length <= size - std::ftell(f) &&
-            std::fseek(f, static_cast<long>(length), SEEK_CUR) == 0;
+      std::int64_t length = 0;
+      fit = name(type) && word(&length) && length >= 0 && length <= size - std::ftell(f);
+      if (fit && type == "chlist") {
+        while ((fit = name(channel)) && !channel.empty() && (fit = skip(16))) {
+        }
+      } else if (fit && type == "preview") {
+        std::int64_t width = 0, height = 0;
+        fit = word(&width) && word(&height) && width >= 0 && height >= 0 &&
+              (width == 0 || height <= (size / 4) / width) && skip(width * height * 4);
+      } else if (fit) {
+        const std::int64_t fixed = fixed_value_size(type);
+        fit = skip(fixed > 0 ? fixed : length);
+      }
       if (!fit) break;
     }
     more_headers = multipart && count > 0;
