@@ -314,13 +314,16 @@ TEST_F(PluginTest, PngClaimingMoreThanItsBytesHoldIsRefused) {
   }
 }
 
-// OpenEXR reads a channel list to its empty name, not by its declared size:
-// a list declared shorter than it is made the check read the wrong bytes
-// while OpenEXR went on to a string attribute declaring 1.9 GB.
-TEST_F(PluginTest, ExrAttributesAreCheckedWhereOpenExrReadsThem) {
+// Damage OpenEXR's C++ reader trusts is refused at open: a channel list
+// declared shorter than it is (OpenEXR reads it to its empty name, then a
+// string attribute declaring 1.9 GB), and a damaged tile header (OpenEXR
+// then copied from an uninitialised pointer).
+TEST_F(PluginTest, ExrDamageTheCodecTrustsIsRefusedAtOpen) {
   if (!has("exr")) GTEST_SKIP();
-  expect_refused(std::string(ORX_TEST_SOURCE_ROOT) + "/plugins/fuzz/regressions/exr/oom-chlist-desync",
-                 "a header attribute runs past the end of the file", "exr");
+  const std::string dir = std::string(ORX_TEST_SOURCE_ROOT) + "/plugins/fuzz/regressions/exr/";
+  expect_refused(dir + "oom-chlist-desync", "a header attribute runs past the end of the file",
+                 "exr");
+  expect_refused(dir + "crash-tile-header", "the chunk offsets or a chunk header are damaged", "exr");
 }
 
 // Short of memory anywhere in open or scan, a read fails with -10 and a
