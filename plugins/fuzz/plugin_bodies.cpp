@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 
@@ -60,7 +61,14 @@ int read_all(const char *module, const char *key, const char *extension,
   for (int32_t i = 0; i < object->info.image_count; ++i) {
     const ORX_IFD &ifd = object->info.images[i];
     void **rows = nullptr;
-    for (int32_t y = ifd.window.top; y >= ifd.window.bottom; --y)
+    // Every line of the active window and the window's outermost lines:
+    // an EXR display window may span billions of lines around a small data
+    // window, and each line outside it is the same zero line.
+    const int32_t top = std::min(ifd.active.top, ifd.window.top);
+    const int32_t bottom = std::max(ifd.active.bottom, ifd.window.bottom);
+    object->scan(object->private_cell[i], ifd.window.top, &rows);
+    object->scan(object->private_cell[i], ifd.window.bottom, &rows);
+    for (int32_t y = top; y >= bottom; --y)
       if (object->scan(object->private_cell[i], y, &rows) != 0) break;
   }
   ORX_close(object);
