@@ -29,6 +29,7 @@
 #include <vector>
 
 #include "orx/err.h"
+#include "orx/limits.h"
 #include "orx/plugin.h"
 #include "plugin_kit.h"
 
@@ -281,19 +282,29 @@ bool describe(ORX_OBJECT *object, ExrImage &image) {
 
 int close_object(ORX_OBJECT *object, intptr_t argument);
 
-// Whether the offset table and every chunk's header are sound, as
-// OpenEXR's core library reads and checks them (no pixel is decoded: under
-// a millisecond for a UHD scanline file).  The C++ reader trusts them, and a
-// damaged tile header made it copy from an uninitialised pointer.  Deep
+// What is wrong with the offset table, a chunk's header or the tile size,
+// as OpenEXR's core library reads and checks them (no pixel is decoded:
+// under a millisecond for a UHD scanline file), or null when nothing is.
+// The C++ reader trusts them: a damaged tile header made it copy from an
+// uninitialised pointer, and it sizes its buffers from the data window and
+// the tile description, which may be far larger than the picture.  Deep
 // parts are left to the refusal that names them.
-bool chunks_sound(const char *path) {
+const char *chunk_problem(const char *path) {
+  static const char kDamaged[] = "the chunk offsets or a chunk header are damaged";
+  static const char kLarge[] = "its chunks need more than the image memory limit";
+  // A chunk decodes into at most four bytes a sample, in every channel.
+  const auto too_large = [](std::uint64_t pixels, const exr_attr_chlist_t *channels) {
+    return pixels * static_cast<std::uint64_t>(channels->num_channels) * 4 >
+           static_cast<std::uint64_t>(ORX_limit(ORX_LIMIT_ROW_MEMORY));
+  };
   exr_context_t context = nullptr;
   exr_context_initializer_t init = EXR_DEFAULT_CONTEXT_INITIALIZER;
   init.error_handler_fn = [](exr_const_context_t, exr_result_t, const char *) {};
   if (exr_start_read(&context, path, &init) != EXR_ERR_SUCCESS) {
     exr_finish(&context);
-    return false;
+    return kDamaged;
   }
+  const char *problem = nullptr;
   int parts = 0;
   bool sound = exr_get_count(context, &parts) == EXR_ERR_SUCCESS;
   for (int p = 0; sound && p < parts; ++p) {
@@ -302,9 +313,18 @@ bool chunks_sound(const char *path) {
     sound = exr_get_storage(context, p, &storage) == EXR_ERR_SUCCESS &&
             exr_get_data_window(context, p, &window) == EXR_ERR_SUCCESS;
     exr_chunk_info_t chunk;
+    const exr_attr_chlist_t *channels = nullptr;
+    sound = sound && exr_get_channels(context, p, &channels) == EXR_ERR_SUCCESS;
     if (sound && storage == EXR_STORAGE_SCANLINE) {
       int32_t lines = 0;
       sound = exr_get_scanlines_per_chunk(context, p, &lines) == EXR_ERR_SUCCESS && lines > 0;
+      const std::int64_t width = std::int64_t{window.max.x} - window.min.x + 1;
+      if (sound && (width <= 0 || too_large(static_cast<std::uint64_t>(width) *
+                                                static_cast<std::uint64_t>(lines),
+                                            channels))) {
+        problem = kLarge;
+        sound = false;
+      }
       for (std::int64_t y = window.min.y; sound && y <= window.max.y; y += lines)
         sound = exr_read_scanline_chunk_info(context, p, static_cast<int>(y), &chunk) ==
                 EXR_ERR_SUCCESS;
@@ -317,6 +337,11 @@ bool chunks_sound(const char *path) {
           sound = exr_get_level_sizes(context, p, lx, ly, &w, &h) == EXR_ERR_SUCCESS &&
                   exr_get_tile_sizes(context, p, lx, ly, &tw, &th) == EXR_ERR_SUCCESS &&
                   tw > 0 && th > 0;
+          if (sound && too_large(static_cast<std::uint64_t>(tw) * static_cast<std::uint64_t>(th),
+                                 channels)) {
+            problem = kLarge;
+            sound = false;
+          }
           const std::int64_t across = sound ? (std::int64_t{w} + tw - 1) / tw : 0;
           const std::int64_t down = sound ? (std::int64_t{h} + th - 1) / th : 0;
           for (std::int64_t ty = 0; sound && ty < down; ++ty)
@@ -328,7 +353,7 @@ bool chunks_sound(const char *path) {
     }
   }
   exr_finish(&context);
-  return sound;
+  return sound ? nullptr : problem != nullptr ? problem : kDamaged;
 }
 
 // Bytes OpenEXR reads for the value of an attribute of a fixed-size type,
@@ -425,10 +450,9 @@ extern "C" int imageReadOpen(ORX_OBJECT *object) {
     return kit_fail(ORX_E_NOT_OUR_FILE, "exr: %s: a header attribute runs past the end of the file",
                     path);
   }
-  if (!chunks_sound(path)) {
+  if (const char *problem = chunk_problem(path)) {
     delete file;
-    return kit_fail(ORX_E_NOT_OUR_FILE, "exr: %s: the chunk offsets or a chunk header are damaged",
-                    path);
+    return kit_fail(ORX_E_NOT_OUR_FILE, "exr: %s: %s", path, problem);
   }
   try {
     file->input = std::make_unique<Imf::MultiPartInputFile>(path, 0);
