@@ -18,8 +18,8 @@ using namespace orx::bench;
 const std::string &oiio_texture_path() {
   static const std::string path = [] {
     const std::string p = (std::filesystem::temp_directory_path() / "orx_bench_texture.tx").string();
-    OIIO::ImageSpec spec(kTextureSide, kTextureSide, 4, OIIO::TypeDesc::UINT8);
-    OIIO::ImageBuf source(spec, const_cast<std::uint8_t *>(texture_pixels().data()));
+    OIIO::ImageSpec layout(kTextureSide, kTextureSide, 4, OIIO::TypeDesc::UINT8);
+    OIIO::ImageBuf source(layout, const_cast<std::uint8_t *>(texture_pixels().data()));
     OIIO::ImageSpec config;
     config.attribute("maketx:filtername", "box");
     OIIO::ImageBufAlgo::make_texture(OIIO::ImageBufAlgo::MakeTxTexture, source, p, config);

@@ -163,12 +163,12 @@ bool orx_read(const std::string &path) {
 bool oiio_write(const Format &f, const std::string &path) {
   auto out = OIIO::ImageOutput::create(path);
   if (!out) return false;
-  OIIO::ImageSpec spec(kWidth, kHeight, f.channels, f.file);
+  OIIO::ImageSpec layout(kWidth, kHeight, f.channels, f.file);
   // The samples go to the file as they are, as the plug-ins store them.
-  spec.attribute("oiio:UnassociatedAlpha", 1);
-  if (*f.compression) spec.attribute("compression", f.compression);
-  if (std::string(f.key) == "png") spec.attribute("png:compressionLevel", 6);
-  return out->open(path, spec) && out->write_image(f.host, frame(f).data()) && out->close();
+  layout.attribute("oiio:UnassociatedAlpha", 1);
+  if (*f.compression) layout.attribute("compression", f.compression);
+  if (std::string(f.key) == "png") layout.attribute("png:compressionLevel", 6);
+  return out->open(path, layout) && out->write_image(f.host, frame(f).data()) && out->close();
 }
 
 bool oiio_read(const Format &f, const std::string &path, std::vector<unsigned char> &buffer) {
