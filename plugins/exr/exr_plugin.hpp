@@ -1,0 +1,45 @@
+// What the OpenEXR plug-in's reader and writer share: the settings, the
+// header texts and the mapping between EXR rows and the library's lines.
+#ifndef ORX_EXR_PLUGIN_HPP
+#define ORX_EXR_PLUGIN_HPP
+
+#include "orx/plugin.h"
+
+namespace exr_plugin {
+
+constexpr char kWho[] = "exr";
+
+// Capability settings: the compression and the pixel type of written
+// channels.  The compression values are OpenEXR's own numbering, shared by
+// its C and C++ interfaces.
+enum { kCapCompression = 0, kCapPixelType = 1 };
+enum { kHalf = 0, kFloat = 1 };
+extern ORX_CAP_LIST_ENTRY compressions[];
+extern ORX_CAP_LIST compression;
+extern ORX_CAP_LIST pixel_type;
+
+// The name of a compression method, "unknown" for a value not in the list.
+const char *compression_name(int method);
+
+// The header texts and the string attributes that carry them.
+struct Text {
+  const char *attribute;
+  char *ORX_INFO::*field;
+};
+constexpr Text kTexts[] = {
+    {"imageName", &ORX_INFO::name},   {"comments", &ORX_INFO::desc},
+    {"software", &ORX_INFO::program}, {"hostComputer", &ORX_INFO::machine},
+    {"owner", &ORX_INFO::user},       {"creationDate", &ORX_INFO::date},
+    {"renderTime", &ORX_INFO::time},  {"filter", &ORX_INFO::filter},
+};
+
+// EXR rows run downwards and the library's lines upwards: the EXR row of
+// line L of a window, and the reverse.
+inline int exr_row(const ORX_WINDOW &w, int line) { return w.bottom + w.top - line; }
+
+int read_open(ORX_OBJECT *object);
+int write_open(ORX_OBJECT *object);
+
+}  // namespace exr_plugin
+
+#endif
