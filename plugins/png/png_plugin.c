@@ -17,6 +17,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <zlib.h>
 
 #include "orx/err.h"
 #include "orx/plugin.h"
@@ -421,6 +422,9 @@ static void write_header(ORX_OBJECT *object, Png *p) {
   }
   if (count > 0) png_set_text(png, info, texts, count);
   png_set_compression_level(png, p->level);
+  /* zlib's default strategy, as other writers use: the filtered strategy
+   * libpng would pick makes files some 7% smaller in nearly twice the time. */
+  png_set_compression_strategy(png, Z_DEFAULT_STRATEGY);
   png_write_info(png, info);
   if (depth < 8) png_set_packing(png);
   if (depth == 16) png_set_swap(png);
