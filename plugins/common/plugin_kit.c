@@ -441,6 +441,16 @@ int kit_plane_store(KitPlane *plane, const ORX_IFD *host, int32_t line, void **r
   return 0;
 }
 
+void kit_row_floats(int32_t type, int32_t bits, const void *row, float *out, int32_t n) {
+  const uint8_t size = sample_size(type, bits);
+  const unsigned char *src = (const unsigned char *)row;
+  if (type == ORX_C_FLOAT) {
+    memcpy(out, row, (size_t)n * 4);
+    return;
+  }
+  for (int32_t x = 0; x < n; ++x) out[x] = (float)get(type, bits, src + (size_t)x * size);
+}
+
 static const ORX_CAP_SETTING *setting(const ORX_OBJECT *object, int32_t index) {
   ORX_CAP_SETTING **settings = object->info.settings;
   if (settings == NULL) return NULL;

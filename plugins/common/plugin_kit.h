@@ -141,6 +141,10 @@ int kit_scan_decoded(KitPlane *plane, int *decoded, int (*decode)(void *), void 
 int kit_plane_store(KitPlane *plane, const ORX_IFD *host, int32_t line, void **rows,
                     const char *who);
 
+/* n samples of a host's channel row of the given type and width as floats:
+ * integers scaled to 0..1, floating point as stored. */
+void kit_row_floats(int32_t type, int32_t bits, const void *row, float *out, int32_t n);
+
 /* The value of a setting the host passed for capability index, or fallback
  * when it passed none.  Settings pair with the capability table by
  * position: settings[i] sets entry i. */

@@ -175,7 +175,7 @@ const char *chunk_problem(exr_const_context_t context, int part) {
 // A decoding pipeline, destroyed when it goes.
 struct Pipeline {
   exr_const_context_t context;
-  exr_decode_pipeline_t decoder = EXR_DECODE_PIPELINE_INITIALIZER;
+  exr_decode_pipeline_t decoder{};
   bool started = false;
   ~Pipeline() {
     if (started) exr_decoding_destroy(context, &decoder);

@@ -38,6 +38,7 @@ struct OutImage {
   ORX_IFD *ifd;
   int part;
   std::vector<std::string> channels;  // file channel of each plane channel
+  std::vector<float> line;            // a host row as floats, for half files
   KitPlane plane{};
 };
 
@@ -92,6 +93,46 @@ int scan_write(void *data, int32_t line, void *in) {
   return kit_plane_store(&image.plane, image.ifd, line, static_cast<void **>(in), kWho);
 }
 
+// Half files keep half samples, converted as the host's lines arrive: the
+// plane is half the size of a float one and no pass over the whole image
+// converts it at close.
+int scan_write_half(void *data, int32_t line, void *in) {
+  auto &image = *static_cast<OutImage *>(data);
+  KitPlane &p = image.plane;
+  if (line < p.window.bottom || line > p.window.top) {
+    kit_fail(ORX_E_BAD_SCANLINE, "exr: line %d lies outside the window %d..%d", line,
+             p.window.bottom, p.window.top);
+    return ORX_E_BAD_SCANLINE;
+  }
+  const int32_t r = p.active.top - line;
+  if (r < 0 || r >= kit_plane_height(&p)) return 0;
+  const int32_t width = kit_plane_width(&p);
+  const std::size_t left = static_cast<std::size_t>(p.active.left - p.window.left);
+  const ORX_CHANNELS *groups[3] = {&image.ifd->image, &image.ifd->matte, &image.ifd->aux};
+  void **rows = static_cast<void **>(in);
+  int32_t c = 0;
+  for (const ORX_CHANNELS *g : groups) {
+    const bool floats = g->type == ORX_C_FLOAT;
+    const std::size_t size = floats ? 4 : g->type == ORX_C_DOUBLE ? 8 : g->bits <= 8 ? 1
+                                          : g->bits <= 16 ? 2 : 4;
+    for (int32_t k = 0; k < g->count; ++k, ++c) {
+      const unsigned char *src = static_cast<const unsigned char *>(rows[c]) + left * size;
+      if (!floats) {
+        kit_row_floats(g->type, g->bits, src, image.line.data(), width);
+        src = reinterpret_cast<const unsigned char *>(image.line.data());
+      }
+      unsigned char *dst = kit_plane_at(&p, r, c);
+      for (int32_t x = 0; x < width; ++x) {
+        float v;
+        std::memcpy(&v, src + static_cast<std::size_t>(x) * 4, 4);
+        const half h(v);
+        std::memcpy(dst + static_cast<std::size_t>(x) * 2, &h, 2);
+      }
+    }
+  }
+  return 0;
+}
+
 Imf::Header header_of(ORX_OBJECT *object, const OutImage &image) {
   const ORX_WINDOW &w = image.plane.window, &a = image.plane.active;
   Imf::Header h(Imath::Box2i({w.left, w.bottom}, {w.right, w.top}),
@@ -114,9 +155,10 @@ Imf::Header header_of(ORX_OBJECT *object, const OutImage &image) {
   return h;
 }
 
-// Slices of every plane channel as 32-bit floats, placed so that EXR pixel
-// (x, y) of the data window lands in the plane.
-Imf::FrameBuffer float_buffer(OutImage &image) {
+// Slices of every plane channel, placed so that EXR pixel (x, y) of the
+// data window lands in the plane.  The plane holds the file's own pixel
+// type, so OpenEXR copies it as it is.
+Imf::FrameBuffer frame_buffer(OutImage &image) {
   KitPlane &p = image.plane;
   const int x0 = p.active.left;
   const int y0 = exr_row(p.window, p.active.top);
@@ -127,35 +169,7 @@ Imf::FrameBuffer float_buffer(OutImage &image) {
                    static_cast<std::ptrdiff_t>(x0) * static_cast<std::ptrdiff_t>(step) -
                    static_cast<std::ptrdiff_t>(y0) * static_cast<std::ptrdiff_t>(p.line_bytes);
     fb.insert(image.channels[static_cast<std::size_t>(c)],
-              Imf::Slice(Imf::FLOAT, origin, step, p.line_bytes, 1, 1, 0.0));
-  }
-  return fb;
-}
-
-// Slices of a half copy of the plane, one block of rows per channel.
-Imf::FrameBuffer half_buffer(OutImage &image, std::vector<half> &halves) {
-  KitPlane &p = image.plane;
-  const std::size_t width = static_cast<std::size_t>(kit_plane_width(&p));
-  const std::size_t height = static_cast<std::size_t>(kit_plane_height(&p));
-  halves.resize(width * height * static_cast<std::size_t>(p.channels));
-  const int x0 = p.active.left;
-  const int y0 = exr_row(p.window, p.active.top);
-  Imf::FrameBuffer fb;
-  for (int32_t c = 0; c < p.channels; ++c) {
-    half *block = halves.data() + static_cast<std::size_t>(c) * width * height;
-    const std::size_t step = kit_plane_step(&p, c);
-    for (std::size_t r = 0; r < height; ++r) {
-      const unsigned char *row = kit_plane_at(&p, static_cast<int32_t>(r), c);
-      for (std::size_t x = 0; x < width; ++x) {
-        float v;
-        std::memcpy(&v, row + step * x, 4);
-        block[r * width + x] = half(v);
-      }
-    }
-    char *origin = reinterpret_cast<char *>(block) - static_cast<std::ptrdiff_t>(x0) * 2 -
-                   static_cast<std::ptrdiff_t>(y0) * static_cast<std::ptrdiff_t>(width * 2);
-    fb.insert(image.channels[static_cast<std::size_t>(c)],
-              Imf::Slice(Imf::HALF, origin, 2, width * 2, 1, 1, 0.0));
+              Imf::Slice(image.file->type, origin, step, p.line_bytes, 1, 1, 0.0));
   }
   return fb;
 }
@@ -170,11 +184,7 @@ int encode(ORX_OBJECT *object, OutFile &file) {
     for (int32_t i = 0; i < object->info.image_count; ++i) {
       auto &image = *static_cast<OutImage *>(object->private_cell[i]);
       Imf::OutputPart part(out, i);
-      // OpenEXR converts types on reading only: half channels are written
-      // from a half copy of the plane.
-      std::vector<half> halves;
-      part.setFrameBuffer(file.type == Imf::HALF ? half_buffer(image, halves)
-                                                 : float_buffer(image));
+      part.setFrameBuffer(frame_buffer(image));
       part.writePixels(kit_plane_height(&image.plane));
     }
     return 0;
@@ -219,29 +229,33 @@ int write_open(ORX_OBJECT *object) {
                    ? Imf::FLOAT
                    : Imf::HALF;
   for (int32_t i = 0; i < object->info.image_count; ++i) {
-    auto *image = new (std::nothrow) OutImage{file, &object->info.images[i], i, {}, {}};
+    auto *image = new (std::nothrow) OutImage{file, &object->info.images[i], i, {}, {}, {}};
     if (image == nullptr) {
       release(object, file);
       return kit_fail(ORX_E_NO_MEMORY, "exr: no memory for %s", path);
     }
     object->private_cell[i] = image;
     image->channels = channel_names(*image->ifd);
+    // A half plane holds two-byte samples, one row per channel, as the file
+    // does; a float plane the pixels whole.
+    const bool halves = file->type == Imf::HALF;
     KitLayout layout = kit_layout_of(image->ifd);
     for (int g = 0; g < 3; ++g) {
-      layout.type[g] = ORX_C_FLOAT;
-      layout.bits[g] = 32;
+      layout.type[g] = halves ? ORX_C_INTEGER : ORX_C_FLOAT;
+      layout.bits[g] = halves ? 16 : 32;
     }
-    if (kit_plane_init(&image->plane, &layout, image->ifd->window, image->ifd->active, 1, kWho,
-                       path) != 0) {
+    if (kit_plane_init(&image->plane, &layout, image->ifd->window, image->ifd->active, !halves,
+                       kWho, path) != 0) {
       release(object, file);
       return 0;
     }
+    if (halves) image->line.resize(static_cast<std::size_t>(kit_plane_width(&image->plane)));
   }
   if (!kit_claim(kWho, path, &file->created)) {
     release(object, file);
     return 0;
   }
-  object->scan = scan_write;
+  object->scan = file->type == Imf::HALF ? scan_write_half : scan_write;
   object->close = close_object;
   return 1;
 }
