@@ -145,8 +145,10 @@ static int over_limit(const char *who, const char *path, uint64_t need, const ch
 }
 
 int kit_plane_init(KitPlane *plane, const KitLayout *layout, ORX_WINDOW window,
-                   ORX_WINDOW active, int interleaved, const char *who, const char *path) {
+                   ORX_WINDOW active, int flags, const char *who, const char *path) {
   memset(plane, 0, sizeof *plane);
+  const int interleaved = (flags & KIT_PLANE_INTERLEAVED) != 0;
+  const int writing = (flags & KIT_PLANE_WRITE) != 0;
   plane->layout = *layout;
   plane->window = window;
   plane->active = active;
@@ -171,7 +173,7 @@ int kit_plane_init(KitPlane *plane, const KitLayout *layout, ORX_WINDOW window,
   }
   if (interleaved) line = (width * pixel + 1) & ~(uint64_t)1;
   /* The active lines, the zero line and the tables, all within the limit. */
-  const uint64_t need = line * (height + 1) + (uint64_t)channels * 24 + 8;
+  const uint64_t need = line * (height + 1) + (uint64_t)channels * 24 + 8 + height;
   if (need > (uint64_t)ORX_limit(ORX_LIMIT_ROW_MEMORY) || need > UINT32_MAX)
     return over_limit(who, path, need, "bytes of image memory", ORX_LIMIT_ROW_MEMORY,
                       "KV_ORX_MAX_ROW_MEMORY");
@@ -182,12 +184,18 @@ int kit_plane_init(KitPlane *plane, const KitLayout *layout, ORX_WINDOW window,
   plane->sample_bytes = (uint8_t *)allocate((size_t)channels + 1);
   plane->rows = (void **)allocate(((size_t)channels + 1) * sizeof(void *));
   plane->data = (unsigned char *)allocate((size_t)(line * (height + 1)) + 1);
+  if (writing) plane->stored = (uint8_t *)allocate((size_t)height + 1);
   if (plane->offsets == NULL || plane->sample_bytes == NULL || plane->rows == NULL ||
-      plane->data == NULL) {
+      plane->data == NULL || (writing && plane->stored == NULL)) {
     kit_plane_free(plane);
     return ORX_E_NO_MEMORY;
   }
-  memset(plane->data, 0, (size_t)(line * (height + 1)));
+  if (writing) {
+    memset(plane->stored, 0, (size_t)height);
+    memset(plane->data + line * height, 0, (size_t)line);  /* the zero line */
+  } else {
+    memset(plane->data, 0, (size_t)(line * (height + 1)));
+  }
   size_t at = 0;
   for (int32_t c = 0; c < channels; ++c) {
     const int g = group_of(layout, c);
@@ -205,10 +213,27 @@ void kit_plane_free(KitPlane *plane) {
   ERR_free(plane->sample_bytes);
   ERR_free(plane->rows);
   ERR_free(plane->data);
+  ERR_free(plane->stored);
   plane->offsets = NULL;
   plane->sample_bytes = NULL;
   plane->rows = NULL;
   plane->data = NULL;
+  plane->stored = NULL;
+}
+
+static unsigned char *line_block(const KitPlane *plane, int32_t r);
+
+void kit_plane_mark(KitPlane *plane, int32_t r) {
+  if (plane->stored != NULL) plane->stored[r] = 1;
+}
+
+void kit_plane_complete(KitPlane *plane) {
+  const int32_t height = kit_plane_height(plane);
+  for (int32_t r = 0; plane->stored != NULL && r < height; ++r)
+    if (!plane->stored[r]) {
+      memset(line_block(plane, r), 0, plane->line_bytes);
+      plane->stored[r] = 1;
+    }
 }
 
 /* The start of a line's block: file row r, or the zero line. */
@@ -423,6 +448,7 @@ int kit_plane_store(KitPlane *plane, const ORX_IFD *host, int32_t line, void **r
   const KitLayout from = kit_layout_of(host);
   const size_t left = (size_t)(plane->active.left - plane->window.left);
   const int32_t width = kit_plane_width(plane);
+  kit_plane_mark(plane, r);
   if (interleave_same(plane, &from, rows, left, r)) return 0;
   for (int32_t c = 0; c < plane->channels; ++c) {
     const int g = group_of(&plane->layout, c);

@@ -78,7 +78,10 @@ void kit_layout_apply(const KitLayout *layout, ORX_IFD *ifd);
 /* A whole image held in memory (see the top of this file).  A writer's
  * plane may be interleaved instead: each line one row of pixels, channel
  * after channel, as codecs take them, so storing a host's line is the one
- * pass that interleaves it. */
+ * pass that interleaves it.  A writer's plane is not cleared when it is
+ * made (clearing a frame costs about as much as copying it in): it keeps
+ * which lines were stored, and kit_plane_complete clears the others before
+ * the plane is encoded. */
 typedef struct KitPlane {
   KitLayout layout;
   ORX_WINDOW window;
@@ -92,14 +95,24 @@ typedef struct KitPlane {
   uint8_t *sample_bytes;  /* bytes per sample of each channel */
   unsigned char *data;    /* active lines, top first, then one zero line */
   void **rows;            /* channels + 1 row pointers handed to hosts */
+  uint8_t *stored;        /* a writer's: 1 for each file row stored */
 } KitPlane;
+
+/* Flags of kit_plane_init: an interleaved plane, a writer's plane. */
+enum { KIT_PLANE_INTERLEAVED = 1, KIT_PLANE_WRITE = 2 };
 
 /* Lays out and allocates a plane; who and path name the format and file in
  * messages.  Checks the channel and row-memory limits of orx/limits.h
  * before allocating.  0, or a negative status after a report. */
 int kit_plane_init(KitPlane *plane, const KitLayout *layout, ORX_WINDOW window,
-                   ORX_WINDOW active, int interleaved, const char *who, const char *path);
+                   ORX_WINDOW active, int flags, const char *who, const char *path);
 void kit_plane_free(KitPlane *plane);
+
+/* Records that file row r of a writer's plane holds the host's samples
+ * (kit_plane_store does; a writer that fills rows itself calls this). */
+void kit_plane_mark(KitPlane *plane, int32_t r);
+/* Clears every row of a writer's plane the host did not store. */
+void kit_plane_complete(KitPlane *plane);
 
 /* Active height and width. */
 int32_t kit_plane_height(const KitPlane *plane);

@@ -106,6 +106,7 @@ int scan_write_half(void *data, int32_t line, void *in) {
   }
   const int32_t r = p.active.top - line;
   if (r < 0 || r >= kit_plane_height(&p)) return 0;
+  kit_plane_mark(&p, r);
   const int32_t width = kit_plane_width(&p);
   const std::size_t left = static_cast<std::size_t>(p.active.left - p.window.left);
   const ORX_CHANNELS *groups[3] = {&image.ifd->image, &image.ifd->matte, &image.ifd->aux};
@@ -183,6 +184,7 @@ int encode(ORX_OBJECT *object, OutFile &file) {
                                  static_cast<int>(headers.size()));
     for (int32_t i = 0; i < object->info.image_count; ++i) {
       auto &image = *static_cast<OutImage *>(object->private_cell[i]);
+      kit_plane_complete(&image.plane);
       Imf::OutputPart part(out, i);
       part.setFrameBuffer(frame_buffer(image));
       part.writePixels(kit_plane_height(&image.plane));
@@ -244,7 +246,8 @@ int write_open(ORX_OBJECT *object) {
       layout.type[g] = halves ? ORX_C_INTEGER : ORX_C_FLOAT;
       layout.bits[g] = halves ? 16 : 32;
     }
-    if (kit_plane_init(&image->plane, &layout, image->ifd->window, image->ifd->active, !halves,
+    if (kit_plane_init(&image->plane, &layout, image->ifd->window, image->ifd->active,
+                       halves ? KIT_PLANE_WRITE : KIT_PLANE_INTERLEAVED | KIT_PLANE_WRITE,
                        kWho, path) != 0) {
       release(object, file);
       return 0;

@@ -242,7 +242,8 @@ int imageWriteOpen(ORX_OBJECT *object) {
   KitLayout layout = kit_layout_of(j->ifd);
   layout.type[0] = ORX_C_INTEGER;
   layout.bits[0] = 8;
-  if (kit_plane_init(&j->plane, &layout, j->ifd->window, j->ifd->window, 1, kWho, path) != 0 ||
+  if (kit_plane_init(&j->plane, &layout, j->ifd->window, j->ifd->window,
+                     KIT_PLANE_INTERLEAVED | KIT_PLANE_WRITE, kWho, path) != 0 ||
       !kit_claim(kWho, path, &j->created)) {
     return release(object);
   }
@@ -252,6 +253,7 @@ int imageWriteOpen(ORX_OBJECT *object) {
 }
 
 static int encode(ORX_OBJECT *object, Jpeg *j) {
+  kit_plane_complete(&j->plane);
   j->file = fopen(j->path, "wb");
   if (j->file == NULL) {
     kit_fail(ORX_E_WRITE, "jpeg: cannot write %s", j->path);

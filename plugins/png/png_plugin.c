@@ -388,7 +388,8 @@ int imageWriteOpen(ORX_OBJECT *object) {
     layout.type[g] = ORX_C_INTEGER;
     layout.bits[g] = depth;
   }
-  if (kit_plane_init(&p->plane, &layout, p->ifd->window, p->ifd->window, 1, kWho, p->path) != 0 ||
+  if (kit_plane_init(&p->plane, &layout, p->ifd->window, p->ifd->window,
+                     KIT_PLANE_INTERLEAVED | KIT_PLANE_WRITE, kWho, p->path) != 0 ||
       !kit_claim(kWho, p->path, &p->created)) {
     return release(object);
   }
@@ -432,6 +433,7 @@ static void write_header(ORX_OBJECT *object, Png *p) {
 
 /* Encodes the plane into the file; 0 or a negative status. */
 static int encode(ORX_OBJECT *object, Png *p) {
+  kit_plane_complete(&p->plane);
   p->file = fopen(p->path, "wb");
   if (p->file == NULL) {
     kit_fail(ORX_E_WRITE, "png: cannot write %s", p->path);

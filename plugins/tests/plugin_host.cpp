@@ -128,13 +128,13 @@ ORX_INFO *new_request(const std::string &path, const Layout &l, int width, int h
   return info;
 }
 
-int write_pattern(ORX_INFO *request, const Layout &l, bool smooth) {
+int write_pattern(ORX_INFO *request, const Layout &l, bool smooth, int step) {
   ORX_OBJECT *object = ORX_open(request, "w");
   if (object == nullptr) return orx__err != 0 ? orx__err : -1;
   ORX_IFD &ifd = object->info.images[0];
   void **rows = ORX_chan_alloc(&ifd, ifd.window.right + 1, "test", nullptr);
   int status = rows == nullptr ? -10 : 0;
-  for (int y = 0; status == 0 && y <= ifd.window.top; ++y) {
+  for (int y = 0; status == 0 && y <= ifd.window.top; y += step) {
     for (int c = 0; c < channel_count(l); ++c)
       for (int x = 0; x <= ifd.window.right; ++x)
         put_sample(l.type, l.bits, rows[c], x, pattern_value(l, x, y, c, smooth));

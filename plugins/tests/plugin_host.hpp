@@ -51,9 +51,9 @@ void put_sample(int32_t type, int32_t bits, void *row, int x, double v);
 // A request to write one width x height image of the layout to path.
 ORX_INFO *new_request(const std::string &path, const Layout &l, int width, int height);
 
-// Writes the pattern through the plug-ins (lines bottom to top); the
-// status of close, or of the step that failed.
-int write_pattern(ORX_INFO *request, const Layout &l, bool smooth);
+// Writes the pattern through the plug-ins (lines bottom to top, every
+// step-th only); the status of close, or of the step that failed.
+int write_pattern(ORX_INFO *request, const Layout &l, bool smooth, int step = 1);
 
 // Reads path back and returns the largest difference from the pattern of
 // layout l (integers compared as 0..1 values); -1 when it does not open or

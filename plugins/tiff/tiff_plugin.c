@@ -473,7 +473,8 @@ int imageWriteOpen(ORX_OBJECT *object) {
   for (int32_t i = 0; i < object->info.image_count; ++i) {
     TiffImage *image = (TiffImage *)object->private_cell[i];
     plan(image->ifd, path, &layout);
-    if (kit_plane_init(&image->plane, &layout, image->ifd->window, image->ifd->window, 1, kWho,
+    if (kit_plane_init(&image->plane, &layout, image->ifd->window, image->ifd->window,
+                       KIT_PLANE_INTERLEAVED | KIT_PLANE_WRITE, kWho,
                        path) != 0) {
       release(object, file);
       return 0;
@@ -574,6 +575,7 @@ static int encode(ORX_OBJECT *object, TiffFile *file) {
   int ok = file->tif != NULL;
   for (int32_t i = 0; ok && i < object->info.image_count; ++i) {
     TiffImage *image = (TiffImage *)object->private_cell[i];
+    kit_plane_complete(&image->plane);
     write_tags(object, image);
     ok = write_pixels(image) && TIFFWriteDirectory(file->tif);
   }
