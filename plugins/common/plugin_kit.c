@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <string.h>
 #include <errno.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 
 #include "orx/err.h"
@@ -144,6 +145,22 @@ static int over_limit(const char *who, const char *path, uint64_t need, const ch
   return ORX_E_NOT_OUR_FILE;
 }
 
+/* Asks for large pages under a frame-sized block where the system gives
+ * them on request: a UHD frame otherwise takes tens of thousands of page
+ * faults as it is first filled, a large part of the time of a write. */
+static void advise_large(void *block, size_t size) {
+#if defined(MADV_HUGEPAGE)
+  const uintptr_t huge = (uintptr_t)2 << 20;
+  if (size < 4 * huge) return;
+  const uintptr_t start = ((uintptr_t)block + huge - 1) & ~(huge - 1);
+  const uintptr_t end = ((uintptr_t)block + size) & ~(huge - 1);
+  if (end > start) madvise((void *)start, end - start, MADV_HUGEPAGE);
+#else
+  (void)block;
+  (void)size;
+#endif
+}
+
 int kit_plane_init(KitPlane *plane, const KitLayout *layout, ORX_WINDOW window,
                    ORX_WINDOW active, int flags, const char *who, const char *path) {
   memset(plane, 0, sizeof *plane);
@@ -190,6 +207,7 @@ int kit_plane_init(KitPlane *plane, const KitLayout *layout, ORX_WINDOW window,
     kit_plane_free(plane);
     return ORX_E_NO_MEMORY;
   }
+  advise_large(plane->data, (size_t)(line * (height + 1)));
   if (writing) {
     memset(plane->stored, 0, (size_t)height);
     memset(plane->data + line * height, 0, (size_t)line);  /* the zero line */
@@ -392,24 +410,57 @@ static void put(int32_t type, int32_t bits, unsigned char *p, double v) {
  * pass over the pixels, writing each pixel whole, rather than one strided
  * pass per channel.  0 when the layouts differ (the general path then
  * converts sample by sample). */
-#define KIT_INTERLEAVE_N(T, N)                                               \
+#define KIT_INTERLEAVE_ANY(T)                                                \
   do {                                                                       \
     T *out = (T *)dst;                                                       \
-    for (int32_t x = 0; x < width; ++x, out += (N))                          \
-      for (int32_t c = 0; c < (N); ++c) out[c] = ((const T *)src[c])[left + x]; \
+    for (int32_t x = 0; x < width; ++x, out += n)                            \
+      for (int32_t k = 0; k < n; ++k) out[k] = ((const T *)src[k])[left + x]; \
   } while (0)
-/* Fixed counts for the usual grey, grey and alpha, RGB and RGBA lines let
- * the compiler unroll the pixel; any other count takes the loop. */
-#define KIT_INTERLEAVE(T)                         \
-  do {                                            \
-    switch (n) {                                  \
-      case 1: KIT_INTERLEAVE_N(T, 1); break;      \
-      case 2: KIT_INTERLEAVE_N(T, 2); break;      \
-      case 3: KIT_INTERLEAVE_N(T, 3); break;      \
-      case 4: KIT_INTERLEAVE_N(T, 4); break;      \
-      default: KIT_INTERLEAVE_N(T, n); break;     \
-    }                                             \
+/* The usual grey and alpha, RGB and RGBA lines get loops of their own over
+ * rows that cannot overlap the plane, which the compiler can vectorise. */
+#define KIT_INTERLEAVE(T)                                                              \
+  do {                                                                                 \
+    T *restrict o = (T *)dst;                                                          \
+    const T *restrict a = (const T *)src[0] + left;                                    \
+    const T *restrict b = n > 1 ? (const T *)src[1] + left : a;                        \
+    const T *restrict c = n > 2 ? (const T *)src[2] + left : a;                        \
+    const T *restrict d = n > 3 ? (const T *)src[3] + left : a;                        \
+    switch (n) {                                                                       \
+      case 1: memcpy(o, a, (size_t)width * sizeof(T)); break;                          \
+      case 2: for (int32_t x = 0; x < width; ++x) o[2 * x] = a[x], o[2 * x + 1] = b[x]; \
+        break;                                                                         \
+      case 3:                                                                          \
+        for (int32_t x = 0; x < width; ++x)                                            \
+          o[3 * x] = a[x], o[3 * x + 1] = b[x], o[3 * x + 2] = c[x];                   \
+        break;                                                                         \
+      case 4:                                                                          \
+        for (int32_t x = 0; x < width; ++x)                                            \
+          o[4 * x] = a[x], o[4 * x + 1] = b[x], o[4 * x + 2] = c[x], o[4 * x + 3] = d[x]; \
+        break;                                                                         \
+      default: KIT_INTERLEAVE_ANY(T); break;                                           \
+    }                                                                                  \
   } while (0)
+
+/* The interleaving loops are built also for AVX2, chosen when the plug-in
+ * loads (the baseline build has no byte shuffles to vectorise them with);
+ * not under the sanitizers, whose runtimes are not ready when the choice is
+ * made. */
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) && \
+    !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#define KIT_ROW_KERNEL __attribute__((target_clones("avx2", "default")))
+#else
+#define KIT_ROW_KERNEL
+#endif
+
+KIT_ROW_KERNEL
+static void interleave_rows(unsigned char *dst, const void *const *src, size_t left,
+                            int32_t width, int32_t n, uint8_t size) {
+  switch (size) {
+    case 1: KIT_INTERLEAVE(uint8_t); break;
+    case 2: KIT_INTERLEAVE(uint16_t); break;
+    default: KIT_INTERLEAVE(uint32_t); break;
+  }
+}
 
 static int interleave_same(KitPlane *plane, const KitLayout *from, void **rows, size_t left,
                            int32_t r) {
@@ -425,14 +476,8 @@ static int interleave_same(KitPlane *plane, const KitLayout *from, void **rows, 
       return 0;
     src[c] = rows[c];
   }
-  unsigned char *dst = kit_plane_at(plane, r, 0);
-  const int32_t width = kit_plane_width(plane);
-  switch (size) {
-    case 1: KIT_INTERLEAVE(uint8_t); break;
-    case 2: KIT_INTERLEAVE(uint16_t); break;
-    case 4: KIT_INTERLEAVE(uint32_t); break;
-    default: return 0;
-  }
+  if (size != 1 && size != 2 && size != 4) return 0;
+  interleave_rows(kit_plane_at(plane, r, 0), src, left, kit_plane_width(plane), n, size);
   return 1;
 }
 

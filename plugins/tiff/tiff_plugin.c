@@ -523,7 +523,12 @@ static void write_tags(ORX_OBJECT *object, TiffImage *image) {
     TIFFSetField(tif, TIFFTAG_TILEWIDTH, (uint32_t)image->file->tile);
     TIFFSetField(tif, TIFFTAG_TILELENGTH, (uint32_t)image->file->tile);
   } else {
-    TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(tif, 0));
+    /* Strips of about a megabyte: libtiff's own default of 8 KB makes a
+     * strip of every row of a wide picture, and restarting the codec for
+     * each costs time and compression. */
+    const uint64_t row = (uint64_t)kit_plane_width(&image->plane) * image->plane.pixel_bytes;
+    const uint64_t rows = row > 0 && row < (1u << 20) ? (1u << 20) / row : 1;
+    TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(tif, (uint32_t)rows));
   }
   if (image->directory != 0) return;
   ORX_INFO *info = &object->info;
