@@ -362,8 +362,8 @@ TEST_F(PluginTest, LinesNeverWrittenAreZero) {
   }
 }
 
-// Short of memory anywhere in open or scan, a read fails with -10 and a
-// report, never a crash or a leak.
+// Short of memory anywhere in open, scan or close, a read or a write fails
+// with -10 and a report, never a crash or a leak.
 TEST_F(PluginTest, OutOfMemoryOpenAndScanReportEveryFailure) {
   for (const char *ext : {".png", ".tif", ".exr", ".jpg"}) {
     if (!has_extension(ext)) continue;
@@ -372,6 +372,7 @@ TEST_F(PluginTest, OutOfMemoryOpenAndScanReportEveryFailure) {
     const Layout l{3, 0, 0, I, 8};
     ORX_INFO *request = new_request(path, l, 9, 7);
     ASSERT_EQ(write_pattern(request, l, false), 0);
+    for_each_reported_allocation_failure([&] { return write_pattern(request, l, false); });
     ORX_info_free(request, 1);
     for_each_reported_allocation_failure([&] {
       const double d = read_difference(path, l, false, nullptr);
