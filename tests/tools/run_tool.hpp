@@ -5,18 +5,11 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <string>
 
-namespace orx::test {
+#include "support/fixtures.hpp"
 
-inline std::string slurp(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
+namespace orx::test {
 
 // Runs "orx ARGS" in dir with standard output and error into dir/out;
 // returns the exit status (-1 when it did not exit).

@@ -6,8 +6,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "formats/rla/rla_files.hpp"
@@ -118,11 +116,6 @@ class Redirect {
   int fd_, saved_;
 };
 
-std::string contents(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 TEST_F(PipeFormat, StandardOutputAndInputCarryImagesBackToBack) {
   ImageShape first{{0, 12, 0, 6}, {2, 10, 1, 5}, {3, ORX_C_INTEGER, 16}, {}, {}};
   ImageShape second{{0, 7, 0, 3}, {0, 7, 0, 3}, {1, ORX_C_INTEGER, 8}, {1, ORX_C_INTEGER, 8}, {}};
@@ -138,7 +131,7 @@ TEST_F(PipeFormat, StandardOutputAndInputCarryImagesBackToBack) {
   }
   // Both images go through one pipe, which cannot seek back: whatever the
   // first read fetched beyond its image must still be there for the second.
-  const std::string bytes = contents(file);
+  const std::string bytes = slurp(file);
   ASSERT_LT(bytes.size(), 65536u);
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);

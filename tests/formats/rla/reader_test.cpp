@@ -17,14 +17,6 @@ namespace {
 using namespace orx::test;
 using RlaReader = CleanErrors;
 
-// Opens path for reading; on failure frees the object and returns null.
-ORX_OBJECT *open_or_free(const std::string &path) {
-  ORX_OBJECT *object = reader_object(path);
-  if (ORX_rla_r_open(object) == 1) return object;
-  orx__free_obj(object);
-  return nullptr;
-}
-
 // A one-row file of width 4 and one image channel of `bits` whose only
 // chunk is `chunk`, assembled by hand.
 std::vector<uint8_t> one_chunk_file(int bits, const std::vector<uint8_t> &chunk) {
@@ -175,33 +167,33 @@ TEST_F(RlaReader, RowFailuresLeaveTheObjectUsable) {
 TEST_F(RlaReader, EightBitChunksMustBeExactWiderOnesMayCarryTrailingBytes) {
   TempDir dir;
   ErrorCapture errors;
-  save_bytes(dir.file("a.rla"), one_chunk_file(8, {3, 9}));
-  ORX_OBJECT *object = open_or_free(dir.file("a.rla"));
-  ASSERT_NE(object, nullptr);
-  void **rows = nullptr;
-  ASSERT_EQ(object->scan(object->private_cell[0], 0, &rows), 0);
-  EXPECT_EQ(static_cast<uint8_t *>(rows[0])[3], 9);
-  object->close(object, 0);
-
-  save_bytes(dir.file("b.rla"), one_chunk_file(8, {3, 9, 0}));
-  object = open_or_free(dir.file("b.rla"));
-  ASSERT_NE(object, nullptr);
-  EXPECT_EQ(object->scan(object->private_cell[0], 0, &rows), ORX_E_UNDECODABLE);
+  const struct {
+    int bits;
+    std::vector<uint8_t> chunk;
+    int status;
+    uint32_t sample2, sample3;  // the row's samples 2 and 3 when it decodes
+  } cases[] = {
+      {8, {3, 9}, 0, 9, 9},
+      {8, {3, 9, 0}, ORX_E_UNDECODABLE, 0, 0},
+      {16, {3, 0x12, 3, 0x34, 0, 0}, 0, 0x1234, 0x1234},
+      {16, {3, 0x12}, ORX_E_UNDECODABLE, 0, 0},  // second plane missing
+  };
+  for (const auto &c : cases) {
+    save_bytes(dir.file("c.rla"), one_chunk_file(c.bits, c.chunk));
+    ORX_OBJECT *object = open_or_free(dir.file("c.rla"));
+    ASSERT_NE(object, nullptr);
+    void **rows = nullptr;
+    ASSERT_EQ(object->scan(object->private_cell[0], 0, &rows), c.status) << c.chunk.size();
+    if (c.status == 0) {
+      const auto at = [&](int x) -> uint32_t {
+        return c.bits == 8 ? static_cast<uint8_t *>(rows[0])[x] : static_cast<uint16_t *>(rows[0])[x];
+      };
+      EXPECT_EQ(at(2), c.sample2);
+      EXPECT_EQ(at(3), c.sample3);
+    }
+    object->close(object, 0);
+  }
   EXPECT_TRUE(errors.has(3, "Cannot decode scanline 0"));
-  object->close(object, 0);
-
-  save_bytes(dir.file("c.rla"), one_chunk_file(16, {3, 0x12, 3, 0x34, 0, 0}));
-  object = open_or_free(dir.file("c.rla"));
-  ASSERT_NE(object, nullptr);
-  ASSERT_EQ(object->scan(object->private_cell[0], 0, &rows), 0);
-  EXPECT_EQ(static_cast<uint16_t *>(rows[0])[2], 0x1234);
-  object->close(object, 0);
-
-  save_bytes(dir.file("d.rla"), one_chunk_file(16, {3, 0x12}));  // second plane missing
-  object = open_or_free(dir.file("d.rla"));
-  ASSERT_NE(object, nullptr);
-  EXPECT_EQ(object->scan(object->private_cell[0], 0, &rows), ORX_E_UNDECODABLE);
-  object->close(object, 0);
 }
 
 TEST_F(RlaReader, RetryingAFailedRowReadsItFromItsStartAgain) {
@@ -364,21 +356,16 @@ TEST_F(RlaReader, RandomlyDamagedFilesNeverCrashOrLeak) {
   }
 }
 
-}  // namespace
-
-namespace {
-
 // The resolution and aspect ratio come from the format database when it
 // knows the aspect name, else from the window and the stored ratio.
 TEST(RlaReaderAspect, FormatDatabaseFirstThenStoredRatioThenWindowShape) {
-  orx::test::TempDir dir;
-  orx::test::ScopedEnv home("HOME", dir.path());
+  TempDir dir;
+  ScopedEnv home("HOME", dir.path());
   FMT_exit();
   const std::string path = dir.file("aspect.rla");
-  orx::test::ImageShape shape;  // a 10 x 6 window
-  orx::test::write_file(path, {shape});
+  write_file(path, {ImageShape{}});  // a 10 x 6 window
   auto read_back = [&](float *ratio, int *x, int *y, std::string *compression) {
-    ORX_OBJECT *object = orx::test::reader_object(path);
+    ORX_OBJECT *object = reader_object(path);
     ASSERT_EQ(ORX_rla_r_open(object), 1);
     *ratio = object->info.images[0].aspect_ratio;
     *x = object->info.images[0].x_resolution;
@@ -395,17 +382,17 @@ TEST(RlaReaderAspect, FormatDatabaseFirstThenStoredRatioThenWindowShape) {
   EXPECT_EQ(ratio, 1.33f);
   EXPECT_EQ(compression, "run length encoded");
 
-  auto bytes = orx::test::load(path);
+  auto bytes = load(path);
   std::memcpy(&bytes[548], "custom\0", 7);
   std::memcpy(&bytes[572], "2.500\0\0", 7);
-  orx::test::save_bytes(path, bytes);
+  save_bytes(path, bytes);
   read_back(&ratio, &x, &y, &compression);
   EXPECT_EQ(x, 10);
   EXPECT_EQ(y, 6);
   EXPECT_EQ(ratio, 2.5f);
 
   std::memcpy(&bytes[572], "0.000\0\0", 7);  // not positive: the window's shape
-  orx::test::save_bytes(path, bytes);
+  save_bytes(path, bytes);
   read_back(&ratio, &x, &y, &compression);
   EXPECT_FLOAT_EQ(ratio, 10.0f / 6.0f);
   FMT_exit();

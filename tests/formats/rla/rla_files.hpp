@@ -5,8 +5,6 @@
 
 #include <cstdint>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -17,6 +15,7 @@
 #include "orx/plugin.h"
 #include "orx/rla.h"
 #include "orx/str.h"
+#include "support/fixtures.hpp"
 
 namespace orx::test {
 
@@ -61,14 +60,8 @@ inline ORX_OBJECT *writer_object(const std::string &path, const std::vector<Imag
   object->info.images =
       static_cast<ORX_IFD *>(ERR_malloc(static_cast<uint32_t>(shapes.size() * sizeof(ORX_IFD))));
   for (std::size_t i = 0; i < shapes.size(); ++i) {
-    ORX_IFD &ifd = object->info.images[i];
-    orx__init_ifd(&ifd);
-    ifd.window = shapes[i].window;
-    ifd.active = shapes[i].active;
-    set_group(ifd.image, shapes[i].image);
-    set_group(ifd.matte, shapes[i].matte);
-    set_group(ifd.aux, shapes[i].aux);
-    ifd.aspect = STR_save("ntsc_640");
+    object->info.images[i] = describe(shapes[i]);
+    object->info.images[i].aspect = STR_save("ntsc_640");
   }
   return object;
 }
@@ -80,6 +73,14 @@ inline ORX_OBJECT *reader_object(const std::string &path) {
   object->info.handle = STR_save(path.c_str());
   object->info.full_path = 1;
   if (object->info.handle != nullptr) return object;
+  orx__free_obj(object);
+  return nullptr;
+}
+
+// Opens path for reading; on failure frees the object and returns null.
+inline ORX_OBJECT *open_or_free(const std::string &path) {
+  ORX_OBJECT *object = reader_object(path);
+  if (ORX_rla_r_open(object) == 1) return object;
   orx__free_obj(object);
   return nullptr;
 }
@@ -170,16 +171,6 @@ inline void expect_pattern(ORX_OBJECT *object) {
       }
     }
   }
-}
-
-inline std::vector<uint8_t> load(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-inline void save_bytes(const std::string &path, const std::vector<uint8_t> &bytes) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
 inline uint32_t be32(const std::vector<uint8_t> &b, std::size_t at) {
