@@ -6,6 +6,7 @@
 #include "orx/registry.h"
 #include "run_tool.hpp"
 #include "support/fixtures.hpp"
+#include "support/images.hpp"
 
 namespace {
 
@@ -69,22 +70,8 @@ TEST(OrxCopyOperators, FieldsMergeIntoAFrame) {
     orx__init_ifd(&d);
     d.window = d.active = {0, 15, 0, 4};
     d.image = {nullptr, 1, ORX_C_INTEGER, 8, 0};
-    d.matte.count = 0;
     d.field = field;
-    ORX_INFO info;
-    ORX_info_init(&info);
-    info.type = const_cast<char *>("rla");
-    const std::string path = dir.file(name);
-    info.handle = const_cast<char *>(path.c_str());
-    info.full_path = 1;
-    info.images = &d;
-    info.image_count = 1;
-    ORX_OBJECT *w = ORX_open(&info, "w");
-    ASSERT_NE(w, nullptr);
-    uint8_t row[16] = {};
-    void *rows[2] = {row, nullptr};
-    for (int32_t y = 0; y < 5; ++y) ASSERT_EQ(ORX_scan_write(w, y, rows), 0);
-    ASSERT_EQ(ORX_close(w), 0);
+    orx::test::write_image(dir.file(name), d, [](int, int32_t, int32_t) { return 0; });
   }
   ORX_exit();
   const auto orx = [&](const std::string &args) { return orx::test::run_orx(dir.path(), args); };
