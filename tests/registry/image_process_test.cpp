@@ -169,10 +169,7 @@ TEST_F(ImageProcess, SwatchesArePointSamplesWhetherReadOrWritten) {
     }
     ORX_chan_free(rows);
     ASSERT_EQ(ORX_close(object), 0);
-    ORX_info_init(&info);
-    info.handle = const_cast<char *>(stored.c_str());
-    info.full_path = 1;
-    object = ORX_open(&info, "r");
+    object = open_image(stored, nullptr);
     ASSERT_NE(object, nullptr);
     ASSERT_EQ(object->info.image_count, 2);
     std::size_t k = 0;

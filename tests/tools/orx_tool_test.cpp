@@ -36,16 +36,8 @@ void write_float_rgb(const std::string &path, int w, int h, const orx::test::Sam
   orx::test::write_image(path, d, value);
 }
 
-class OrxTool : public ::testing::Test {
+class OrxTool : public orx::test::ToolTest {
  protected:
-  orx::test::TempDir dir_;
-  std::string log_;
-  // Runs orx; log_ receives its standard output and error.
-  int run(const std::string &args) {
-    const int status = orx::test::run_orx(dir_.path(), args);
-    log_ = slurp(dir_.file("log"));
-    return status;
-  }
   // Runs a shell command in the directory; returns its exit status.
   int shell(const std::string &command) {
     const int raw = std::system(("cd '" + dir_.path() + "' && " + command).c_str());

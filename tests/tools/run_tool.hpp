@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <string>
 
+#include <gtest/gtest.h>
+
 #include "support/fixtures.hpp"
 
 namespace orx::test {
@@ -19,5 +21,18 @@ inline int run_orx(const std::string &dir, const std::string &args, const std::s
   const int raw = std::system(command.c_str());
   return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
 }
+
+// A directory of the test's own to run orx in; log_ holds what the last
+// run printed.
+class ToolTest : public ::testing::Test {
+ protected:
+  int run(const std::string &args) {
+    const int status = run_orx(dir_.path(), args);
+    log_ = slurp(dir_.file("log"));
+    return status;
+  }
+  TempDir dir_;
+  std::string log_;
+};
 
 }  // namespace orx::test

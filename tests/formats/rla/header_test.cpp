@@ -215,20 +215,4 @@ TEST(RlaHeader, BraceDatesExpandToLocalTime) {
   EXPECT_STREQ(out, "untouched");
 }
 
-TEST(RlaHeader, OffsetTableIsBigEndianOneEntryPerActiveRow) {
-  Header h = full_header();
-  EXPECT_EQ(active_rows(h), 981);
-  EXPECT_EQ(offset_table_size(active_rows(h)), 3924u);
-  h.active.top = 10;
-  EXPECT_EQ(active_rows(h), 0);
-  EXPECT_EQ(offset_table_size(0), 0u);
-
-  std::uint8_t table[8] = {};
-  set_offset(table, 1, 0xA1B2C3D4);
-  EXPECT_EQ(table[4], 0xA1);
-  EXPECT_EQ(table[7], 0xD4);
-  EXPECT_EQ(offset_at(table, 1), 0xA1B2C3D4u);
-  EXPECT_EQ(offset_at(table, 0), 0u);
-}
-
 }  // namespace
