@@ -31,13 +31,8 @@ class Region : public CleanErrors {
 // The stored sample of channel c at column x of line y (0 outside the
 // active window), as expected_row lays it out.
 uint32_t stored(const ORX_IFD &ifd, int c, int x, int y) {
-  auto row = expected_row(ifd, c, y);
   const ORX_CHANNELS &g = *channel_groups(ifd)[static_cast<std::size_t>(c)];
-  const std::size_t at = static_cast<std::size_t>(x - ifd.window.left) * sample_size(g);
-  if (sample_size(g) == 1) return row[at];
-  uint16_t v;
-  std::memcpy(&v, &row[at], 2);
-  return v;
+  return static_cast<uint32_t>(get(g, expected_row(ifd, c, y).data(), x - ifd.window.left));
 }
 
 // Reads the whole window in every layout and checks each component against

@@ -177,6 +177,11 @@ TEST(RlaHeader, EachValidityRuleRefusesOnItsOwn) {
   // 2. ordered windows
   EXPECT_TRUE(refused([](Header &h) { h.window.left = 1919, h.window.right = 100; }));
   EXPECT_TRUE(refused([](Header &h) { h.active.bottom = 1001; }));
+  // An upside-down active window has no rows and no offset table.
+  EXPECT_EQ(offset_table_size(active_rows(good)), 981u * 4);
+  Header upside_down = good;
+  upside_down.active.top = 10;
+  EXPECT_EQ(offset_table_size(active_rows(upside_down)), 0u);
   // 3. active window inside the window
   EXPECT_TRUE(refused([](Header &h) { h.window.left = 11; }));
   EXPECT_TRUE(refused([](Header &h) { h.active.right = 1920; }));
