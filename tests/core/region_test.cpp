@@ -15,17 +15,12 @@ namespace {
 
 using namespace orx::test;
 
-class Region : public CleanErrors {
+class Region : public ImageTest {
  protected:
-  void TearDown() override {
-    ORX_exit();
-    CleanErrors::TearDown();
-  }
   ORX_OBJECT *open(const ImageShape &shape) {
     write_file(dir_.file("region.rla"), {shape});
     return open_image(dir_.file("region.rla"));
   }
-  TempDir dir_;
 };
 
 // The stored sample of channel c at column x of line y (0 outside the

@@ -14,11 +14,11 @@ namespace {
 
 using namespace orx::test;
 
-class Display : public OperatorTest {
+class Display : public ImageTest {
  protected:
   void TearDown() override {
     FB_exit();
-    OperatorTest::TearDown();
+    ImageTest::TearDown();
   }
 };
 

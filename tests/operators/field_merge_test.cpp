@@ -18,7 +18,7 @@ namespace {
 
 using orx::test::ErrorCapture;
 
-using FieldMerge = orx::test::OperatorTest;
+using FieldMerge = orx::test::ImageTest;
 
 // Sample of field `field` (0 first, 1 second) at x on field line y.
 uint8_t value(int field, int32_t x, int32_t y) { return static_cast<uint8_t>(x + 10 * y + 100 * field); }

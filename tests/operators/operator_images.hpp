@@ -2,7 +2,6 @@
 // through ORX_open from a sample function, then opened for reading.
 #pragma once
 
-#include "support/fixtures.hpp"
 #include "support/images.hpp"
 
 namespace orx::test {
@@ -32,15 +31,5 @@ inline void write_image(const std::string &path, const Groups &g, const Sample &
                         const char *type = "rla") {
   write_image(path, describe(g), sample, type);
 }
-
-// Every operator test starts with the registry down and a directory of its own.
-class OperatorTest : public CleanErrors {
- protected:
-  void TearDown() override {
-    ORX_exit();
-    CleanErrors::TearDown();
-  }
-  TempDir dir_;
-};
 
 }  // namespace orx::test

@@ -15,7 +15,7 @@ namespace {
 
 using namespace orx::test;
 
-class Operators : public OperatorTest {
+class Operators : public ImageTest {
  protected:
   std::string file(const Groups &g, const Sample &s, const char *name = "i.rla") {
     const std::string path = dir_.file(name);

@@ -16,7 +16,7 @@ namespace {
 using namespace orx::test;
 using Plane = std::vector<std::vector<double>>;  // [row][column]
 
-using Resample = OperatorTest;
+using Resample = ImageTest;
 
 double unit(double t) { return t == 0.0 ? 1.0 : 0.0; }
 

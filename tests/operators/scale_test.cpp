@@ -11,7 +11,7 @@ namespace {
 
 using namespace orx::test;
 
-using Scale = OperatorTest;
+using Scale = ImageTest;
 
 double value(int c, int32_t x, int32_t y) { return (x * 13 + y * 7 + c * 50) % 256; }
 

@@ -25,7 +25,7 @@ struct Sample {
 
 double top(int bits) { return std::ldexp(1.0, bits) - 1.0; }
 
-using Stacks = OperatorTest;
+using Stacks = ImageTest;
 
 TEST_F(Stacks, RandomStacksMatchTheFormulas) {
   std::mt19937 rng(2024);

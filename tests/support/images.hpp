@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "orx/registry.h"
+#include "support/fixtures.hpp"
 
 namespace orx::test {
 
@@ -121,5 +122,15 @@ inline double read_sample(ORX_OBJECT *handle, int32_t y, int c, int32_t x) {
   if (rows == nullptr) return -1e30;
   return get(group_of(handle->info.images[0], c), rows[c], x);
 }
+
+// A directory of the test's own; the registry is down after every test.
+class ImageTest : public CleanErrors {
+ protected:
+  void TearDown() override {
+    ORX_exit();
+    CleanErrors::TearDown();
+  }
+  TempDir dir_;
+};
 
 }  // namespace orx::test

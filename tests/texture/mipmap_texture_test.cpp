@@ -23,14 +23,12 @@ using orx::test::ErrorCapture;
 using orx::test::TempDir;
 using Pixel = std::function<float(int32_t x, int32_t y, int c)>;
 
-class Mipmap : public orx::test::CleanErrors {
+class Mipmap : public orx::test::ImageTest {
  protected:
   void TearDown() override {
     orx::texture::reset();
-    ORX_exit();
-    CleanErrors::TearDown();
+    ImageTest::TearDown();
   }
-  TempDir dir_;
 };
 
 // The host's request: one w x h image of `channels` colour channels,

@@ -17,19 +17,14 @@ namespace {
 
 using namespace orx::test;
 
-class PipeFormat : public CleanErrors {
+class PipeFormat : public ImageTest {
  protected:
   void SetUp() override {
-    CleanErrors::SetUp();
+    ImageTest::SetUp();
     ORX_exit();
     // A command that exits early must not end the test process.
     std::signal(SIGPIPE, SIG_IGN);
   }
-  void TearDown() override {
-    ORX_exit();
-    CleanErrors::TearDown();
-  }
-  TempDir dir_;
 };
 
 ORX_OBJECT *open_pipe(const std::string &handle, const char *mode, const ImageShape *shape) {
