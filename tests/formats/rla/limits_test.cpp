@@ -67,6 +67,7 @@ const Hostile kReported[] = {
     {32767, 32767, 1, 524, 524, 2100},
     {32767, 32767, 1, 2024, 2024, 8100},
     {32767, 32767, 1, 8024, 8024, 32800},
+    {32767, 32767, 1, 32767, 32767, 744},  // every count at its largest, in a tiny file
 };
 
 TEST_F(RlaLimits, ChannelCountsBeyondTheLimitAreRefusedNamingIt) {

@@ -274,23 +274,6 @@ TEST_F(RlaReader, UnsupportedChannelsAndBrokenLinksFailTheOpen) {
   EXPECT_EQ(open_or_free(path), nullptr);
 }
 
-TEST_F(RlaReader, HugeWindowInATinyFileFailsBeforeAllocatingIt) {
-  TempDir dir;
-  orx::rla::Header h;
-  h.window = {0, 32767, 0, 32767};
-  h.active = h.window;
-  h.image = {3, 5, 64, 0};
-  h.matte = {32767, 5, 64, 0};
-  h.aux = {32767, 5, 64, 0};
-  std::strcpy(h.aspect.data(), "x");
-  orx::rla::HeaderBytes header;
-  orx::rla::encode_header(h, header);
-  save_bytes(dir.file("huge.rla"), std::vector<uint8_t>(header, header + sizeof header));
-  ErrorCapture errors;
-  EXPECT_EQ(open_or_free(dir.file("huge.rla")), nullptr);
-  EXPECT_EQ(orx__err, ORX_E_NOT_OUR_FILE);
-}
-
 TEST_F(RlaReader, OutOfMemoryAnywhereInTheOpenLeaksNothing) {
   TempDir dir;
   const std::string path = dir.file("oom.rla");
