@@ -27,7 +27,9 @@ class PipeFormat : public ImageTest {
   }
 };
 
-ORX_OBJECT *open_pipe(const std::string &handle, const char *mode, const ImageShape *shape) {
+// A request for handle through the pipe format, describing the shape when
+// there is one; the caller cleans it up.
+ORX_INFO pipe_request(const std::string &handle, const ImageShape *shape) {
   ORX_INFO info;
   ORX_info_init(&info);
   info.handle = STR_save(handle.c_str());
@@ -37,6 +39,11 @@ ORX_OBJECT *open_pipe(const std::string &handle, const char *mode, const ImageSh
     info.images = static_cast<ORX_IFD *>(ERR_malloc(sizeof(ORX_IFD)));
     info.images[0] = describe(*shape);
   }
+  return info;
+}
+
+ORX_OBJECT *open_pipe(const std::string &handle, const char *mode, const ImageShape *shape) {
+  ORX_INFO info = pipe_request(handle, shape);
   ORX_OBJECT *object = ORX_open(&info, mode);
   ORX_info_cleanup(&info, 1);
   return object;
@@ -208,10 +215,7 @@ TEST_F(PipeFormat, ExhaustionLeavesNothingBehind) {
   ImageShape shape;
   write_file(file, {shape});
   ASSERT_EQ(ORX_init(nullptr, nullptr), 0);
-  ORX_INFO info;
-  ORX_info_init(&info);
-  info.handle = STR_save(file.c_str());
-  info.type = STR_save("pipe");
+  ORX_INFO info = pipe_request(file, nullptr);
   ErrorCapture cap;
   for_each_allocation_failure([&] {
     ORX_OBJECT *in = ORX_open(&info, "r");
@@ -224,12 +228,7 @@ TEST_F(PipeFormat, ExhaustionLeavesNothingBehind) {
   // Writing through a command: whatever allocation fails, the object and
   // the command are gone afterwards and nothing leaks.
   const std::string out = dir_.file("oom-out.rla");
-  ORX_info_init(&info);
-  info.handle = STR_save(("|cat > '" + out + "'").c_str());
-  info.type = STR_save("pipe");
-  info.image_count = 1;
-  info.images = static_cast<ORX_IFD *>(ERR_malloc(sizeof(ORX_IFD)));
-  info.images[0] = describe(shape);
+  info = pipe_request("|cat > '" + out + "'", &shape);
   for_each_allocation_failure([&] {
     ORX_OBJECT *object = ORX_open(&info, "w");
     if (object == nullptr) return false;
