@@ -1,6 +1,7 @@
 // Colour matrices against published values, not against our own numbers.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <vector>
 
@@ -81,7 +82,11 @@ TEST_F(Matrix, SingularAndDegenerateInputsAreRefused) {
   EXPECT_EQ(ORX_matrix_rgb_to_xyz(line, out), -1);
   const float no_y[2] = {0.3f, 0.0f};
   EXPECT_EQ(ORX_matrix_bradford(kD65, no_y, out), -1);
-  EXPECT_EQ(errors.size(), 3u);
+  float flat_white[8];
+  std::copy(kRec709D65, kRec709D65 + 6, flat_white);
+  std::copy(no_y, no_y + 2, flat_white + 6);
+  EXPECT_EQ(ORX_matrix_rgb_to_xyz(flat_white, out), -1);
+  EXPECT_EQ(errors.size(), 4u);
   float chroma[8];
   EXPECT_EQ(ORX_chromaticities_of_framebuffer("full", chroma), 0);
   EXPECT_EQ(ORX_matrix_rgb_to_xyz(chroma, out), 0);

@@ -68,19 +68,6 @@ TEST_F(Colour, FileOverridesPrimariesSamplingAndTable) {
   EXPECT_NEAR(xyz[1], 0.375f, 1e-6);
 }
 
-TEST(ColourMatrix, Rec709PrimariesGiveThePublishedMatrix) {
-  const float r[2] = {0.64f, 0.33f}, g[2] = {0.30f, 0.60f}, b[2] = {0.15f, 0.06f};
-  const float d65[2] = {0.3127f, 0.3290f};
-  double m[9];
-  ASSERT_EQ(CLR_rgb_to_xyz_matrix(r, g, b, d65, m), 0);
-  const double expected[9] = {0.4124, 0.3576, 0.1805, 0.2126, 0.7152,
-                              0.0722, 0.0193, 0.1192, 0.9505};
-  for (int i = 0; i < 9; ++i) EXPECT_NEAR(m[i], expected[i], 5e-5) << i;
-  const float flat[2] = {0.3f, 0.0f};
-  EXPECT_EQ(CLR_rgb_to_xyz_matrix(r, g, b, flat, m), -1);
-  EXPECT_EQ(CLR_rgb_to_xyz_matrix(r, r, b, d65, m), -1);
-}
-
 TEST_F(Colour, ExhaustionKeepsTheBuiltInValues) {
   std::string text = "clr__cmf_table\n";
   for (int wl = 400; wl < 1400; wl += 5) text += std::to_string(wl) + " 1 1 1\n";

@@ -120,18 +120,15 @@ struct Order {
   std::vector<std::string> calls;
 };
 
-int handler_a(const char *, int, const char *, ERR_RECORD *, intptr_t data) {
-  reinterpret_cast<Order *>(data)->calls.push_back("a");
-  return 1;
+// A handler that records its tag in the Order it is given and returns result.
+template <const char *Tag, int Result>
+int recorder(const char *, int, const char *, ERR_RECORD *, intptr_t data) {
+  reinterpret_cast<Order *>(data)->calls.push_back(Tag);
+  return Result;
 }
-int handler_b(const char *, int, const char *, ERR_RECORD *, intptr_t data) {
-  reinterpret_cast<Order *>(data)->calls.push_back("b");
-  return 1;
-}
-int handler_stop(const char *, int, const char *, ERR_RECORD *, intptr_t data) {
-  reinterpret_cast<Order *>(data)->calls.push_back("stop");
-  return 0;
-}
+constexpr char kA[] = "a", kB[] = "b", kStop[] = "stop";
+constexpr auto handler_a = recorder<kA, 1>, handler_b = recorder<kB, 1>,
+               handler_stop = recorder<kStop, 0>;
 Order *g_own_order = nullptr;
 int own_handler(const char *, int, const char *, ERR_RECORD *, intptr_t data) {
   EXPECT_EQ(data, 0);

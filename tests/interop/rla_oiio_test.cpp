@@ -40,17 +40,8 @@ Dump dump(const std::string &path) {
 // The sample of channel c at column x of a row from expected_row, as text
 // in oiiotool's notation (integers as such, floats read back exactly).
 bool same_value(const ORX_CHANNELS &g, const uint8_t *p, const std::string &text) {
-  if (g.type == ORX_C_FLOAT) {
-    float f;
-    std::memcpy(&f, p, 4);
-    return std::strtof(text.c_str(), nullptr) == f;
-  }
-  uint64_t v = 0;
-  std::size_t size = sample_size(g);
-  if (size == 1) v = *p;
-  if (size == 2) { uint16_t w; std::memcpy(&w, p, 2); v = w; }
-  if (size == 4) { uint32_t w; std::memcpy(&w, p, 4); v = w; }
-  return std::strtoull(text.c_str(), nullptr, 10) == v;
+  if (g.type == ORX_C_FLOAT) return std::strtof(text.c_str(), nullptr) == get(g, p, 0);
+  return static_cast<double>(std::strtoull(text.c_str(), nullptr, 10)) == get(g, p, 0);
 }
 
 // OpenImageIO numbers rows from the top and keeps columns as they are.
@@ -75,7 +66,7 @@ void expect_oiio_reads(const std::string &path, const ImageShape &shape) {
     for (std::size_t c = 0; c < groups.size(); ++c) {
       auto want = expected_row(ifd, static_cast<int>(c), row);
       const uint8_t *p = want.data() + static_cast<std::size_t>(x - shape.window.left) *
-                                           sample_size(*groups[c]);
+                                           bytes_of(*groups[c]);
       ASSERT_TRUE(same_value(*groups[c], p, values[c]))
           << "pixel " << x << "," << at.second << " channel " << c << " read as " << values[c];
     }
@@ -159,7 +150,7 @@ TEST_F(RlaWithOpenImageIO, WeReadItsEightBitAndFloatFiles) {
         for (int c = 0; c < 4; ++c) {
           const ORX_CHANNELS &g = c < 3 ? ifd.image : ifd.matte;
           const auto *p = static_cast<const uint8_t *>(rows[c]) +
-                          static_cast<std::size_t>(x - ifd.window.left) * sample_size(g);
+                          static_cast<std::size_t>(x - ifd.window.left) * bytes_of(g);
           ASSERT_TRUE(same_value(g, p, values[static_cast<std::size_t>(c)]))
               << "pixel " << x << "," << oiio_y << " channel " << c;
         }

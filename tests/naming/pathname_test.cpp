@@ -12,22 +12,18 @@ namespace {
 using PathnameBuild = orx::test::NamingTest;
 
 // The built name, "(null)" when building failed.
-std::string from_syntax(const char *syntax, const char *base, int32_t frame,
-                        const char *extension) {
-  char *name = ORX_pathname_build_from_name_syntax(syntax, base, frame, extension);
-  if (name == nullptr) return "(null)";
-  std::string s = name;
+std::string taken(char *name) {
+  const std::string s = name != nullptr ? name : "(null)";
   ERR_free(name);
   return s;
 }
 
-std::string from_format(const char *format, const char *base, int32_t frame,
-                        const char *extension) {
-  char *name = ORX_pathname_build_no_name_syntax(format, base, frame, extension);
-  if (name == nullptr) return "(null)";
-  std::string s = name;
-  ERR_free(name);
-  return s;
+std::string from_syntax(const char *syntax, const char *base, int32_t frame, const char *ext) {
+  return taken(ORX_pathname_build_from_name_syntax(syntax, base, frame, ext));
+}
+
+std::string from_format(const char *format, const char *base, int32_t frame, const char *ext) {
+  return taken(ORX_pathname_build_no_name_syntax(format, base, frame, ext));
 }
 
 TEST_F(PathnameBuild, BuiltInSyntaxPadsTheFrameAndKeepsOneExtensionDot) {

@@ -1,7 +1,6 @@
 // Random syntaxes: verification and parsing must agree on every one, and
 // every valid one must build names that read back to their base and frame.
 #include <algorithm>
-#include <cctype>
 #include <random>
 #include <regex>
 #include <string>

@@ -13,14 +13,7 @@ namespace {
 
 using namespace orx::test;
 
-class ColourTransform : public CleanErrors {
- protected:
-  void TearDown() override {
-    ORX_exit();
-    CleanErrors::TearDown();
-  }
-  TempDir dir_;
-};
+using ColourTransform = ImageTest;
 
 constexpr float kWide[8] = {0.7347f, 0.2653f, 0.1152f, 0.8264f, 0.1566f, 0.0177f, 0.3457f, 0.3585f};
 

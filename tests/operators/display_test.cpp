@@ -14,14 +14,12 @@ namespace {
 
 using namespace orx::test;
 
-class Display : public CleanErrors {
+class Display : public ImageTest {
  protected:
   void TearDown() override {
-    ORX_exit();
     FB_exit();
-    CleanErrors::TearDown();
+    ImageTest::TearDown();
   }
-  TempDir dir_;
 };
 
 TEST_F(Display, AnEightBitImageOnTheFullFramebuffer) {

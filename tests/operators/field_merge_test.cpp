@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 
+#include "operator_images.hpp"
 #include "orx/field_merge.h"
 #include "orx/registry.h"
 #include "support/error_capture.hpp"
@@ -16,16 +17,8 @@
 namespace {
 
 using orx::test::ErrorCapture;
-using orx::test::TempDir;
 
-class FieldMerge : public orx::test::CleanErrors {
- protected:
-  void TearDown() override {
-    ORX_exit();
-    CleanErrors::TearDown();
-  }
-  TempDir dir_;
-};
+using FieldMerge = orx::test::ImageTest;
 
 // Sample of field `field` (0 first, 1 second) at x on field line y.
 uint8_t value(int field, int32_t x, int32_t y) { return static_cast<uint8_t>(x + 10 * y + 100 * field); }
@@ -60,15 +53,6 @@ void write_field(const std::string &path, int field, int32_t code = 1,
   ASSERT_EQ(ORX_close(object), 0);
 }
 
-ORX_OBJECT *open(const std::string &path) {
-  ORX_INFO info;
-  ORX_info_init(&info);
-  info.type = const_cast<char *>("rla");
-  info.handle = const_cast<char *>(path.c_str());
-  info.full_path = 1;
-  return ORX_open(&info, "r");
-}
-
 TEST_F(FieldMerge, EitherFieldGivesTheInterlacedFrame) {
   // The partner is named without the extension, as the merge looks for it.
   for (const auto &[passed, partner, first] :
@@ -76,7 +60,7 @@ TEST_F(FieldMerge, EitherFieldGivesTheInterlacedFrame) {
         {"take.12345.rla", "take.12346", 0}}) {
     write_field(dir_.file(passed), first);
     write_field(dir_.file(partner), 1 - first);
-    ORX_OBJECT *handle = open(dir_.file(passed));
+    ORX_OBJECT *handle = orx::test::open_image(dir_.file(passed));
     ASSERT_NE(handle, nullptr);
     ORX_OBJECT *merged = ORX__field_merge(handle);
     ASSERT_NE(merged, handle) << passed;
@@ -99,7 +83,7 @@ TEST_F(FieldMerge, NothingToMergeLeavesTheHandle) {
   write_field(dir_.file("take.x7.rla"), 0);        // letters after the dot
   write_field(dir_.file("lone.0003.rla"), 0);      // no partner
   for (const char *name : {"frame.0001.rla", "take.rla", "take.x7.rla", "lone.0003.rla"}) {
-    ORX_OBJECT *handle = open(dir_.file(name));
+    ORX_OBJECT *handle = orx::test::open_image(dir_.file(name));
     ASSERT_NE(handle, nullptr);
     EXPECT_EQ(ORX__field_merge(handle), handle) << name;
     ORX_close(handle);
@@ -119,7 +103,7 @@ TEST_F(FieldMerge, FieldsThatDifferAreRefusedWithTheirMessage) {
   for (const auto &[what, edit] : cases) {
     write_field(dir_.file("d.0001.rla"), 0);
     write_field(dir_.file("d.0002"), 1, 1, edit);
-    ORX_OBJECT *handle = open(dir_.file("d.0001.rla"));
+    ORX_OBJECT *handle = orx::test::open_image(dir_.file("d.0001.rla"));
     ASSERT_NE(handle, nullptr);
     EXPECT_EQ(ORX__field_merge(handle), handle);
     EXPECT_EQ(orx__err, -1);
@@ -135,7 +119,7 @@ TEST_F(FieldMerge, RunningOutOfMemoryKeepsTheHandle) {
   __lsan_disable();  // a failure after the partner opened leaves it open, by design
 #endif
   orx::test::for_each_reported_allocation_failure([&] {
-    ORX_OBJECT *handle = open(dir_.file("m.0001.rla"));
+    ORX_OBJECT *handle = orx::test::open_image(dir_.file("m.0001.rla"));
     if (handle == nullptr) return orx__err;
     ORX_OBJECT *merged = ORX__field_merge(handle);
     if (merged != handle) return ORX_close(merged);

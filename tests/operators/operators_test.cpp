@@ -15,18 +15,13 @@ namespace {
 
 using namespace orx::test;
 
-class Operators : public CleanErrors {
+class Operators : public ImageTest {
  protected:
-  void TearDown() override {
-    ORX_exit();
-    CleanErrors::TearDown();
-  }
   std::string file(const Groups &g, const Sample &s, const char *name = "i.rla") {
     const std::string path = dir_.file(name);
     write_image(path, g, s);
     return path;
   }
-  TempDir dir_;
 };
 
 TEST_F(Operators, CastTurnsEveryGroupIntoFloat) {
@@ -155,14 +150,8 @@ TEST_F(Operators, QuantizeTruncatesWithoutClampingBothWays) {
   Groups stored;
   stored.image.count = 1;
   ORX_IFD d = describe(stored);
-  ORX_INFO info;
-  ORX_info_init(&info);
   const std::string path = dir_.file("q.rla");
-  info.handle = const_cast<char *>(path.c_str());
-  info.full_path = 1;
-  info.images = &d;
-  info.image_count = 1;
-  h = ORX_open(&info, "w");
+  h = open_write(path, &d);
   const int32_t floats[2] = {ORX_C_FLOAT, 32};
   const int32_t *const from_floats[3] = {floats, nullptr, nullptr};
   orx__quantize_write_operator(h, from_floats);
@@ -239,14 +228,8 @@ TEST_F(Operators, SelectNarrowsAMultiImageHandle) {
     level.window = level.active = {0, 7 >> i, 0, 3 >> i};
     levels[i] = describe(level);
   }
-  ORX_INFO info;
-  ORX_info_init(&info);
   const std::string path = dir_.file("m.rla");
-  info.handle = const_cast<char *>(path.c_str());
-  info.full_path = 1;
-  info.images = levels;
-  info.image_count = 3;
-  ORX_OBJECT *w = ORX_open(&info, "w");
+  ORX_OBJECT *w = open_write(path, levels, 3);
   ASSERT_NE(w, nullptr);
   for (int i = 0; i < 3; ++i) {
     uint8_t row[8];
@@ -319,10 +302,6 @@ TEST_F(Operators, InstallsSurviveFailedAllocations) {
   }
 }
 
-}  // namespace
-
-namespace {
-
 // A "mem" image keeps the layout it was opened with when a layer retypes the
 // description above it: the quantize write layer says float to the caller,
 // the stored lines stay 8-bit.
@@ -330,13 +309,7 @@ TEST_F(Operators, MemImagesKeepTheirLayoutUnderALayer) {
   Groups g;
   g.matte.count = 1;
   ORX_IFD d = describe(g);
-  ORX_INFO info;
-  ORX_info_init(&info);
-  info.type = const_cast<char *>("mem");
-  info.handle = const_cast<char *>("retyped");
-  info.images = &d;
-  info.image_count = 1;
-  ORX_OBJECT *w = ORX_open(&info, "w");
+  ORX_OBJECT *w = open_write("retyped", &d, 1, "mem");
   ASSERT_NE(w, nullptr);
   const int32_t floats[2] = {ORX_C_FLOAT, 32};
   const int32_t *const from_floats[3] = {floats, floats, nullptr};
@@ -345,7 +318,7 @@ TEST_F(Operators, MemImagesKeepTheirLayoutUnderALayer) {
   void *rows[5] = {row, row, row, row, nullptr};
   for (int32_t y = 0; y < 4; ++y) ASSERT_EQ(ORX_scan_write(w, y, rows), 0);
   ASSERT_EQ(ORX_close(w), 0);
-  ORX_OBJECT *h = ORX_open(&info, "r");
+  ORX_OBJECT *h = open_image("retyped", "mem");
   ASSERT_NE(h, nullptr);
   for (int32_t y = 0; y < 4; ++y)
     for (int c = 0; c < 4; ++c) EXPECT_EQ(read_sample(h, y, c, 5), 255);

@@ -16,14 +16,7 @@ namespace {
 using namespace orx::test;
 using Plane = std::vector<std::vector<double>>;  // [row][column]
 
-class Resample : public CleanErrors {
- protected:
-  void TearDown() override {
-    ORX_exit();
-    CleanErrors::TearDown();
-  }
-  TempDir dir_;
-};
+using Resample = ImageTest;
 
 double unit(double t) { return t == 0.0 ? 1.0 : 0.0; }
 
@@ -186,10 +179,6 @@ TEST_F(Resample, FailedAllocationsReleaseEverythingTheCastIncluded) {
   });
 }
 
-}  // namespace
-
-namespace {
-
 // Resizing while writing stores what resizing while reading hands out, for
 // reductions and enlargements, every kernel.
 TEST_F(Resample, WritingResizedGivesWhatReadingResizedGives) {
@@ -218,14 +207,8 @@ TEST_F(Resample, WritingResizedGivesWhatReadingResizedGives) {
         out.image = {nullptr, 2, type, type == ORX_C_FLOAT ? 32 : 16, 0};
         out.window = out.active = {0, s.wd - 1, 0, s.hd - 1};
         ORX_IFD d = describe(out);
-        ORX_INFO info;
-        ORX_info_init(&info);
         const std::string dest = dir_.file("dest.rla");
-        info.handle = const_cast<char *>(dest.c_str());
-        info.full_path = 1;
-        info.images = &d;
-        info.image_count = 1;
-        ORX_OBJECT *w = ORX_open(&info, "w");
+        ORX_OBJECT *w = open_write(dest, &d);
         ASSERT_NE(w, nullptr);
         orx__resample_operator(w, f, 0, s.ws - 1, 0, s.hs - 1);
         ASSERT_EQ(orx__err, 0) << name;

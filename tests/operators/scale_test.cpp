@@ -11,14 +11,7 @@ namespace {
 
 using namespace orx::test;
 
-class Scale : public CleanErrors {
- protected:
-  void TearDown() override {
-    ORX_exit();
-    CleanErrors::TearDown();
-  }
-  TempDir dir_;
-};
+using Scale = ImageTest;
 
 double value(int c, int32_t x, int32_t y) { return (x * 13 + y * 7 + c * 50) % 256; }
 

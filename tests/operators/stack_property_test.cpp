@@ -25,14 +25,7 @@ struct Sample {
 
 double top(int bits) { return std::ldexp(1.0, bits) - 1.0; }
 
-class Stacks : public CleanErrors {
- protected:
-  void TearDown() override {
-    ORX_exit();
-    CleanErrors::TearDown();
-  }
-  TempDir dir_;
-};
+using Stacks = ImageTest;
 
 TEST_F(Stacks, RandomStacksMatchTheFormulas) {
   std::mt19937 rng(2024);

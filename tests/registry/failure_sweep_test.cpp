@@ -76,12 +76,7 @@ enum class Access { kStream, kRandom };
 // reopen for formats that read in order) and reads a region; then closes.
 int read_all(const char *type, const std::string &handle, Access access) {
   const bool stream = access == Access::kStream;
-  ORX_INFO info;
-  ORX_info_init(&info);
-  info.type = const_cast<char *>(type);
-  info.handle = const_cast<char *>(handle.c_str());
-  info.full_path = 1;
-  ORX_OBJECT *object = ORX_open(&info, "r");
+  ORX_OBJECT *object = open_image(handle, type);
   if (object == nullptr) return orx__err;
   FirstFailure first;
   for (int32_t i = 0; i < kHeight && first.status == 0; ++i) {

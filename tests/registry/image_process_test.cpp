@@ -26,29 +26,6 @@ class ImageProcess : public RegistryTest {
   }
 };
 
-// Writes a w x h RLA file of 8-bit pattern pixels (3 colours and a matte).
-void write_rla(const std::string &path, int32_t w, int32_t h, int32_t field = 0) {
-  ORX_INFO info;
-  ORX_info_init(&info);
-  info.handle = const_cast<char *>(path.c_str());
-  info.full_path = 1;
-  describe(&info, w, h, ORX_C_INTEGER, 8);
-  info.images[0].field = field;
-  ORX_OBJECT *object = ORX_open(&info, "w");
-  info.handle = nullptr;
-  ORX_info_cleanup(&info, 1);
-  ASSERT_NE(object, nullptr);
-  void **rows = orx__chan_alloc(&object->info.images[0], w, "test");
-  for (int32_t y = 0; y < h; ++y) {
-    for (int c = 0; c < 4; ++c)
-      for (int32_t x = 0; x < w; ++x)
-        static_cast<uint8_t *>(rows[c])[x] = static_cast<uint8_t>(pattern(x, y, c));
-    ASSERT_EQ(ORX_scan_write(object, y, rows), 0);
-  }
-  ORX_chan_free(rows);
-  ASSERT_EQ(ORX_close(object), 0);
-}
-
 ORX_OBJECT *open_process(const std::string &path, const char *key, uint32_t size,
                          const char *access, ORX_INFO *info) {
   ORX_info_init(info);
@@ -117,7 +94,7 @@ TEST_F(ImageProcess, SwatchSizesFitsAndRefusals) {
   };
   for (const Case &c : cases) {
     const std::string path = dir.file("i.rla");
-    write_rla(path, c.w, c.h, 1);
+    write_pattern(nullptr, path, c.w, c.h, 1);
     ORX_INFO info;
     ORX_OBJECT *object = open_process(path, "swatch", c.s, "r", &info);
     if (c.images == 0) {
@@ -149,7 +126,7 @@ TEST_F(ImageProcess, SwatchesArePointSamplesWhetherReadOrWritten) {
     const int32_t w = 40 + static_cast<int32_t>(rng() % 300), h = 40 + static_cast<int32_t>(rng() % 300);
     const uint32_t s = 8 + rng() % 32;
     const std::string plain = dir.file("plain.rla");
-    write_rla(plain, w, h);
+    write_pattern(nullptr, plain, w, h);
     ORX_INFO info;
     ORX_OBJECT *object = open_process(plain, "swatch", s, "r", &info);
     ASSERT_NE(object, nullptr);
@@ -192,10 +169,7 @@ TEST_F(ImageProcess, SwatchesArePointSamplesWhetherReadOrWritten) {
     }
     ORX_chan_free(rows);
     ASSERT_EQ(ORX_close(object), 0);
-    ORX_info_init(&info);
-    info.handle = const_cast<char *>(stored.c_str());
-    info.full_path = 1;
-    object = ORX_open(&info, "r");
+    object = open_image(stored, nullptr);
     ASSERT_NE(object, nullptr);
     ASSERT_EQ(object->info.image_count, 2);
     std::size_t k = 0;
@@ -232,7 +206,7 @@ TEST_F(ImageProcess, AFormatOfOneImageIsWrittenWithoutASwatchAndWithoutAMessage)
 TEST_F(ImageProcess, OutOfMemoryInTheSwatchIsReportedAndLeavesNothing) {
   TempDir dir;
   const std::string path = dir.file("i.rla");
-  write_rla(path, 100, 50);
+  write_pattern(nullptr, path, 100, 50);
   IMP_info();  // the library and the frame are up: the sweep covers the process
   const std::string out = dir.file("o.rla");
   for (const char *access : {"r", "w"}) {

@@ -186,24 +186,8 @@ TEST_F(MultiFrameCache, FramesAndPlaybackReachTheFormatsSlots) {
 TEST_F(MultiFrame, PlaybackOnAnRlaImageIsRefusedWithEachCallsMessage) {
   TempDir dir;
   const std::string path = dir.file("pic.rla");
-  ORX_INFO info;
-  ORX_info_init(&info);
-  info.handle = const_cast<char *>(path.c_str());
-  info.full_path = 1;
-  describe(&info, 2, 2, ORX_C_INTEGER, 8);
-  ORX_OBJECT *object = ORX_open(&info, "w");
-  info.handle = nullptr;
-  ORX_info_cleanup(&info, 1);
-  ASSERT_NE(object, nullptr);
-  void **rows = orx__chan_alloc(&object->info.images[0], 2, "test");
-  for (int32_t y = 0; y < 2; ++y) ASSERT_EQ(ORX_scan_write(object, y, rows), 0);
-  ORX_chan_free(rows);
-  ASSERT_EQ(ORX_close(object), 0);
-
-  ORX_info_init(&info);
-  info.handle = const_cast<char *>(path.c_str());
-  info.full_path = 1;
-  object = ORX_open(&info, "r");
+  write_pattern(nullptr, path, 2, 2);
+  ORX_OBJECT *object = open_image(path, nullptr);
   ASSERT_NE(object, nullptr);
   ErrorCapture errors;
   const std::string unsupported =

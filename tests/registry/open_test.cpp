@@ -12,41 +12,8 @@ using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
 using Open = RegistryTest;
 
-// Write a 4x3 8-bit image under handle with the given type (NULL: chosen
-// from the name); returns the close status or -100 when the open failed.
-int write_image(const char *type, const std::string &handle, uint8_t full_path = 1) {
-  ORX_INFO info;
-  ORX_info_init(&info);
-  info.type = const_cast<char *>(type);
-  info.handle = const_cast<char *>(handle.c_str());
-  info.full_path = full_path;
-  describe(&info, 4, 3, ORX_C_INTEGER, 8);
-  ORX_OBJECT *object = ORX_open(&info, "w");
-  info.type = info.handle = nullptr;
-  ORX_info_cleanup(&info, 1);
-  if (object == nullptr) return -100;
-  void **rows = orx__chan_alloc(&object->info.images[0], 4, "test");
-  for (int32_t y = 0; y < 3; ++y) {
-    for (int c = 0; c < 4; ++c)
-      for (int x = 0; x < 4; ++x)
-        static_cast<uint8_t *>(rows[c])[x] = static_cast<uint8_t>(pattern(x, y, c));
-    EXPECT_EQ(ORX_scan_write(object, y, rows), 0);
-  }
-  ORX_chan_free(rows);
-  return ORX_close(object);
-}
-
-ORX_OBJECT *open_read(const char *type, const std::string &handle) {
-  ORX_INFO info;
-  ORX_info_init(&info);
-  info.type = const_cast<char *>(type);
-  info.handle = const_cast<char *>(handle.c_str());
-  info.full_path = 1;
-  return ORX_open(&info, "r");
-}
-
 TEST_F(Open, AnUninitialisedRequestGetsTheComplaintAndStillOpens) {
-  ASSERT_EQ(write_image("mem", "pic"), 0);
+  write_pattern("mem", "pic");
   ORX_INFO info{};
   info.type = const_cast<char *>("mem");
   info.handle = const_cast<char *>("pic");
@@ -61,7 +28,7 @@ TEST_F(Open, AnUninitialisedRequestGetsTheComplaintAndStillOpens) {
 }
 
 TEST_F(Open, ModesOtherThanReadAndWriteAreRefused) {
-  ASSERT_EQ(write_image("mem", "pic"), 0);
+  write_pattern("mem", "pic");
   ErrorCapture errors;
   ORX_INFO info;
   ORX_info_init(&info);
@@ -79,7 +46,7 @@ TEST_F(Open, ModesOtherThanReadAndWriteAreRefused) {
 TEST_F(Open, TheFormatComesFromTheTypeThenTheExtensionThenRla) {
   PluginSet set({"plugin_good"});
   ASSERT_EQ(set.init(), 0);
-  ORX_OBJECT *object = open_read(nullptr, "shot.tgd");
+  ORX_OBJECT *object = open_image("shot.tgd", nullptr);
   ASSERT_NE(object, nullptr);
   EXPECT_STREQ(object->format->key, "tgood");
   EXPECT_STREQ(object->info.type, "tgood");
@@ -93,7 +60,7 @@ TEST_F(Open, TheFormatComesFromTheTypeThenTheExtensionThenRla) {
   EXPECT_EQ(object->current_line, 2);
   EXPECT_EQ(ORX_close(object), 0);
 
-  object = open_read(".tgd", "any name");
+  object = open_image("any name", ".tgd");
   ASSERT_NE(object, nullptr);
   EXPECT_STREQ(object->format->key, "tgood");
   // Orientation bit set: the bottom row is read first, then upwards.
@@ -103,15 +70,15 @@ TEST_F(Open, TheFormatComesFromTheTypeThenTheExtensionThenRla) {
 
   // No type and no matching extension: the default "rla".
   TempDir dir;
-  ASSERT_EQ(write_image(nullptr, dir.file("frame.xyz")), 0);
+  write_pattern(nullptr, dir.file("frame.xyz"));
   EXPECT_EQ(ORX_rla_is_file(dir.file("frame.xyz").c_str(), nullptr), 1);
-  object = open_read(nullptr, dir.file("frame.xyz"));
+  object = open_image(dir.file("frame.xyz"), nullptr);
   ASSERT_NE(object, nullptr);
   EXPECT_STREQ(object->format->key, "rla");
   ORX_close(object);
 
   ErrorCapture errors;
-  EXPECT_EQ(open_read("nope", "x"), nullptr);
+  EXPECT_EQ(open_image("x", "nope"), nullptr);
   EXPECT_EQ(orx__err, ORX_E_INVALID_TYPE);
   EXPECT_TRUE(errors.has(3,
                          "Invalid type nope (either the output file format type or the "
@@ -160,8 +127,8 @@ TEST_F(Open, SeekingReadsForwardAndReopensToGoBack) {
   ASSERT_EQ(ORX_init(nullptr, nullptr), 0);
   TempDir dir;
   const std::string path = dir.file("seek.rla");
-  ASSERT_EQ(write_image("rla", path), 0);
-  ORX_OBJECT *object = open_read(nullptr, path);
+  write_pattern("rla", path);
+  ORX_OBJECT *object = open_image(path, nullptr);
   ASSERT_NE(object, nullptr);
   EXPECT_EQ(ORX_seek(&object, 2), 0);
   EXPECT_EQ(object->current_line, 1);
@@ -186,7 +153,7 @@ TEST_F(Open, SeekingReadsForwardAndReopensToGoBack) {
 }
 
 TEST_F(Open, OutOfMemoryFailsTheOpenWithoutLeaks) {
-  ASSERT_EQ(write_image("mem", "source"), 0);
+  write_pattern("mem", "source");
   ErrorCapture errors;
   ORX_INFO info;
   ORX_info_init(&info);

@@ -11,6 +11,7 @@
 #include "orx/err.h"
 #include "orx/registry.h"
 #include "support/fixtures.hpp"
+#include "support/images.hpp"
 
 namespace orx::test {
 
@@ -71,22 +72,37 @@ class RegistryTest : public CleanErrors {
   }
 };
 
-// A request for one image of width x height with 3 image channels and a
-// matte, of the given sample type and bits.
-inline void describe(ORX_INFO *info, int32_t width, int32_t height, int32_t type, int32_t bits) {
-  info->image_count = 1;
-  info->images = static_cast<ORX_IFD *>(ERR_malloc(sizeof(ORX_IFD)));
-  orx__init_ifd(info->images);
-  ORX_IFD &ifd = info->images[0];
+// One image of width x height with 3 image channels and a matte, of the
+// given sample type and bits.
+inline ORX_IFD rgba(int32_t width, int32_t height, int32_t type, int32_t bits) {
+  ORX_IFD ifd;
+  orx__init_ifd(&ifd);
   ifd.window = {0, width - 1, 0, height - 1};
   ifd.active = ifd.window;
   ifd.image = {nullptr, 3, type, bits, 0};
   ifd.matte = {nullptr, 1, type, bits, 0};
+  return ifd;
+}
+
+// A request for that image, owned by info.
+inline void describe(ORX_INFO *info, int32_t width, int32_t height, int32_t type, int32_t bits) {
+  info->image_count = 1;
+  info->images = static_cast<ORX_IFD *>(ERR_malloc(sizeof(ORX_IFD)));
+  info->images[0] = rgba(width, height, type, bits);
 }
 
 // Sample c of pixel x on line y, as the tests write it.
 inline uint16_t pattern(int32_t x, int32_t y, int c) {
   return static_cast<uint16_t>(x * 7 + y * 131 + c * 1009);
+}
+
+// A w x h image of 8-bit pattern samples (3 colours and a matte) written
+// under handle through type (by the name when null).
+inline void write_pattern(const char *type, const std::string &handle, int32_t w = 4, int32_t h = 3,
+                          int32_t field = 0) {
+  ORX_IFD d = rgba(w, h, ORX_C_INTEGER, 8);
+  d.field = field;
+  write_image(handle, d, [](int c, int32_t x, int32_t y) { return uint8_t(pattern(x, y, c)); }, type);
 }
 
 }  // namespace orx::test

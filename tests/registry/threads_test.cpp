@@ -82,16 +82,6 @@ constexpr int kReaders = 3;
 constexpr int kRounds = 12;
 constexpr int32_t kRlaSide = 16;
 
-// Opens handle for reading through type (NULL: chosen from the name).
-ORX_OBJECT *open_for_read(const char *type, const std::string &handle) {
-  ORX_INFO info;
-  ORX_info_init(&info);
-  info.type = const_cast<char *>(type);
-  info.handle = const_cast<char *>(handle.c_str());
-  info.full_path = 1;
-  return ORX_open(&info, "r");
-}
-
 // Writes a kRlaSide-square image whose samples of line y are y + n.
 bool write_rla(const std::string &path, int n) {
   ORX_INFO info;
@@ -117,7 +107,7 @@ bool write_rla(const std::string &path, int n) {
 // Reads every line top down, seeks back to the top (a reopen for RLA) and
 // reads it again, then closes; true when every sample is what write_rla put.
 bool read_rla(const std::string &path, int n) {
-  ORX_OBJECT *object = open_for_read(nullptr, path);
+  ORX_OBJECT *object = open_image(path, nullptr);
   if (object == nullptr) return false;
   bool ok = true;
   void **rows = nullptr;
@@ -132,7 +122,7 @@ bool read_rla(const std::string &path, int n) {
 
 // The test plug-in's image: line y holds y + 1 in every sample.
 bool read_plugin(int n) {
-  ORX_OBJECT *object = open_for_read(nullptr, "stress" + std::to_string(n) + ".tgd");
+  ORX_OBJECT *object = open_image("stress" + std::to_string(n) + ".tgd", nullptr);
   if (object == nullptr) return false;
   bool ok = true;
   for (int32_t y = 3; y >= 0; --y) {

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -18,6 +17,8 @@ namespace {
 
 using orx::test::ErrorCapture;
 using orx::test::TempDir;
+using orx::test::load;
+using orx::test::save_bytes;
 using Bytes = std::vector<unsigned char>;
 using Key = std::pair<std::string, std::string>;
 using ResFile = orx::test::CleanErrors;
@@ -27,16 +28,6 @@ Bytes be32(std::initializer_list<uint32_t> values) {
   for (uint32_t v : values)
     for (int s = 24; s >= 0; s -= 8) out.push_back(static_cast<unsigned char>(v >> s));
   return out;
-}
-
-Bytes load(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  return Bytes(std::istreambuf_iterator<char>(in), {});
-}
-
-void save(const std::string &path, const Bytes &bytes) {
-  std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char *>(bytes.data()),
-                                              static_cast<std::streamsize>(bytes.size()));
 }
 
 std::map<Key, Bytes> random_resources(std::mt19937 &rng, int count) {
@@ -133,7 +124,7 @@ TEST_F(ResFile, DamagedFilesAreRefused) {
   ASSERT_EQ(bytes.size(), 59u);
   ErrorCapture errors;
   const auto refused = [&](const Bytes &b, const char *what) {
-    save(dir.file("bad.res"), b);
+    save_bytes(dir.file("bad.res"), b);
     ORX_RES_FILE *file = ORX_res_open(dir.file("bad.res").c_str());
     EXPECT_EQ(file, nullptr) << what;
     EXPECT_EQ(orx__err, ORX_E_NOT_OUR_FILE) << what;
@@ -171,7 +162,7 @@ TEST_F(ResFile, DamagedFilesAreRefused) {
   for (int i = 0; i < 2000; ++i) {
     Bytes b = bytes;
     b[rng() % b.size()] ^= static_cast<unsigned char>(1u << (rng() % 8));
-    save(dir.file("flip.res"), b);
+    save_bytes(dir.file("flip.res"), b);
     ORX_res_close(ORX_res_open(dir.file("flip.res").c_str()));
   }
   EXPECT_EQ(ORX_res_open(dir.file("none.res").c_str()), nullptr);
@@ -188,7 +179,7 @@ TEST_F(ResFile, BadNamesDuplicatesAndFailedSavesLeaveNothingBehind) {
   ASSERT_EQ(ORX_res_add(b, "TEXT", "a", "x", 1), 0);
   ASSERT_EQ(ORX_res_add(b, "TEXT", "a", "y", 1), 0);
   const std::string path = dir.file("keep.res");
-  save(path, {'o', 'l', 'd'});
+  save_bytes(path, {'o', 'l', 'd'});
   EXPECT_EQ(ORX_res_save(b, path.c_str()), ORX_E_INVALID_TYPE);
   EXPECT_TRUE(errors.has(3, "Duplicate resource TEXT \"a\""));
   ORX_res_builder_free(b);

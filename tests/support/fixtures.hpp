@@ -2,9 +2,13 @@
 // and temporary directories that clean up after themselves.
 #pragma once
 
+#include <cstdint>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -64,6 +68,24 @@ class TempDir {
  private:
   std::string path_;
 };
+
+// The whole of a file ("" or nothing when it cannot be read), and a file
+// written whole.
+inline std::string slurp(const std::string &path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+inline std::vector<uint8_t> load(const std::string &path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+inline void write_text(const std::string &path, const std::string &text) {
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+}
+inline void save_bytes(const std::string &path, const std::vector<uint8_t> &bytes) {
+  std::ofstream(path, std::ios::binary | std::ios::trunc)
+      .write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
 
 // Base fixture: the error service starts clean for every test.
 class CleanErrors : public ::testing::Test {

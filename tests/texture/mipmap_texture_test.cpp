@@ -14,6 +14,7 @@
 #include "orx/texture.h"
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
+#include "support/images.hpp"
 #include "texture/process.hpp"
 
 namespace {
@@ -22,14 +23,12 @@ using orx::test::ErrorCapture;
 using orx::test::TempDir;
 using Pixel = std::function<float(int32_t x, int32_t y, int c)>;
 
-class Mipmap : public orx::test::CleanErrors {
+class Mipmap : public orx::test::ImageTest {
  protected:
   void TearDown() override {
     orx::texture::reset();
-    ORX_exit();
-    CleanErrors::TearDown();
+    ImageTest::TearDown();
   }
-  TempDir dir_;
 };
 
 // The host's request: one w x h image of `channels` colour channels,
@@ -99,11 +98,7 @@ TEST_F(Mipmap, LevelsAreBoxReductionsAndConstantsStayConstant) {
   EXPECT_EQ(sizes, (std::vector<std::pair<int32_t, int32_t>>{
                        {37, 21}, {18, 10}, {9, 5}, {4, 2}, {2, 1}, {1, 1}}));
   // Level 1 inside: the mean of each 2x2 block of level 0, within rounding.
-  ORX_INFO info;
-  ORX_info_init(&info);
-  info.handle = const_cast<char *>(path.c_str());
-  info.full_path = 1;
-  ORX_OBJECT *file = ORX_open(&info, "r");
+  ORX_OBJECT *file = orx::test::open_image(path, nullptr);
   ASSERT_NE(file, nullptr);
   const auto sample = [&](int k, int32_t x, int32_t y, int c) {
     void **rows = nullptr;

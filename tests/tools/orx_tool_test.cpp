@@ -12,10 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "orx/err.h"
 #include "orx/registry.h"
-#include "orx/str.h"
 #include "support/fixtures.hpp"
+#include "support/images.hpp"
 #include "tools/run_tool.hpp"
 
 namespace {
@@ -27,44 +26,18 @@ bool contains(const std::string &text, const std::string &part) {
   return text.find(part) != std::string::npos;
 }
 
-// A float RGB image of w x h whose samples are value(x, y, c), written with
+// A float RGB image of w x h whose samples are value(c, x, y), written with
 // the library itself.
-template <typename Value>
-void write_float_rgb(const std::string &path, int w, int h, Value value) {
-  ORX_IFD ifd;
-  orx__init_ifd(&ifd);
-  ifd.window = ifd.active = ORX_WINDOW{0, w - 1, 0, h - 1};
-  ifd.image = ORX_CHANNELS{STR_save("rgb"), 3, ORX_C_FLOAT, 32, 0};
-  ORX_INFO info;
-  ORX_info_init(&info);
-  info.handle = STR_save(path.c_str());
-  info.full_path = 1;
-  info.images = static_cast<ORX_IFD *>(ERR_malloc(sizeof ifd));
-  info.images[0] = ifd;
-  info.image_count = 1;
-  ORX_OBJECT *out = ORX_open(&info, "w");
-  ORX_info_cleanup(&info, 1);
-  ASSERT_NE(out, nullptr);
-  std::vector<float> rows(3 * static_cast<std::size_t>(w));
-  void *pointers[] = {rows.data(), rows.data() + w, rows.data() + 2 * w, nullptr};
-  for (int y = 0; y < h; ++y) {
-    for (int c = 0; c < 3; ++c)
-      for (int x = 0; x < w; ++x) rows[static_cast<std::size_t>(c * w + x)] = value(x, y, c);
-    ASSERT_EQ(ORX_scan_write(out, y, pointers), 0);
-  }
-  ASSERT_EQ(ORX_close(out), 0);
+void write_float_rgb(const std::string &path, int w, int h, const orx::test::Sample &value) {
+  ORX_IFD d;
+  orx__init_ifd(&d);
+  d.window = d.active = ORX_WINDOW{0, w - 1, 0, h - 1};
+  d.image = ORX_CHANNELS{const_cast<char *>("rgb"), 3, ORX_C_FLOAT, 32, 0};
+  orx::test::write_image(path, d, value);
 }
 
-class OrxTool : public ::testing::Test {
+class OrxTool : public orx::test::ToolTest {
  protected:
-  orx::test::TempDir dir_;
-  std::string log_;
-  // Runs orx; log_ receives its standard output and error.
-  int run(const std::string &args) {
-    const int status = orx::test::run_orx(dir_.path(), args);
-    log_ = slurp(dir_.file("log"));
-    return status;
-  }
   // Runs a shell command in the directory; returns its exit status.
   int shell(const std::string &command) {
     const int raw = std::system(("cd '" + dir_.path() + "' && " + command).c_str());
@@ -194,9 +167,9 @@ TEST_F(OrxTool, BriefInfoAndFormatHints) {
 }
 
 TEST_F(OrxTool, DiffNamesTheLargestDifference) {
-  write_float_rgb(dir_.file("a.rla"), 7, 5, [](int, int, int) { return 0.5f; });
-  write_float_rgb(dir_.file("b.rla"), 7, 5, [](int x, int y, int c) {
-    return 0.5f + (x == 4 && y == 1 && c == 2 ? 0.25f : x == 1 && y == 3 ? 0.125f : 0.0f);
+  write_float_rgb(dir_.file("a.rla"), 7, 5, [](int, int, int) { return 0.5; });
+  write_float_rgb(dir_.file("b.rla"), 7, 5, [](int c, int x, int y) {
+    return 0.5 + (x == 4 && y == 1 && c == 2 ? 0.25 : x == 1 && y == 3 ? 0.125 : 0.0);
   });
   EXPECT_EQ(run("diff a.rla b.rla"), 1);
   EXPECT_TRUE(contains(log_, "max difference   0.25\nlargest at       x 4, y 1, channel 2 (blue)"))
@@ -207,10 +180,10 @@ TEST_F(OrxTool, DiffNamesTheLargestDifference) {
 }
 
 TEST_F(OrxTool, StatsPerChannelWithNanAndInfCounts) {
-  write_float_rgb(dir_.file("a.rla"), 4, 1, [](int x, int, int c) {
-    if (c == 1 && x == 3) return NAN;
-    if (c == 2 && x == 0) return INFINITY;
-    return static_cast<float>(x);  // 0 1 2 3: mean 1.5, deviation sqrt(1.25)
+  write_float_rgb(dir_.file("a.rla"), 4, 1, [](int c, int x, int) {
+    if (c == 1 && x == 3) return double(NAN);
+    if (c == 2 && x == 0) return double(INFINITY);
+    return double(x);  // 0 1 2 3: mean 1.5, deviation sqrt(1.25)
   });
   EXPECT_EQ(run("stats a.rla"), 0) << log_;
   EXPECT_TRUE(contains(log_,

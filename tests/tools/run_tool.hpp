@@ -5,18 +5,13 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <string>
 
-namespace orx::test {
+#include <gtest/gtest.h>
 
-inline std::string slurp(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
+#include "support/fixtures.hpp"
+
+namespace orx::test {
 
 // Runs "orx ARGS" in dir with standard output and error into dir/out;
 // returns the exit status (-1 when it did not exit).
@@ -26,5 +21,18 @@ inline int run_orx(const std::string &dir, const std::string &args, const std::s
   const int raw = std::system(command.c_str());
   return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
 }
+
+// A directory of the test's own to run orx in; log_ holds what the last
+// run printed.
+class ToolTest : public ::testing::Test {
+ protected:
+  int run(const std::string &args) {
+    const int status = run_orx(dir_.path(), args);
+    log_ = slurp(dir_.file("log"));
+    return status;
+  }
+  TempDir dir_;
+  std::string log_;
+};
 
 }  // namespace orx::test

@@ -16,18 +16,13 @@ namespace {
 namespace fs = std::filesystem;
 using orx::test::slurp;
 
-class OrxFrames : public ::testing::Test {
+class OrxFrames : public orx::test::ToolTest {
  protected:
   void SetUp() override {
     for (int f = 1; f <= 8; ++f)
       ASSERT_EQ(run("pattern in." + std::to_string(f) + ".rla --size 48x" + std::to_string(20 + f) +
                     " --type int16 --matte"),
                 0);
-  }
-  int run(const std::string &args) {
-    const int status = orx::test::run_orx(dir_.path(), args);
-    log_ = slurp(dir_.file("log"));
-    return status;
   }
   bool exists(const std::string &name) { return fs::exists(dir_.file(name)); }
   std::set<std::string> outputs(const std::string &prefix) {
@@ -36,9 +31,6 @@ class OrxFrames : public ::testing::Test {
       if (e.path().filename().string().rfind(prefix, 0) == 0) names.insert(e.path().filename());
     return names;
   }
-
-  orx::test::TempDir dir_;
-  std::string log_;
 };
 
 TEST_F(OrxFrames, ListsStepsAndRefusals) {

@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string>
 
@@ -20,18 +19,9 @@ namespace {
 
 using orx::test::ScopedEnv;
 using orx::test::TempDir;
+using orx::test::write_text;
+using orx::test::slurp;
 using Env = orx::test::CleanErrors;
-
-void write_text(const std::string &path, const std::string &text) {
-  std::ofstream(path, std::ios::binary) << text;
-}
-
-std::string read_text(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream all;
-  all << in.rdbuf();
-  return all.str();
-}
 
 bool exists(const std::string &path) {
   struct stat st{};
@@ -66,7 +56,7 @@ TEST_F(Env, CopyFileCopiesWholeBlocksAndTails) {
     write_text(dir.file("src"), text);
     write_text(dir.file("dst"), "previous contents that are longer than some sources");
     EXPECT_EQ(orx::util::copy_file(dir.file("src").c_str(), dir.file("dst").c_str()), 1) << size;
-    EXPECT_EQ(read_text(dir.file("dst")), text) << size;
+    EXPECT_EQ(slurp(dir.file("dst")), text) << size;
   }
 }
 
@@ -90,7 +80,7 @@ TEST_F(Env, CopyFileRefusesBadNamesAndLeavesNoPartialCopy) {
   // once: -2 is only for a source that does not open.
   std::string dst = dir.file("dst");
   EXPECT_EQ(orx::util::copy_file(dir.path().c_str(), dst.c_str()), 1);
-  EXPECT_EQ(read_text(dst), "");
+  EXPECT_EQ(slurp(dst), "");
   std::filesystem::remove(dst);
 
   // A failed write never unlinks what is not a regular file: here a link to

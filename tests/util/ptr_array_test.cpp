@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <functional>
 #include <initializer_list>
 #include <vector>
 
@@ -192,25 +193,16 @@ TEST_F(PtrArray, FailedGrowthReturnsNullAndKeepsTheArray) {
     EXPECT_EQ(result, nullptr) << what;
     EXPECT_EQ(contents(array), before) << what;
   };
-  {
+  const std::pair<const char *, std::function<void **()>> grows[] = {
+      {"more", [&] { return PTR_more(array, 9); }},
+      {"append", [&] { return PTR_append(array, src); }},
+      {"n_append", [&] { return PTR_n_append(array, src, 1); }},
+      {"insert", [&] { return PTR_insert(array, D, 1); }},
+      {"n_insert", [&] { return PTR_n_insert(array, array, 2, 1); }},
+  };
+  for (const auto &[what, grow] : grows) {
     orx::test::FailNthAllocation fail(1);
-    check(PTR_more(array, 9), "more");
-  }
-  {
-    orx::test::FailNthAllocation fail(1);
-    check(PTR_append(array, src), "append");
-  }
-  {
-    orx::test::FailNthAllocation fail(1);
-    check(PTR_n_append(array, src, 1), "n_append");
-  }
-  {
-    orx::test::FailNthAllocation fail(1);
-    check(PTR_insert(array, D, 1), "insert");
-  }
-  {
-    orx::test::FailNthAllocation fail(1);
-    check(PTR_n_insert(array, array, 2, 1), "n_insert");
+    check(grow(), what);
   }
   for (auto make_copy :
        {+[](void **a) { return PTR_save(a); }, +[](void **a) { return PTR_save_n(2, a, a); }}) {

@@ -6,8 +6,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "formats/rla/rla_files.hpp"
@@ -19,22 +17,19 @@ namespace {
 
 using namespace orx::test;
 
-class PipeFormat : public CleanErrors {
+class PipeFormat : public ImageTest {
  protected:
   void SetUp() override {
-    CleanErrors::SetUp();
+    ImageTest::SetUp();
     ORX_exit();
     // A command that exits early must not end the test process.
     std::signal(SIGPIPE, SIG_IGN);
   }
-  void TearDown() override {
-    ORX_exit();
-    CleanErrors::TearDown();
-  }
-  TempDir dir_;
 };
 
-ORX_OBJECT *open_pipe(const std::string &handle, const char *mode, const ImageShape *shape) {
+// A request for handle through the pipe format, describing the shape when
+// there is one; the caller cleans it up.
+ORX_INFO pipe_request(const std::string &handle, const ImageShape *shape) {
   ORX_INFO info;
   ORX_info_init(&info);
   info.handle = STR_save(handle.c_str());
@@ -44,6 +39,11 @@ ORX_OBJECT *open_pipe(const std::string &handle, const char *mode, const ImageSh
     info.images = static_cast<ORX_IFD *>(ERR_malloc(sizeof(ORX_IFD)));
     info.images[0] = describe(*shape);
   }
+  return info;
+}
+
+ORX_OBJECT *open_pipe(const std::string &handle, const char *mode, const ImageShape *shape) {
+  ORX_INFO info = pipe_request(handle, shape);
   ORX_OBJECT *object = ORX_open(&info, mode);
   ORX_info_cleanup(&info, 1);
   return object;
@@ -118,11 +118,6 @@ class Redirect {
   int fd_, saved_;
 };
 
-std::string contents(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 TEST_F(PipeFormat, StandardOutputAndInputCarryImagesBackToBack) {
   ImageShape first{{0, 12, 0, 6}, {2, 10, 1, 5}, {3, ORX_C_INTEGER, 16}, {}, {}};
   ImageShape second{{0, 7, 0, 3}, {0, 7, 0, 3}, {1, ORX_C_INTEGER, 8}, {1, ORX_C_INTEGER, 8}, {}};
@@ -138,7 +133,7 @@ TEST_F(PipeFormat, StandardOutputAndInputCarryImagesBackToBack) {
   }
   // Both images go through one pipe, which cannot seek back: whatever the
   // first read fetched beyond its image must still be there for the second.
-  const std::string bytes = contents(file);
+  const std::string bytes = slurp(file);
   ASSERT_LT(bytes.size(), 65536u);
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
@@ -220,10 +215,7 @@ TEST_F(PipeFormat, ExhaustionLeavesNothingBehind) {
   ImageShape shape;
   write_file(file, {shape});
   ASSERT_EQ(ORX_init(nullptr, nullptr), 0);
-  ORX_INFO info;
-  ORX_info_init(&info);
-  info.handle = STR_save(file.c_str());
-  info.type = STR_save("pipe");
+  ORX_INFO info = pipe_request(file, nullptr);
   ErrorCapture cap;
   for_each_allocation_failure([&] {
     ORX_OBJECT *in = ORX_open(&info, "r");
@@ -236,12 +228,7 @@ TEST_F(PipeFormat, ExhaustionLeavesNothingBehind) {
   // Writing through a command: whatever allocation fails, the object and
   // the command are gone afterwards and nothing leaks.
   const std::string out = dir_.file("oom-out.rla");
-  ORX_info_init(&info);
-  info.handle = STR_save(("|cat > '" + out + "'").c_str());
-  info.type = STR_save("pipe");
-  info.image_count = 1;
-  info.images = static_cast<ORX_IFD *>(ERR_malloc(sizeof(ORX_IFD)));
-  info.images[0] = describe(shape);
+  info = pipe_request("|cat > '" + out + "'", &shape);
   for_each_allocation_failure([&] {
     ORX_OBJECT *object = ORX_open(&info, "w");
     if (object == nullptr) return false;

@@ -61,19 +61,13 @@ std::vector<uint8_t> hostile_file(const Hostile &f) {
   return bytes;
 }
 
-ORX_OBJECT *open_or_free(const std::string &path) {
-  ORX_OBJECT *object = reader_object(path);
-  if (ORX_rla_r_open(object) == 1) return object;
-  orx__free_obj(object);
-  return nullptr;
-}
-
 // Files the unbounded reader took: the channel counts the file size allowed
 // when only one length word per channel was asked of it, at the widest window.
 const Hostile kReported[] = {
     {32767, 32767, 1, 524, 524, 2100},
     {32767, 32767, 1, 2024, 2024, 8100},
     {32767, 32767, 1, 8024, 8024, 32800},
+    {32767, 32767, 1, 32767, 32767, 744},  // every count at its largest, in a tiny file
 };
 
 TEST_F(RlaLimits, ChannelCountsBeyondTheLimitAreRefusedNamingIt) {

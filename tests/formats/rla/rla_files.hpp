@@ -5,8 +5,6 @@
 
 #include <cstdint>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -17,6 +15,8 @@
 #include "orx/plugin.h"
 #include "orx/rla.h"
 #include "orx/str.h"
+#include "support/fixtures.hpp"
+#include "support/images.hpp"
 
 namespace orx::test {
 
@@ -61,14 +61,8 @@ inline ORX_OBJECT *writer_object(const std::string &path, const std::vector<Imag
   object->info.images =
       static_cast<ORX_IFD *>(ERR_malloc(static_cast<uint32_t>(shapes.size() * sizeof(ORX_IFD))));
   for (std::size_t i = 0; i < shapes.size(); ++i) {
-    ORX_IFD &ifd = object->info.images[i];
-    orx__init_ifd(&ifd);
-    ifd.window = shapes[i].window;
-    ifd.active = shapes[i].active;
-    set_group(ifd.image, shapes[i].image);
-    set_group(ifd.matte, shapes[i].matte);
-    set_group(ifd.aux, shapes[i].aux);
-    ifd.aspect = STR_save("ntsc_640");
+    object->info.images[i] = describe(shapes[i]);
+    object->info.images[i].aspect = STR_save("ntsc_640");
   }
   return object;
 }
@@ -84,11 +78,12 @@ inline ORX_OBJECT *reader_object(const std::string &path) {
   return nullptr;
 }
 
-// Bytes of one sample of a group in a channel row.
-inline std::size_t sample_size(const ORX_CHANNELS &g) {
-  if (g.type == ORX_C_FLOAT) return 4;
-  if (g.type == ORX_C_DOUBLE) return 8;
-  return g.bits <= 8 ? 1 : g.bits <= 16 ? 2 : 4;
+// Opens path for reading; on failure frees the object and returns null.
+inline ORX_OBJECT *open_or_free(const std::string &path) {
+  ORX_OBJECT *object = reader_object(path);
+  if (ORX_rla_r_open(object) == 1) return object;
+  orx__free_obj(object);
+  return nullptr;
 }
 
 // The groups of each channel of a descriptor, in buffer order.
@@ -105,26 +100,16 @@ inline std::vector<const ORX_CHANNELS *> channel_groups(const ORX_IFD &ifd) {
 inline std::vector<uint8_t> expected_row(const ORX_IFD &ifd, int c, int y) {
   const ORX_CHANNELS &g = *channel_groups(ifd)[static_cast<std::size_t>(c)];
   const int width = ifd.window.right - ifd.window.left + 1;
-  const std::size_t size = sample_size(g);
-  std::vector<uint8_t> row(static_cast<std::size_t>(width) * size, 0);
+  std::vector<uint8_t> row(static_cast<std::size_t>(width) * bytes_of(g), 0);
   if (y < ifd.active.bottom || y > ifd.active.top) return row;
+  const uint64_t mask = g.bits >= 32 ? 0xffffffffu : ((uint64_t{1} << g.bits) - 1);
   for (int x = ifd.active.left; x <= ifd.active.right; ++x) {
     const uint64_t v = (x % 8 < 4) ? static_cast<uint64_t>(c * 11 + y * 3)
                                    : static_cast<uint64_t>(c * 11 + x * 7 + y * 13 + 0x12345);
-    uint8_t *p = row.data() + static_cast<std::size_t>(x - ifd.window.left) * size;
-    if (g.type == ORX_C_FLOAT) {
-      float f = static_cast<float>(v) / 7.0f;
-      std::memcpy(p, &f, 4);
-    } else if (g.type == ORX_C_DOUBLE) {
-      double d = static_cast<double>(v) / 7.0;
-      std::memcpy(p, &d, 8);
-    } else {
-      const uint64_t mask = g.bits >= 32 ? 0xffffffffu : ((uint64_t{1} << g.bits) - 1);
-      const uint64_t s = v & mask;
-      if (size == 1) *p = static_cast<uint8_t>(s);
-      if (size == 2) { uint16_t w = static_cast<uint16_t>(s); std::memcpy(p, &w, 2); }
-      if (size == 4) { uint32_t w = static_cast<uint32_t>(s); std::memcpy(p, &w, 4); }
-    }
+    const double sample = g.type == ORX_C_FLOAT    ? static_cast<double>(static_cast<float>(v) / 7.0f)
+                          : g.type == ORX_C_DOUBLE ? static_cast<double>(v) / 7.0
+                                                   : static_cast<double>(v & mask);
+    put(g, row.data(), x - ifd.window.left, sample);
   }
   return row;
 }
@@ -170,16 +155,6 @@ inline void expect_pattern(ORX_OBJECT *object) {
       }
     }
   }
-}
-
-inline std::vector<uint8_t> load(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-inline void save_bytes(const std::string &path, const std::vector<uint8_t> &bytes) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
 inline uint32_t be32(const std::vector<uint8_t> &b, std::size_t at) {

@@ -30,17 +30,10 @@ std::vector<uint8_t> empty_file(const std::string &path, int frame) {
 TEST_F(RlaWriter, FrameNumbersAreClampedToSixteenBits) {
   TempDir dir;
   const std::string path = dir.file("f.rla");
-  std::vector<uint8_t> bytes = empty_file(path, 40000);
-  EXPECT_EQ(bytes[16], 0x7f);
-  EXPECT_EQ(bytes[17], 0xff);
-  bytes = empty_file(path, -1);
-  EXPECT_EQ(bytes[16], 0xff);
-  EXPECT_EQ(bytes[17], 0xff);
-  bytes = empty_file(path, -5);
-  EXPECT_EQ(bytes[16], 0);
-  EXPECT_EQ(bytes[17], 0);
-  bytes = empty_file(path, 321);
-  EXPECT_EQ(bytes[16] * 256 + bytes[17], 321);
+  for (const auto &[frame, stored] : {std::pair{40000, 0x7fff}, {-1, 0xffff}, {-5, 0}, {321, 321}}) {
+    const std::vector<uint8_t> bytes = empty_file(path, frame);
+    EXPECT_EQ(bytes[16] * 256 + bytes[17], stored) << frame;
+  }
 }
 
 TEST_F(RlaWriter, WritesExactPacketsPatchesTheTableAndStampsTheTime) {
@@ -258,20 +251,16 @@ TEST_F(RlaWriter, StandardOutputKeepsThePlaceholderTable) {
   EXPECT_EQ(be32(bytes, 744), 0u);
 }
 
-}  // namespace
-
-namespace {
-
 TEST_F(RlaWriter, StoresTheDescriptorsAspectRatioOrElseTheWindowShape) {
-  orx::test::TempDir dir;
+  TempDir dir;
   const std::string path = dir.file("ratio.rla");
-  ORX_OBJECT *object = orx::test::writer_object(path, {orx::test::ImageShape{}, {}});
+  ORX_OBJECT *object = writer_object(path, {ImageShape{}, {}});
   object->info.images[0].aspect_ratio = 1.5f;
   ASSERT_EQ(ORX_rla_w_open(object), 1);
-  orx::test::write_all_rows_and_close(object);
-  auto bytes = orx::test::load(path);
+  write_all_rows_and_close(object);
+  auto bytes = load(path);
   EXPECT_STREQ(reinterpret_cast<const char *>(&bytes[572]), "1.500");
-  uint32_t second = orx::test::be32(bytes, 736);
+  uint32_t second = be32(bytes, 736);
   ASSERT_LT(second + 580, bytes.size());
   EXPECT_STREQ(reinterpret_cast<const char *>(&bytes[second + 572]), "1.667");  // 10 x 6
 }
