@@ -241,10 +241,6 @@ void kit_plane_free(KitPlane *plane) {
 
 static unsigned char *line_block(const KitPlane *plane, int32_t r);
 
-void kit_plane_mark(KitPlane *plane, int32_t r) {
-  if (plane->stored != NULL) plane->stored[r] = 1;
-}
-
 void kit_plane_complete(KitPlane *plane) {
   const int32_t height = kit_plane_height(plane);
   for (int32_t r = 0; plane->stored != NULL && r < height; ++r)
@@ -481,19 +477,28 @@ static int interleave_same(KitPlane *plane, const KitLayout *from, void **rows, 
   return 1;
 }
 
-int kit_plane_store(KitPlane *plane, const ORX_IFD *host, int32_t line, void **rows,
-                    const char *who) {
+int kit_plane_take(KitPlane *plane, int32_t line, const char *who, int32_t *r) {
+  *r = -1;
   if (line < plane->window.bottom || line > plane->window.top) {
     kit_fail(ORX_E_BAD_SCANLINE, "%s: line %d lies outside the window %d..%d", who, (int)line,
              (int)plane->window.bottom, (int)plane->window.top);
     return ORX_E_BAD_SCANLINE;
   }
-  const int32_t r = plane->active.top - line;
-  if (r < 0 || r >= kit_plane_height(plane)) return 0;
+  const int32_t row = plane->active.top - line;
+  if (row < 0 || row >= kit_plane_height(plane)) return 0;
+  if (plane->stored != NULL) plane->stored[row] = 1;
+  *r = row;
+  return 0;
+}
+
+int kit_plane_store(KitPlane *plane, const ORX_IFD *host, int32_t line, void **rows,
+                    const char *who) {
+  int32_t r;
+  const int status = kit_plane_take(plane, line, who, &r);
+  if (status != 0 || r < 0) return status;
   const KitLayout from = kit_layout_of(host);
   const size_t left = (size_t)(plane->active.left - plane->window.left);
   const int32_t width = kit_plane_width(plane);
-  kit_plane_mark(plane, r);
   if (interleave_same(plane, &from, rows, left, r)) return 0;
   for (int32_t c = 0; c < plane->channels; ++c) {
     const int g = group_of(&plane->layout, c);
@@ -512,11 +517,12 @@ int kit_plane_store(KitPlane *plane, const ORX_IFD *host, int32_t line, void **r
   return 0;
 }
 
-void kit_row_floats(int32_t type, int32_t bits, const void *row, float *out, int32_t n) {
+void kit_row_floats(int32_t type, int32_t bits, const void *row, size_t first, float *out,
+                    int32_t n) {
   const uint8_t size = sample_size(type, bits);
-  const unsigned char *src = (const unsigned char *)row;
+  const unsigned char *src = (const unsigned char *)row + first * size;
   if (type == ORX_C_FLOAT) {
-    memcpy(out, row, (size_t)n * 4);
+    memcpy(out, src, (size_t)n * 4);
     return;
   }
   for (int32_t x = 0; x < n; ++x) out[x] = (float)get(type, bits, src + (size_t)x * size);

@@ -108,9 +108,6 @@ int kit_plane_init(KitPlane *plane, const KitLayout *layout, ORX_WINDOW window,
                    ORX_WINDOW active, int flags, const char *who, const char *path);
 void kit_plane_free(KitPlane *plane);
 
-/* Records that file row r of a writer's plane holds the host's samples
- * (kit_plane_store does; a writer that fills rows itself calls this). */
-void kit_plane_mark(KitPlane *plane, int32_t r);
 /* Clears every row of a writer's plane the host did not store. */
 void kit_plane_complete(KitPlane *plane);
 
@@ -148,15 +145,23 @@ void kit_plane_get(const KitPlane *plane, int32_t r, int32_t x, int32_t n, void 
 int kit_scan_decoded(KitPlane *plane, int *decoded, int (*decode)(void *), void *data,
                      int32_t line, void *out, const char *who, const char *path);
 
+/* The file row a host's line goes to, for a writer that fills rows itself:
+ * *r is the row (recorded as stored) or -1 for a line outside the active
+ * window, which is dropped.  -2 (reported) for a line outside the window,
+ * otherwise 0. */
+int kit_plane_take(KitPlane *plane, int32_t line, const char *who, int32_t *r);
+
 /* Copies the host's rows for line into the plane, converting from the host
  * descriptor's channel types and widths to the plane's.  -2 (reported) for a
  * line outside the window; lines outside the active window are dropped. */
 int kit_plane_store(KitPlane *plane, const ORX_IFD *host, int32_t line, void **rows,
                     const char *who);
 
-/* n samples of a host's channel row of the given type and width as floats:
- * integers scaled to 0..1, floating point as stored. */
-void kit_row_floats(int32_t type, int32_t bits, const void *row, float *out, int32_t n);
+/* n samples of a host's channel row of the given type and width, from
+ * sample first on, as floats: integers scaled to 0..1, floating point as
+ * stored. */
+void kit_row_floats(int32_t type, int32_t bits, const void *row, size_t first, float *out,
+                    int32_t n);
 
 /* The value of a setting the host passed for capability index, or fallback
  * when it passed none.  Settings pair with the capability table by

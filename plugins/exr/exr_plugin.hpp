@@ -4,6 +4,7 @@
 #define ORX_EXR_PLUGIN_HPP
 
 #include "orx/plugin.h"
+#include "plugin_kit.h"
 
 namespace exr_plugin {
 
@@ -36,6 +37,20 @@ constexpr Text kTexts[] = {
 // EXR rows run downwards and the library's lines upwards: the EXR row of
 // line L of a window, and the reverse.
 inline int exr_row(const ORX_WINDOW &w, int line) { return w.bottom + w.top - line; }
+
+// Frees the images of an object (each with a plane, in its private cell)
+// and the file they share.
+template <class Image, class File>
+void release(ORX_OBJECT *object, File *file) {
+  for (int32_t i = 0; object->private_cell != nullptr && i < object->info.image_count; ++i) {
+    auto *image = static_cast<Image *>(object->private_cell[i]);
+    if (image == nullptr) continue;
+    kit_plane_free(&image->plane);
+    delete image;
+    object->private_cell[i] = nullptr;
+  }
+  delete file;
+}
 
 int read_open(ORX_OBJECT *object);
 int write_open(ORX_OBJECT *object);

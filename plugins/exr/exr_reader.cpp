@@ -81,17 +81,7 @@ struct InImage {
   KitPlane plane{};
 };
 
-// Frees the images and the file.
-void release(ORX_OBJECT *object, InFile *file) {
-  for (int32_t i = 0; object->private_cell != nullptr && i < object->info.image_count; ++i) {
-    auto *image = static_cast<InImage *>(object->private_cell[i]);
-    if (image == nullptr) continue;
-    kit_plane_free(&image->plane);
-    delete image;
-    object->private_cell[i] = nullptr;
-  }
-  delete file;
-}
+void release(ORX_OBJECT *object, InFile *file) { exr_plugin::release<InImage>(object, file); }
 
 // A block of the library's memory, freed when it goes.
 struct Block {

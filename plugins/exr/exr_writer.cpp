@@ -42,16 +42,7 @@ struct OutImage {
   KitPlane plane{};
 };
 
-void release(ORX_OBJECT *object, OutFile *file) {
-  for (int32_t i = 0; object->private_cell != nullptr && i < object->info.image_count; ++i) {
-    auto *image = static_cast<OutImage *>(object->private_cell[i]);
-    if (image == nullptr) continue;
-    kit_plane_free(&image->plane);
-    delete image;
-    object->private_cell[i] = nullptr;
-  }
-  delete file;
-}
+void release(ORX_OBJECT *object, OutFile *file) { exr_plugin::release<OutImage>(object, file); }
 
 // The file channel names of a descriptor's channels: R, G, B or Y, then A,
 // then the auxiliary group's comma-separated names when there are as many
@@ -99,27 +90,20 @@ int scan_write(void *data, int32_t line, void *in) {
 int scan_write_half(void *data, int32_t line, void *in) {
   auto &image = *static_cast<OutImage *>(data);
   KitPlane &p = image.plane;
-  if (line < p.window.bottom || line > p.window.top) {
-    kit_fail(ORX_E_BAD_SCANLINE, "exr: line %d lies outside the window %d..%d", line,
-             p.window.bottom, p.window.top);
-    return ORX_E_BAD_SCANLINE;
-  }
-  const int32_t r = p.active.top - line;
-  if (r < 0 || r >= kit_plane_height(&p)) return 0;
-  kit_plane_mark(&p, r);
+  int32_t r;
+  const int status = kit_plane_take(&p, line, kWho, &r);
+  if (status != 0 || r < 0) return status;
   const int32_t width = kit_plane_width(&p);
   const std::size_t left = static_cast<std::size_t>(p.active.left - p.window.left);
   const ORX_CHANNELS *groups[3] = {&image.ifd->image, &image.ifd->matte, &image.ifd->aux};
   void **rows = static_cast<void **>(in);
   int32_t c = 0;
   for (const ORX_CHANNELS *g : groups) {
-    const bool floats = g->type == ORX_C_FLOAT;
-    const std::size_t size = floats ? 4 : g->type == ORX_C_DOUBLE ? 8 : g->bits <= 8 ? 1
-                                          : g->bits <= 16 ? 2 : 4;
     for (int32_t k = 0; k < g->count; ++k, ++c) {
-      const unsigned char *src = static_cast<const unsigned char *>(rows[c]) + left * size;
-      if (!floats) {
-        kit_row_floats(g->type, g->bits, src, image.line.data(), width);
+      // Float rows convert in place; others become floats first.
+      const unsigned char *src = static_cast<const unsigned char *>(rows[c]) + left * 4;
+      if (g->type != ORX_C_FLOAT) {
+        kit_row_floats(g->type, g->bits, rows[c], left, image.line.data(), width);
         src = reinterpret_cast<const unsigned char *>(image.line.data());
       }
       unsigned char *dst = kit_plane_at(&p, r, c);

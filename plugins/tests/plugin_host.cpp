@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "support/images.hpp"
+
 namespace orx::test {
 namespace {
 
@@ -132,7 +134,7 @@ int write_pattern(ORX_INFO *request, const Layout &l, bool smooth, int step) {
   // The rows are the test's own, so that failure injection meets only the
   // library's open, scan and close and the plug-in.
   const int width = request->images[0].window.right + 1;
-  const std::size_t sample = l.type == ORX_C_FLOAT ? 4 : l.bits <= 8 ? 1 : l.bits <= 16 ? 2 : 4;
+  const std::size_t sample = sample_bytes(l.type, l.bits);
   std::vector<std::vector<unsigned char>> channel_rows(
       static_cast<std::size_t>(channel_count(l)),
       std::vector<unsigned char>(static_cast<std::size_t>(width) * sample));
@@ -157,13 +159,7 @@ double read_difference(const std::string &path, const Layout &l, bool smooth,
                        ORX_IFD *read_back) {
   // Nothing allocated here, so that failure injection meets only the
   // library and the plug-in.
-  ORX_INFO request;
-  ORX_info_init(&request);
-  std::string handle = path;
-  request.handle = handle.data();
-  request.full_path = 1;
-  ORX_OBJECT *object = ORX_open(&request, "r");
-  ORX_info_cleanup(&request, 0);
+  ORX_OBJECT *object = open_image(path, nullptr);
   if (object == nullptr) return -1.0;
   const ORX_IFD ifd = object->info.images[0];
   if (read_back != nullptr) *read_back = ifd;

@@ -14,6 +14,7 @@
 
 #include "orx/capability.h"
 #include "orx/limits.h"
+#include "support/images.hpp"
 #include "plugin_host.hpp"
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
@@ -93,14 +94,7 @@ class PluginTest : public CleanErrors {
   // Opening path for reading fails at once with ORX_E_NOT_OUR_FILE and a
   // report saying says.
   void expect_refused(const std::string &path, const char *says, const char *type = nullptr) {
-    ORX_INFO read;
-    ORX_info_init(&read);
-    std::string handle = path, key = type != nullptr ? type : "";
-    read.handle = handle.data();
-    read.type = type != nullptr ? key.data() : nullptr;
-    read.full_path = 1;
-    EXPECT_EQ(ORX_open(&read, "r"), nullptr) << says;
-    ORX_info_cleanup(&read, 0);
+    EXPECT_EQ(open_image(path, type), nullptr) << says;
     EXPECT_EQ(orx__err, ORX_E_NOT_OUR_FILE) << says;
     EXPECT_NE(last_report().find(says), std::string::npos) << last_report();
   }
@@ -173,12 +167,7 @@ TEST_F(PluginTest, MetadataGammaChromaticitiesAndTextsComeBack) {
     ASSERT_EQ(write_pattern(request, l, false), 0);
     ORX_info_free(request, 1);
 
-    ORX_INFO in;
-    ORX_info_init(&in);
-    in.handle = STR_save(path.c_str());
-    in.full_path = 1;
-    ORX_OBJECT *object = ORX_open(&in, "r");
-    ORX_info_cleanup(&in, 1);
+    ORX_OBJECT *object = open_image(path, nullptr);
     ASSERT_NE(object, nullptr) << ext;
     const ORX_INFO &info = object->info;
     EXPECT_STREQ(info.name, "shot 12") << ext;
@@ -342,12 +331,7 @@ TEST_F(PluginTest, LinesNeverWrittenAreZero) {
     ORX_INFO *request = new_request(path, l, 9, 7);
     ASSERT_EQ(write_pattern(request, l, false, 2), 0) << ext;
     ORX_info_free(request, 1);
-    ORX_INFO in;
-    ORX_info_init(&in);
-    in.handle = STR_save(path.c_str());
-    in.full_path = 1;
-    ORX_OBJECT *object = ORX_open(&in, "r");
-    ORX_info_cleanup(&in, 1);
+    ORX_OBJECT *object = open_image(path, nullptr);
     ASSERT_NE(object, nullptr) << ext;
     const ORX_IFD &ifd = object->info.images[0];
     for (int y = 1; y <= ifd.window.top; y += 2) {
@@ -392,14 +376,7 @@ TEST_F(PluginTest, FuzzRegressionsReadCleanly) {
     const std::string key = dir.path().filename().string();
     if (!has(key.c_str())) continue;
     for (const auto &file : fs::directory_iterator(dir.path())) {
-      ORX_INFO request;
-      ORX_info_init(&request);
-      std::string handle = file.path().string();
-      request.handle = handle.data();
-      request.type = const_cast<char *>(key.c_str());
-      request.full_path = 1;
-      ORX_OBJECT *object = ORX_open(&request, "r");
-      ORX_info_cleanup(&request, 0);
+      ORX_OBJECT *object = open_image(file.path().string(), key.c_str());
       if (object == nullptr) continue;
       void **rows = nullptr;
       const ORX_IFD &ifd = object->info.images[0];
