@@ -9,6 +9,7 @@
 #include "orx/registry.h"
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
+#include "support/line_writer.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/lsan_interface.h>
@@ -44,13 +45,8 @@ void write_field(const std::string &path, int field, int32_t code = 1,
   if (edit) edit(info);
   ORX_OBJECT *object = ORX_open(&info, "w");
   ASSERT_NE(object, nullptr);
-  uint8_t row[9];
-  void *rows[4] = {row, row, row, nullptr};  // enough for the edited shapes
-  for (int32_t y = 0; y < 3; ++y) {
-    for (int32_t x = 0; x < 8; ++x) row[x] = value(field, x, y);
-    ASSERT_EQ(ORX_scan_write(object, y, rows), 0);
-  }
-  ASSERT_EQ(ORX_close(object), 0);
+  ASSERT_EQ(orx::test::write_lines(object, [&](int, int32_t x, int32_t y) { return value(field, x, y); }),
+            0);
 }
 
 TEST_F(FieldMerge, EitherFieldGivesTheInterlacedFrame) {

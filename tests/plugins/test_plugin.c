@@ -111,21 +111,15 @@ static int set_frame(void *data, int32_t frame) {
 static int answer(void *data, int base, intptr_t a1, intptr_t a2, intptr_t a3) {
   return is_lines(data) ? base + (int)(a1 + 10 * a2 + 100 * a3) : -99;
 }
-static int bind(void *d, intptr_t a1, intptr_t a2, intptr_t a3) {
-  return answer(d, 1000, a1, a2, a3);
-}
-static int go_to(void *d, intptr_t a1, intptr_t a2, intptr_t a3) {
-  return answer(d, 2000, a1, a2, a3);
-}
-static int play(void *d, intptr_t a1, intptr_t a2, intptr_t a3) {
-  return answer(d, 3000, a1, a2, a3);
-}
-static int params(void *d, intptr_t a1, intptr_t a2, intptr_t a3) {
-  return answer(d, 4000, a1, a2, a3);
-}
-static int stop(void *d, intptr_t a1, intptr_t a2, intptr_t a3) {
-  return answer(d, 5000, a1, a2, a3);
-}
+#define PLAYBACK_SLOT(name, base)                                  \
+  static int name(void *d, intptr_t a1, intptr_t a2, intptr_t a3) { \
+    return answer(d, base, a1, a2, a3);                             \
+  }
+PLAYBACK_SLOT(bind, 1000)
+PLAYBACK_SLOT(go_to, 2000)
+PLAYBACK_SLOT(play, 3000)
+PLAYBACK_SLOT(params, 4000)
+PLAYBACK_SLOT(stop, 5000)
 
 static void add_playback(ORX_OBJECT *object) {
   const char *handle = object->info.handle;

@@ -9,6 +9,7 @@
 #include "orx/str.h"
 #include "registry/registry_fixture.hpp"
 #include "support/error_capture.hpp"
+#include "support/line_writer.hpp"
 
 namespace {
 
@@ -34,16 +35,6 @@ struct Request {
   Request &operator=(const Request &) = delete;
 };
 
-// Channel rows of the test's own (not the library's) memory.
-struct Rows {
-  std::vector<std::vector<uint8_t>> rows;
-  std::vector<void *> pointers;
-  Rows() : rows(4, std::vector<uint8_t>(kWidth)) {
-    for (auto &row : rows) pointers.push_back(row.data());
-    pointers.push_back(nullptr);
-  }
-};
-
 // The first failing status of a run of calls.
 struct FirstFailure {
   int status = 0;
@@ -53,20 +44,11 @@ struct FirstFailure {
   }
 };
 
+// Writes the pattern through rows of the test's own (not the library's) memory.
 int write_all(ORX_INFO &info) {
   ORX_OBJECT *object = ORX_open(&info, "w");
   if (object == nullptr) return orx__err;
-  Rows rows;
-  FirstFailure first;
-  for (int32_t y = 0; y < kHeight; ++y) {
-    for (int c = 0; c < 4; ++c)
-      for (int32_t x = 0; x < kWidth; ++x)
-        rows.rows[static_cast<std::size_t>(c)][static_cast<std::size_t>(x)] =
-            static_cast<uint8_t>(pattern(x, y, c));
-    first(ORX_scan_write(object, y, rows.pointers.data()));
-  }
-  first(ORX_close(object));
-  return first.status;
+  return write_lines(object, [](int c, int32_t x, int32_t y) { return uint8_t(pattern(x, y, c)); });
 }
 
 // How read_all goes through an image: a stream reads its lines once, upwards.

@@ -8,6 +8,7 @@
 #include "orx/imp.h"
 #include "registry/registry_fixture.hpp"
 #include "support/error_capture.hpp"
+#include "support/line_writer.hpp"
 #include "texture/process.hpp"
 
 namespace {
@@ -161,14 +162,8 @@ TEST_F(ImageProcess, SwatchesArePointSamplesWhetherReadOrWritten) {
     info.handle = nullptr;
     ORX_info_cleanup(&info, 1);
     ASSERT_NE(object, nullptr);
-    rows = orx__chan_alloc(&object->info.images[0], w, "test");
-    for (int32_t y = 0; y < h; ++y) {
-      for (int c = 0; c < 4; ++c)
-        for (int32_t x = 0; x < w; ++x) static_cast<uint8_t *>(rows[c])[x] = uint8_t(pattern(x, y, c));
-      ASSERT_EQ(ORX_scan_write(object, y, rows), 0);
-    }
-    ORX_chan_free(rows);
-    ASSERT_EQ(ORX_close(object), 0);
+    ASSERT_EQ(write_lines(object, [](int c, int32_t x, int32_t y) { return uint8_t(pattern(x, y, c)); }),
+              0);
     object = open_image(stored, nullptr);
     ASSERT_NE(object, nullptr);
     ASSERT_EQ(object->info.image_count, 2);

@@ -5,6 +5,7 @@
 
 #include "registry/registry_fixture.hpp"
 #include "support/error_capture.hpp"
+#include "support/line_writer.hpp"
 
 namespace {
 
@@ -33,18 +34,13 @@ std::vector<int32_t> shuffled_lines(unsigned seed) {
   return lines;
 }
 
+// Writes the pattern plus offset, its lines in a shuffled order.
 void write_mem(const char *handle, int offset) {
   ORX_OBJECT *object = open_mem(handle, "w");
   ASSERT_NE(object, nullptr);
-  void **rows = orx__chan_alloc(&object->info.images[0], kWidth, "test");
-  for (int32_t y : shuffled_lines(1)) {
-    for (int c = 0; c < 4; ++c)
-      for (int x = 0; x < kWidth; ++x)
-        static_cast<uint16_t *>(rows[c])[x] = static_cast<uint16_t>(pattern(x, y, c) + offset);
-    ASSERT_EQ(ORX_scan_write(object, y, rows), 0);
-  }
-  ORX_chan_free(rows);
-  EXPECT_EQ(ORX_close(object), 0);
+  EXPECT_EQ(write_lines(object, [&](int c, int32_t x, int32_t y) { return pattern(x, y, c) + offset; },
+                        shuffled_lines(1)),
+            0);
 }
 
 void expect_lines(ORX_OBJECT *object, int offset, unsigned seed) {

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <functional>
 #include <random>
 #include <string>
@@ -15,6 +14,7 @@
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
 #include "support/images.hpp"
+#include "support/line_writer.hpp"
 #include "texture/process.hpp"
 
 namespace {
@@ -58,27 +58,10 @@ int make_texture(const std::string &path, int32_t w, int32_t h, int channels, in
   IMP_REQUEST req{"mipmap", 0, texture, 0, 0};
   ORX_OBJECT *object = IMP_open(&info, &req, "w");
   if (object == nullptr) return orx__err;
-  const std::size_t bytes = type == ORX_C_FLOAT ? 4 : 1;
-  std::vector<std::vector<uint8_t>> data(static_cast<std::size_t>(channels),
-                                         std::vector<uint8_t>(bytes * static_cast<std::size_t>(w)));
-  std::vector<void *> rows;
-  for (auto &d : data) rows.push_back(d.data());
-  rows.push_back(nullptr);
-  int status = 0;
-  for (int32_t y = 0; y < h && status == 0; ++y) {
-    for (int c = 0; c < channels; ++c)
-      for (int32_t x = 0; x < w; ++x) {
-        const float v = pixel(x, y, c);
-        if (type == ORX_C_FLOAT)
-          std::memcpy(data[static_cast<std::size_t>(c)].data() + 4 * x, &v, 4);
-        else
-          data[static_cast<std::size_t>(c)][static_cast<std::size_t>(x)] =
-              static_cast<uint8_t>(std::lround(v * 255));
-      }
-    status = ORX_scan_write(object, y, rows.data());
-  }
-  const int closed = ORX_close(object);
-  return status != 0 ? status : closed;
+  return orx::test::write_lines(object, [&](int c, int32_t x, int32_t y) {
+    const float v = pixel(x, y, c);
+    return type == ORX_C_FLOAT ? double{v} : double(std::lround(v * 255));
+  });
 }
 
 TEST_F(Mipmap, LevelsAreBoxReductionsAndConstantsStayConstant) {
