@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "orx/region.h"
-#include "orx/str.h"
 #include "registry/registry_fixture.hpp"
 #include "support/error_capture.hpp"
 #include "support/line_writer.hpp"
@@ -19,21 +18,7 @@ using FailureSweep = RegistryTest;
 constexpr int32_t kWidth = 6;
 constexpr int32_t kHeight = 5;
 
-// A write request for a two-image file, made before the sweep so that only
-// the library's allocations fail.
-struct Request {
-  ORX_INFO info;
-  Request(const char *type, const std::string &handle) {
-    ORX_info_init(&info);
-    info.type = type != nullptr ? STR_save(type) : nullptr;
-    info.handle = STR_save(handle.c_str());
-    info.full_path = 1;
-    describe(&info, kWidth, kHeight, ORX_C_INTEGER, 8);
-  }
-  ~Request() { ORX_info_cleanup(&info, 1); }
-  Request(const Request &) = delete;
-  Request &operator=(const Request &) = delete;
-};
+ORX_IFD image() { return rgba(kWidth, kHeight, ORX_C_INTEGER, 8); }
 
 // The first failing status of a run of calls.
 struct FirstFailure {
@@ -83,7 +68,7 @@ TEST_F(FailureSweep, RlaWrittenAndReadThroughOpenScanSeekRegionAndClose) {
   ASSERT_EQ(ORX_init(nullptr, nullptr), 0);
   TempDir dir;
   const std::string path = dir.file("sweep.rla");
-  Request request(nullptr, path);
+  Request request(nullptr, path, image());
   const auto no_file = [&] { return !std::filesystem::exists(path); };
   EXPECT_GT(for_each_reported_allocation_failure([&] { return write_all(request.info); }, no_file),
             3);
@@ -95,12 +80,12 @@ TEST_F(FailureSweep, PipeAndMemFormats) {
   ASSERT_EQ(ORX_init(nullptr, nullptr), 0);
   TempDir dir;
   const std::string path = dir.file("sweep.pipe");
-  Request pipe("pipe", path);
+  Request pipe("pipe", path, image());
   const auto no_file = [&] { return !std::filesystem::exists(path); };
   for_each_reported_allocation_failure([&] { return write_all(pipe.info); }, no_file);
   for_each_reported_allocation_failure([&] { return read_all("pipe", path, Access::kStream); });
 
-  Request mem("mem", "sweep");
+  Request mem("mem", "sweep", image());
   for_each_reported_allocation_failure([&] { return write_all(mem.info); });
   for_each_reported_allocation_failure([&] { return read_all("mem", "sweep", Access::kRandom); });
 }
@@ -109,7 +94,7 @@ TEST_F(FailureSweep, FileTypeAndOpenStartingTheRegistry) {
   TempDir dir;
   const std::string path = dir.file("type.rla");
   {
-    Request request("rla", path);
+    Request request("rla", path, image());
     ASSERT_EQ(write_all(request.info), 0);
   }
   // The registry comes up lazily inside the call, so its allocations fail too.

@@ -27,13 +27,10 @@ class ImageProcess : public RegistryTest {
   }
 };
 
-ORX_OBJECT *open_process(const std::string &path, const char *key, uint32_t size,
-                         const char *access, ORX_INFO *info) {
-  ORX_info_init(info);
-  info->handle = const_cast<char *>(path.c_str());
-  info->full_path = 1;
-  IMP_REQUEST request{key, size, 0, 0, 0};
-  return IMP_open(info, &request, access);
+// Opens the request through the swatch process of the given size.
+ORX_OBJECT *open_swatch(Request &r, uint32_t size, const char *access) {
+  IMP_REQUEST request{"swatch", size, 0, 0, 0};
+  return IMP_open(&r.info, &request, access);
 }
 
 // trunc of 0, step, 2 step, ... with the step added in double and the sum
@@ -96,8 +93,8 @@ TEST_F(ImageProcess, SwatchSizesFitsAndRefusals) {
   for (const Case &c : cases) {
     const std::string path = dir.file("i.rla");
     write_pattern(nullptr, path, c.w, c.h, 1);
-    ORX_INFO info;
-    ORX_OBJECT *object = open_process(path, "swatch", c.s, "r", &info);
+    Request r(nullptr, path);
+    ORX_OBJECT *object = open_swatch(r, c.s, "r");
     if (c.images == 0) {
       EXPECT_EQ(object, nullptr);
       EXPECT_EQ(orx__err, ORX_E_DIMENSIONS);
@@ -128,8 +125,8 @@ TEST_F(ImageProcess, SwatchesArePointSamplesWhetherReadOrWritten) {
     const uint32_t s = 8 + rng() % 32;
     const std::string plain = dir.file("plain.rla");
     write_pattern(nullptr, plain, w, h);
-    ORX_INFO info;
-    ORX_OBJECT *object = open_process(plain, "swatch", s, "r", &info);
+    Request r(nullptr, plain);
+    ORX_OBJECT *object = open_swatch(r, s, "r");
     ASSERT_NE(object, nullptr);
     const ORX_IFD sw = object->info.images[1];
     const int32_t sw_w = sw.window.right + 1, sw_h = sw.window.top + 1;
@@ -153,14 +150,8 @@ TEST_F(ImageProcess, SwatchesArePointSamplesWhetherReadOrWritten) {
 
     // The same image written through the process, then read plainly.
     const std::string stored = dir.file("stored.rla");
-    ORX_info_init(&info);
-    info.handle = const_cast<char *>(stored.c_str());
-    info.full_path = 1;
-    describe(&info, w, h, ORX_C_INTEGER, 8);
-    IMP_REQUEST request{"swatch", s, 0, 0, 0};
-    object = IMP_open(&info, &request, "w");
-    info.handle = nullptr;
-    ORX_info_cleanup(&info, 1);
+    Request target(nullptr, stored, rgba(w, h, ORX_C_INTEGER, 8));
+    object = open_swatch(target, s, "w");
     ASSERT_NE(object, nullptr);
     ASSERT_EQ(write_lines(object, [](int c, int32_t x, int32_t y) { return uint8_t(pattern(x, y, c)); }),
               0);
@@ -183,15 +174,8 @@ TEST_F(ImageProcess, AFormatOfOneImageIsWrittenWithoutASwatchAndWithoutAMessage)
   PluginSet set({"plugin_single"});
   ASSERT_EQ(set.init(), 0);
   ErrorCapture errors;
-  ORX_INFO info;
-  ORX_info_init(&info);
-  info.type = const_cast<char *>("tsingle");
-  info.handle = const_cast<char *>("x.tsg");
-  describe(&info, 200, 100, ORX_C_INTEGER, 8);
-  IMP_REQUEST request{"swatch", 32, 0, 0, 0};
-  ORX_OBJECT *object = IMP_open(&info, &request, "w");
-  info.type = info.handle = nullptr;
-  ORX_info_cleanup(&info, 1);
+  Request r("tsingle", "x.tsg", rgba(200, 100, ORX_C_INTEGER, 8));
+  ORX_OBJECT *object = open_swatch(r, 32, "w");
   ASSERT_NE(object, nullptr);
   EXPECT_EQ(object->info.image_count, 1);
   EXPECT_EQ(errors.size(), 0u);
@@ -203,21 +187,13 @@ TEST_F(ImageProcess, OutOfMemoryInTheSwatchIsReportedAndLeavesNothing) {
   const std::string path = dir.file("i.rla");
   write_pattern(nullptr, path, 100, 50);
   IMP_info();  // the library and the frame are up: the sweep covers the process
-  const std::string out = dir.file("o.rla");
-  for (const char *access : {"r", "w"}) {
-    ORX_INFO info;  // made outside the sweep, which fails the library's allocations only
-    ORX_info_init(&info);
-    info.handle = const_cast<char *>(access[0] == 'r' ? path.c_str() : out.c_str());
-    info.full_path = 1;
-    if (access[0] == 'w') describe(&info, 100, 50, ORX_C_INTEGER, 8);
+  Request read(nullptr, path), write(nullptr, dir.file("o.rla"), rgba(100, 50, ORX_C_INTEGER, 8));
+  for (const auto &[r, access] : {std::pair{&read, "r"}, {&write, "w"}}) {
     for_each_reported_allocation_failure([&] {
-      IMP_REQUEST request{"swatch", 16, 0, 0, 0};
-      ORX_OBJECT *object = IMP_open(&info, &request, access);
+      ORX_OBJECT *object = open_swatch(*r, 16, access);
       if (object == nullptr) return orx__err;
       return ORX_close(object) == 0 ? 0 : orx__err;
     });
-    info.handle = nullptr;
-    ORX_info_cleanup(&info, 1);
   }
 }
 

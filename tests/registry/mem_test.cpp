@@ -15,16 +15,10 @@ using MemFormat = RegistryTest;
 constexpr int32_t kWidth = 5;
 constexpr int32_t kHeight = 7;
 
-ORX_OBJECT *open_mem(const char *handle, const char *mode, int32_t bits = 16) {
-  ORX_INFO info;
-  ORX_info_init(&info);
-  info.handle = const_cast<char *>(handle);
-  info.desc = const_cast<char *>("plate");
-  if (*mode == 'w') describe(&info, kWidth, kHeight, ORX_C_INTEGER, bits);
-  ORX_OBJECT *object = ORX_open(&info, mode);
-  info.handle = info.desc = nullptr;
-  ORX_info_cleanup(&info, 1);
-  return object;
+ORX_OBJECT *open_mem(const char *handle, const char *mode) {
+  Request r(nullptr, handle, rgba(kWidth, kHeight, ORX_C_INTEGER, 16));
+  r.info.desc = STR_save("plate");
+  return ORX_open(&r.info, mode);
 }
 
 std::vector<int32_t> shuffled_lines(unsigned seed) {

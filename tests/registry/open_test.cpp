@@ -88,12 +88,9 @@ TEST_F(Open, TheFormatComesFromTheTypeThenTheExtensionThenRla) {
 TEST_F(Open, WrittenImagesGetMachineUserDateAndJobDefaults) {
   ASSERT_EQ(ORX_init(nullptr, nullptr), 0);
   ScopedEnv job("KV_JOB_NUM", "42");
-  ORX_INFO info;
-  ORX_info_init(&info);
-  info.type = const_cast<char *>("mem");
-  info.handle = const_cast<char *>("stamped");
+  Request r("mem", "stamped", rgba(2, 2, ORX_C_INTEGER, 8));
+  ORX_INFO &info = r.info;
   info.job = 0;
-  describe(&info, 2, 2, ORX_C_INTEGER, 8);
   ORX_OBJECT *object = ORX_open(&info, "w");
   ASSERT_NE(object, nullptr);
   EXPECT_EQ(object->info.job, 42);
@@ -110,7 +107,7 @@ TEST_F(Open, WrittenImagesGetMachineUserDateAndJobDefaults) {
   ORX_close(object);
 
   info.job = -1;  // the default never consults the variable
-  info.machine = const_cast<char *>("render7");
+  info.machine = STR_save("render7");
   const uint64_t reserved[3] = {7, 8, 9};
   for (int i = 0; i < 3; ++i) info.reserved[i] = reserved[i];
   object = ORX_open(&info, "w");
@@ -119,8 +116,6 @@ TEST_F(Open, WrittenImagesGetMachineUserDateAndJobDefaults) {
   EXPECT_STREQ(object->info.machine, "render7");
   for (int i = 0; i < 3; ++i) EXPECT_EQ(object->info.reserved[i], reserved[i]);  // whole request
   ORX_close(object);
-  info.type = info.handle = info.machine = nullptr;
-  ORX_info_cleanup(&info, 1);
 }
 
 TEST_F(Open, SeekingReadsForwardAndReopensToGoBack) {
@@ -155,14 +150,10 @@ TEST_F(Open, SeekingReadsForwardAndReopensToGoBack) {
 TEST_F(Open, OutOfMemoryFailsTheOpenWithoutLeaks) {
   write_pattern("mem", "source");
   ErrorCapture errors;
-  ORX_INFO info;
-  ORX_info_init(&info);
-  info.type = const_cast<char *>("mem");
-  describe(&info, 3, 3, ORX_C_FLOAT, 32);
-  for (const char *mode : {"w", "r"}) {
-    info.handle = const_cast<char *>(*mode == 'w' ? "target" : "source");
+  Request target("mem", "target", rgba(3, 3, ORX_C_FLOAT, 32)), source("mem", "source");
+  for (const auto &[r, mode] : {std::pair{&target, "w"}, {&source, "r"}}) {
     for_each_allocation_failure([&] {
-      ORX_OBJECT *object = ORX_open(&info, mode);
+      ORX_OBJECT *object = ORX_open(&r->info, mode);
       if (object == nullptr) {
         EXPECT_EQ(orx__err, ORX_E_NO_MEMORY);
         return false;
@@ -170,8 +161,6 @@ TEST_F(Open, OutOfMemoryFailsTheOpenWithoutLeaks) {
       return ORX_close(object) == 0;
     });
   }
-  info.type = info.handle = nullptr;
-  ORX_info_cleanup(&info, 1);
 }
 
 }  // namespace

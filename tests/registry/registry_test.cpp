@@ -31,8 +31,6 @@ TEST_F(RegistryTest, WithoutPluginsOnlyTheBuiltInFormatsAreRegistered) {
   EXPECT_STREQ(pipe->name_syntax, "Name.####.Ext");
   const ORX_FORMAT *rla = ORX_find("rla");
   ASSERT_NE(rla, nullptr);
-  EXPECT_STREQ(rla->extension, ".rla");
-  EXPECT_STREQ(rla->format_string, "%s.%04.4d%s");
   EXPECT_EQ(rla->z_channels, 1);
   EXPECT_EQ(rla->orientation, 1);
   EXPECT_EQ(rla->active_window, 1);
