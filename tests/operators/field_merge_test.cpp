@@ -74,11 +74,10 @@ TEST_F(FieldMerge, EitherFieldGivesTheInterlacedFrame) {
 }
 
 TEST_F(FieldMerge, NothingToMergeLeavesTheHandle) {
-  write_field(dir_.file("frame.0001.rla"), 0, 0);  // not a field file
-  write_field(dir_.file("take.rla"), 0);           // no frame number
-  write_field(dir_.file("take.x7.rla"), 0);        // letters after the dot
-  write_field(dir_.file("lone.0003.rla"), 0);      // no partner
-  for (const char *name : {"frame.0001.rla", "take.rla", "take.x7.rla", "lone.0003.rla"}) {
+  // Not a field file, no frame number, letters after the dot, no partner.
+  for (const auto &[name, code] :
+       {std::pair{"frame.0001.rla", 0}, {"take.rla", 1}, {"take.x7.rla", 1}, {"lone.0003.rla", 1}}) {
+    write_field(dir_.file(name), 0, code);
     ORX_OBJECT *handle = orx::test::open_image(dir_.file(name));
     ASSERT_NE(handle, nullptr);
     EXPECT_EQ(ORX__field_merge(handle), handle) << name;

@@ -154,26 +154,19 @@ TEST_F(Resample, ReadingFollowsTheFormulasAndWritingStoresWhatReadingGives) {
   }
 }
 
-TEST_F(Resample, IdentityNegativeLobesAndRefusals) {
+TEST_F(Resample, NegativeLobesAndRefusals) {
   Groups g;
   g.image = {nullptr, 1, ORX_C_FLOAT, 32, 0};
   g.window = g.active = {0, 11, 0, 5};
   const std::string path = dir_.file("e.rla");
   write_image(path, g, [](int, int32_t x, int32_t) { return x < 6 ? 0.0 : 1.0; });
-  // The unit kernel at equal sizes reproduces the image.
-  const ORX_FILTER identity{0, 0, 1, 1, unit, unit};
-  ORX_OBJECT *h = open_image(path);
-  orx__resample_operator(h, &identity, 0, 11, 0, 5);
-  const Plane same = read_all(h);
-  for (int x = 0; x < 12; ++x) EXPECT_EQ(same[2][std::size_t(x)], x < 6 ? 0.0 : 1.0);
-  ORX_close(h);
   // Lanczos across an edge with vertical weights summing to exactly 1: the
   // negative lobe stays; with a vertical sum that is not 1 it is cut to 0.
   const ORX_FILTER *lanczos = ORX_filter_find("lanczos3");
   for (const bool exact : {true, false}) {
     ORX_FILTER f = *lanczos;
     if (exact) f.y_kernel = unit, f.y_width = 1;
-    h = open_image(path);
+    ORX_OBJECT *h = open_image(path);
     orx__resample_operator(h, &f, 0, 7, 0, exact ? 5 : 3);
     double lowest = 1;
     for (const auto &row : read_all(h))
@@ -182,7 +175,8 @@ TEST_F(Resample, IdentityNegativeLobesAndRefusals) {
     ORX_close(h);
   }
   // Refusals leave the handle as it was, the cast taken off again.
-  h = open_image(path);
+  const ORX_FILTER identity{0, 0, 1, 1, unit, unit};
+  ORX_OBJECT *h = open_image(path);
   const ORX_SCAN_FN plain = h->scan;
   orx__resample_operator(h, &identity, 0, -1, 0, 5);
   EXPECT_EQ(orx__err, ORX_E_DIMENSIONS);

@@ -11,13 +11,6 @@ namespace {
 using namespace orx::test;
 using Capabilities = RegistryTest;
 
-ORX_CAP_SETTING integer(int32_t v) {
-  ORX_CAP_SETTING s{};
-  s.code = ORX_CAP_INTEGER;
-  s.value.i = v;
-  return s;
-}
-
 ORX_CAP_SETTING real(float v) {
   ORX_CAP_SETTING s{};
   s.code = ORX_CAP_FLOAT;
@@ -38,7 +31,7 @@ ORX_CAP_ENTRY *table_of(const PluginSet &set, std::size_t i) {
 
 TEST_F(Capabilities, ComparisonMatchesInOrderByCodeAndValue) {
   ErrorCapture errors;
-  ORX_CAP_SETTING i5 = integer(5), i7 = integer(7), f5 = real(5.0f);
+  ORX_CAP_SETTING i5{ORX_CAP_INTEGER, {5}}, i7{ORX_CAP_INTEGER, {7}}, f5 = real(5.0f);
   ORX_CAP_SETTING nan = real(std::numeric_limits<float>::quiet_NaN());
   ORX_CAP_SETTING *a[] = {&i5, nullptr};
   ORX_CAP_SETTING *b[] = {&f5, &i5, nullptr};
@@ -83,7 +76,7 @@ TEST_F(Capabilities, SettingsAreAllocatedUnsetAndCopiedDeeply) {
     EXPECT_EQ(block[i].code, ORX_CAP_UNSET);
     EXPECT_EQ(block[i].value.i, 0);
   }
-  block[0] = integer(4);
+  block[0] = {ORX_CAP_INTEGER, {4}};
   block[1] = real(0.5f);
   ORX_CAP_SETTING *source[] = {&block[0], &block[1], &block[2], nullptr};
   ORX_CAP_SETTING **copy = ORX_cap_setting_copy(source);
