@@ -191,29 +191,24 @@ TEST_F(MultiFrame, PlaybackOnAnRlaImageIsRefusedWithEachCallsMessage) {
   ASSERT_NE(object, nullptr);
   ErrorCapture errors;
   const std::string unsupported =
-      "(it is not a multiframe file, or this function is unsupported for this file type)";
-  const std::string file = path + ": cannot ";
+      " (it is not a multiframe file, or this function is unsupported for this file type)";
   struct Case {
     int result;
-    std::string text;
+    const char *what;
   } cases[] = {
-      {ORX_get_frame(object), file + "set the current frame for this rla file; " + unsupported},
-      {ORX_set_frame(object, 2), file + "set the current frame for this rla file; " + unsupported},
-      {ORX_playback_bind(object, 0, 0, 0),
-       file + "bind the playback window for this rla file; " + unsupported},
-      {ORX_playback_goto(object, 0, 0, 0),
-       file + "set the playback frame for this rla file " + unsupported},
-      {ORX_playback_params(object, 0, 0, 0),
-       file + "set the playback parameters for this rla file; " + unsupported},
-      {ORX_playback_play(object, 0, 0, 0),
-       file + "start playback for this rla file; " + unsupported},
-      {ORX_playback_stop(object), file + "stop playback for this rla file; " + unsupported},
+      {ORX_get_frame(object), "set the current frame for this rla file;"},
+      {ORX_set_frame(object, 2), "set the current frame for this rla file;"},
+      {ORX_playback_bind(object, 0, 0, 0), "bind the playback window for this rla file;"},
+      {ORX_playback_goto(object, 0, 0, 0), "set the playback frame for this rla file"},  // no ';'
+      {ORX_playback_params(object, 0, 0, 0), "set the playback parameters for this rla file;"},
+      {ORX_playback_play(object, 0, 0, 0), "start playback for this rla file;"},
+      {ORX_playback_stop(object), "stop playback for this rla file;"},
   };
   ASSERT_EQ(errors.size(), 7u);
   for (std::size_t i = 0; i < 7; ++i) {
     EXPECT_EQ(cases[i].result, ORX_E_UNSUPPORTED);
     EXPECT_EQ(errors.reports()[i].severity, 2);
-    EXPECT_EQ(errors.reports()[i].message, cases[i].text);
+    EXPECT_EQ(errors.reports()[i].message, path + ": cannot " + cases[i].what + unsupported);
   }
   EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED);
   EXPECT_EQ(ORX_close(object), 0);
