@@ -18,11 +18,6 @@ using namespace orx::test;
 
 enum class Kind { kInt8, kInt16, kFloat, kInt32 };
 
-struct Sample {
-  Kind kind;
-  double v;  // the code (integers) or the value (float)
-};
-
 double top(int bits) { return std::ldexp(1.0, bits) - 1.0; }
 
 using Stacks = ImageTest;
@@ -47,8 +42,7 @@ TEST_F(Stacks, RandomStacksMatchTheFormulas) {
     ORX_OBJECT *handle = open_image(path);
     ASSERT_NE(handle, nullptr);
 
-    std::vector<Sample> want;
-    for (double v : pixels) want.push_back({kind, v});
+    std::vector<double> want = pixels;  // codes (integers) or values (float), as kind says
     const int layers = 1 + static_cast<int>(rng() % 4);
     // After a cast the auxiliary group is float (it has no channels, but the
     // min-max checks every group's type): min-max then refuses.
@@ -68,21 +62,20 @@ TEST_F(Stacks, RandomStacksMatchTheFormulas) {
           const auto offset = static_cast<int32_t>(256.0 * low);
           const auto scale = static_cast<float>(high - low);
           if (!(low == 0.0 && high == 1.0))
-            for (Sample &s : want)
-              s.v = uint8_t(int32_t(float(s.v) * scale) + offset);
+            for (double &v : want) v = uint8_t(int32_t(float(v) * scale) + offset);
           continue;
         }
         orx__cast_operator(handle);  // gamma 1: plain scaling
         stack += " cast";
         cast_seen = true;
         const double recip = 1.0 / top(kind == Kind::kInt8 ? 8 : kind == Kind::kInt16 ? 16 : 32);
-        for (Sample &s : want) s = {Kind::kFloat, double(float(s.v * recip))};
+        for (double &v : want) v = double(float(v * recip));
         kind = Kind::kFloat;
       } else if (kind == Kind::kFloat && pick == 0) {
         orx__clamp_operator(handle);
         stack += " clamp";
         for (std::size_t i = 0; i < want.size(); ++i)
-          if (i % 4 != 3) want[i].v = std::min(1.0, std::max(0.0, want[i].v));
+          if (i % 4 != 3) want[i] = std::min(1.0, std::max(0.0, want[i]));
       } else if (kind == Kind::kFloat) {
         const int to = rng() % 3 == 0 ? 32 : rng() % 2 ? 8 : 16;
         const int32_t target[2] = {ORX_C_INTEGER, to};
@@ -90,10 +83,9 @@ TEST_F(Stacks, RandomStacksMatchTheFormulas) {
         orx__quantize_read_operator(handle, targets);
         stack += " quantize" + std::to_string(to);
         const auto factor = float(top(to) + 0.95);
-        for (Sample &s : want) {
-          const auto whole = static_cast<uint64_t>(static_cast<int64_t>(float(s.v) * factor));
-          s = {to == 8 ? Kind::kInt8 : to == 16 ? Kind::kInt16 : Kind::kInt32,
-               to == 8 ? double(uint8_t(whole)) : to == 16 ? double(uint16_t(whole)) : double(uint32_t(whole))};
+        for (double &v : want) {
+          const auto whole = static_cast<uint64_t>(static_cast<int64_t>(float(v) * factor));
+          v = to == 8 ? double(uint8_t(whole)) : to == 16 ? double(uint16_t(whole)) : double(uint32_t(whole));
         }
         kind = to == 8 ? Kind::kInt8 : to == 16 ? Kind::kInt16 : Kind::kInt32;
       }
@@ -104,7 +96,7 @@ TEST_F(Stacks, RandomStacksMatchTheFormulas) {
     for (int32_t y = 0; y < h; ++y)
       for (int c = 0; c < 4; ++c)
         for (int32_t x = 0; x < w; ++x)
-          ASSERT_EQ(read_sample(handle, y, c, x), want[std::size_t((y * w + x) * 4 + c)].v)
+          ASSERT_EQ(read_sample(handle, y, c, x), want[std::size_t((y * w + x) * 4 + c)])
               << "stack" << stack << " at " << x << "," << y << " channel " << c;
     ASSERT_EQ(ORX_close(handle), 0);
   }
