@@ -9,7 +9,7 @@
 #include "orx/registry.h"
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
-#include "support/line_writer.hpp"
+#include "support/images.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/lsan_interface.h>

@@ -10,7 +10,7 @@
 #include "orx/operators.h"
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
-#include "support/line_writer.hpp"
+#include "support/images.hpp"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include "orx/region.h"
 #include "registry/registry_fixture.hpp"
 #include "support/error_capture.hpp"
-#include "support/line_writer.hpp"
+#include "support/images.hpp"
 
 namespace {
 

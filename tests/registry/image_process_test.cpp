@@ -8,7 +8,7 @@
 #include "orx/imp.h"
 #include "registry/registry_fixture.hpp"
 #include "support/error_capture.hpp"
-#include "support/line_writer.hpp"
+#include "support/images.hpp"
 #include "texture/process.hpp"
 
 namespace {

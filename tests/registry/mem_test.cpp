@@ -5,7 +5,7 @@
 
 #include "registry/registry_fixture.hpp"
 #include "support/error_capture.hpp"
-#include "support/line_writer.hpp"
+#include "support/images.hpp"
 
 namespace {
 

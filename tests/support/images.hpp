@@ -85,11 +85,11 @@ inline ORX_OBJECT *open_write(const std::string &handle, ORX_IFD *d, int32_t cou
   return ORX_open(&info, "w");
 }
 
-// Writes handle as one image of the description d with the given samples.
-inline void write_image(const std::string &handle, ORX_IFD d, const Sample &sample,
-                        const char *type = "rla") {
-  ORX_OBJECT *object = open_write(handle, &d, 1, type);
-  ASSERT_NE(object, nullptr);
+// Writes every line of image 0 of object, bottom up or in the given order,
+// each sample from sample stored as the description says, then closes the
+// object.  Returns the first non-zero status of the writes and the close.
+inline int write_lines(ORX_OBJECT *object, const Sample &sample, std::vector<int32_t> order = {}) {
+  const ORX_IFD &d = object->info.images[0];
   const int32_t width = d.window.right - d.window.left + 1;
   const int channels = d.image.count + d.matte.count + d.aux.count;
   std::vector<std::vector<double>> storage(static_cast<std::size_t>(channels),
@@ -97,13 +97,26 @@ inline void write_image(const std::string &handle, ORX_IFD d, const Sample &samp
   std::vector<void *> rows;
   for (auto &s : storage) rows.push_back(s.data());
   rows.push_back(nullptr);
-  for (int32_t y = d.window.bottom; y <= d.window.top; ++y) {
+  if (order.empty())
+    for (int32_t y = d.window.bottom; y <= d.window.top; ++y) order.push_back(y);
+  int status = 0;
+  for (int32_t y : order) {
     for (int c = 0; c < channels; ++c)
       for (int32_t x = 0; x < width; ++x)
         put(group_of(d, c), rows[static_cast<std::size_t>(c)], x, sample(c, x, y));
-    ASSERT_EQ(ORX_scan_write(object, y, rows.data()), 0);
+    const int written = ORX_scan_write(object, y, rows.data());
+    if (status == 0) status = written;
   }
-  ASSERT_EQ(ORX_close(object), 0);
+  const int closed = ORX_close(object);
+  return status != 0 ? status : closed;
+}
+
+// Writes handle as one image of the description d with the given samples.
+inline void write_image(const std::string &handle, ORX_IFD d, const Sample &sample,
+                        const char *type = "rla") {
+  ORX_OBJECT *object = open_write(handle, &d, 1, type);
+  ASSERT_NE(object, nullptr);
+  ASSERT_EQ(write_lines(object, sample), 0);
 }
 
 inline ORX_OBJECT *open_image(const std::string &path, const char *type = "rla") {

@@ -14,7 +14,6 @@
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
 #include "support/images.hpp"
-#include "support/line_writer.hpp"
 #include "texture/process.hpp"
 
 namespace {
