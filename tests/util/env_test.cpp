@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <sstream>
 #include <string>
 
 #include "err/heap.hpp"
@@ -212,19 +211,20 @@ TEST_F(Env, BannerCentresTitleAndKeepsNineteenPrefixedYear) {
             " */\n"
             "\n");
 
-  std::string hashed = banner(false, "A title much longer than the field");
-  EXPECT_NE(hashed.find("# *A title much longer than the field*\n"), std::string::npos);
-  EXPECT_NE(hashed.find("# Copyright (c) 19126  Korvantel"), std::string::npos);
-  EXPECT_EQ(hashed.substr(0, 2), "#\n");
-  EXPECT_EQ(hashed.substr(hashed.size() - 3), "#\n\n");
-  std::istringstream lines(hashed);
-  int count = 0;
-  for (std::string line; std::getline(lines, line); ++count) {
-    if (!line.empty()) {
-      EXPECT_EQ(line[0], '#') << line;
-    }
-  }
-  EXPECT_EQ(count, 12);
+  // A title wider than the field runs on without padding.
+  EXPECT_EQ(banner(false, "A title much longer than the field"),
+            "#\n"
+            "# ****************************\n"
+            "# *A title much longer than the field*\n"
+            "# ****************************\n"
+            "#\n"
+            "# Copyright (c) 19126  Korvantel Imaging Systems\n"
+            "# 2210 Quarry Lane, Suite 4\n"
+            "# Portland, OR 97209\n"
+            "#\n"
+            "#   All rights reserved.\n"
+            "#\n"
+            "\n");
 }
 
 }  // namespace
