@@ -34,7 +34,6 @@ TEST_F(Framebuffers, WithoutAFileOnlyTheBuiltInsInOrder) {
   EXPECT_EQ(ntsc->white[2], 0.337f);
   EXPECT_EQ(ntsc->gamma, 2.2f);
   EXPECT_EQ(ntsc->depth, 24);
-  EXPECT_EQ(ntsc->x_origin, 0);
   FB_FRAMEBUFFER *pal = FB_find("pal");
   ASSERT_NE(pal, nullptr);
   EXPECT_EQ(pal->x_resolution, 780);
