@@ -3,6 +3,7 @@
 #pragma once
 
 #include <fstream>
+#include <functional>
 #include <string>
 
 #include "orx/clr.h"
@@ -25,6 +26,23 @@ class ConfigTest : public CleanErrors {
     FMT_exit();
     CLR_exit();
     CleanErrors::TearDown();
+  }
+  // Runs init under every allocation failure: a failed build returns -1 (or
+  // -10 where minus_ten is allowed), sets orx__err to -10 and reports it;
+  // built says whether a build completed, tearing it down.
+  static void sweep_exhaustion(int (*init)(void *), bool minus_ten,
+                               const std::function<bool()> &built) {
+    ErrorCapture cap;
+    for_each_allocation_failure([&] {
+      cap.clear();
+      orx__err = 0;
+      const int status = init(nullptr);
+      if (status == 0) return built();
+      EXPECT_TRUE(status == -1 || (minus_ten && status == -10)) << status;
+      EXPECT_EQ(orx__err, -10);
+      EXPECT_EQ(cap.last(), "No more internal memory");
+      return false;
+    });
   }
   // Write text as $HOME/.orxrc.
   void write_config(const std::string &text) { std::ofstream(home_.file(".orxrc")) << text; }

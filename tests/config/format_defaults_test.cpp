@@ -103,18 +103,8 @@ TEST_F(FormatDefaults, AspectTableEntriesCommentsAndRedefinitions) {
 TEST_F(FormatDefaults, ExhaustionIsReportedAndLeavesNothingBehind) {
   write_config("fmt__key_default tif\nfmt__aspect_default b\nfmt__aspect_table\n"
                "a 1 2 1.0\nb 3 4 1.5\nend_aspect_table\n");
-  orx::test::ErrorCapture cap;
-  orx::test::for_each_allocation_failure([&] {
-    cap.clear();
-    orx__err = 0;
-    int status = FMT_init(nullptr);
-    if (status != 0) {
-      EXPECT_TRUE(status == -1 || status == -10) << status;
-      EXPECT_EQ(orx__err, -10);
-      EXPECT_EQ(cap.last(), "No more internal memory");
-      return false;
-    }
-    bool complete = std::string(FMT_def_aspect()) == "b" && FMT_find("a") != nullptr;
+  sweep_exhaustion(FMT_init, true, [] {
+    const bool complete = std::string(FMT_def_aspect()) == "b" && FMT_find("a") != nullptr;
     FMT_exit();
     return complete;
   });

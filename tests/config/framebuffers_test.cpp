@@ -34,7 +34,6 @@ TEST_F(Framebuffers, WithoutAFileOnlyTheBuiltInsInOrder) {
   EXPECT_EQ(ntsc->white[2], 0.337f);
   EXPECT_EQ(ntsc->gamma, 2.2f);
   EXPECT_EQ(ntsc->depth, 24);
-  EXPECT_EQ(ntsc->x_origin, 0);
   FB_FRAMEBUFFER *pal = FB_find("pal");
   ASSERT_NE(pal, nullptr);
   EXPECT_EQ(pal->x_resolution, 780);
@@ -106,18 +105,8 @@ TEST_F(Framebuffers, FindKeepsTheListingPositionOnAMiss) {
 
 TEST_F(Framebuffers, ExhaustionTearsTheDatabaseDownWithoutLeaks) {
   write_config("fb__default x\nframebuffer a\nend_framebuffer\nframebuffer b\nend_framebuffer\n");
-  orx::test::ErrorCapture cap;
-  orx::test::for_each_allocation_failure([&] {
-    cap.clear();
-    orx__err = 0;
-    int status = FB_init(nullptr);
-    if (status != 0) {
-      EXPECT_EQ(status, -1);
-      EXPECT_EQ(orx__err, -10);
-      EXPECT_EQ(cap.last(), "No more internal memory");
-      return false;
-    }
-    bool complete = FB_find("b") != nullptr;
+  sweep_exhaustion(FB_init, false, [] {
+    const bool complete = FB_find("b") != nullptr;
     FB_exit();
     return complete;
   });

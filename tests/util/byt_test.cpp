@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <bit>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -90,9 +89,6 @@ TEST(ByteOrder, FloatingPointAndCharactersPassThroughInHostOrder) {
   for (unsigned char b : bytes_of(d)) expected.push_back(b);
   expected.push_back('Q');
   EXPECT_EQ(out.contents(), expected);
-  if constexpr (std::endian::native == std::endian::little) {
-    EXPECT_EQ(bytes_of(f), (Bytes{0x00, 0x00, 0xC0, 0x3F}));  // least significant first
-  }
 
   std::rewind(out.get());
   float f2 = 0;

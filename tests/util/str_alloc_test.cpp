@@ -1,6 +1,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -10,46 +11,40 @@
 
 namespace {
 
-using StrCopies = orx::test::CleanErrors;
-using StrGrowth = orx::test::CleanErrors;
-using StrRemoval = orx::test::CleanErrors;
+using StrAlloc = orx::test::CleanErrors;
 
-// Takes a heap string and frees it at the end of the scope.
-struct Heap {
-  char *s;
-  explicit Heap(char *p) : s(p) {}
-  ~Heap() { std::free(s); }
-  Heap(const Heap &) = delete;
-  Heap &operator=(const Heap &) = delete;
+// A heap string freed at the end of the scope.
+struct Free {
+  void operator()(char *s) const { std::free(s); }
 };
+using Heap = std::unique_ptr<char, Free>;
 
-TEST_F(StrCopies, SaveVariantsCopyBoundAndConcatenate) {
+TEST_F(StrAlloc, SaveVariantsCopyBoundAndConcatenate) {
   Heap whole(STR_save("frame"));
-  EXPECT_STREQ(whole.s, "frame");
+  EXPECT_STREQ(whole.get(), "frame");
   Heap cut(STR_n_save("frame", 3));
-  EXPECT_STREQ(cut.s, "fra");
+  EXPECT_STREQ(cut.get(), "fra");
   Heap beyond(STR_n_save("ab", 10));
-  EXPECT_STREQ(beyond.s, "ab");
+  EXPECT_STREQ(beyond.get(), "ab");
   Heap none(STR_n_save("ab", 0));
-  EXPECT_STREQ(none.s, "");
+  EXPECT_STREQ(none.get(), "");
   // Only the first n bytes may be looked at: this buffer has no terminator.
   const char unterminated[3] = {'x', 'y', 'z'};
   Heap bounded(STR_n_save(unterminated, 3));
-  EXPECT_STREQ(bounded.s, "xyz");
+  EXPECT_STREQ(bounded.get(), "xyz");
 
   Heap joined(STR_save_n(3, "a/", static_cast<const char *>(nullptr), "b.rla"));
-  EXPECT_STREQ(joined.s, "a/b.rla");
+  EXPECT_STREQ(joined.get(), "a/b.rla");
   Heap empty(STR_save_n(0));
-  ASSERT_NE(empty.s, nullptr);
-  EXPECT_STREQ(empty.s, "");
+  EXPECT_STREQ(empty.get(), "");
   Heap negative(STR_save_n(-2));
-  EXPECT_STREQ(negative.s, "");
+  EXPECT_STREQ(negative.get(), "");
 
   EXPECT_EQ(STR_save(nullptr), nullptr);
   EXPECT_EQ(STR_n_save(nullptr, 4), nullptr);
 }
 
-TEST_F(StrGrowth, MoreAllocatesEmptyOrTerminatesAtNewLength) {
+TEST_F(StrAlloc, MoreAllocatesEmptyOrTerminatesAtNewLength) {
   char *s = STR_more(nullptr, 8);
   ASSERT_NE(s, nullptr);
   EXPECT_STREQ(s, "");
@@ -60,7 +55,7 @@ TEST_F(StrGrowth, MoreAllocatesEmptyOrTerminatesAtNewLength) {
   std::free(s);
 }
 
-TEST_F(StrGrowth, AppendAndInsertClampAndTreatNullAsEmpty) {
+TEST_F(StrAlloc, AppendAndInsertClampAndTreatNullAsEmpty) {
   char *s = STR_append(nullptr, "img");
   EXPECT_STREQ(s, "img");
   s = STR_append(s, ".0001");
@@ -80,9 +75,9 @@ TEST_F(StrGrowth, AppendAndInsertClampAndTreatNullAsEmpty) {
   std::free(s);
 
   Heap one(STR_insert(nullptr, 'q', 5));
-  EXPECT_STREQ(one.s, "q");
+  EXPECT_STREQ(one.get(), "q");
   Heap part(STR_n_insert(nullptr, "abcdef", 2, 3));
-  EXPECT_STREQ(part.s, "ab");
+  EXPECT_STREQ(part.get(), "ab");
   EXPECT_EQ(STR_append(nullptr, nullptr), nullptr);
 }
 
@@ -105,7 +100,7 @@ void expect_growth_survives_failures(const std::function<char *(char *)> &grow,
   });
 }
 
-TEST_F(StrGrowth, FailedGrowthReturnsNullAndKeepsTheArgument) {
+TEST_F(StrAlloc, FailedGrowthReturnsNullAndKeepsTheArgument) {
   expect_growth_survives_failures([](char *s) { return STR_more(s, 40); }, "abc");
   expect_growth_survives_failures([](char *s) { return STR_append(s, "def"); }, "abcdef");
   expect_growth_survives_failures([](char *s) { return STR_n_append(s, "defg", 1); }, "abcd");
@@ -116,16 +111,10 @@ TEST_F(StrGrowth, FailedGrowthReturnsNullAndKeepsTheArgument) {
   expect_growth_survives_failures([](char *s) { return STR_n_append(s, s + 1, 1); }, "abcb");
   expect_growth_survives_failures([](char *s) { return STR_n_insert(s, s + 1, 2, 1); }, "abcbc");
 
-  orx::test::for_each_allocation_failure([] {
-    Heap joined(STR_save_n(2, "ab", "cd"));
-    if (joined.s != nullptr) {
-      EXPECT_STREQ(joined.s, "abcd");
-    }
-    return joined.s != nullptr;
-  });
+  orx::test::for_each_allocation_failure([] { return Heap(STR_save_n(2, "ab", "cd")) != nullptr; });
 }
 
-TEST_F(StrRemoval, RemovesFirstLastOrEveryOccurrence) {
+TEST_F(StrAlloc, RemovesFirstLastOrEveryOccurrence) {
   char s[] = "a.b.c.d";
   EXPECT_STREQ(STR_remove(s, '.'), "ab.c.d");
   EXPECT_STREQ(STR_remove_reverse(s, '.'), "ab.cd");
@@ -137,7 +126,7 @@ TEST_F(StrRemoval, RemovesFirstLastOrEveryOccurrence) {
   EXPECT_EQ(STR_remove_all(nullptr, 'a'), nullptr);
 }
 
-TEST_F(StrRemoval, IndexRemovalClipsNegativeIndexAndOverrun) {
+TEST_F(StrAlloc, IndexRemovalClipsNegativeIndexAndOverrun) {
   auto removed = [](const char *text, int index, int n) {
     std::string s = text;
     return std::string(STR_n_remove_index(s.data(), index, n));
@@ -160,7 +149,7 @@ TEST_F(StrRemoval, IndexRemovalClipsNegativeIndexAndOverrun) {
   EXPECT_EQ(STR_n_remove_index(nullptr, 0, 1), nullptr);
 }
 
-TEST_F(StrRemoval, PadFillsShortStringsAndCaseConvertsInPlace) {
+TEST_F(StrAlloc, PadFillsShortStringsAndCaseConvertsInPlace) {
   char s[8] = "ab";
   EXPECT_STREQ(STR_pad(s, '.', 5), "ab...");
   EXPECT_STREQ(STR_pad(s, '#', 3), "ab...");

@@ -8,10 +8,7 @@
 
 namespace {
 
-using StrPathParts = orx::test::CleanErrors;
-using StrFilenameAbsolute = orx::test::CleanErrors;
-using StrFilenameRelative = orx::test::CleanErrors;
-using StrFilenameClean = orx::test::CleanErrors;
+using StrPath = orx::test::CleanErrors;
 
 std::string head(const char *path) {
   std::string s = path;
@@ -34,7 +31,7 @@ std::string clean(const char *path) {
   return STR_filename_clean(buffer);
 }
 
-TEST_F(StrPathParts, HeadTailRootExtensionCutAtTheLastSeparator) {
+TEST_F(StrPath, HeadTailRootExtensionCutAtTheLastSeparator) {
   EXPECT_EQ(head("/img/seq/a.rla"), "/img/seq");
   EXPECT_EQ(head("img//a.rla"), "img");  // a run of "/" is one separator
   EXPECT_EQ(head("/a"), "");
@@ -52,7 +49,7 @@ TEST_F(StrPathParts, HeadTailRootExtensionCutAtTheLastSeparator) {
   EXPECT_STREQ(STR_root(plain), "plain");
 }
 
-TEST_F(StrPathParts, HostPrefixNeedsANameAndNoSlashBeforeTheColon) {
+TEST_F(StrPath, HostPrefixNeedsANameAndNoSlashBeforeTheColon) {
   char remote[] = "render1:/img/a.rla";
   EXPECT_STREQ(STR_host(remote), "render1");
   for (const char *no : {"/img/a:b", ":/img", "plain", ""}) {
@@ -74,7 +71,7 @@ TEST_F(StrPathParts, HostPrefixNeedsANameAndNoSlashBeforeTheColon) {
   EXPECT_EQ(STR_filename_host(buffer, nullptr), 0);
 }
 
-TEST_F(StrFilenameAbsolute, ConsumesDotsAgainstTheDirectory) {
+TEST_F(StrPath, AbsoluteConsumesDotsAgainstTheDirectory) {
   EXPECT_EQ(absolute("/usr/img", "a.rla"), "/usr/img/a.rla");
   EXPECT_EQ(absolute("/usr/img/", "./a.rla"), "/usr/img/a.rla");
   EXPECT_EQ(absolute("/usr/img", "../a.rla"), "/usr/a.rla");
@@ -96,7 +93,7 @@ TEST_F(StrFilenameAbsolute, ConsumesDotsAgainstTheDirectory) {
   EXPECT_STREQ(STR_filename_absolute(shared, shared, "../lib/a"), "/usr/lib/a");
 }
 
-TEST_F(StrFilenameRelative, ClimbsOutOfUnsharedDirectoryComponents) {
+TEST_F(StrPath, RelativeClimbsOutOfUnsharedDirectoryComponents) {
   EXPECT_EQ(relative("/usr/local/lib", "/usr/share/img/a.rla"), "../../share/img/a.rla");
   EXPECT_EQ(relative("/usr/img", "/usr/img/seq/a.rla"), "seq/a.rla");
   EXPECT_EQ(relative("/usr/img/", "/usr//img/./"), ".");
@@ -119,7 +116,7 @@ TEST_F(StrFilenameRelative, ClimbsOutOfUnsharedDirectoryComponents) {
   }
 }
 
-TEST_F(StrFilenameClean, CollapsesSlashesDotsAndParents) {
+TEST_F(StrPath, CleanCollapsesSlashesDotsAndParents) {
   EXPECT_EQ(clean(""), ".");
   EXPECT_EQ(clean("render1:"), "render1:.");
   EXPECT_EQ(clean("render1://img/./a/../b/"), "render1:/img/b");

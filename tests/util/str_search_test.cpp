@@ -9,14 +9,9 @@
 
 namespace {
 
-using StrCompare = orx::test::CleanErrors;
-using StrAbbr = orx::test::CleanErrors;
-using StrFind = orx::test::CleanErrors;
-using StrIsInteger = orx::test::CleanErrors;
-using StrIsReal = orx::test::CleanErrors;
-using StrParse = orx::test::CleanErrors;
+using Str = orx::test::CleanErrors;
 
-TEST_F(StrCompare, DiffersBySignedBytesAndSortsNullFirst) {
+TEST_F(Str, CompareDiffersBySignedBytesAndSortsNullFirst) {
   EXPECT_EQ(STR_compare("abc", "abc"), 0);
   EXPECT_EQ(STR_compare("abc", "abd"), -1);
   EXPECT_EQ(STR_compare("abcd", "abc"), 'd');
@@ -37,7 +32,7 @@ TEST_F(StrCompare, DiffersBySignedBytesAndSortsNullFirst) {
   EXPECT_EQ(STR_length(nullptr), 0u);
 }
 
-TEST_F(StrAbbr, StarMarksTheShortestAllowedAbbreviation) {
+TEST_F(Str, AbbrStarMarksTheShortestAllowedAbbreviation) {
   for (const char *yes : {"del", "dele", "delete"}) EXPECT_TRUE(STR_abbr(yes, "del*ete")) << yes;
   for (const char *no : {"de", "delx", "deletex", ""}) EXPECT_FALSE(STR_abbr(no, "del*ete")) << no;
   EXPECT_TRUE(STR_abbr("quit", "quit"));
@@ -54,7 +49,7 @@ TEST_F(StrAbbr, StarMarksTheShortestAllowedAbbreviation) {
   EXPECT_LT(STR_abbr_compare(nullptr, "a"), 0);
 }
 
-TEST_F(StrFind, FindsSlotsAndSpaceBoundaries) {
+TEST_F(Str, FindFindsSlotsAndSpaceBoundaries) {
   char a[] = "red", b[] = "green", c[] = "red";
   char *array[] = {a, b, c, nullptr};
   EXPECT_EQ(STR_find_string(array, "red"), &array[0]);
@@ -78,7 +73,7 @@ TEST_F(StrFind, FindsSlotsAndSpaceBoundaries) {
   EXPECT_EQ(STR_skip_space(nullptr), nullptr);
 }
 
-TEST_F(StrIsInteger, AcceptsLimitsRefusesOverflowAndLonePlus) {
+TEST_F(Str, IsIntegerAcceptsLimitsRefusesOverflowAndLonePlus) {
   for (const char *yes : {"0", "+7", "-12", "999999999", "2147483647", "-2147483648",
                           "+2147483647", "0000000001"})
     EXPECT_TRUE(STR_is_integer(yes)) << yes;
@@ -93,7 +88,7 @@ TEST_F(StrIsInteger, AcceptsLimitsRefusesOverflowAndLonePlus) {
   EXPECT_FALSE(STR_is_numeric(nullptr));
 }
 
-TEST_F(StrIsReal, AcceptsOptionalPartsRefusesBareExponent) {
+TEST_F(Str, IsRealAcceptsOptionalPartsRefusesBareExponent) {
   for (const char *yes : {"1.", "-.5e+3", "-", "+", ".", "3.25", "1e5", "2E-7", "e5", "12"})
     EXPECT_TRUE(STR_is_real(yes)) << yes;
   for (const char *no : {"1e", "", "1e+", "1.2.3", "1e5.0", "1f", " 1", "--1"})
@@ -101,7 +96,7 @@ TEST_F(StrIsReal, AcceptsOptionalPartsRefusesBareExponent) {
   EXPECT_FALSE(STR_is_real(nullptr));
 }
 
-TEST_F(StrParse, SplitsInPlaceIntoANullTerminatedArray) {
+TEST_F(Str, ParseSplitsInPlaceIntoANullTerminatedArray) {
   char line[] = "  fb__default \t 640  480\n";
   char **words = STR_parse(line);
   ASSERT_NE(words, nullptr);
