@@ -37,7 +37,8 @@ typedef struct CLR_CMF_ROW {
 } CLR_CMF_ROW;
 
 /* Build the database on the first call; later calls do nothing.  0, or -1
- * when memory ran out (reported; the built-in values then stand). */
+ * when memory ran out (reported as "No more internal memory", orx__err -10;
+ * the built-in values then stand). */
 ORX_API int CLR_init(void *catalogue);
 /* Free what was read from the file and return to the built-in values. */
 ORX_API void CLR_exit(void);

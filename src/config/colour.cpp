@@ -9,6 +9,7 @@
 #include "config/keywords.hpp"
 #include "err/heap.hpp"
 #include "orx/clr.h"
+#include "orx/err.h"
 
 namespace orx::config {
 namespace {
@@ -128,14 +129,15 @@ extern "C" {
 int CLR_init(void *catalogue) {
   using namespace orx::config;
   if (g.built) return 0;
+  // Every failure of the build is memory running out; the reader has
+  // already reported its own.
   ReadStatus read = read_config(catalogue);
-  if (read == ReadStatus::kNoMemory) {
+  const bool failed = read == ReadStatus::kNoMemory ||
+                      (read == ReadStatus::kOk && walk_lines<Database>(kKeywords, g, table_row) != 0);
+  if (failed) {
     teardown();
-    return -1;
-  }
-  if (read == ReadStatus::kOk && walk_lines<Database>(kKeywords, g, table_row) != 0) {
-    teardown();
-    orx::report(orx::Msg::kConfigNoMemory);
+    orx__err = ORX_E_NO_MEMORY;
+    if (read != ReadStatus::kNoMemory) orx::report(orx::Msg::kConfigNoMemory);
     return -1;
   }
   std::sort(g.rows, g.rows + g.count, [](const CLR_CMF_ROW &a, const CLR_CMF_ROW &b) {
