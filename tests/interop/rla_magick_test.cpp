@@ -16,10 +16,7 @@ using namespace orx::test;
 // GraphicsMagick insists on, and returns the interleaved samples top row
 // first, as raw output of the Magick tools lays them out.
 std::vector<uint8_t> write_rgb8(const std::string &path, const ImageShape &shape) {
-  ORX_OBJECT *object = writer_object(path, {shape});
-  object->info.images[0].image.name = STR_save("rgb");
-  EXPECT_EQ(ORX_rla_w_open(object), 1);
-  write_all_rows_and_close(object);
+  write_file(path, {shape}, "rgb");
   const ORX_IFD ifd = describe(shape);
   const int channels = shape.image.count + shape.matte.count;
   std::vector<uint8_t> raw;
