@@ -304,11 +304,7 @@ TEST_F(RlaLimits, RowsOutsideTheActiveWindowStayZerosUnderALayerThatWritesInPlac
     for (int y : order) {
       ASSERT_EQ(object->scan(object->private_cell[0], y, &rows), 0) << y;
       if (pass == 1) continue;
-      const ORX_IFD &ifd = object->info.images[0];
-      for (int c = 0; c < 3; ++c) {
-        const std::vector<uint8_t> want = expected_row(ifd, c, y);
-        EXPECT_EQ(std::memcmp(rows[c], want.data(), want.size()), 0) << pass << " " << y;
-      }
+      EXPECT_TRUE(holds_pattern(object->info.images[0], rows, y)) << pass;
     }
   }
   EXPECT_EQ(g_scribbler.wrong, 0);

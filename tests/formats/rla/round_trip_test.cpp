@@ -84,8 +84,7 @@ TEST_F(RlaRoundTrip, MultiImageFilesLinkEveryHeaderAndReadInAnyOrder) {
       if (y > ifd.window.top) continue;
       void **rows = nullptr;
       ASSERT_EQ(object->scan(object->private_cell[i], y, &rows), 0);
-      std::vector<uint8_t> want = expected_row(ifd, 0, y);
-      EXPECT_EQ(std::memcmp(rows[0], want.data(), want.size()), 0) << i << " " << y;
+      EXPECT_TRUE(holds_pattern(ifd, rows, y)) << "image " << i;
     }
   }
   EXPECT_EQ(object->close(object, 0), 0);
