@@ -230,18 +230,4 @@ TEST_F(RlaWriter, StandardOutputKeepsThePlaceholderTable) {
   EXPECT_EQ(be32(bytes, 744), 0u);
 }
 
-TEST_F(RlaWriter, StoresTheDescriptorsAspectRatioOrElseTheWindowShape) {
-  TempDir dir;
-  const std::string path = dir.file("ratio.rla");
-  ORX_OBJECT *object = writer_object(path, {ImageShape{}, {}});
-  object->info.images[0].aspect_ratio = 1.5f;
-  ASSERT_EQ(ORX_rla_w_open(object), 1);
-  write_all_rows_and_close(object);
-  auto bytes = load(path);
-  EXPECT_STREQ(reinterpret_cast<const char *>(&bytes[572]), "1.500");
-  uint32_t second = be32(bytes, 736);
-  ASSERT_LT(second + 580, bytes.size());
-  EXPECT_STREQ(reinterpret_cast<const char *>(&bytes[second + 572]), "1.667");  // 10 x 6
-}
-
 }  // namespace
