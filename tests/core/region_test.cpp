@@ -1,15 +1,7 @@
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <cstring>
-#include <vector>
 
 #include "formats/rla/rla_files.hpp"
 #include "orx/region.h"
-#include "orx/registry.h"
-#include "support/error_capture.hpp"
-#include "support/fixtures.hpp"
-#include "support/images.hpp"
 
 namespace {
 

@@ -1,12 +1,7 @@
-#include <gtest/gtest.h>
-
-#include <string>
 #include <tuple>
-#include <vector>
 
 #include "formats/rla/rla_files.hpp"
 #include "peers.hpp"
-#include "support/fixtures.hpp"
 
 namespace {
 

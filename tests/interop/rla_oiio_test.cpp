@@ -1,19 +1,11 @@
-#include <gtest/gtest.h>
-
 #include <cstdlib>
-#include <cstring>
 #include <functional>
 #include <map>
 #include <sstream>
-#include <string>
 #include <utility>
-#include <vector>
 
 #include "formats/rla/rla_files.hpp"
-#include "orx/fmt.h"
 #include "peers.hpp"
-#include "support/error_capture.hpp"
-#include "support/fixtures.hpp"
 
 namespace {
 

@@ -1,16 +1,10 @@
-#include <gtest/gtest.h>
-
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
-#include <string>
 
 #include "formats/rla/rla_files.hpp"
-#include "orx/registry.h"
-#include "support/error_capture.hpp"
-#include "support/fixtures.hpp"
 
 namespace {
 

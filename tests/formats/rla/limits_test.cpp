@@ -2,20 +2,14 @@
 // file claims, refused before the reader allocates what they would size;
 // the limits' environment variables and setter; rows outside the active
 // window written only where the buffer may hold something else.
-#include <gtest/gtest.h>
 
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <string>
-#include <vector>
-
 #include "formats/rla/header.hpp"
 #include "formats/rla/rla_files.hpp"
 #include "orx/limits.h"
-#include "support/error_capture.hpp"
-#include "support/fixtures.hpp"
 
 namespace {
 

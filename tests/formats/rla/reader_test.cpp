@@ -1,15 +1,9 @@
-#include <gtest/gtest.h>
-
 #include <random>
 #include <tuple>
-#include <string>
-#include <vector>
 
 #include "formats/rla/header.hpp"
 #include "formats/rla/rla_files.hpp"
 #include "orx/fmt.h"
-#include "support/error_capture.hpp"
-#include "support/fixtures.hpp"
 
 namespace {
 

@@ -15,6 +15,7 @@
 #include "orx/plugin.h"
 #include "orx/rla.h"
 #include "orx/str.h"
+#include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
 #include "support/images.hpp"
 

@@ -1,11 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "formats/rla/rla_files.hpp"
-#include "support/error_capture.hpp"
-#include "support/fixtures.hpp"
 
 namespace {
 

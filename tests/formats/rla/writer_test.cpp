@@ -1,17 +1,11 @@
-#include <gtest/gtest.h>
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
-#include <string>
-#include <vector>
 
 #include "formats/rla/rla_files.hpp"
-#include "support/error_capture.hpp"
-#include "support/fixtures.hpp"
 
 namespace {
 
