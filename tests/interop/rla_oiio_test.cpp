@@ -45,6 +45,7 @@ void expect_dump_matches(const std::string &path, const ORX_IFD &ifd,
   Dump d = dump(path);
   const ORX_WINDOW &a = ifd.active;
   const int width = a.right - a.left + 1;
+  const auto row_bytes = static_cast<std::size_t>(ifd.window.right - ifd.window.left + 1);
   ASSERT_EQ(d.size(), static_cast<std::size_t>(width * (a.top - a.bottom + 1))) << "pixel count";
   int top_y = d.begin()->first.second;
   for (const auto &[at, e] : d) top_y = std::min(top_y, at.second);
@@ -55,7 +56,7 @@ void expect_dump_matches(const std::string &path, const ORX_IFD &ifd,
     for (std::size_t c = 0; c < groups.size(); ++c) {
       const std::size_t size = bytes_of(*groups[c]);
       const std::vector<uint8_t> want = row(a.top - (at.second - top_y), static_cast<int>(c));
-      ASSERT_EQ(want.size(), static_cast<std::size_t>(ifd.window.right - ifd.window.left + 1) * size);
+      ASSERT_EQ(want.size(), row_bytes * size);
       const uint8_t *p = want.data() + static_cast<std::size_t>(x - ifd.window.left) * size;
       ASSERT_TRUE(same_value(*groups[c], p, values[c]))
           << "pixel " << x << "," << at.second << " channel " << c << " read as " << values[c];

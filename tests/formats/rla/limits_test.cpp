@@ -15,12 +15,12 @@ namespace {
 
 using namespace orx::test;
 
-class RlaLimits : public CleanErrors {
+class RlaLimits : public RlaTest {
  protected:
   void TearDown() override {
     ORX_set_limit(ORX_LIMIT_CHANNELS, 0);
     ORX_set_limit(ORX_LIMIT_ROW_MEMORY, 0);
-    CleanErrors::TearDown();
+    RlaTest::TearDown();
   }
 };
 
@@ -65,7 +65,6 @@ const Hostile kReported[] = {
 };
 
 TEST_F(RlaLimits, ChannelCountsBeyondTheLimitAreRefusedNamingIt) {
-  TempDir dir;
   ErrorCapture errors;
   for (const Hostile &f : kReported) {
     const std::string path = dir.file("wide.rla");
@@ -81,7 +80,6 @@ TEST_F(RlaLimits, ChannelCountsBeyondTheLimitAreRefusedNamingIt) {
 }
 
 TEST_F(RlaLimits, FilesTooSmallForTheirOffsetTablesAndChunksAreRefused) {
-  TempDir dir;
   const std::string path = dir.file("thin.rla");
   ErrorCapture errors;
   struct Case {
@@ -127,10 +125,8 @@ TEST_F(RlaLimits, FilesTooSmallForTheirOffsetTablesAndChunksAreRefused) {
 }
 
 TEST_F(RlaLimits, RowMemoryIsCountedOverEveryImageOfTheFile) {
-  TempDir dir;
   const std::string path = dir.file("rows.rla");
-  ImageShape shape;
-  shape.window = shape.active = {0, 999, 0, 0};
+  const ImageShape shape{.window = {0, 999, 0, 0}, .active = {0, 999, 0, 0}};
   write_file(path, {shape, shape});
   // Per image: 3 rows of 1000 bytes, and a decode buffer of 16 bytes a sample.
   const int64_t per_image = 3 * 1000 + 16 * 1000;
@@ -165,7 +161,6 @@ TEST_F(RlaLimits, EnvironmentGivesTheLimitUnlessAHostSetsOne) {
   }
   ScopedEnv env("KV_ORX_MAX_CHANNELS", "2");
   EXPECT_EQ(ORX_limit(ORX_LIMIT_ROW_MEMORY), int64_t{1} << 30);
-  TempDir dir;
   const std::string path = dir.file("three.rla");
   write_file(path, {ImageShape{}});
   ErrorCapture errors;
@@ -198,7 +193,6 @@ TEST_F(RlaLimits, HostileFilesStayWithinAMemoryCap) {
 #ifdef ORX_SANITIZED
   GTEST_SKIP() << "sanitizers reserve address space beyond any cap";
 #else
-  TempDir dir;
   std::vector<std::string> hostile;
   for (const Hostile &f : kReported) {
     hostile.push_back(dir.file("h" + std::to_string(hostile.size()) + ".rla"));
@@ -281,12 +275,8 @@ int scribble(void *data, int32_t y, void *out) {
 }
 
 TEST_F(RlaLimits, RowsOutsideTheActiveWindowStayZerosUnderALayerThatWritesInPlace) {
-  TempDir dir;
   const std::string path = dir.file("layer.rla");
-  ImageShape shape;
-  shape.window = {0, 19, 0, 19};
-  shape.active = {5, 14, 5, 14};
-  write_file(path, {shape});
+  write_file(path, {{.window = {0, 19, 0, 19}, .active = {5, 14, 5, 14}}});
   ORX_OBJECT *object = open_or_free(path);
   ASSERT_NE(object, nullptr);
   g_scribbler = Scribbler{object->scan, 20, 5, 14, 5, 14, 0};

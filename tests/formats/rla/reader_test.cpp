@@ -8,10 +8,7 @@
 namespace {
 
 using namespace orx::test;
-class RlaReader : public CleanErrors {
- protected:
-  TempDir dir;
-};
+using RlaReader = RlaTest;
 
 // A one-row file of width 4 and one image channel of `bits` whose only
 // chunk is `chunk`, assembled by hand.
@@ -117,9 +114,7 @@ TEST_F(RlaReader, HeadersBreakingTheValidityRulesAreNotRla) {
 
 TEST_F(RlaReader, RowFailuresLeaveTheObjectUsable) {
   const std::string path = dir.file("rows.rla");
-  ImageShape shape;
-  shape.image = {1, ORX_C_INTEGER, 8};
-  write_file(path, {shape});
+  write_file(path, {{.image = {1, ORX_C_INTEGER, 8}}});
   std::vector<uint8_t> bytes = load(path);
   const uint32_t row1 = be32(bytes, 740 + 4);
   bytes[row1] = 0x7f;  // chunk length 32767+: longer than the decode buffer
@@ -229,8 +224,7 @@ TEST_F(RlaReader, UnsupportedChannelsAndBrokenLinksFailTheOpen) {
 
 TEST_F(RlaReader, OutOfMemoryAnywhereInTheOpenLeaksNothing) {
   const std::string path = dir.file("oom.rla");
-  ImageShape shape;
-  shape.matte = {1, ORX_C_INTEGER, 16};
+  const ImageShape shape{.matte = {1, ORX_C_INTEGER, 16}};
   write_file(path, {shape, shape});
   ErrorCapture errors;
   // The format database is built on its first query; build it now so that
@@ -253,14 +247,9 @@ TEST_F(RlaReader, OutOfMemoryAnywhereInTheOpenLeaksNothing) {
 
 TEST_F(RlaReader, RandomlyDamagedFilesNeverCrashOrLeak) {
   const std::string good = dir.file("good.rla");
-  ImageShape a;
-  a.window = {0, 40, 0, 7};
-  a.active = {3, 30, 1, 6};
-  a.matte = {1, ORX_C_INTEGER, 16};
-  a.aux = {1, ORX_C_FLOAT, 32};
-  ImageShape b;
-  b.image = {1, ORX_C_INTEGER, 32};
-  write_file(good, {a, b});
+  const ImageShape a{.window = {0, 40, 0, 7}, .active = {3, 30, 1, 6},
+                    .matte = {1, ORX_C_INTEGER, 16}, .aux = {1, ORX_C_FLOAT, 32}};
+  write_file(good, {a, {.image = {1, ORX_C_INTEGER, 32}}});
   const std::vector<uint8_t> bytes = load(good);
   std::mt19937 random(1234);
   ErrorCapture errors;
@@ -292,8 +281,7 @@ TEST_F(RlaReader, RandomlyDamagedFilesNeverCrashOrLeak) {
 // The writer stores the descriptor's aspect ratio, else the window's shape;
 // the reader takes the resolution and the ratio from the format database when
 // it knows the aspect name, else from the window and the stored ratio.
-TEST(RlaAspect, StoredFromTheDescriptorOrTheWindowAndReadFormatDatabaseFirst) {
-  TempDir dir;
+TEST_F(RlaReader, AspectRatioStoredFromTheDescriptorOrTheWindowAndReadDatabaseFirst) {
   ScopedEnv home("HOME", dir.path());
   FMT_exit();
   const std::string path = dir.file("aspect.rla");

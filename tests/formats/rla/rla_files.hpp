@@ -172,6 +172,12 @@ inline void expect_pattern(ORX_OBJECT *object) {
   }
 }
 
+// The error service clean for every test, and a directory of the test's own.
+class RlaTest : public CleanErrors {
+ protected:
+  TempDir dir;
+};
+
 inline uint32_t be32(const std::vector<uint8_t> &b, std::size_t at) {
   return (uint32_t{b[at]} << 24) | (uint32_t{b[at + 1]} << 16) | (uint32_t{b[at + 2]} << 8) |
          b[at + 3];

@@ -3,7 +3,7 @@
 namespace {
 
 using namespace orx::test;
-using RlaRoundTrip = CleanErrors;
+using RlaRoundTrip = RlaTest;
 
 void round_trip(const std::string &path, const std::vector<ImageShape> &shapes) {
   write_file(path, shapes);
@@ -25,7 +25,6 @@ void round_trip(const std::string &path, const std::vector<ImageShape> &shapes) 
 }
 
 TEST_F(RlaRoundTrip, EveryIntegerWidthFloatAndDoubleWithMatteAuxAndPadding) {
-  TempDir dir;
   const Group groups[] = {{1, ORX_C_INTEGER, 8},  {3, ORX_C_INTEGER, 8},  {3, ORX_C_INTEGER, 12},
                           {3, ORX_C_INTEGER, 16}, {1, ORX_C_INTEGER, 24}, {3, ORX_C_INTEGER, 32},
                           {3, ORX_C_FLOAT, 32},   {1, ORX_C_DOUBLE, 64},  {3, ORX_C_INTEGER, 5}};
@@ -47,18 +46,10 @@ TEST_F(RlaRoundTrip, EveryIntegerWidthFloatAndDoubleWithMatteAuxAndPadding) {
 }
 
 TEST_F(RlaRoundTrip, MultiImageFilesLinkEveryHeaderAndReadInAnyOrder) {
-  TempDir dir;
-  ImageShape a;
-  ImageShape b;
-  b.window = {0, 20, 0, 7};
-  b.active = {3, 17, 2, 5};
-  b.image = {1, ORX_C_INTEGER, 16};
-  b.matte = {1, ORX_C_FLOAT, 32};
-  ImageShape c;
-  c.window = {0, 3, 0, 2};
-  c.active = c.window;
+  const ImageShape b{{0, 20, 0, 7}, {3, 17, 2, 5}, {1, ORX_C_INTEGER, 16}, {1, ORX_C_FLOAT, 32}};
+  const ImageShape c{.window = {0, 3, 0, 2}, .active = {0, 3, 0, 2}};
   const std::string path = dir.file("multi.rla");
-  round_trip(path, {a, b, c});
+  round_trip(path, {ImageShape{}, b, c});
 
   // Next links: image 0 -> image 1 -> image 2 -> 0.
   std::vector<uint8_t> bytes = load(path);
@@ -84,7 +75,6 @@ TEST_F(RlaRoundTrip, MultiImageFilesLinkEveryHeaderAndReadInAnyOrder) {
 }
 
 TEST_F(RlaRoundTrip, HeaderTextsAndChromaticitiesSurvive) {
-  TempDir dir;
   const std::string path = dir.file("texts.rla");
   ORX_OBJECT *object = writer_object(path, {ImageShape{}});
   ORX_INFO &info = object->info;

@@ -10,7 +10,7 @@
 namespace {
 
 using namespace orx::test;
-using RlaWriter = CleanErrors;
+using RlaWriter = RlaTest;
 
 // Opens a writer for path and closes it without rows; returns the bytes.
 std::vector<uint8_t> empty_file(const std::string &path, int frame) {
@@ -22,7 +22,6 @@ std::vector<uint8_t> empty_file(const std::string &path, int frame) {
 }
 
 TEST_F(RlaWriter, FrameNumbersAreClampedToSixteenBits) {
-  TempDir dir;
   const std::string path = dir.file("f.rla");
   for (const auto &[frame, stored] : {std::pair{40000, 0x7fff}, {-1, 0xffff}, {-5, 0}, {321, 321}}) {
     const std::vector<uint8_t> bytes = empty_file(path, frame);
@@ -31,12 +30,8 @@ TEST_F(RlaWriter, FrameNumbersAreClampedToSixteenBits) {
 }
 
 TEST_F(RlaWriter, WritesExactPacketsPatchesTheTableAndStampsTheTime) {
-  TempDir dir;
   const std::string path = dir.file("runs.rla");
-  ImageShape shape;
-  shape.window = {0, 299, 0, 1};
-  shape.active = shape.window;
-  shape.image = {1, ORX_C_INTEGER, 8};
+  const ImageShape shape{{0, 299, 0, 1}, {0, 299, 0, 1}, {1, ORX_C_INTEGER, 8}};
   ORX_OBJECT *object = writer_object(path, {shape});
   ASSERT_EQ(ORX_rla_w_open(object), 1);
   void **buffer = orx__chan_alloc(&object->info.images[0], 300, "test");
@@ -68,10 +63,7 @@ TEST_F(RlaWriter, WritesExactPacketsPatchesTheTableAndStampsTheTime) {
 }
 
 TEST_F(RlaWriter, RowsGoStrictlyInOrderFromTheWindowBottom) {
-  TempDir dir;
-  ImageShape shape;
-  shape.window = {0, 3, 2, 6};
-  shape.active = {0, 3, 3, 4};
+  const ImageShape shape{.window = {0, 3, 2, 6}, .active = {0, 3, 3, 4}};
   ORX_OBJECT *object = writer_object(dir.file("order.rla"), {shape});
   ASSERT_EQ(ORX_rla_w_open(object), 1);
   void **buffer = orx__chan_alloc(&object->info.images[0], 4, "test");
@@ -89,13 +81,9 @@ TEST_F(RlaWriter, RowsGoStrictlyInOrderFromTheWindowBottom) {
 }
 
 TEST_F(RlaWriter, FloatChannelsAreWrittenThirtyTwoBitsWideInHostOrder) {
-  TempDir dir;
   const std::string path = dir.file("float.rla");
-  ImageShape shape;
-  shape.window = {0, 1, 0, 0};
-  shape.active = shape.window;
-  shape.image = {1, ORX_C_FLOAT, 16};
-  shape.aux = {1, ORX_C_DOUBLE, 8};
+  const ImageShape shape{
+      {0, 1, 0, 0}, {0, 1, 0, 0}, {1, ORX_C_FLOAT, 16}, {}, {1, ORX_C_DOUBLE, 8}};
   ORX_OBJECT *object = writer_object(path, {shape});
   ASSERT_EQ(ORX_rla_w_open(object), 1);
   void **buffer = orx__chan_alloc(&object->info.images[0], 2, "test");
@@ -116,7 +104,6 @@ TEST_F(RlaWriter, FloatChannelsAreWrittenThirtyTwoBitsWideInHostOrder) {
 }
 
 TEST_F(RlaWriter, FailedOpensReportNamingTheFileOrTheFormat) {
-  TempDir dir;
   ErrorCapture errors;
   ORX_OBJECT *object = writer_object(dir.file("no/such/dir.rla"), {ImageShape{}});
   EXPECT_EQ(ORX_rla_w_open(object), 0);
@@ -124,10 +111,8 @@ TEST_F(RlaWriter, FailedOpensReportNamingTheFileOrTheFormat) {
   EXPECT_TRUE(errors.has(3, "Cannot open file " + dir.file("no/such/dir.rla")));
   orx__free_obj(object);
 
-  ImageShape bad;
-  bad.matte = {1, 9, 8};
   const std::string path = dir.file("type.rla");
-  object = writer_object(path, {ImageShape{}, bad});
+  object = writer_object(path, {ImageShape{}, {.matte = {1, 9, 8}}});
   object->info.type = STR_save("rlb");
   EXPECT_EQ(ORX_rla_w_open(object), 0);
   EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED);
@@ -138,7 +123,6 @@ TEST_F(RlaWriter, FailedOpensReportNamingTheFileOrTheFormat) {
 // A failed open takes away the file it created and nothing else: not a
 // file that was there, a link, or a named pipe (as it would a device node).
 TEST_F(RlaWriter, FailedOpensRemoveOnlyAFileTheyCreated) {
-  TempDir dir;
   ErrorCapture errors;
   const std::string before = dir.file("before.rla");
   const std::string target = dir.file("target");
@@ -151,8 +135,7 @@ TEST_F(RlaWriter, FailedOpensRemoveOnlyAFileTheyCreated) {
   // A reader on the pipe lets the writer's open go through without waiting.
   const int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK);
   ASSERT_GE(reader, 0);
-  ImageShape bad;
-  bad.aux = {1, 9, 8};
+  const ImageShape bad{.aux = {1, 9, 8}};
   struct Case {
     std::string path;
     bool stays;
@@ -172,10 +155,8 @@ TEST_F(RlaWriter, FailedOpensRemoveOnlyAFileTheyCreated) {
 }
 
 TEST_F(RlaWriter, OutOfMemoryInTheOpenLeaksNothingAndRemovesTheFile) {
-  TempDir dir;
   const std::string path = dir.file("oom.rla");
-  ImageShape shape;
-  shape.matte = {1, ORX_C_INTEGER, 16};
+  const ImageShape shape{.matte = {1, ORX_C_INTEGER, 16}};
   ErrorCapture errors;
   // The object is built outside the injection; only the open's allocations fail.
   for (long n = 1; n < 1000; ++n) {
@@ -201,16 +182,13 @@ TEST_F(RlaWriter, OutOfMemoryInTheOpenLeaksNothingAndRemovesTheFile) {
 }
 
 TEST_F(RlaWriter, StandardOutputKeepsThePlaceholderTable) {
-  TempDir dir;
   const std::string path = dir.file("stdout.rla");
   std::fflush(stdout);
   const int saved = dup(1);
   std::FILE *target = std::fopen(path.c_str(), "wb");
   ASSERT_NE(target, nullptr);
   dup2(fileno(target), 1);
-  ImageShape shape;
-  shape.window = {0, 3, 0, 1};
-  shape.active = shape.window;
+  const ImageShape shape{.window = {0, 3, 0, 1}, .active = {0, 3, 0, 1}};
   ORX_OBJECT *object = writer_object("/dev/stdout", {shape});
   ASSERT_EQ(ORX_rla_w_open(object), 1);
   write_all_rows_and_close(object);
