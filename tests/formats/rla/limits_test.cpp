@@ -95,12 +95,9 @@ TEST_F(RlaLimits, FilesTooSmallForTheirOffsetTablesAndChunksAreRefused) {
   };
   for (const Case &c : cases) {
     save_bytes(path, hostile_file(c.file));
-    ORX_OBJECT *object = open_or_free(path);
-    EXPECT_EQ(object != nullptr, c.opens) << c.file.size << " " << errors.last();
-    if (object != nullptr) {
-      EXPECT_EQ(object->close(object, 0), 0);
-      continue;
-    }
+    const bool opened = opens(path);
+    EXPECT_EQ(opened, c.opens) << c.file.size << " " << errors.last();
+    if (opened) continue;
     EXPECT_EQ(orx__err, ORX_E_NOT_OUR_FILE);
     EXPECT_TRUE(errors.has(3, "scanline lengths need at least")) << errors.last();
   }
@@ -116,11 +113,7 @@ TEST_F(RlaLimits, FilesTooSmallForTheirOffsetTablesAndChunksAreRefused) {
   for (std::size_t size : {1599u, 1600u}) {
     two.resize(size, 0);
     save_bytes(path, two);
-    ORX_OBJECT *object = open_or_free(path);
-    EXPECT_EQ(object != nullptr, size == 1600u) << errors.last();
-    if (object != nullptr) {
-      EXPECT_EQ(object->close(object, 0), 0);
-    }
+    EXPECT_EQ(opens(path), size == 1600u) << errors.last();
   }
 }
 
@@ -132,9 +125,7 @@ TEST_F(RlaLimits, RowMemoryIsCountedOverEveryImageOfTheFile) {
   const int64_t per_image = 3 * 1000 + 16 * 1000;
   ErrorCapture errors;
   ORX_set_limit(ORX_LIMIT_ROW_MEMORY, 2 * per_image);
-  ORX_OBJECT *object = open_or_free(path);
-  ASSERT_NE(object, nullptr);
-  EXPECT_EQ(object->close(object, 0), 0);
+  EXPECT_TRUE(opens(path));
   ORX_set_limit(ORX_LIMIT_ROW_MEMORY, 2 * per_image - 1);
   EXPECT_EQ(open_or_free(path), nullptr);
   EXPECT_EQ(orx__err, ORX_E_NOT_OUR_FILE);
@@ -167,9 +158,7 @@ TEST_F(RlaLimits, EnvironmentGivesTheLimitUnlessAHostSetsOne) {
   EXPECT_EQ(open_or_free(path), nullptr);
   EXPECT_TRUE(errors.has(3, "needs 3 channels, more than the limit of 2")) << errors.last();
   EXPECT_EQ(ORX_set_limit(ORX_LIMIT_CHANNELS, 3), 2);
-  ORX_OBJECT *object = open_or_free(path);
-  ASSERT_NE(object, nullptr);
-  EXPECT_EQ(object->close(object, 0), 0);
+  EXPECT_TRUE(opens(path));
   EXPECT_EQ(ORX_set_limit(ORX_LIMIT_CHANNELS, 0), 3);
   EXPECT_EQ(ORX_limit(ORX_LIMIT_CHANNELS), 2);
   EXPECT_EQ(ORX_limit(99), -1);
@@ -220,11 +209,8 @@ TEST_F(RlaLimits, HostileFilesStayWithinAMemoryCap) {
     const rlimit limit{cap, cap};
     if (pages == 0 || setrlimit(RLIMIT_AS, &limit) != 0) _exit(90);
     int failures = 0;
-    for (const std::string &path : hostile) {
-      ORX_OBJECT *object = open_or_free(path);
-      if (object != nullptr || orx__err != ORX_E_NOT_OUR_FILE) ++failures;
-      if (object != nullptr) object->close(object, 0);
-    }
+    for (const std::string &path : hostile)
+      if (opens(path) || orx__err != ORX_E_NOT_OUR_FILE) ++failures;
     ORX_OBJECT *object = open_or_free(tall);
     if (object == nullptr) _exit(91);
     // Rows 32766 down to 1 are empty; row 0's chunks are empty and fail to

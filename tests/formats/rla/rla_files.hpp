@@ -87,6 +87,14 @@ inline ORX_OBJECT *open_or_free(const std::string &path) {
   return nullptr;
 }
 
+// Whether path opens for reading; an opened file is closed again.
+inline bool opens(const std::string &path) {
+  ORX_OBJECT *object = open_or_free(path);
+  if (object == nullptr) return false;
+  EXPECT_EQ(object->close(object, 0), 0);
+  return true;
+}
+
 // The groups of each channel of a descriptor, in buffer order.
 inline std::vector<const ORX_CHANNELS *> channel_groups(const ORX_IFD &ifd) {
   std::vector<const ORX_CHANNELS *> out;
