@@ -126,7 +126,6 @@ TEST_F(RlaReader, RowFailuresLeaveTheObjectUsable) {
   ASSERT_NE(object, nullptr);
   void **rows = nullptr;
   EXPECT_EQ(object->scan(object->private_cell[0], 6, &rows), ORX_E_BAD_SCANLINE);
-  EXPECT_TRUE(errors.has(3, "Bad scanline: 6 (out of range, or not in sequence"));
   EXPECT_EQ(object->scan(object->private_cell[0], -1, &rows), ORX_E_BAD_SCANLINE);
   EXPECT_EQ(object->scan(object->private_cell[0], 1, &rows), ORX_E_READ);
   EXPECT_EQ(orx__err, ORX_E_READ);
@@ -197,7 +196,6 @@ TEST_F(RlaReader, UnsupportedChannelsAndBrokenLinksFailTheOpen) {
   save_bytes(path, bad);
   EXPECT_EQ(open_or_free(path), nullptr);
   EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED);
-  EXPECT_TRUE(errors.has(3, "rla cannot handle image channel type"));
 
   bad = bytes;
   bad[666] = 0;
