@@ -46,7 +46,6 @@ TEST(RlaRle, DecodeBufferFollowsTheLargestChannelWidth) {
   EXPECT_EQ(orx::rla::plane_count(33), 0);
 }
 
-// ---- Properties over random input -----------------------------------------
 
 // The packets the rules call for, written out the plain way, one plane at a
 // time: the model the fast encoder must match byte for byte.
