@@ -131,22 +131,6 @@ TEST(RlaHeader, OlderRevisionsReadAsEightBitSingleImagesWhateverTheLaterFieldsHo
   }
 }
 
-// The known codes go both ways in the full header above.
-TEST(RlaHeader, UnknownStorageCodesHaveNoTypeButAreKept) {
-  EXPECT_EQ(channel_type(1), kNoType);
-  EXPECT_EQ(channel_type(-1), kNoType);
-  EXPECT_EQ(storage_code(9), 0);
-
-  Header h = full_header();
-  h.image.storage = 3;
-  HeaderBytes bytes;
-  encode_header(h, bytes);
-  Header back;
-  decode_header(bytes, false, &back);
-  EXPECT_EQ(back.image.storage, 3);
-  EXPECT_EQ(back.image.type, kNoType);
-}
-
 TEST(RlaHeader, EachValidityRuleRefusesOnItsOwn) {
   const Header good = full_header();
   ASSERT_TRUE(header_valid(good));
