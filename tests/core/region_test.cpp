@@ -152,7 +152,9 @@ TEST_F(Region, RefusalsNameTheFormatAndAFormatsOwnReaderTakesOver) {
   const ORX_IFD kept = ifd;
   for (void (*change)(ORX_IFD &) : {+[](ORX_IFD &d) { d.image.count = 0; },
                                     +[](ORX_IFD &d) { d.image.bits = 17; },
-                                    +[](ORX_IFD &d) { d.matte = {nullptr, 1, ORX_C_INTEGER, 24, 0}; },
+                                    +[](ORX_IFD &d) {
+                                      d.matte = {nullptr, 1, ORX_C_INTEGER, 24, 0};
+                                    },
                                     +[](ORX_IFD &d) { d.image.type = ORX_C_FLOAT; }}) {
     change(ifd);
     EXPECT_EQ(ORX_get_region(&object, 0, 3, 0, 1, buf, -1, ORX_REGION_RGBA8), ORX_E_UNSUPPORTED);
