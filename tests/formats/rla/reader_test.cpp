@@ -41,7 +41,6 @@ TEST_F(RlaReader, RefusesStdinSilentlyAndReportsMissingAndShortFiles) {
   EXPECT_TRUE(errors.has(3, "Cannot open file " + dir.file("missing.rla")));
 
   save_bytes(dir.file("short.rla"), std::vector<uint8_t>(100, 0));
-  errors.clear();
   EXPECT_EQ(open_or_free(dir.file("short.rla")), nullptr);
   EXPECT_EQ(orx__err, ORX_E_NOT_OUR_FILE);
   EXPECT_TRUE(errors.has(3, "short.rla: This does not appear to be a Korvantel file"));
@@ -202,7 +201,6 @@ TEST_F(RlaReader, UnsupportedChannelsAndBrokenLinksFailTheOpen) {
   bad[667] = 40;  // 40-bit auxiliary integers, with one auxiliary channel
   bad[25] = 1;
   save_bytes(path, bad);
-  errors.clear();
   EXPECT_EQ(open_or_free(path), nullptr);
   EXPECT_TRUE(errors.has(3, "rla cannot handle auxiliary channel width"));
 
@@ -211,7 +209,6 @@ TEST_F(RlaReader, UnsupportedChannelsAndBrokenLinksFailTheOpen) {
   const uint32_t second = be32(bad, 736);
   orx::rla::store_be32(bad.data() + second + 736, second);
   save_bytes(path, bad);
-  errors.clear();
   EXPECT_EQ(open_or_free(path), nullptr);
   EXPECT_EQ(orx__err, ORX_E_NOT_OUR_FILE);
   // A link past the end of the file.
