@@ -79,10 +79,6 @@ TEST_F(Lut, OutOfMemoryReportsAndFreesTheRecord) {
   EXPECT_EQ(ORX_lut_realloc(kept, 0x40000000u), nullptr);
 }
 
-}  // namespace
-
-namespace {
-
 int read_palette(void *data, ORX_LUT **lut) {
   *lut = ORX_lut_alloc(*static_cast<uint32_t *>(data));
   return *lut != nullptr;

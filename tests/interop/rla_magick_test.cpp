@@ -1,12 +1,7 @@
-#include <gtest/gtest.h>
-
-#include <string>
 #include <tuple>
-#include <vector>
 
 #include "formats/rla/rla_files.hpp"
 #include "peers.hpp"
-#include "support/fixtures.hpp"
 
 namespace {
 
@@ -16,10 +11,7 @@ using namespace orx::test;
 // GraphicsMagick insists on, and returns the interleaved samples top row
 // first, as raw output of the Magick tools lays them out.
 std::vector<uint8_t> write_rgb8(const std::string &path, const ImageShape &shape) {
-  ORX_OBJECT *object = writer_object(path, {shape});
-  object->info.images[0].image.name = STR_save("rgb");
-  EXPECT_EQ(ORX_rla_w_open(object), 1);
-  write_all_rows_and_close(object);
+  write_file(path, {shape}, "rgb");
   const ORX_IFD ifd = describe(shape);
   const int channels = shape.image.count + shape.matte.count;
   std::vector<uint8_t> raw;
@@ -33,7 +25,7 @@ std::vector<uint8_t> write_rgb8(const std::string &path, const ImageShape &shape
 }
 
 TEST(RlaWithGraphicsMagick, ReadsOurEightBitFilesExactly) {
-  ORX_REQUIRE_TOOL("gm");
+  if (!have_tool("gm")) GTEST_SKIP() << "gm is not installed";
   TempDir dir;
   const ImageShape rgb{{0, 20, 0, 6}, {0, 20, 0, 6}, {3, ORX_C_INTEGER, 8}, {}, {}};
   const ImageShape rgba{{0, 9, 0, 4}, {0, 9, 0, 4}, {3, ORX_C_INTEGER, 8}, {1, ORX_C_INTEGER, 8}, {}};
@@ -53,9 +45,8 @@ TEST(RlaWithGraphicsMagick, ReadsOurEightBitFilesExactly) {
 // docs/rla-layout.md).  The test pins that behaviour down, so a fixed
 // ImageMagick shows up here.
 TEST(RlaWithImageMagick, ReadsOneRowFilesAndRefusesTallerOnes) {
-  ORX_REQUIRE_TOOL("convert");
   if (run("convert -version").output.find("ImageMagick") == std::string::npos)
-    GTEST_SKIP() << "convert is not ImageMagick";
+    GTEST_SKIP() << "ImageMagick's convert is not installed";
   TempDir dir;
   const ImageShape row{{0, 20, 0, 0}, {0, 20, 0, 0}, {3, ORX_C_INTEGER, 8}, {}, {}};
   std::vector<uint8_t> want = write_rgb8(dir.file("row.rla"), row);

@@ -128,39 +128,7 @@ TEST(RlaHeader, OlderRevisionsReadAsEightBitSingleImagesWhateverTheLaterFieldsHo
     EXPECT_EQ(old.image.count, 3);
     EXPECT_EQ(old.matte.storage, 4);
     EXPECT_EQ(str(old.name), "shot_010");
-
-    // Read as "rlb", the field code of an older layout is honoured.
-    decode_header(bytes, true, &old);
-    EXPECT_EQ(old.field, 2);
-    EXPECT_EQ(old.image.bits, 8);
   }
-  // The current layout takes the field code either way.
-  store_be16(bytes + 26, 0xFFFE);
-  Header current;
-  decode_header(bytes, false, &current);
-  EXPECT_EQ(current.field, 2);
-  EXPECT_EQ(current.image.bits, 16);
-}
-
-TEST(RlaHeader, StorageCodesMapToChannelTypes) {
-  EXPECT_EQ(channel_type(0), ORX_C_INTEGER);
-  EXPECT_EQ(channel_type(4), ORX_C_FLOAT);
-  EXPECT_EQ(channel_type(5), ORX_C_DOUBLE);
-  EXPECT_EQ(channel_type(1), kNoType);
-  EXPECT_EQ(channel_type(-1), kNoType);
-  EXPECT_EQ(storage_code(ORX_C_INTEGER), 0);
-  EXPECT_EQ(storage_code(ORX_C_FLOAT), 4);
-  EXPECT_EQ(storage_code(ORX_C_DOUBLE), 5);
-  EXPECT_EQ(storage_code(9), 0);
-
-  Header h = full_header();
-  h.image.storage = 3;
-  HeaderBytes bytes;
-  encode_header(h, bytes);
-  Header back;
-  decode_header(bytes, false, &back);
-  EXPECT_EQ(back.image.storage, 3);
-  EXPECT_EQ(back.image.type, kNoType);
 }
 
 TEST(RlaHeader, EachValidityRuleRefusesOnItsOwn) {

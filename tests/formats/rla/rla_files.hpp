@@ -15,6 +15,7 @@
 #include "orx/plugin.h"
 #include "orx/rla.h"
 #include "orx/str.h"
+#include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
 #include "support/images.hpp"
 
@@ -86,6 +87,14 @@ inline ORX_OBJECT *open_or_free(const std::string &path) {
   return nullptr;
 }
 
+// Whether path opens for reading; an opened file is closed again.
+inline bool opens(const std::string &path) {
+  ORX_OBJECT *object = open_or_free(path);
+  if (object == nullptr) return false;
+  EXPECT_EQ(object->close(object, 0), 0);
+  return true;
+}
+
 // The groups of each channel of a descriptor, in buffer order.
 inline std::vector<const ORX_CHANNELS *> channel_groups(const ORX_IFD &ifd) {
   std::vector<const ORX_CHANNELS *> out;
@@ -114,6 +123,26 @@ inline std::vector<uint8_t> expected_row(const ORX_IFD &ifd, int c, int y) {
   return row;
 }
 
+// Fills the channel rows of buffer with the pattern of row y.
+inline void fill_pattern(const ORX_IFD &ifd, void *const *buffer, int y) {
+  const int channels = static_cast<int>(channel_groups(ifd).size());
+  for (int c = 0; c < channels; ++c) {
+    std::vector<uint8_t> row = expected_row(ifd, c, y);
+    std::memcpy(buffer[c], row.data(), row.size());
+  }
+}
+
+// Whether every channel row of rows holds the pattern of row y.
+inline ::testing::AssertionResult holds_pattern(const ORX_IFD &ifd, void *const *rows, int y) {
+  const int channels = static_cast<int>(channel_groups(ifd).size());
+  for (int c = 0; c < channels; ++c) {
+    std::vector<uint8_t> want = expected_row(ifd, c, y);
+    if (std::memcmp(rows[c], want.data(), want.size()) != 0)
+      return ::testing::AssertionFailure() << "row " << y << " channel " << c;
+  }
+  return ::testing::AssertionSuccess();
+}
+
 // Writes every row of every image of an opened write object, then closes it.
 inline void write_all_rows_and_close(ORX_OBJECT *object) {
   for (int i = 0; i < object->info.image_count; ++i) {
@@ -121,11 +150,7 @@ inline void write_all_rows_and_close(ORX_OBJECT *object) {
     void **buffer = orx__chan_alloc(&ifd, ifd.window.right - ifd.window.left + 1, "test");
     ASSERT_NE(buffer, nullptr);
     for (int y = ifd.window.bottom; y <= ifd.window.top; ++y) {
-      const int channels = static_cast<int>(channel_groups(ifd).size());
-      for (int c = 0; c < channels; ++c) {
-        std::vector<uint8_t> row = expected_row(ifd, c, y);
-        std::memcpy(buffer[c], row.data(), row.size());
-      }
+      fill_pattern(ifd, buffer, y);
       ASSERT_EQ(object->scan(object->private_cell[i], y, buffer), 0) << "row " << y;
     }
     orx__chan_free(buffer);
@@ -133,8 +158,11 @@ inline void write_all_rows_and_close(ORX_OBJECT *object) {
   EXPECT_EQ(object->close(object, 0), 0);
 }
 
-inline void write_file(const std::string &path, const std::vector<ImageShape> &shapes) {
+// Writes path with the shapes, the image channels named when a name is given.
+inline void write_file(const std::string &path, const std::vector<ImageShape> &shapes,
+                       const char *image_name = nullptr) {
   ORX_OBJECT *object = writer_object(path, shapes);
+  if (image_name != nullptr) object->info.images[0].image.name = STR_save(image_name);
   ASSERT_EQ(ORX_rla_w_open(object), 1);
   write_all_rows_and_close(object);
 }
@@ -144,18 +172,19 @@ inline void write_file(const std::string &path, const std::vector<ImageShape> &s
 inline void expect_pattern(ORX_OBJECT *object) {
   for (int i = 0; i < object->info.image_count; ++i) {
     const ORX_IFD &ifd = object->info.images[i];
-    const int channels = static_cast<int>(channel_groups(ifd).size());
     for (int y = ifd.window.bottom; y <= ifd.window.top; ++y) {
       void **rows = nullptr;
       ASSERT_EQ(object->scan(object->private_cell[i], y, &rows), 0) << "image " << i << " row " << y;
-      for (int c = 0; c < channels; ++c) {
-        std::vector<uint8_t> want = expected_row(ifd, c, y);
-        ASSERT_EQ(std::memcmp(rows[c], want.data(), want.size()), 0)
-            << "image " << i << " row " << y << " channel " << c;
-      }
+      ASSERT_TRUE(holds_pattern(ifd, rows, y)) << "image " << i;
     }
   }
 }
+
+// The error service clean for every test, and a directory of the test's own.
+class RlaTest : public CleanErrors {
+ protected:
+  TempDir dir;
+};
 
 inline uint32_t be32(const std::vector<uint8_t> &b, std::size_t at) {
   return (uint32_t{b[at]} << 24) | (uint32_t{b[at + 1]} << 16) | (uint32_t{b[at + 2]} << 8) |

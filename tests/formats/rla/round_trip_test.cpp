@@ -1,16 +1,9 @@
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "formats/rla/rla_files.hpp"
-#include "support/error_capture.hpp"
-#include "support/fixtures.hpp"
 
 namespace {
 
 using namespace orx::test;
-using RlaRoundTrip = CleanErrors;
+using RlaRoundTrip = RlaTest;
 
 void round_trip(const std::string &path, const std::vector<ImageShape> &shapes) {
   write_file(path, shapes);
@@ -31,16 +24,17 @@ void round_trip(const std::string &path, const std::vector<ImageShape> &shapes) 
   EXPECT_EQ(object->close(object, 0), 0);
 }
 
-TEST_F(RlaRoundTrip, EveryIntegerWidthFloatAndDoubleWithMatteAndAux) {
-  TempDir dir;
+TEST_F(RlaRoundTrip, EveryIntegerWidthFloatAndDoubleWithMatteAuxAndPadding) {
   const Group groups[] = {{1, ORX_C_INTEGER, 8},  {3, ORX_C_INTEGER, 8},  {3, ORX_C_INTEGER, 12},
                           {3, ORX_C_INTEGER, 16}, {1, ORX_C_INTEGER, 24}, {3, ORX_C_INTEGER, 32},
                           {3, ORX_C_FLOAT, 32},   {1, ORX_C_DOUBLE, 64},  {3, ORX_C_INTEGER, 5}};
   int n = 0;
   for (const Group &g : groups) {
     ImageShape shape;
-    shape.window = {0, 300, 0, 4};  // wider than one 128-sample packet
-    shape.active = shape.window;
+    // Odd widths wider than one 128-sample packet; padding columns on both
+    // sides and padding rows above and below the active window.
+    shape.window = {2, 302, 1, 7};
+    shape.active = {5, 290, 2, 5};
     shape.image = g;
     shape.matte = {1, g.type, g.bits};
     shape.aux = {1, ORX_C_FLOAT, 32};
@@ -51,34 +45,11 @@ TEST_F(RlaRoundTrip, EveryIntegerWidthFloatAndDoubleWithMatteAndAux) {
   }
 }
 
-TEST_F(RlaRoundTrip, OddWidthsAndActiveWindowsSmallerThanTheWindow) {
-  TempDir dir;
-  ImageShape shape;
-  shape.window = {0, 6, 0, 4};  // width 7
-  shape.active = shape.window;
-  shape.image = {3, ORX_C_INTEGER, 8};
-  round_trip(dir.file("odd.rla"), {shape});
-  shape.window = {2, 40, 1, 12};
-  shape.active = {5, 31, 3, 9};  // padding columns on both sides, padding rows above and below
-  shape.matte = {1, ORX_C_INTEGER, 16};
-  round_trip(dir.file("pad8.rla"), {shape});
-  shape.image = {4 - 1, ORX_C_DOUBLE, 64};
-  round_trip(dir.file("paddouble.rla"), {shape});
-}
-
 TEST_F(RlaRoundTrip, MultiImageFilesLinkEveryHeaderAndReadInAnyOrder) {
-  TempDir dir;
-  ImageShape a;
-  ImageShape b;
-  b.window = {0, 20, 0, 7};
-  b.active = {3, 17, 2, 5};
-  b.image = {1, ORX_C_INTEGER, 16};
-  b.matte = {1, ORX_C_FLOAT, 32};
-  ImageShape c;
-  c.window = {0, 3, 0, 2};
-  c.active = c.window;
+  const ImageShape b{{0, 20, 0, 7}, {3, 17, 2, 5}, {1, ORX_C_INTEGER, 16}, {1, ORX_C_FLOAT, 32}};
+  const ImageShape c{.window = {0, 3, 0, 2}, .active = {0, 3, 0, 2}};
   const std::string path = dir.file("multi.rla");
-  round_trip(path, {a, b, c});
+  round_trip(path, {ImageShape{}, b, c});
 
   // Next links: image 0 -> image 1 -> image 2 -> 0.
   std::vector<uint8_t> bytes = load(path);
@@ -97,15 +68,13 @@ TEST_F(RlaRoundTrip, MultiImageFilesLinkEveryHeaderAndReadInAnyOrder) {
       if (y > ifd.window.top) continue;
       void **rows = nullptr;
       ASSERT_EQ(object->scan(object->private_cell[i], y, &rows), 0);
-      std::vector<uint8_t> want = expected_row(ifd, 0, y);
-      EXPECT_EQ(std::memcmp(rows[0], want.data(), want.size()), 0) << i << " " << y;
+      EXPECT_TRUE(holds_pattern(ifd, rows, y)) << "image " << i;
     }
   }
   EXPECT_EQ(object->close(object, 0), 0);
 }
 
 TEST_F(RlaRoundTrip, HeaderTextsAndChromaticitiesSurvive) {
-  TempDir dir;
   const std::string path = dir.file("texts.rla");
   ORX_OBJECT *object = writer_object(path, {ImageShape{}});
   ORX_INFO &info = object->info;
