@@ -30,4 +30,9 @@ inline bool have_tool(const char *tool) {
   return run(std::string("command -v ") + tool + " >/dev/null").status == 0;
 }
 
+#define ORX_REQUIRE_TOOL(tool)                                              \
+  do {                                                                      \
+    if (!::orx::test::have_tool(tool)) GTEST_SKIP() << tool " is not installed"; \
+  } while (0)
+
 }  // namespace orx::test

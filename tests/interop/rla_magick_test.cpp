@@ -25,7 +25,7 @@ std::vector<uint8_t> write_rgb8(const std::string &path, const ImageShape &shape
 }
 
 TEST(RlaWithGraphicsMagick, ReadsOurEightBitFilesExactly) {
-  if (!have_tool("gm")) GTEST_SKIP() << "gm is not installed";
+  ORX_REQUIRE_TOOL("gm");
   TempDir dir;
   const ImageShape rgb{{0, 20, 0, 6}, {0, 20, 0, 6}, {3, ORX_C_INTEGER, 8}, {}, {}};
   const ImageShape rgba{{0, 9, 0, 4}, {0, 9, 0, 4}, {3, ORX_C_INTEGER, 8}, {1, ORX_C_INTEGER, 8}, {}};
