@@ -57,8 +57,8 @@ ORX_API void **PTR_save_n(int count, ...);
 ORX_API void **PTR_copy(void **dest, void **src);
 
 /* Copies at most n slots of src into dest, stopping after a NULL slot.  No
- * terminator of its own is written.  n = 0 copies nothing.  Returns dest. */
-ORX_API void **PTR_n_copy(void **dest, void **src, uint32_t n);
+ * terminator of its own is written.  n < 1 copies nothing.  Returns dest. */
+ORX_API void **PTR_n_copy(void **dest, void **src, int n);
 
 /* Grows array and appends all elements of src.  A NULL array gives a new
  * copy of src.  Returns the possibly moved array, or NULL (array unchanged)
@@ -114,8 +114,8 @@ ORX_API void **PTR_remove_index(void **array, int index);
 
 /* Deletes n slots starting at index.  A negative index deletes from the
  * start and shortens n by as much; a count running past the end deletes to
- * the end; n = 0 does nothing.  Returns array. */
-ORX_API void **PTR_n_remove_index(void **array, int index, uint32_t n);
+ * the end; n < 1 does nothing.  Returns array. */
+ORX_API void **PTR_n_remove_index(void **array, int index, int n);
 
 /* Reverses the order of the elements in place.  Returns array. */
 ORX_API void **PTR_reverse(void **array);

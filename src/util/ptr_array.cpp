@@ -134,9 +134,9 @@ void **PTR_copy(void **dest, void **src) {
   return dest;
 }
 
-void **PTR_n_copy(void **dest, void **src, uint32_t n) {
+void **PTR_n_copy(void **dest, void **src, int n) {
   void *const *from = source(src);
-  for (uint32_t i = 0; i < n; ++i) {
+  for (int i = 0; i < n; ++i) {
     dest[i] = from[i];
     if (from[i] == nullptr) break;
   }
@@ -209,7 +209,7 @@ void **PTR_remove_all(void **array, void *element) {
 
 void **PTR_remove_index(void **array, int index) { return PTR_n_remove_index(array, index, 1); }
 
-void **PTR_n_remove_index(void **array, int index, uint32_t n) {
+void **PTR_n_remove_index(void **array, int index, int n) {
   std::int64_t start = index;
   std::int64_t count = n;
   if (start < 0) {

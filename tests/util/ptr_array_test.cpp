@@ -118,8 +118,9 @@ TEST_F(PtrArray, InPlaceCopiesRespectLimitsAndTerminators) {
 
   PTR_n_copy(dest, src, 2);  // two slots, no terminator of its own
   EXPECT_EQ(Items(dest, dest + 3), (Items{A, B, E}));
-  PTR_n_copy(dest, src, 0);
-  EXPECT_EQ(dest[0], A);
+  PTR_n_copy(dest + 2, src, 0);
+  PTR_n_copy(dest + 2, src, -1);  // counts below 1 copy nothing
+  EXPECT_EQ(Items(dest, dest + 3), (Items{A, B, E}));
   std::fill(std::begin(dest), std::end(dest), E);
   PTR_n_copy(dest, src, 6);  // stops after the terminator
   EXPECT_EQ(Items(dest, dest + 5), (Items{A, B, C, nullptr, E}));
@@ -149,6 +150,7 @@ TEST_F(PtrArray, RemovalClosesGapsAndClampsRanges) {
   EXPECT_EQ(contents(array), (Items{B, C, D, E}));
   PTR_n_remove_index(array, -5, 3);  // range ends before the start
   PTR_n_remove_index(array, 1, 0);
+  PTR_n_remove_index(array, 1, -1);
   PTR_n_remove_index(array, 4, 1);
   EXPECT_EQ(contents(array), (Items{B, C, D, E}));
   PTR_n_remove_index(array, 2, 100);  // runs past the end
