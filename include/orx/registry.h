@@ -65,15 +65,16 @@ ORX_API ORX_FORMAT *ORX_info(void);
  * file type key ...").  NULL for a NULL key. */
 ORX_API const char *ORX_name_from_key(const char *key);
 
-/* The library defaults: format key "rla" and base name "im" of image files. */
+/* The library defaults: format key "rla" and base name "im" of image files
+ * (NULL when the registry could not start). */
 ORX_API const char *ORX_def_key(void);
 ORX_API const char *ORX_def_base_name(void);
 
 /* Ask every format's file test, in registry order (plug-ins first), whether
  * the file (name, or stream when not NULL) is of its format; returns the key
  * of the first that says yes.  *known (when known is not NULL) is set to 1,
- * and to 0 when some format has no file test.  When none says yes: "__none_"
- * if *known stayed 1, else NULL. */
+ * and to 0 when some format asked (before the one that says yes, if any) has
+ * no file test.  When none says yes: "__none_" if *known stayed 1, else NULL. */
 ORX_API const char *ORX_get_file_type(const char *name, FILE *stream, int32_t *known);
 
 /* With a NULL key, ORX_get_file_type.  Otherwise test only the formats whose

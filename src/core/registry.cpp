@@ -97,7 +97,7 @@ Bind bind_rest(void *module, const char *plugin, FormatRecord &record) {
     if (cell == nullptr && s.field == &ORX_FORMAT::name) return refuse(record, plugin, s.name);
     if (!copy_field(f.*s.field, text)) return Bind::kNoMemory;
   }
-  f.owns_format_string = 1;
+  f.owns_format_string = 0;  // plug-ins never; the registry frees its copies anyway
   for (const IntSymbol &s : kIntSymbols) {
     auto *cell = static_cast<const int32_t *>(platform::module_symbol(module, s.name));
     if (cell == nullptr && s.field == &ORX_FORMAT::orientation)
@@ -126,7 +126,10 @@ Bind bind_rest(void *module, const char *plugin, FormatRecord &record) {
   return Bind::kAccepted;
 }
 
-Bind bind_plugin(void *module, const char *plugin, FormatRecord &record) {
+// on_key runs once the key is bound, before the rest is: an earlier plug-in
+// with the same key goes even when this one is refused afterwards.
+template <typename OnKey>
+Bind bind_plugin(void *module, const char *plugin, FormatRecord &record, OnKey on_key) {
   record = FormatRecord{};
   auto *version_cell = static_cast<const char *const *>(platform::module_symbol(module, "version"));
   if (version_cell == nullptr) {
@@ -144,6 +147,7 @@ Bind bind_plugin(void *module, const char *plugin, FormatRecord &record) {
   auto *key_cell = static_cast<const char *const *>(platform::module_symbol(module, "imageKey"));
   if (key_cell == nullptr || *key_cell == nullptr) return refuse(record, plugin, "imageKey");
   if (!copy_field(record.pub.key, *key_cell)) return Bind::kNoMemory;
+  on_key(record.pub.key);
   return bind_rest(module, plugin, record);
 }
 
@@ -178,8 +182,8 @@ bool add_plugins(Registry &r, int32_t &capacity, ORX_PLUGIN_ENUM plugins) {
     if (module == nullptr) continue;
     if (plugin == nullptr) plugin = "(unnamed)";
     if (!reserve(r, capacity)) return false;
-    FormatRecord &record = r.records[r.count];
-    switch (bind_plugin(module, plugin, record)) {
+    FormatRecord record;
+    switch (bind_plugin(module, plugin, record, [&](const char *key) { drop_same_key(r, key); })) {
       case Bind::kRefused:
         continue;
       case Bind::kNoMemory:
@@ -188,9 +192,7 @@ bool add_plugins(Registry &r, int32_t &capacity, ORX_PLUGIN_ENUM plugins) {
       case Bind::kAccepted:
         break;
     }
-    const FormatRecord accepted = record;
-    drop_same_key(r, accepted.pub.key);
-    r.records[r.count++] = accepted;
+    r.records[r.count++] = record;
   }
   return true;
 }

@@ -61,12 +61,12 @@ const char *ORX_name_from_key(const char *key) {
 }
 
 const char *ORX_def_key(void) {
-  orx::core::ensure_initialised("ORX_def_key");
+  if (!orx::core::ensure_initialised("ORX_def_key")) return nullptr;
   return "rla";
 }
 
 const char *ORX_def_base_name(void) {
-  orx::core::ensure_initialised("ORX_def_base_name");
+  if (!orx::core::ensure_initialised("ORX_def_base_name")) return nullptr;
   return "im";
 }
 
@@ -76,18 +76,22 @@ const char *ORX_get_file_type(const char *name, FILE *stream, int32_t *known) {
   if (!ensure_initialised("ORX_get_file_type")) return nullptr;
   orx::platform::Lock lock(library_mutex());
   Registry &r = registry();
+  // known tells whether every format asked so far could answer, also when
+  // a later one says yes.
   int32_t all_answered = 1;
-  for (int32_t i = 0; i < r.count; ++i)
-    if (says_yes(r.records[i], name, stream, &all_answered)) return r.records[i].pub.key;
-  if (known != nullptr) *known = all_answered;
+  for (int32_t i = 0; i < r.count; ++i) {
+    const bool yes = says_yes(r.records[i], name, stream, &all_answered);
+    if (known != nullptr) *known = all_answered;
+    if (yes) return r.records[i].pub.key;
+  }
   return all_answered != 0 ? kNone : nullptr;
 }
 
 const char *ORX_is_file_type(const char *name, FILE *stream, const char *key, int32_t *known) {
   using namespace orx::core;
-  if (key == nullptr) return ORX_get_file_type(name, stream, known);
   if (known != nullptr) *known = 1;
   if (!ensure_initialised("ORX_is_file_type")) return nullptr;
+  if (key == nullptr) return ORX_get_file_type(name, stream, known);
   Registry &r = registry();
   if (key_is(r.last_match, key) && says_yes(*r.last_match, name, stream, known))
     return r.last_match->pub.key;

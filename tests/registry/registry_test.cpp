@@ -92,6 +92,14 @@ TEST_F(RegistryTest, ALaterPluginReplacesAnEarlierOneWithTheSameKey) {
   ASSERT_EQ(ORX_getFormatKeys(keys), 2);
   EXPECT_STREQ(keys[0], "tgood");
   EXPECT_STREQ(keys[1], "tdup");
+  EXPECT_EQ(ORX_find("tdup")->owns_format_string, 0);
+  ORX_exit();
+
+  // The earlier one goes as soon as the later one's key is read, even when
+  // the later one is then refused.
+  PluginSet refused({"plugin_dup_a", "plugin_dup_refused"});
+  ASSERT_EQ(refused.init(), 0);
+  EXPECT_EQ(ORX_find("tdup"), nullptr);
 }
 
 TEST_F(RegistryTest, NullStringSymbolsTakeTheirDefaults) {
@@ -124,11 +132,14 @@ TEST_F(RegistryTest, LazyInitialisationIsAnnouncedWithTheEntryPointsName) {
   EXPECT_EQ(ORX_info(), nullptr);
   ORX_exit();
   EXPECT_EQ(ORX_open(nullptr, "r"), nullptr);
+  ORX_exit();
+  EXPECT_STREQ(ORX_is_file_type("none", nullptr, nullptr, nullptr), "__none_");
   const std::vector<std::string> expected = {
       "0orx, initializing database for ORX_find request",
       "0orx, initializing database for ORX_def_base_name request",
       "0orx, initializing database for ORX_find request",
-      "0orx, initializing database for ORX_open request"};
+      "0orx, initializing database for ORX_open request",
+      "0orx, initializing database for ORX_is_file_type request"};
   EXPECT_EQ(announcements(errors), expected);
 }
 
@@ -212,6 +223,7 @@ TEST_F(RegistryTest, FileTypeTestsAskEachFormatAndTellWhetherAllCouldAnswer) {
   EXPECT_EQ(ORX_get_file_type(missing.c_str(), nullptr, &known), nullptr);
   EXPECT_EQ(known, 0);  // the good plug-in has no file test
   EXPECT_STREQ(ORX_get_file_type("shot.tmf", nullptr, &known), "tmulti");
+  EXPECT_EQ(known, 0);  // asked first, the good plug-in could not answer
   EXPECT_STREQ(ORX_is_file_type("shot.tmf", nullptr, "tmulti", &known), "tmulti");
   EXPECT_EQ(known, 1);
   EXPECT_STREQ(ORX_is_file_type("again.tmf", nullptr, "tmulti", &known), "tmulti");
