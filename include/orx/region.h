@@ -38,8 +38,10 @@ ORX_BEGIN_DECLS
  * address and may be replaced.  When the image's format has a region reader
  * of its own (the object's region slot), every call goes to it instead.
  * Returns orx__err: 0; -5 for a null object or buffer; -16 for a layout,
- * rectangle or channels it cannot convert (reported, naming the format);
- * or the status of the failing seek or scanline read, the rows read before
+ * rectangle or channels it cannot convert (reported, naming the format by
+ * the object's type; channels are refused only after the zeros outside the
+ * active window are written, and a rectangle wholly outside it reads as
+ * zeros whatever the channels); or the status of the failing seek or scanline read, the rows read before
  * it being written. */
 ORX_API int ORX_get_region(ORX_OBJECT **object, int32_t x_left, int32_t x_right,
                            int32_t y_bottom, int32_t y_top, void *buffer, int32_t stride,

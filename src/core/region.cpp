@@ -124,9 +124,12 @@ RowFn row_function(const Layout &l, int colour_bytes, int alpha_bytes) {
                       : pick<std::uint8_t, 4>(colour_bytes, alpha_bytes);
 }
 
+// Named by the object's type as the registry knows it: its name, else the
+// key (an unknown key is reported too).
 int refuse(const ORX_OBJECT *object) {
-  const ORX_FORMAT *f = object->format;
-  const char *who = f == nullptr ? "rla" : f->name != nullptr ? f->name : f->key;
+  const char *key = object->info.type;
+  if (key == nullptr && object->format != nullptr) key = object->format->key;
+  const char *who = key != nullptr ? ORX_name_from_key(key) : nullptr;
   return fail(ORX_E_UNSUPPORTED, Msg::kCannotHandleRequest, who != nullptr ? who : "rla");
 }
 
@@ -163,16 +166,20 @@ extern "C" int ORX_get_region(ORX_OBJECT **objectp, int32_t x_left, int32_t x_ri
   // with four or more (kept so, as hosts of older releases expect).
   const int alpha_channel = std::min(colours, 3);
   const ORX_CHANNELS &alpha_group = colours >= 4 ? ifd.image : ifd.matte;
-  if (colours < 1 || !convertible(ifd.image) || (has_alpha && !convertible(alpha_group)))
-    return refuse(object);
-
+  const int src[4] = {0, colours >= 2 ? 1 : 0, colours >= 3 ? 2 : 0, alpha_channel};
+  // Channels the conversion cannot take are refused only after the zeros
+  // around the active window are written and the first line is sought.
+  const bool unconvertible =
+      colours < 1 || !convertible(ifd.image) || (has_alpha && !convertible(alpha_group));
   const float full = l->wide ? 65535.0f : 255.0f;
-  const float fc = full / static_cast<float>((1u << ifd.image.bits) - 1u);
-  const float fa = has_alpha ? full / static_cast<float>((1u << ifd.matte.bits) - 1u) : 0.0f;
+  const auto factor = [&](const ORX_CHANNELS &g) {
+    return g.bits < 1 || g.bits > 31 ? 0.0f : full / static_cast<float>((1u << g.bits) - 1u);
+  };
+  const float fc = factor(ifd.image);
+  const float fa = has_alpha ? factor(ifd.matte) : 0.0f;
   const int colour_bytes = ifd.image.bits <= 8 ? 1 : 2;
   const int alpha_bytes = !has_alpha ? 0 : alpha_group.bits <= 8 ? 1 : 2;
   const RowFn row_fn = row_function(*l, colour_bytes, alpha_bytes);
-  const int src[4] = {0, colours >= 2 ? 1 : 0, colours >= 3 ? 2 : 0, alpha_channel};
 
   const auto width = static_cast<std::int64_t>(x_right) - x_left + 1;
   const std::int64_t row_bytes = stride == -1 ? width * l->bytes : stride;
@@ -199,6 +206,7 @@ extern "C" int ORX_get_region(ORX_OBJECT **objectp, int32_t x_left, int32_t x_ri
   const int32_t first = upwards ? y0 : y1;
   if (int status = ORX_seek(objectp, first); status != 0) return status;
   object = *objectp;
+  if (unconvertible) return refuse(object);
   const std::size_t skip = static_cast<std::size_t>(x0 - object->info.images[0].window.left);
   for (int32_t k = 0; k <= y1 - y0; ++k) {
     const int32_t y = upwards ? y0 + k : y1 - k;

@@ -131,21 +131,16 @@ TEST_F(Region, RefusalsNameTheFormatAndAFormatsOwnReaderTakesOver) {
     EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED);
     EXPECT_TRUE(cap.has(ERR_ERROR, "rla cannot handle the requested action")) << cap.last();
   }
-  // The format's name, else its key; no record at all counts as RLA.
-  const ORX_FORMAT *record = object->format;
-  ORX_FORMAT named{};
-  named.key = const_cast<char *>("dmo");
-  named.name = const_cast<char *>("Demo Format");
-  object->format = &named;
-  EXPECT_EQ(ORX_get_region(&object, 0, 3, 0, 1, buf, -1, 2), ORX_E_UNSUPPORTED);
-  EXPECT_EQ(cap.last(), "Demo Format cannot handle the requested action");
-  named.name = nullptr;
-  EXPECT_EQ(ORX_get_region(&object, 0, 3, 0, 1, buf, -1, 2), ORX_E_UNSUPPORTED);
-  EXPECT_EQ(cap.last(), "dmo cannot handle the requested action");
-  object->format = nullptr;
-  EXPECT_EQ(ORX_get_region(&object, 0, 3, 0, 1, buf, -1, 2), ORX_E_UNSUPPORTED);
-  EXPECT_EQ(cap.last(), "rla cannot handle the requested action");
-  object->format = record;
+  // Named by the object's type: the format's name, else the key, and an
+  // unknown key is reported as such.
+  char *type = object->info.type;
+  for (const auto &[key, says] : {std::pair{"mem", "memory"}, {"dmo", "dmo"}}) {
+    object->info.type = const_cast<char *>(key);
+    EXPECT_EQ(ORX_get_region(&object, 0, 3, 0, 1, buf, -1, 2), ORX_E_UNSUPPORTED);
+    EXPECT_EQ(cap.last(), std::string(says) + " cannot handle the requested action");
+  }
+  EXPECT_TRUE(cap.has(ERR_ERROR, "Unknown file type key (\"dmo\")")) << cap.last();
+  object->info.type = type;
 
   // Channels the conversion cannot take: none, integers wider than 16 bits, floats.
   ORX_IFD &ifd = object->info.images[0];
@@ -158,6 +153,15 @@ TEST_F(Region, RefusalsNameTheFormatAndAFormatsOwnReaderTakesOver) {
                                     +[](ORX_IFD &d) { d.image.type = ORX_C_FLOAT; }}) {
     change(ifd);
     EXPECT_EQ(ORX_get_region(&object, 0, 3, 0, 1, buf, -1, ORX_REGION_RGBA8), ORX_E_UNSUPPORTED);
+    ifd = kept;
+    // Found only after the zeros beside the active window are written; a
+    // rectangle wholly outside it is only zeros.
+    change(ifd);
+    std::memset(buf, 0xEE, sizeof buf);
+    EXPECT_EQ(ORX_get_region(&object, -2, 3, 0, 1, buf, -1, ORX_REGION_RGBA8), ORX_E_UNSUPPORTED);
+    EXPECT_EQ(buf[0], 0);
+    EXPECT_EQ(ORX_get_region(&object, 5, 6, 0, 1, buf, -1, ORX_REGION_RGBA8), 0);
+    EXPECT_EQ(buf[0], 0);
     ifd = kept;
   }
 
