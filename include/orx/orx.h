@@ -145,7 +145,9 @@ ORX_API void ORX_info_cleanup(ORX_INFO *info, uint8_t free_strings);
 /* ORX_info_cleanup, then ERR_free of the record.  Returns 0. */
 ORX_API int ORX_info_free(ORX_INFO *info, uint8_t free_strings);
 
-/* Set a descriptor to the defaults the core gives every new image. */
+/* Set a descriptor to the defaults the core gives every new image.  (From
+ * C++, orx__init_ifd(object) does so for every descriptor of an object; see
+ * orx/plugin.h.) */
 ORX_API void orx__init_ifd(ORX_IFD *ifd);
 
 /* Build the channel scanline buffer for width pixels of descriptor ifd: one

@@ -269,4 +269,14 @@ ORX_API void orx__free_obj(ORX_OBJECT *object);
 
 ORX_END_DECLS
 
+#ifdef __cplusplus
+/* C++ only: orx__init_ifd of every descriptor of a new object
+ * (object->info.images[0 .. image_count-1]).  C code calls orx__init_ifd on
+ * each descriptor. */
+inline void orx__init_ifd(ORX_OBJECT *object) {
+  if (object == nullptr || object->info.images == nullptr) return;
+  for (int32_t i = 0; i < object->info.image_count; ++i) orx__init_ifd(&object->info.images[i]);
+}
+#endif
+
 #endif /* ORX_PLUGIN_H */

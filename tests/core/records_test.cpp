@@ -176,10 +176,17 @@ TEST_F(Records, ObjectsStartClearedAndFreeEverythingTheyOwn) {
   EXPECT_EQ(object->current_line, -1);
   EXPECT_EQ(object->info.valid, ORX_INFO_VALID);
   object->info.handle = STR_save("x.rla");
-  object->info.image_count = 1;
-  object->info.images = static_cast<ORX_IFD *>(ERR_malloc(sizeof(ORX_IFD)));
-  orx__init_ifd(object->info.images);
-  object->info.images[0].matte.name = STR_save("a");
+  object->info.image_count = 2;
+  object->info.images = static_cast<ORX_IFD *>(ERR_malloc(2 * sizeof(ORX_IFD)));
+  std::memset(object->info.images, 0xAB, 2 * sizeof(ORX_IFD));
+  orx__init_ifd(object);  // every descriptor of the object
+  for (const ORX_IFD &d : {object->info.images[0], object->info.images[1]}) {
+    EXPECT_EQ(d.version, 1);
+    EXPECT_FLOAT_EQ(d.curve.gamma, 2.2f);
+    EXPECT_EQ(d.aspect, nullptr);
+    EXPECT_EQ(d.index.bits, 16);
+  }
+  object->info.images[1].matte.name = STR_save("a");
   object->private_cell = static_cast<void **>(ERR_malloc(sizeof(void *)));
   orx__free_obj(object);  // the sanitizer build checks that nothing is left
   orx__free_obj(nullptr);
