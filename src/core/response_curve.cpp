@@ -164,11 +164,15 @@ int compose_tabulated(const ORX_RESPONSE_CURVE &a, const ORX_RESPONSE_CURVE &b,
     report(Msg::kCurveChannelCounts);
     return -1;
   }
-  if (!check_index_curve(b)) return -1;
-  if ((int32_t{1} << b.depth) != a.length) {
+  // The element counts are compared before the depth is judged: a depth
+  // no table can have is, first of all, a count that does not match.
+  const Storage s = storage_of(b.type, b.depth);
+  if (s != Storage::kBadType && s != Storage::kFloat &&
+      (b.depth < 0 || b.depth > 30 || (int32_t{1} << b.depth) != a.length)) {
     report(Msg::kCurveElementCounts);
     return -1;
   }
+  if (!check_index_curve(b)) return -1;
   if (a.curves == nullptr || b.curves == nullptr) return -1;
   ORX_RESPONSE_CURVE result = composed_header(a, b, *out, 1.0f);
   if (ORX_response_curve_init(&result) != 0) return -1;

@@ -206,6 +206,8 @@ TEST_F(ResponseCurve, ComposeReportsIncompatibleCurvesAndLeavesOutAlone) {
   ORX_RESPONSE_CURVE one = table(1.0f, 1, 256, ORX_C_INTEGER, 8);
   ORX_RESPONSE_CURVE floats = table(1.0f, 2, 256, ORX_C_FLOAT, 0);
   ORX_RESPONSE_CURVE wide = table(1.0f, 2, 256, ORX_C_INTEGER, 10);
+  ORX_RESPONSE_CURVE shallow = curve(ORX_CURVE_TABULATED, 1.0f, 2, 16, ORX_C_INTEGER, 4);
+  shallow.curves = a.curves;
   ORX_RESPONSE_CURVE out = curve(0, 3.0f, 0, 0, 0, 0);
   EXPECT_EQ(ORX_response_curve_comp(&a, &one, &out), -1);
   EXPECT_EQ(capture_->last(),
@@ -215,12 +217,14 @@ TEST_F(ResponseCurve, ComposeReportsIncompatibleCurvesAndLeavesOutAlone) {
   EXPECT_EQ(capture_->last(),
             "Incompatible response curve channel type (channel must be of type ORX_C_INTEGER "
             "for composited response curve)");
-  EXPECT_EQ(ORX_response_curve_comp(&a, &wide, &out), -1);
-  EXPECT_EQ(capture_->last(), "Incompatible response curve channel element counts");
+  for (ORX_RESPONSE_CURVE *b : {&wide, &shallow}) {
+    EXPECT_EQ(ORX_response_curve_comp(&a, b, &out), -1);
+    EXPECT_EQ(capture_->last(), "Incompatible response curve channel element counts");
+  }
   // A parametric a is tabulated to b's codes, so b must be an index curve.
   ORX_RESPONSE_CURVE pa = curve(ORX_CURVE_PARAMETRIC, 2.2f, 2, 0, ORX_C_INTEGER, 8);
   EXPECT_EQ(ORX_response_curve_comp(&pa, &floats, &out), -1);
-  EXPECT_EQ(capture_->size(), 4u);
+  EXPECT_EQ(capture_->size(), 5u);
   ORX_RESPONSE_CURVE deep = curve(ORX_CURVE_TABULATED, 1.0f, 2, 256, ORX_C_INTEGER, 31);
   deep.curves = a.curves;
   EXPECT_EQ(ORX_response_curve_comp(&pa, &deep, &out), -1);
