@@ -222,7 +222,7 @@ uint8_t ORX_name_syntax_has_frame(const char *syntax) {
     orx__err = ORX_E_EMPTY_SYNTAX;
     return 0;
   }
-  orx__err = ORX_OK;
+  orx__err = *syntax == '\0' ? ORX_E_EMPTY_SYNTAX : ORX_OK;
   return std::strchr(syntax, '#') != nullptr ? 1 : 0;
 }
 

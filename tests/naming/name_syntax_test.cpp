@@ -101,7 +101,10 @@ TEST_F(NameSyntax, HasFrameFindsAHashAnywhereWithoutCheckingValidity) {
   EXPECT_EQ(ORX_name_syntax_has_frame("bad/#"), 1);
   EXPECT_EQ(ORX_name_syntax_has_frame("name.####.ext"), 1);
   EXPECT_EQ(ORX_name_syntax_has_frame("name.ext"), 0);
+  EXPECT_EQ(orx__err, ORX_OK);
   EXPECT_EQ(ORX_name_syntax_has_frame(""), 0);
+  EXPECT_EQ(orx__err, ORX_E_EMPTY_SYNTAX);  // as every syntax function says of ""
+  orx__err = ORX_OK;
   testing::internal::CaptureStderr();
   EXPECT_EQ(ORX_name_syntax_has_frame(nullptr), 0);
   EXPECT_NE(testing::internal::GetCapturedStderr().find("programming error"), std::string::npos);
