@@ -81,7 +81,7 @@ ORX_IFD describe(const ORX_IFD &src, int32_t s) {
   d.y_resolution = y2 + 1;
   d.aspect_ratio = static_cast<float>(x2 + 1) / static_cast<float>(y2 + 1);
   d.aspect = const_cast<char *>("unknown");
-  if (d.field == 1) d.field = 2;
+  if (d.version == 1) d.version = 2;  // as any image after the first of a file
   return d;
 }
 

@@ -109,7 +109,7 @@ TEST_F(ImageProcess, SwatchSizesFitsAndRefusals) {
     if (c.images == 2) {
       EXPECT_STREQ(swatch.aspect, "unknown");
       EXPECT_FLOAT_EQ(swatch.aspect_ratio, float(c.window.right + 1) / float(c.window.top + 1));
-      EXPECT_EQ(swatch.field, 2);
+      EXPECT_EQ(swatch.version, 2);
     }
     EXPECT_EQ(ORX_close(object), 0);
   }

@@ -97,9 +97,11 @@ TEST_F(RegistryTest, ALaterPluginReplacesAnEarlierOneWithTheSameKey) {
 
   // The earlier one goes as soon as the later one's key is read, even when
   // the later one is then refused.
+  ErrorCapture errors;
   PluginSet refused({"plugin_dup_a", "plugin_dup_refused"});
   ASSERT_EQ(refused.init(), 0);
   EXPECT_EQ(ORX_find("tdup"), nullptr);
+  EXPECT_TRUE(errors.has(3, "plugin_dup_refused: imageOrientation must be defined"));
 }
 
 TEST_F(RegistryTest, NullStringSymbolsTakeTheirDefaults) {
