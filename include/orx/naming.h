@@ -71,9 +71,9 @@ ORX_API uint8_t ORX_name_syntax_has_ext(const char *syntax);
  * 0 otherwise, and for NULL or "" (status ORX_E_EMPTY_SYNTAX). */
 ORX_API uint8_t ORX_name_syntax_ends_ext(const char *syntax);
 
-/* 1 when the syntax holds a "#" anywhere, without checking validity.  NULL is
- * an application programming error: it is printed to standard error and the
- * answer is 0. */
+/* 1 when the syntax holds a "#" anywhere, without checking validity
+ * (orx__err -13 for "").  NULL is an application programming error: it is
+ * printed to standard error and the answer is 0. */
 ORX_API uint8_t ORX_name_syntax_has_frame(const char *syntax);
 
 /* The library's base-name token, "name" (a static string). */
