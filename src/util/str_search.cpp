@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "err/heap.hpp"
-#include "orx/err.h"
 #include "orx/str.h"
 
 namespace orx::util {
@@ -40,9 +39,8 @@ char *next_word(char *p, char **end) {
   return p;
 }
 
-// Decimal texts of the 32-bit limits, built once on first use.  The DEBUG
-// note is masked by default; it lets a host see what the limits were taken
-// to be without anything reaching standard output.
+// Decimal texts of the 32-bit limits, printed once, on first use, with "%d"
+// into their buffers; nothing is reported, as no string function reports.
 struct IntegerLimits {
   char largest[16];
   char smallest[16];  // with its "-"
@@ -53,7 +51,6 @@ const IntegerLimits &integer_limits() {
     IntegerLimits l{};
     std::snprintf(l.largest, sizeof l.largest, "%d", INT32_MAX);
     std::snprintf(l.smallest, sizeof l.smallest, "%d", INT32_MIN);
-    ERR_printf(ERR_DEBUG, "integer limits %d and %d", INT32_MAX, INT32_MIN);
     return l;
   }();
   return limits;

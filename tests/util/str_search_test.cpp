@@ -73,6 +73,20 @@ TEST_F(Str, FindFindsSlotsAndSpaceBoundaries) {
   EXPECT_EQ(STR_skip_space(nullptr), nullptr);
 }
 
+// The string functions report nothing, not even on the first use of the
+// integer limits: a fresh process sees to that.
+TEST(StrDeathTest, FirstIntegerTestReportsNothing) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        ERR_unmask_s(ERR_DEBUG);
+        orx::test::ErrorCapture cap;
+        STR_is_integer("1");
+        std::exit(cap.size() == 0 ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
+}
+
 TEST_F(Str, IsIntegerAcceptsLimitsRefusesOverflowAndLonePlus) {
   for (const char *yes : {"0", "+7", "-12", "999999999", "2147483647", "-2147483648",
                           "+2147483647", "0000000001"})
