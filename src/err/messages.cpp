@@ -102,9 +102,6 @@ constexpr std::array kCatalogue = {
     Entry{Msg::kLimitExceeded, 3,
           "%s: the image needs %llu %s, more than the limit of %llu (raise it with "
           "ORX_set_limit or %s)"},
-    Entry{Msg::kFileTooSmall, 3,
-          "%s: its headers, offset tables and scanline lengths need at least %llu bytes, "
-          "but the file has %llu"},
     Entry{Msg::kResNotResource, 3, "%s is not a resource file (%s)"},
     Entry{Msg::kResBadName, 3, "Invalid resource type \"%s\" or name \"%s\""},
     Entry{Msg::kResDuplicate, 3, "Duplicate resource %s \"%s\""},

@@ -61,7 +61,6 @@ enum class Msg : int32_t {
   kCurveChannelType = 902213,
   kCurveElementCounts = 902214,
   kLimitExceeded = 902240,
-  kFileTooSmall = 902241,
   kResNotResource = 902250,
   kResBadName = 902251,
   kResDuplicate = 902252,

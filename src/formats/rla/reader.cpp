@@ -56,9 +56,7 @@ struct ReadFile {
   bool is_stdin = false;
   bool sequential = false;     // a stream that cannot seek: rows in file order only
   CloseStream close_stream = nullptr;  // how a sequential stream is closed
-  // What the images read so far demand: bytes the file must hold at least,
-  // and bytes of row buffers.
-  std::uint64_t least_size = 0;
+  // Bytes of row buffers the images read so far demand.
   std::uint64_t row_memory = 0;
 };
 
@@ -210,22 +208,15 @@ int over_limit(const char *path, std::int32_t which, std::uint64_t need, const c
               core::limit_variable(which));
 }
 
-// Whether the file can hold image, and the library may give it buffers,
-// before anything its header sizes is allocated; 0, or -8 after a report.
-int check_demands(const char *path, long file_size, long at, const ReadImage &image,
-                  const ORX_IFD &ifd, int rows) {
+// Whether the library may give image its buffers before anything its
+// header sizes is allocated; 0, or -8 after a report.  A file too short for
+// its offset table fails when the table is read; rows the file lacks fail
+// when they are read.
+int check_demands(const char *path, const ReadImage &image, const ORX_IFD &ifd) {
   ReadFile &file = *image.file;
   const auto channels = static_cast<std::uint64_t>(image.channels);
   if (static_cast<std::int64_t>(channels) > ORX_limit(ORX_LIMIT_CHANNELS))
     return over_limit(path, ORX_LIMIT_CHANNELS, channels, "channels");
-  const std::uint64_t table = offset_table_size(rows);
-  const auto size = static_cast<std::uint64_t>(file_size);
-  file.least_size += kHeaderSize + table + 2 * channels * static_cast<std::uint64_t>(rows);
-  const std::uint64_t here = static_cast<std::uint64_t>(at) + kHeaderSize + table;
-  const std::uint64_t need = std::max(file.least_size, here);
-  if (need > size)
-    return fail(ORX_E_NOT_OUR_FILE, Msg::kFileTooSmall, path, static_cast<unsigned long long>(need),
-                static_cast<unsigned long long>(size));
   // The decode buffer is at most 16 bytes a sample, whatever the widths.
   file.row_memory += core::channel_block_bytes(ifd, image.width) +
                      decode_buffer_size(image.active_width, 64);
@@ -236,7 +227,7 @@ int check_demands(const char *path, long file_size, long at, const ReadImage &im
 
 // Reads the header at the stream's position as image `index` into the last
 // state and descriptor.  Returns 0, or -1 / -10 after a report.
-int read_header(ORX_OBJECT *object, const char *path, long file_size, long *end, Images &images,
+int read_header(ORX_OBJECT *object, const char *path, long *end, Images &images,
                 Header &h) {
   const int index = images.count - 1;
   ReadImage &image = images.states[index];
@@ -264,7 +255,7 @@ int read_header(ORX_OBJECT *object, const char *path, long file_size, long *end,
   image.stream_row = h.active.bottom;
   const int rows = active_rows(h);
   const std::size_t table_size = offset_table_size(rows);
-  if (int status = check_demands(path, file_size, at, image, ifd, rows); status != 0)
+  if (int status = check_demands(path, image, ifd); status != 0)
     return status;
   image.table = static_cast<std::uint8_t *>(heap::allocate(table_size > 0 ? table_size : 1));
   if (image.table == nullptr) return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
@@ -352,7 +343,7 @@ int open_images(ORX_OBJECT *object, Images &images) {
   Header h;
   long end = 0;
   for (;;) {
-    int status = read_header(object, path, file_size, &end, images, h);
+    int status = read_header(object, path, &end, images, h);
     if (status != 0) return status;
     if (h.next == 0) break;
     if (static_cast<long long>(h.next) < end || h.next > static_cast<std::uint32_t>(file_size))
@@ -554,7 +545,7 @@ int open_stream_images(ORX_OBJECT *object, Images &images, std::FILE *stream,
   Header h;
   long end = 0;
   // Only the first image: later headers follow their rows in the stream.
-  if (int status = read_header(object, name, LONG_MAX, &end, images, h); status != 0)
+  if (int status = read_header(object, name, &end, images, h); status != 0)
     return status;
   auto **cell = static_cast<void **>(heap::allocate(sizeof(void *)));
   if (cell == nullptr) return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);

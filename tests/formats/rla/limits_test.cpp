@@ -79,42 +79,32 @@ TEST_F(RlaLimits, ChannelCountsBeyondTheLimitAreRefusedNamingIt) {
   }
 }
 
-TEST_F(RlaLimits, FilesTooSmallForTheirOffsetTablesAndChunksAreRefused) {
+// A file too short for its offset table is not RLA; rows the file lacks
+// fail only when they are read, so the channel checks still speak for a
+// file of header and table alone.
+TEST_F(RlaLimits, ShortTablesAreRefusedMissingRowsFailWhenRead) {
   const std::string path = dir.file("thin.rla");
   ErrorCapture errors;
-  struct Case {
-    Hostile file;
-    bool opens;
-  } cases[] = {
-      // 3 channels a row of 2 bytes each: 740 + 10 rows * (4 + 6) = 840 bytes at least.
-      {{4, 10, 10, 0, 0, 839}, false},
-      {{4, 10, 10, 0, 0, 840}, true},
-      {{4, 32767, 32767, 0, 0, 4096}, false},
-      {{4, 32767, 1, 0, 0, 750}, true},  // an empty window of many rows is no burden
-      {{1, 100, 100, 100, 100, 740 + 100 * 4 + 100 * 203 * 2 - 1}, false},
-  };
-  for (const Case &c : cases) {
-    save_bytes(path, hostile_file(c.file));
-    const bool opened = opens(path);
-    EXPECT_EQ(opened, c.opens) << c.file.size << " " << errors.last();
-    if (opened) continue;
+  for (const Hostile &f : {Hostile{4, 10, 10, 0, 0, 779}, Hostile{4, 32767, 32767, 0, 0, 4096}}) {
+    std::vector<uint8_t> cut = hostile_file(f);
+    cut.resize(f.size);
+    save_bytes(path, cut);
+    EXPECT_FALSE(opens(path)) << f.size;
     EXPECT_EQ(orx__err, ORX_E_NOT_OUR_FILE);
-    EXPECT_TRUE(errors.has(3, "scanline lengths need at least")) << errors.last();
+    EXPECT_TRUE(errors.has(3, "thin.rla: This does not appear to be a Korvantel file"));
   }
-  // The demands of all images add up: each of two images fits in the file
-  // alone, but their headers, tables and chunk lengths together need 1600 bytes.
-  write_file(path, {ImageShape{}, ImageShape{}});
-  const std::vector<uint8_t> written = load(path);
-  const std::size_t table_end = 740 + 6 * 4;
-  std::vector<uint8_t> two(written.begin(), written.begin() + table_end);
-  const uint32_t second = orx::rla::load_be32(written.data() + 736);
-  two.insert(two.end(), written.begin() + second, written.begin() + second + table_end);
-  orx::rla::store_be32(two.data() + 736, static_cast<uint32_t>(table_end));
-  for (std::size_t size : {1599u, 1600u}) {
-    two.resize(size, 0);
-    save_bytes(path, two);
-    EXPECT_EQ(opens(path), size == 1600u) << errors.last();
-  }
+  std::vector<uint8_t> bytes = hostile_file({4, 10, 10, 0, 0, 780});
+  save_bytes(path, bytes);
+  ORX_OBJECT *object = open_or_free(path);
+  ASSERT_NE(object, nullptr);
+  void **rows = nullptr;
+  EXPECT_EQ(object->scan(object->private_cell[0], 0, &rows), ORX_E_READ);
+  EXPECT_EQ(object->close(object, 0), 0);
+  orx::rla::store_be16(bytes.data() + 18, 3);  // image storage code 3: no type
+  save_bytes(path, bytes);
+  EXPECT_FALSE(opens(path));
+  EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED);
+  EXPECT_EQ(errors.last(), "rla cannot handle image channel type");
 }
 
 TEST_F(RlaLimits, RowMemoryIsCountedOverEveryImageOfTheFile) {
