@@ -187,13 +187,16 @@ int describe(ORX_OBJECT *object, int index, const Header &h, ORX_IFD &ifd) {
   ORX_INFO &info = object->info;
   info.frame = h.frame;
   info.job = h.job;
+  // Like the frame and job numbers, the time and filter of the last header
+  // read stand for the file.
+  if (!save(&info.time, h.time.data()) || !save(&info.filter, h.filter.data()))
+    return ORX_E_NO_MEMORY;
   if (index != 0) return 0;
   char date[kDateTextSize];
   const char *date_text = expand_date(h.date.data(), date) ? date : h.date.data();
   if (!save(&info.name, h.name.data()) || !save(&info.desc, h.desc.data()) ||
       !save(&info.program, h.program.data()) || !save(&info.machine, h.machine.data()) ||
-      !save(&info.user, h.user.data()) || !save(&info.date, date_text) ||
-      !save(&info.time, h.time.data()) || !save(&info.filter, h.filter.data()))
+      !save(&info.user, h.user.data()) || !save(&info.date, date_text))
     return ORX_E_NO_MEMORY;
   chromaticity(h.red.data(), info.red);
   chromaticity(h.green.data(), info.green);

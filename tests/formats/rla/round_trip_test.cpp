@@ -58,10 +58,16 @@ TEST_F(RlaRoundTrip, MultiImageFilesLinkEveryHeaderAndReadInAnyOrder) {
   const uint32_t third = be32(bytes, second + 736);
   ASSERT_GT(third, second);
   EXPECT_EQ(be32(bytes, third + 736), 0u);
+  // The last header's time and filter stand for the file.
+  std::memcpy(&bytes[third + 614], "11:11:11", 9);
+  std::memcpy(&bytes[third + 626], "box", 4);
+  save_bytes(path, bytes);
 
   // Interleaved reading across images and backwards within one.
   ORX_OBJECT *object = reader_object(path);
   ASSERT_EQ(ORX_rla_r_open(object), 1);
+  EXPECT_STREQ(object->info.time, "11:11:11");
+  EXPECT_STREQ(object->info.filter, "box");
   for (int y = 5; y >= 0; --y) {
     for (int i : {1, 0, 2}) {
       const ORX_IFD &ifd = object->info.images[i];
