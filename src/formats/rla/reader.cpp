@@ -131,12 +131,11 @@ bool save(char **field, const char *text) {
   return true;
 }
 
+// What the text holds of x and y replaces them (a half-written field
+// changes x only); z always follows.
 void chromaticity(const char *text, float *xyz) {
-  float x = 0.0f, y = 0.0f;
-  if (std::sscanf(text, "%f %f", &x, &y) != 2) return;
-  xyz[0] = x;
-  xyz[1] = y;
-  xyz[2] = 1.0f - x - y;
+  (void)std::sscanf(text, "%f %f", &xyz[0], &xyz[1]);
+  xyz[2] = 1.0f - xyz[0] - xyz[1];
 }
 
 int not_ours(const char *path) {

@@ -124,6 +124,16 @@ TEST_F(RlaRoundTrip, HeaderTextsAndChromaticitiesSurvive) {
   EXPECT_STREQ(ifd.aux.name, "depth");
   EXPECT_EQ(ifd.field, 2);
   EXPECT_EQ(object->close(object, 0), 0);
+
+  // A chromaticity holding x alone changes x; z follows what x and y are.
+  std::vector<uint8_t> bytes = load(path);
+  std::memcpy(&bytes[68], "0.5", 4);
+  save_bytes(path, bytes);
+  object = reader_object(path);
+  ASSERT_EQ(ORX_rla_r_open(object), 1);
+  EXPECT_EQ(object->info.green[0], 0.5f);
+  EXPECT_FLOAT_EQ(object->info.green[2], 1.0f - 0.5f - object->info.green[1]);
+  EXPECT_EQ(object->close(object, 0), 0);
 }
 
 }  // namespace
