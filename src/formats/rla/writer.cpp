@@ -250,6 +250,13 @@ int open_images(ORX_OBJECT *object, WriteImage *states, int count, const char **
     status = fill_state(object, object->info.images[i], states[i]);
     if (status == ORX_E_NO_MEMORY) return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
     if (status != 0) return status;
+    // Float and double samples are stored at their full width whatever was
+    // declared, and the description says so.
+    ORX_IFD &ifd = object->info.images[i];
+    for (ORX_CHANNELS *g : {&ifd.image, &ifd.matte, &ifd.aux}) {
+      if (g->type == ORX_C_FLOAT) g->bits = 32;
+      if (g->type == ORX_C_DOUBLE) g->bits = 64;
+    }
   }
   return write_header(object, states[0], 0) != 0 ? ORX_E_WRITE : 0;
 }

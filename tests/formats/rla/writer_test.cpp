@@ -83,6 +83,8 @@ TEST_F(RlaWriter, FloatChannelsAreWrittenThirtyTwoBitsWideInHostOrder) {
       {0, 1, 0, 0}, {0, 1, 0, 0}, {1, ORX_C_FLOAT, 16}, {}, {1, ORX_C_DOUBLE, 8}};
   ORX_OBJECT *object = writer_object(path, {shape});
   ASSERT_EQ(ORX_rla_w_open(object), 1);
+  EXPECT_EQ(object->info.images[0].image.bits, 32);  // the object says what is stored
+  EXPECT_EQ(object->info.images[0].aux.bits, 64);
   void **buffer = orx__chan_alloc(&object->info.images[0], 2, "test");
   static_cast<float *>(buffer[0])[0] = 1.5f;
   ASSERT_EQ(object->scan(object->private_cell[0], 0, buffer), 0);
