@@ -138,14 +138,16 @@ typedef struct ORX_FILTER {
  * once (the line number is not looked at).  Refused: groups that are not
  * float after the cast, a layout other than one row per channel ("%s cannot
  * handle ... channel type" with "symmetric separable resampling filter",
- * -16); an empty rectangle or a width that is not positive (-19).
- * On a handle open for writing the rectangle is the source the caller
- * writes (its lines in order from the bottom, as float; integer groups of
- * the file get a quantize layer below) and the description's window is the
- * destination the file stores; each output line goes down as soon as the
- * rows under its support have arrived, so memory stays a few lines deep.
- * ORX_close unwinds it; the remove pops the filter and the cast (reading) or
- * quantize (writing) it pushed. */
+ * -16); an empty rectangle or a negative width (-19).  A width of 0 is one
+ * tap, the kernel's value at the centre.
+ * On a handle open for writing the description must already be float with
+ * samples interleaved (pixel_flags 0), else the same reports and -16.  The
+ * rectangle is the source the caller writes (its lines in order from the
+ * bottom, samples interleaved in row 0) and the description's window is the
+ * destination handed to the layer below, interleaved too; each output line
+ * goes down as soon as the rows under its support have arrived, so memory
+ * stays a few lines deep.  ORX_close unwinds it; the remove pops the filter
+ * and the cast it pushed when reading. */
 ORX_API ORX_OBJECT *orx__resample_operator(ORX_OBJECT *handle, const ORX_FILTER *filter,
                                            int32_t left, int32_t right, int32_t bottom,
                                            int32_t top);

@@ -46,9 +46,11 @@ struct ResampleRecord {
   int32_t head;
   void **out;
   const ORX_FILTER *filter;
-  bool pushed_cast;  // reading: the cast below; writing: the quantize below
+  bool pushed_cast;  // reading: the cast below
   // Writing: each output line's first source row, last source row and
-  // centre, and the output lines being accumulated (a ring of `open`).
+  // centre, the output lines being accumulated (a ring of `open`), the
+  // caller's interleaved row taken apart (Ws floats per channel) and an
+  // output line put back together (Wd x channels floats).
   int32_t dest_height, dest_bottom;
   int32_t *out_first;
   float *out_last, *out_centre;
@@ -56,6 +58,8 @@ struct ResampleRecord {
   float *sum_weights;
   int32_t open;
   int32_t next_source, next_out;
+  void **in;
+  float *packed;
 };
 
 float *row_of(void **rows, int32_t c) { return static_cast<float *>(rows[c]); }
@@ -140,9 +144,11 @@ void free_record(ResampleRecord *r) {
                   static_cast<void *>(r->first_tap), static_cast<void *>(r->tap_count),
                   static_cast<void *>(r->normalisers), static_cast<void *>(r->out_first),
                   static_cast<void *>(r->out_last), static_cast<void *>(r->out_centre),
-                  static_cast<void *>(r->sums), static_cast<void *>(r->sum_weights)})
+                  static_cast<void *>(r->sums), static_cast<void *>(r->sum_weights),
+                  static_cast<void *>(r->packed)})
     ERR_free(p);
   orx__chan_free(r->out);
+  orx__chan_free(r->in);
   ERR_free(r);
 }
 
@@ -199,7 +205,6 @@ void *allocate(uint64_t bytes) {
   return ERR_malloc(static_cast<uint32_t>(bytes));
 }
 
-// The rows the caller writes, as the layer below them stores, and back.
 int resample_write_scan(void *data, int32_t line, void *rows) {
   if (data == nullptr) return locked();
   ResampleRecord &r = *static_cast<ResampleRecord *>(data);
@@ -207,7 +212,14 @@ int resample_write_scan(void *data, int32_t line, void *rows) {
   if (s != r.next_source) return fail(ORX_E_BAD_SCANLINE, Msg::kBadScanline, line);
   const int32_t last_row = static_cast<int32_t>(r.source_top);
   ++r.next_source;
-  filter_row(r, static_cast<void **>(rows), r.out);
+  const auto *samples = static_cast<const float *>(static_cast<void **>(rows)[0]);
+  for (int32_t c = 0; c < r.channels; ++c) {
+    float *in = row_of(r.in, c);
+    for (int32_t x = 0; x < r.source_width; ++x)
+      in[x] = samples[static_cast<std::size_t>(x) * static_cast<std::size_t>(r.channels) +
+                      static_cast<std::size_t>(c)];
+  }
+  filter_row(r, r.in, r.out);
   // Add the row to every output line whose support holds it, in the order
   // the read direction adds them.
   const float step = 1.0f / r.ry;
@@ -240,7 +252,14 @@ int resample_write_scan(void *data, int32_t line, void *rows) {
       r.sum_weights[r.next_out % r.open] = 0.0f;
     }
     finish(r, sum.rows, r.sum_weights[r.next_out % r.open]);
-    const int status = forward(&r.header, r.dest_bottom + r.next_out, sum.rows);
+    for (int32_t c = 0; c < r.channels; ++c) {
+      const float *sums = row_of(sum.rows, c);
+      for (int32_t x = 0; x < r.dest_width; ++x)
+        r.packed[static_cast<std::size_t>(x) * static_cast<std::size_t>(r.channels) +
+                 static_cast<std::size_t>(c)] = sums[x];
+    }
+    void *packed_rows[2] = {r.packed, nullptr};
+    const int status = forward(&r.header, r.dest_bottom + r.next_out, packed_rows);
     sum.line = -1;
     ++r.next_out;
     if (status != 0) return status;
@@ -303,9 +322,12 @@ ResampleRecord *make_record(ORX_IFD &d, const ORX_FILTER *filter, int32_t source
     r->sums = static_cast<CachedRow *>(allocate(sizeof(CachedRow) * static_cast<uint64_t>(r->open)));
     for (int32_t i = 0; r->sums != nullptr && i < r->open; ++i) r->sums[i] = CachedRow{-1, nullptr};
     r->sum_weights = static_cast<float *>(allocate(sizeof(float) * static_cast<uint64_t>(r->open)));
-    ok = r->out_first && r->out_last && r->out_centre && r->sums && r->sum_weights;
+    r->packed = static_cast<float *>(
+        allocate(sizeof(float) * wd * static_cast<uint64_t>(r->channels > 0 ? r->channels : 1)));
+    ok = r->out_first && r->out_last && r->out_centre && r->sums && r->sum_weights && r->packed;
     for (int32_t i = 0; ok && i < r->open; ++i)
       ok = (r->sums[i].rows = orx__chan_alloc(&d, dest_width, kName)) != nullptr;
+    if (ok) ok = (r->in = orx__chan_alloc(&d, source_width, kName)) != nullptr;
   }
   if (ok) ok = (r->out = orx__chan_alloc(&d, dest_width, kName)) != nullptr;
   if (!ok) {
@@ -330,14 +352,15 @@ ResampleRecord *make_record(ORX_IFD &d, const ORX_FILTER *filter, int32_t source
   return r;
 }
 
-// Every group float and one row per channel, else the reports and -16.
-bool floats_in_rows(const ORX_IFD &d) {
+// Every group float and the layout given (1 one row per channel, 0 samples
+// interleaved), else the reports and -16.
+bool floats_in_layout(const ORX_IFD &d, int32_t layout) {
   int refused = 0;
   const std::pair<const ORX_CHANNELS *, Msg> groups[] = {
       {&d.image, Msg::kImageType}, {&d.matte, Msg::kMatteType}, {&d.aux, Msg::kAuxType}};
   for (const auto &[g, message] : groups)
     if (g->count > 0 && g->type != ORX_C_FLOAT) refused = fail(ORX_E_UNSUPPORTED, message, kName);
-  if (d.pixel_flags != 1) refused = ORX_E_UNSUPPORTED;
+  if (d.pixel_flags != layout) refused = ORX_E_UNSUPPORTED;
   if (refused != 0) orx__err = ORX_E_UNSUPPORTED;
   return refused == 0;
 }
@@ -351,7 +374,7 @@ ORX_OBJECT *read_install(ORX_OBJECT *handle, const ORX_FILTER *filter, ORX_WINDO
   const auto undo_cast = [&] {
     if (pushed_cast) orx__cast_remove(handle);
   };
-  if (!floats_in_rows(d)) {
+  if (!floats_in_layout(d, 1)) {
     undo_cast();
     orx__err = ORX_E_UNSUPPORTED;
     return handle;
@@ -373,27 +396,12 @@ ORX_OBJECT *read_install(ORX_OBJECT *handle, const ORX_FILTER *filter, ORX_WINDO
   return handle;
 }
 
-// Writing: the handle's description is what the file stores (the
+// Writing: the handle's description is what the layer below stores (the
 // destination); the caller writes float lines of the source rectangle,
-// in order from its bottom.  Integer groups of the file get a quantize
-// layer below the filter, so the caller hands floats.
+// samples interleaved, in order from its bottom.
 ORX_OBJECT *write_install(ORX_OBJECT *handle, const ORX_FILTER *filter, ORX_WINDOW source) {
   ORX_IFD &d = handle->info.images[0];
-  const int32_t floats[2] = {ORX_C_FLOAT, 32};
-  const int32_t *const targets[3] = {d.image.type == ORX_C_INTEGER ? floats : nullptr,
-                                     d.matte.type == ORX_C_INTEGER ? floats : nullptr,
-                                     d.aux.type == ORX_C_INTEGER ? floats : nullptr};
-  const ORX_SCAN_FN before = handle->scan;
-  if (targets[0] != nullptr || targets[1] != nullptr || targets[2] != nullptr) {
-    orx__quantize_write_operator(handle, targets);
-    if (orx__err != 0) return handle;
-  }
-  const bool pushed_quantize = handle->scan != before;
-  const auto undo = [&] {
-    if (pushed_quantize) orx__quantize_remove(handle);
-  };
-  if (!floats_in_rows(d)) {
-    undo();
+  if (!floats_in_layout(d, 0)) {
     orx__err = ORX_E_UNSUPPORTED;
     return handle;
   }
@@ -401,11 +409,9 @@ ORX_OBJECT *write_install(ORX_OBJECT *handle, const ORX_FILTER *filter, ORX_WIND
                                   source.top - source.bottom + 1, d.window.right - d.window.left + 1,
                                   d.window.top - d.window.bottom + 1, true);
   if (r == nullptr) {
-    undo();
     orx__err = ORX_E_NO_MEMORY;
     return handle;
   }
-  r->pushed_cast = pushed_quantize;
   r->source_bottom = source.bottom;
   r->dest_bottom = d.window.bottom;
   d.window = d.active = source;
@@ -426,7 +432,8 @@ ORX_OBJECT *orx__resample_operator(ORX_OBJECT *handle, const ORX_FILTER *filter,
   if (handle == nullptr || filter == nullptr || filter->x_kernel == nullptr ||
       filter->y_kernel == nullptr || handle->info.images == nullptr || handle->info.image_count < 1)
     return handle;
-  if (right < left || top < bottom || !(filter->x_width > 0.0f) || !(filter->y_width > 0.0f)) {
+  // A width of 0 is one tap, the kernel's value at the centre.
+  if (right < left || top < bottom || !(filter->x_width >= 0.0f) || !(filter->y_width >= 0.0f)) {
     orx__err = ORX_E_DIMENSIONS;
     return handle;
   }
@@ -439,9 +446,8 @@ ORX_OBJECT *orx__resample_operator(ORX_OBJECT *handle, const ORX_FILTER *filter,
 int orx__resample_remove(ORX_OBJECT *handle) {
   LayerHeader *top = orx::operators::top(handle, resample_close);
   const bool pushed_cast = top != nullptr && reinterpret_cast<ResampleRecord *>(top)->pushed_cast;
-  const bool writing = handle != nullptr && handle->access == ORX_ACCESS_WRITE;
   const int removed = remove(handle, resample_close, release);
-  if (removed == 1 && pushed_cast) writing ? orx__quantize_remove(handle) : orx__cast_remove(handle);
+  if (removed == 1 && pushed_cast) orx__cast_remove(handle);
   return removed;
 }
 

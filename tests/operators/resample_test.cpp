@@ -9,6 +9,8 @@
 
 #include "operator_images.hpp"
 #include "orx/operators.h"
+#include "orx/plugin.h"
+#include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
 
 namespace {
@@ -82,9 +84,44 @@ Plane read_all(ORX_OBJECT *h) {
   return out;
 }
 
+// A handle open for writing whose format keeps the lines it is handed:
+// float channels, samples interleaved.
+struct Captured {
+  int channels, width;
+  std::vector<std::vector<float>> lines;
+};
+
+int capture_scan(void *data, int32_t, void *rows) {
+  auto &c = *static_cast<Captured *>(data);
+  const auto *p = static_cast<const float *>(static_cast<void **>(rows)[0]);
+  c.lines.emplace_back(p, p + c.width * c.channels);
+  return 0;
+}
+
+int capture_close(ORX_OBJECT *object, intptr_t) {
+  orx__free_obj(object);
+  return 0;
+}
+
+ORX_OBJECT *capture_object(Captured &c, ORX_WINDOW window) {
+  ORX_OBJECT *w = orx__new_obj(ORX_ACCESS_WRITE);
+  w->info.image_count = 1;
+  w->info.images = static_cast<ORX_IFD *>(ERR_malloc(sizeof(ORX_IFD)));
+  orx__init_ifd(w);
+  ORX_IFD &d = w->info.images[0];
+  d.window = d.active = window;
+  d.image = {nullptr, c.channels, ORX_C_FLOAT, 32, 0};
+  d.pixel_flags = 0;
+  w->private_cell = static_cast<void **>(ERR_malloc(sizeof(void *)));
+  w->private_cell[0] = &c;
+  w->scan = capture_scan;
+  w->close = capture_close;
+  return w;
+}
+
 // Random sizes up and down, ratios near 1 and extreme ones, every kernel,
 // integer and float sources: the layer agrees with the direct evaluation
-// when reading, and resizing while writing stores what reading hands out.
+// when reading, and resizing while writing hands down what reading hands out.
 TEST_F(Resample, ReadingFollowsTheFormulasAndWritingStoresWhatReadingGives) {
   std::mt19937 rng(11);
   const struct {
@@ -120,35 +157,33 @@ TEST_F(Resample, ReadingFollowsTheFormulasAndWritingStoresWhatReadingGives) {
             ASSERT_NEAR(got[i][j], want[i][j], 2e-4 * (1 + std::fabs(want[i][j]))) << j << "," << i;
         EXPECT_EQ(ORX_close(h), 0);
 
-        for (const int32_t stored : {ORX_C_FLOAT, ORX_C_INTEGER}) {
-          Groups out;
-          out.image = {nullptr, 1, stored, stored == ORX_C_FLOAT ? 32 : 16, 0};
-          out.window = out.active = {0, s.wd - 1, 0, s.hd - 1};
-          ORX_IFD d = describe(out);
-          const std::string dest = dir_.file("dest.rla");
-          ORX_OBJECT *w = open_write(dest, &d);
-          ASSERT_NE(w, nullptr);
-          orx__resample_operator(w, f, 0, s.ws - 1, 0, s.hs - 1);
-          ASSERT_EQ(orx__err, 0);
-          EXPECT_EQ(w->info.images[0].image.type, ORX_C_FLOAT);  // the caller hands floats
-          ORX_OBJECT *r = orx__cast_operator(open_image(path));  // as the reading side saw it
-          for (int32_t y = 0; y < s.hs; ++y) {
-            void **rows = nullptr;
-            ASSERT_EQ(ORX_scan_read(r, y, &rows), 0);
-            ASSERT_EQ(ORX_scan_write(w, y, rows), 0) << "line " << y;
+        // Writing: two channels interleaved, the second twice the first
+        // (an exact scaling, so its output is exactly twice too).
+        Captured out{2, s.wd, {}};
+        ORX_OBJECT *w = capture_object(out, {0, s.wd - 1, 0, s.hd - 1});
+        orx__resample_operator(w, f, 0, s.ws - 1, 0, s.hs - 1);
+        ASSERT_EQ(orx__err, 0);
+        ORX_OBJECT *r = orx__cast_operator(open_image(path));  // as the reading side saw it
+        std::vector<float> line(static_cast<std::size_t>(2 * s.ws));
+        void *rows[2] = {line.data(), nullptr};
+        for (int32_t y = 0; y < s.hs; ++y) {
+          void **read = nullptr;
+          ASSERT_EQ(ORX_scan_read(r, y, &read), 0);
+          for (int32_t x = 0; x < s.ws; ++x) {
+            line[std::size_t(2 * x)] = static_cast<const float *>(read[0])[x];
+            line[std::size_t(2 * x + 1)] = 2 * line[std::size_t(2 * x)];
           }
-          ORX_close(r);
-          ASSERT_EQ(ORX_close(w), 0);
-          h = open_image(dest);
-          for (int32_t y = 0; y < s.hd; ++y)
-            for (int32_t x = 0; x < s.wd; ++x) {
-              const double v = got[std::size_t(y)][std::size_t(x)];
-              const double stored_v =
-                  stored == ORX_C_FLOAT ? v : double(uint16_t(int32_t(float(v) * float(65535.95))));
-              ASSERT_EQ(read_sample(h, y, 0, x), stored_v) << x << "," << y;
-            }
-          ORX_close(h);
+          ASSERT_EQ(ORX_scan_write(w, y, rows), 0) << "line " << y;
         }
+        ORX_close(r);
+        ASSERT_EQ(ORX_close(w), 0);
+        ASSERT_EQ(out.lines.size(), std::size_t(s.hd));
+        for (int32_t y = 0; y < s.hd; ++y)
+          for (int32_t x = 0; x < s.wd; ++x) {
+            const auto v = float(got[std::size_t(y)][std::size_t(x)]);
+            ASSERT_EQ(out.lines[std::size_t(y)][std::size_t(2 * x)], v) << x << "," << y;
+            ASSERT_EQ(out.lines[std::size_t(y)][std::size_t(2 * x + 1)], 2 * v) << x << "," << y;
+          }
       }
     }
   }
@@ -174,9 +209,28 @@ TEST_F(Resample, NegativeLobesAndRefusals) {
     EXPECT_EQ(lowest < 0, exact);
     ORX_close(h);
   }
-  // Refusals leave the handle as it was, the cast taken off again.
-  const ORX_FILTER identity{0, 0, 1, 1, unit, unit};
+  // A kernel of no width is one tap at the centre: at equal sizes, the image.
+  const ORX_FILTER identity{0, 0, 0, 0, unit, unit};
   ORX_OBJECT *h = open_image(path);
+  orx__resample_operator(h, &identity, 0, 11, 0, 5);
+  for (const auto &row : read_all(h))
+    for (std::size_t x = 0; x < row.size(); ++x) EXPECT_EQ(row[x], x < 6 ? 0.0 : 1.0);
+  ORX_close(h);
+  // Writing takes float samples interleaved only.
+  ErrorCapture errors;
+  Captured out{1, 6, {}};
+  for (int variant = 0; variant < 2; ++variant) {
+    ORX_OBJECT *w = capture_object(out, {0, 5, 0, 5});
+    if (variant == 0) w->info.images[0].image.type = ORX_C_INTEGER;
+    if (variant == 1) w->info.images[0].pixel_flags = 1;
+    orx__resample_operator(w, &identity, 0, 11, 0, 5);
+    EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED);
+    EXPECT_EQ(w->scan, capture_scan);
+    ORX_close(w);
+  }
+  EXPECT_TRUE(errors.has(3, "symmetric separable resampling filter cannot handle image channel type"));
+  // Refusals leave the handle as it was, the cast taken off again.
+  h = open_image(path);
   const ORX_SCAN_FN plain = h->scan;
   orx__resample_operator(h, &identity, 0, -1, 0, 5);
   EXPECT_EQ(orx__err, ORX_E_DIMENSIONS);
@@ -204,6 +258,24 @@ TEST_F(Resample, FailedAllocationsReleaseEverythingTheCastIncluded) {
     EXPECT_EQ(ORX_close(h), 0);
     return !fired;
   });
+  // Writing: the handle is made before the failures start.
+  ErrorCapture errors;
+  for (long n = 1;; ++n) {
+    Captured out{1, 13, {}};
+    ORX_OBJECT *w = capture_object(out, {0, 12, 0, 4});
+    bool fired = false;
+    {
+      FailNthAllocation fail(n);
+      orx__resample_operator(w, ORX_filter_find("mitchell"), 0, 30, 0, 9);
+      fired = fail.fired();
+    }
+    if (fired) {
+      EXPECT_EQ(orx__err, ORX_E_NO_MEMORY);
+      EXPECT_EQ(w->scan, capture_scan);
+    }
+    ORX_close(w);
+    if (!fired) break;
+  }
 }
 
 }  // namespace
