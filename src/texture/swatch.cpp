@@ -285,7 +285,7 @@ ORX_OBJECT *swatch_write(ORX_INFO *image, IMP_REQUEST *request) {
   if (!valid_size(request)) return nullptr;
   const auto size = static_cast<int32_t>(request->swatch_size);
   const int32_t n = image != nullptr && image->images != nullptr ? image->image_count : 0;
-  const int32_t source = n > 0 ? choose_source(image->images, n, size) : kFits;
+  const int32_t source = n > 0 ? choose_source(image->images, n, size) : kNone;
   if (source == kFits) return ORX_open(image, "w");
   if (source == kNone) {
     orx__err = ORX_E_DIMENSIONS;

@@ -113,6 +113,11 @@ TEST_F(ImageProcess, SwatchSizesFitsAndRefusals) {
     }
     EXPECT_EQ(ORX_close(object), 0);
   }
+  // Writing without any image: no image is large enough either.
+  Request none(nullptr, dir.file("none.rla"));
+  EXPECT_EQ(open_swatch(none, 64, "w"), nullptr);
+  EXPECT_EQ(orx__err, ORX_E_DIMENSIONS);
+  EXPECT_EQ(errors.last(), "Swatch dimension incompatible with image dimension");
 }
 
 // The swatch read from a file equals point sampling of the source, and the
