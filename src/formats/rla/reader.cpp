@@ -27,6 +27,7 @@
 #include <cstring>
 
 #include "core/channels.hpp"
+#include "core/info_copy.hpp"
 #include "core/limits.hpp"
 #include "err/heap.hpp"
 #include "err/messages.hpp"
@@ -606,6 +607,13 @@ int ORX_rla_r_open(ORX_OBJECT *object) {
   Images images;
   if (open_images(object, images) != 0) {
     release_all(images.states, images.count);
+    // A failed open leaves no image behind: the descriptors read so far go.
+    ORX_INFO &info = object->info;
+    for (int32_t i = 0; info.images != nullptr && i < info.image_count; ++i)
+      orx::core::release_image(&info.images[i]);
+    orx::heap::release(info.images);
+    info.images = nullptr;
+    info.image_count = 0;
     return 0;
   }
   object->scan = read_row;

@@ -33,7 +33,10 @@ std::vector<uint8_t> one_chunk_file(int bits, const std::vector<uint8_t> &chunk,
 
 TEST_F(RlaReader, RefusesStdinSilentlyAndReportsMissingAndShortFiles) {
   ErrorCapture errors;
-  EXPECT_EQ(open_or_free("/dev/stdin"), nullptr);
+  ORX_OBJECT *stdin_object = reader_object("/dev/stdin");
+  EXPECT_EQ(ORX_rla_r_open(stdin_object), 0);
+  EXPECT_EQ(stdin_object->info.image_count, 0);  // a failed open leaves no image
+  orx__free_obj(stdin_object);
   EXPECT_EQ(errors.size(), 0u);
 
   EXPECT_EQ(open_or_free(dir.file("missing.rla")), nullptr);
