@@ -180,8 +180,9 @@ int describe(ORX_OBJECT *object, int index, const Header &h, ORX_IFD &ifd) {
   }
   ifd.field = h.field;
   ifd.curve.gamma = static_cast<float>(std::atof(h.gamma.data()));
+  // Older layouts have no auxiliary description at all.
   if (!save(&ifd.aspect, h.aspect.data()) || !save(&ifd.image.name, h.channel_desc.data()) ||
-      !save(&ifd.aux.name, h.aux_desc.data()))
+      (h.revision == kCurrentRevision && !save(&ifd.aux.name, h.aux_desc.data())))
     return ORX_E_NO_MEMORY;
   describe_aspect(h, ifd);
   ORX_INFO &info = object->info;

@@ -63,6 +63,7 @@ TEST_F(RlaReader, OlderLayoutsKeepTheirFieldCodeOnlyWhenTheFileIsRlb) {
     if (type[0] != '\0') object->info.type = STR_save(type);
     ASSERT_EQ(ORX_rla_r_open(object), 1) << name;
     EXPECT_EQ(object->info.images[0].field, field) << name << " as \"" << type << '"';
+    EXPECT_EQ(object->info.images[0].aux.name, nullptr);  // no auxiliary description
     EXPECT_EQ(object->close(object, 0), 0);
   }
 }
