@@ -138,9 +138,10 @@ ORX_API void ORX_info_init(ORX_INFO *info);
 /* A new initialised record from ERR_malloc, or NULL when memory is short. */
 ORX_API ORX_INFO *ORX_info_alloc(void);
 /* Clear the validity marker; with free_strings non-zero also free the
- * record's strings and its descriptors (with their strings), nulling each
- * pointer.  A record that is not initialised gets a two-line complaint on
- * standard error, and the call carries on. */
+ * record's strings, the four channel-group names of each descriptor and the
+ * descriptor array, nulling each pointer.  A descriptor's aspect and curve
+ * tables stay the caller's.  A record that is not initialised gets a
+ * two-line complaint on standard error, and the call carries on. */
 ORX_API void ORX_info_cleanup(ORX_INFO *info, uint8_t free_strings);
 /* ORX_info_cleanup, then ERR_free of the record.  Returns 0. */
 ORX_API int ORX_info_free(ORX_INFO *info, uint8_t free_strings);

@@ -58,10 +58,22 @@ void release_image(ORX_IFD *ifd) {
   ORX_response_curve_done(&ifd->curve);
 }
 
+void release_info(ORX_INFO *info) {
+  for (int32_t i = 0; info->images != nullptr && i < info->image_count; ++i) {
+    release(info->images[i].aspect);
+    ORX_response_curve_done(&info->images[i].curve);
+  }
+  info->valid = ORX_INFO_VALID;  // valid here by construction: cleaned quietly
+  ORX_info_cleanup(info, 1);
+}
+
 }  // namespace orx::core
 
 extern "C" {
 
+// The host's record: its strings and the four channel-group names of each
+// descriptor.  The aspect and any curve tables stay the host's (an object's
+// own go with orx::core::release_info).
 void ORX_info_cleanup(ORX_INFO *info, uint8_t free_strings) {
   if (info == nullptr) return;
   if (info->valid != ORX_INFO_VALID) {
@@ -76,7 +88,10 @@ void ORX_info_cleanup(ORX_INFO *info, uint8_t free_strings) {
                    &info->filter, &info->compression})
     release(*s);
   if (info->images != nullptr) {
-    for (int32_t i = 0; i < info->image_count; ++i) orx::core::release_image(&info->images[i]);
+    for (int32_t i = 0; i < info->image_count; ++i)
+      for (ORX_CHANNELS *g : {&info->images[i].image, &info->images[i].matte,
+                              &info->images[i].aux, &info->images[i].index})
+        release(g->name);
     ERR_free(info->images);
     info->images = nullptr;
   }

@@ -60,10 +60,9 @@ bool copy_images(ORX_INFO *dst, const ORX_INFO *src) {
   // Release what dst held before, keeping its validity marker.
   const uint32_t valid = dst->valid;
   ORX_INFO old{};
-  old.valid = ORX_INFO_VALID;
   old.image_count = dst->image_count;
   old.images = dst->images;
-  ORX_info_cleanup(&old, 1);
+  release_info(&old);
   dst->valid = valid;
   dst->images = images;
   dst->image_count = n;

@@ -22,6 +22,11 @@ bool copy_image(ORX_IFD *dst, const ORX_IFD &src);
 // Release the strings and curve tables a descriptor owns.
 void release_image(ORX_IFD *ifd);
 
+// Release everything a record the library owns holds (an object's info, a
+// stored copy): ORX_info_cleanup, and each descriptor's aspect and curve
+// tables too, which a host's record keeps.
+void release_info(ORX_INFO *info);
+
 // Replace the string *field by an owned copy of text, or of fallback when
 // text is null.  false when memory ran out (reported, orx__err -10).
 bool copy_string(char **field, const char *text, const char *fallback);

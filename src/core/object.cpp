@@ -2,6 +2,7 @@
 #include <new>
 
 #include "err/messages.hpp"
+#include "core/info_copy.hpp"
 #include "orx/err.h"
 #include "orx/plugin.h"
 #include "platform/platform.hpp"
@@ -30,9 +31,7 @@ ORX_OBJECT *orx__new_obj(int32_t access) {
 
 void orx__free_obj(ORX_OBJECT *object) {
   if (object == nullptr) return;
-  // The info is valid here by construction; clean it quietly.
-  object->info.valid = ORX_INFO_VALID;
-  ORX_info_cleanup(&object->info, 1);
+  orx::core::release_info(&object->info);
   ERR_free(object->private_cell);
   if (object->lock != nullptr) {
     static_cast<orx::platform::Mutex *>(object->lock)->~Mutex();

@@ -204,10 +204,9 @@ bool Image::open_write(const std::string &path, const std::string &type, const O
   request.images = static_cast<ORX_IFD *>(ERR_malloc(n * sizeof(ORX_IFD)));
   for (uint32_t i = 0; i < n && request.images != nullptr; ++i) {
     ORX_IFD &ifd = request.images[i];
-    ifd = like.images[i];
+    ifd = like.images[i];  // the aspect is lent: the open copies it
     ifd.curve.curves = nullptr;
     ifd.curve.kind = ORX_CURVE_PARAMETRIC;
-    ifd.aspect = ifd.aspect != nullptr ? STR_save(ifd.aspect) : nullptr;
     copy_name(ifd.image);
     copy_name(ifd.matte);
     copy_name(ifd.aux);

@@ -52,8 +52,7 @@ void release_stored(Stored *s) {
   for (int32_t i = 0; s->lines != nullptr && i < s->count; ++i) heap::release(s->lines[i]);
   ERR_free(s->lines);
   ERR_free(s->handle);
-  s->info.valid = ORX_INFO_VALID;
-  ORX_info_cleanup(&s->info, 1);
+  core::release_info(&s->info);
   ERR_free(s);
 }
 
