@@ -19,6 +19,11 @@ void release(char *&s) {
   s = nullptr;
 }
 
+// The four channel-group names a descriptor owns.
+void release_group_names(ORX_IFD &ifd) {
+  for (ORX_CHANNELS *g : {&ifd.image, &ifd.matte, &ifd.aux, &ifd.index}) release(g->name);
+}
+
 ORX_CHANNELS group(int32_t bits) { return ORX_CHANNELS{nullptr, 0, ORX_C_INTEGER, bits, 0}; }
 
 }  // namespace
@@ -54,15 +59,13 @@ namespace orx::core {
 
 void release_image(ORX_IFD *ifd) {
   release(ifd->aspect);
-  for (ORX_CHANNELS *g : {&ifd->image, &ifd->matte, &ifd->aux, &ifd->index}) release(g->name);
+  release_group_names(*ifd);
   ORX_response_curve_done(&ifd->curve);
 }
 
 void release_info(ORX_INFO *info) {
-  for (int32_t i = 0; info->images != nullptr && i < info->image_count; ++i) {
-    release(info->images[i].aspect);
-    ORX_response_curve_done(&info->images[i].curve);
-  }
+  for (int32_t i = 0; info->images != nullptr && i < info->image_count; ++i)
+    release_image(&info->images[i]);
   info->valid = ORX_INFO_VALID;  // valid here by construction: cleaned quietly
   ORX_info_cleanup(info, 1);
 }
@@ -88,10 +91,7 @@ void ORX_info_cleanup(ORX_INFO *info, uint8_t free_strings) {
                    &info->filter, &info->compression})
     release(*s);
   if (info->images != nullptr) {
-    for (int32_t i = 0; i < info->image_count; ++i)
-      for (ORX_CHANNELS *g : {&info->images[i].image, &info->images[i].matte,
-                              &info->images[i].aux, &info->images[i].index})
-        release(g->name);
+    for (int32_t i = 0; i < info->image_count; ++i) release_group_names(info->images[i]);
     ERR_free(info->images);
     info->images = nullptr;
   }
