@@ -11,8 +11,10 @@
  * delivered whole, one at a time, and its handlers run on the reporting
  * thread, so a handler sees one report at a time and may report again.  The
  * rest of the service is set-up state to be used from one thread at a time:
- * declaring and cancelling handlers, masks, counters, the ring of recent
- * reports and the statuses in orx__err.
+ * declaring and cancelling handlers, masks, counters and the ring of recent
+ * reports.  orx__err is shared by every thread; each thread also keeps its
+ * own status and message (ORX_last_status, ORX_last_message), which is the
+ * one to read when the library is used from several threads.
  */
 #ifndef ORX_ERR_H
 #define ORX_ERR_H
@@ -80,12 +82,45 @@ typedef struct ERR_RECORD {
  * the whole process, written by every library call on every thread: its
  * value is meaningful only on the thread that made the failing call, and
  * only while no other thread is inside the library.  A host that calls the
- * library from several threads takes the status from the call's return
- * value, or serialises its calls. */
+ * library from several threads reads ORX_last_status instead (below), or
+ * takes the status from the call's return value. */
 ORX_API extern int32_t orx__err;
 /* Message catalogue handle passed with every library report; NULL unless
  * the host sets it.  The default texts are used either way. */
 ORX_API extern void *orx__msg_cat;
+
+/* --- The calling thread's status ---------------------------------------- *
+ *
+ * Beside orx__err every thread keeps its own status: each time a library
+ * call sets, clears or leaves orx__err, it does the same to the status of
+ * the thread it runs on, so on a single thread the two always agree.  Other
+ * threads' calls never change it.  A threaded host (a renderer reading
+ * textures on every core, a tool converting frames in parallel) reads these
+ * after a call on the same thread, never orx__err.
+ */
+
+/* The status the calling thread's last library call left: the value the
+ * call wrote in orx__err (0 after a call that clears it on success), and
+ * whatever an earlier call left when this one does not touch it. */
+ORX_API int32_t ORX_last_status(void);
+
+/* Why the calling thread's last failure failed: "" while its status is 0;
+ * otherwise the message of the ERROR (or FATAL) report made on this thread
+ * for that failure (cut at 255 characters), or, when the failure made none,
+ * ORX_strerror of the status.  Handlers and masks do not change it.  The
+ * text belongs to the thread and stays valid until its next library call. */
+ORX_API const char *ORX_last_message(void);
+
+/* A short English description of a status code ("out of memory" for -10,
+ * "success" for 0, "unknown status" for a code the library never sets).
+ * Static text; never NULL. */
+ORX_API const char *ORX_strerror(int32_t status);
+
+/* For format plug-ins: set orx__err and the calling thread's status
+ * together, as the library's own failures do.  A plug-in that writes
+ * orx__err directly is seen by single-threaded hosts only; the library then
+ * takes the status a failing plug-in function returns. */
+ORX_API void orx__set_err(int32_t status);
 
 /* --- Reporting ----------------------------------------------------------- */
 

@@ -13,8 +13,10 @@
  * layer.  To tell: orx__err is 0 and nothing was reported when the layer is
  * in place or was not needed; a refusal reports one message and sets
  * orx__err (-16 for data the operator cannot handle, -10 when memory ran
- * out).  Installing and removing are done by the thread that owns the
- * handle; the layers' scans run under the handle's lock.
+ * out).  A host with threads reads ORX_last_status() and ORX_last_message()
+ * instead of orx__err, which other threads' calls overwrite.  Installing and
+ * removing are done by the thread that owns the handle; the layers' scans
+ * run under the handle's lock.
  *
  * Layers edit the handle's description (info.images[0]) while they are in
  * place, and restore it when popped, so that what the description says is
@@ -43,7 +45,7 @@ ORX_BEGIN_DECLS
  * through the 256-entry table of ORX_gamma_btof; double samples narrowed,
  * float groups copied.  Kept as it always was: when the row buffers cannot
  * be allocated, the description stays rewritten though no layer is pushed
- * (orx__err -10): check orx__err before layering anything on it, since the
+ * (orx__err -10): check the status before layering anything on it, since the
  * rows still hold the original samples. */
 ORX_API ORX_OBJECT *orx__cast_operator(ORX_OBJECT *handle);
 ORX_API int orx__cast_remove(ORX_OBJECT *handle);

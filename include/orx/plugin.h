@@ -7,6 +7,11 @@
  * and close slots, and the seek and direct-scan slots when the format
  * supports them, and return non-zero on success.
  *
+ * A failing format function reports its message (ERR_report_cat or
+ * ERR_printf at ERR_ERROR) and sets its status with orx__set_err
+ * (orx/err.h), which sets orx__err and the calling thread's status
+ * together, so threaded hosts see it too.
+ *
  * The object's layout is part of the contract with plug-ins: fields keep
  * their order and meaning across releases of the same major version.
  */

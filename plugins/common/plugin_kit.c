@@ -22,7 +22,7 @@ int kit_fail(int32_t status, const char *format, ...) {
   va_start(args, format);
   report(ERR_ERROR, format, args);
   va_end(args);
-  orx__err = status;
+  orx__set_err(status);
   return 0;
 }
 
@@ -36,7 +36,7 @@ void kit_note(const char *format, ...) {
 /* ERR_malloc reports a shortage itself; the status is ours to set. */
 static void *allocate(size_t size) {
   void *block = size <= UINT32_MAX ? ERR_malloc((uint32_t)size) : NULL;
-  if (block == NULL) orx__err = ORX_E_NO_MEMORY;
+  if (block == NULL) orx__set_err(ORX_E_NO_MEMORY);
   return block;
 }
 
@@ -271,7 +271,10 @@ int kit_scan_decoded(KitPlane *plane, int *decoded, int (*decode)(void *), void 
     const int status = decode(data);
     *decoded = status == 0 ? 1 : status;
   }
-  if (*decoded < 0) return orx__err = *decoded;
+  if (*decoded < 0) {
+    orx__set_err(*decoded);
+    return *decoded;
+  }
   void **rows = kit_plane_line(plane, line);
   if (rows == NULL) {
     kit_fail(ORX_E_BAD_SCANLINE, "%s: %s: no line %d", who, path, (int)line);

@@ -26,7 +26,8 @@ extern "C" {
 #endif
 
 /* Reports an error through the library's error service, leaves status in
- * orx__err and returns 0, the open functions' failure value. */
+ * orx__err and in the thread's own status (orx__set_err) and returns 0, the
+ * open functions' failure value. */
 int kit_fail(int32_t status, const char *format, ...)
 #if defined(__GNUC__)
     __attribute__((format(printf, 2, 3)))

@@ -95,7 +95,7 @@ static int release(ORX_OBJECT *object) {
 static Jpeg *new_jpeg(ORX_OBJECT *object) {
   Jpeg *j = (Jpeg *)ERR_malloc(sizeof(Jpeg));
   if (j == NULL) {
-    orx__err = ORX_E_NO_MEMORY;
+    orx__set_err(ORX_E_NO_MEMORY);
     return NULL;
   }
   memset(j, 0, sizeof *j);

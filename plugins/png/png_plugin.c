@@ -117,7 +117,7 @@ static int release(ORX_OBJECT *object) {
 static Png *new_png(ORX_OBJECT *object) {
   Png *p = (Png *)ERR_malloc(sizeof(Png));
   if (p == NULL) {
-    orx__err = ORX_E_NO_MEMORY;
+    orx__set_err(ORX_E_NO_MEMORY);
     return NULL;
   }
   memset(p, 0, sizeof *p);

@@ -156,7 +156,7 @@ static void release(ORX_OBJECT *object, TiffFile *file) {
 static TiffFile *new_file(const char *path) {
   TiffFile *file = (TiffFile *)ERR_malloc(sizeof(TiffFile));
   if (file == NULL) {
-    orx__err = ORX_E_NO_MEMORY;
+    orx__set_err(ORX_E_NO_MEMORY);
     return NULL;
   }
   memset(file, 0, sizeof *file);
@@ -170,7 +170,7 @@ static int new_images(ORX_OBJECT *object, TiffFile *file) {
   for (int32_t i = 0; i < object->info.image_count; ++i) {
     TiffImage *image = (TiffImage *)ERR_malloc(sizeof(TiffImage));
     if (image == NULL) {
-      orx__err = ORX_E_NO_MEMORY;
+      orx__set_err(ORX_E_NO_MEMORY);
       return 0;
     }
     memset(image, 0, sizeof *image);
@@ -401,7 +401,7 @@ int imageReadOpen(ORX_OBJECT *object) {
   }
   for (tdir_t d = 0; d < count; ++d) {
     if (!TIFFSetDirectory(tif, d) || !describe(object, (TiffImage *)object->private_cell[d])) {
-      if (orx__err == 0 || orx__err == ORX_E_READ)
+      if (ORX_last_status() == 0 || ORX_last_status() == ORX_E_READ)
         kit_fail(ORX_E_NOT_OUR_FILE, "tiff: cannot read directory %d of %s: %s", (int)d, path,
                  file->error);
       release(object, file);

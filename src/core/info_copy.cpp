@@ -26,7 +26,7 @@ bool copy_image(ORX_IFD *dst, const ORX_IFD &src) {
   for (int g = 0; g < 4; ++g)
     if (!copy_string(&to[g]->name, from[g]->name, kUnknown)) return false;
   if (ORX_response_curve_copy(&dst->curve, &src.curve) != 0) {
-    if (orx__err == 0) orx__err = ORX_E_INVALID_TYPE;
+    if (orx::err::last_status() == 0) orx__err = ORX_E_INVALID_TYPE;
     return false;
   }
   return true;

@@ -153,7 +153,7 @@ extern "C" int ORX_get_region(ORX_OBJECT **objectp, int32_t x_left, int32_t x_ri
     orx::platform::Lock hold(lock);
     void *data = object->private_cell != nullptr ? object->private_cell[0] : nullptr;
     object->region(data, x_left, x_right, y_bottom, y_top, buffer, stride, layout);
-    return orx__err;
+    return orx::err::last_status();
   }
   const Layout *l = std::find_if(std::begin(kLayouts), std::end(kLayouts),
                                  [&](const Layout &k) { return k.code == layout; });

@@ -295,14 +295,14 @@ int ORX_init(void *message_catalogue, ORX_PLUGIN_ENUM plugins) {
   if (plugins != nullptr && !add_plugins(r, capacity, plugins)) return init_failed(ORX_E_NO_MEMORY);
   r.plugin_count = r.count;
   if (const int status = add_builtins(r, capacity); status != 0)
-    return init_failed(status == -1 ? orx__err : status);
+    return init_failed(status == -1 ? orx::err::last_status() : status);
   // A table that cannot be completed for want of memory fails the whole
   // initialisation, like any other exhausted allocation here.
   for (int32_t i = 0; i < r.count; ++i)
-    if (!validate_capabilities(&r.records[i].pub) && orx__err == ORX_E_NO_MEMORY)
+    if (!validate_capabilities(&r.records[i].pub) && orx::err::last_status() == ORX_E_NO_MEMORY)
       return init_failed(ORX_E_NO_MEMORY);
   multiframe_init(multiframe_limit());
-  return orx__err;
+  return orx::err::last_status();
 }
 
 int ORX_exit(void) {

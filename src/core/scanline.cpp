@@ -95,7 +95,7 @@ void read_forward(ORX_OBJECT *object, int32_t target) {
     void **channels = nullptr;
     const int status = object->scan(data, line, &channels);
     if (status != 0) {
-      if (orx__err == 0) orx__err = status;
+      if (orx::err::last_status() == 0) orx__err = status;
       return;
     }
     object->current_line = line;
@@ -137,8 +137,8 @@ int ORX_seek(ORX_OBJECT **object, int32_t line) {
   if (current->seek != nullptr) {
     orx::platform::Lock lock(lock_of(current));
     const int status = current->seek(private_data(current), line);
-    if (status != 0 && orx__err == 0) orx__err = status;
-    return orx__err;
+    if (status != 0 && orx::err::last_status() == 0) orx__err = status;
+    return orx::err::last_status();
   }
   const int32_t random = ORX_ACCESS_READ | ORX_ACCESS_RANDOM;
   if (current->format != nullptr && (current->format->access & random) == random) return 0;
@@ -146,12 +146,12 @@ int ORX_seek(ORX_OBJECT **object, int32_t line) {
   if (passed(current, target)) {
     current = reopen(current);
     *object = current;
-    if (current == nullptr) return orx__err;
+    if (current == nullptr) return orx::err::last_status();
     if (passed(current, target))
       std::fputs("ORX_seek: did not advance image pointer correctly\n", stderr);
   }
   read_forward(current, target);
-  return orx__err;
+  return orx::err::last_status();
 }
 
 int ORX_close(ORX_OBJECT *object) {

@@ -8,12 +8,12 @@
 
 #include "err/heap.hpp"
 #include "err/report_internal.hpp"
+#include "err/status_word.hpp"
 #include "res/catalogue.hpp"
 #include "platform/platform.hpp"
 #include "util/node_pool.hpp"
 
 extern "C" {
-ORX_API int32_t orx__err = 0;
 ORX_API void *orx__msg_cat = nullptr;
 }
 
@@ -102,6 +102,7 @@ int report_plain(ERR_RECORD *record, char *buffer, int severity, const char *for
   count(severity);
   if (text == nullptr) text = format;
   std::vsnprintf(buffer, kMessageBuffer, text != nullptr ? text : "", args);
+  note_report(severity, buffer);
   record->severity = static_cast<unsigned char>(severity);
   record->name = format;
   record->format = buffer;
@@ -164,6 +165,7 @@ int ERR_report(ERR_RECORD *record, ...) {
   va_start(args, record);
   orx::err::mini_format(message, sizeof message, record->format, args);
   va_end(args);
+  orx::err::note_report(record->severity, message);
   orx::err::remember(record);
   orx::err::deliver(record, record->name, record->severity, message);
   return 0;

@@ -70,20 +70,15 @@ int cast_close(ORX_OBJECT *handle, intptr_t argument) {
 }
 
 }  // namespace
-}  // namespace orx::operators
 
-using namespace orx::operators;
-
-extern "C" {
-
-ORX_OBJECT *orx__cast_operator(ORX_OBJECT *handle) {
+int install_cast(ORX_OBJECT *handle) {
   orx__err = 0;
-  if (!has_image(handle)) return handle;
+  if (!has_image(handle)) return 0;
   ORX_IFD &d = handle->info.images[0];
   if (d.image.type == ORX_C_FLOAT && d.matte.type == ORX_C_FLOAT && d.aux.type == ORX_C_FLOAT)
-    return handle;
+    return 0;
   auto *r = new_record<CastRecord>();
-  if (r == nullptr) return handle;
+  if (r == nullptr) return ORX_E_NO_MEMORY;
   r->width = d.window.right - d.window.left + 1;
   r->gamma = d.curve.gamma;
   for (int g = 0; g < 3; ++g) {
@@ -100,8 +95,9 @@ ORX_OBJECT *orx__cast_operator(ORX_OBJECT *handle) {
   r->buffers = orx__chan_alloc(&d, r->width, "cast operator");
   if (r->buffers == nullptr) {
     ERR_free(r);
-    if (orx__err == ORX_E_NO_MEMORY) no_memory();
-    return handle;
+    const int32_t status = err::last_status();  // the buffer's own refusals are reported
+    if (status == ORX_E_NO_MEMORY) no_memory();
+    return status;
   }
   r->counts[0] = d.image.count;
   r->counts[1] = d.matte.count;
@@ -115,10 +111,21 @@ ORX_OBJECT *orx__cast_operator(ORX_OBJECT *handle) {
       orx__chan_free(r->buffers);
       ERR_free(r);
       no_memory();
-      return handle;
+      return orx__err = ORX_E_NO_MEMORY;
     }
   }
   push(handle, &r->header, kCast, cast_scan, cast_close);
+  return 0;
+}
+
+}  // namespace orx::operators
+
+using namespace orx::operators;
+
+extern "C" {
+
+ORX_OBJECT *orx__cast_operator(ORX_OBJECT *handle) {
+  install_cast(handle);
   return handle;
 }
 

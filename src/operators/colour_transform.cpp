@@ -67,8 +67,7 @@ int colour_close(ORX_OBJECT *handle, intptr_t argument) {
 ORX_OBJECT *install(ORX_OBJECT *handle, const float m[16], const float *target) {
   ORX_IFD &d = handle->info.images[0];
   const ORX_SCAN_FN before = handle->scan;
-  orx__cast_operator(handle);
-  if (orx__err != 0) return handle;
+  if (install_cast(handle) != 0) return handle;
   const bool pushed_cast = handle->scan != before;
   if (d.image.count < 3 || d.image.type != ORX_C_FLOAT || d.pixel_flags != 1) {
     if (pushed_cast) orx__cast_remove(handle);

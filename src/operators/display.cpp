@@ -45,7 +45,7 @@ template <class Step>
 bool step(ORX_OBJECT *handle, DisplayRecord &r, Remove remove, Step install) {
   const ORX_SCAN_FN before = handle->scan;
   install();
-  if (orx__err != 0) return false;
+  if (err::last_status() != 0) return false;  // this thread's install, not another's
   if (handle->scan != before) r.removes[r.count++] = remove;
   return true;
 }
@@ -118,7 +118,7 @@ ORX_OBJECT *ORX__display(ORX_OBJECT *handle, const char *framebuffer) {
       (bits > 8 || fb->gamma == 1.0f ||
        step(handle, *r, orx__gamma_remove, [&] { orx__gamma_operator(handle, &curve); }));
   if (!ok) {
-    const int status = orx__err;
+    const int status = orx::err::last_status();
     undo();
     orx__err = status;
     return handle;

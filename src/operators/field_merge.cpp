@@ -80,7 +80,7 @@ int field_close(ORX_OBJECT *merged, intptr_t) {
   orx__err = 0;
   partner->close(partner, 0);
   passed->close(passed, 0);
-  return orx__err;
+  return orx::err::last_status();
 }
 
 // The merged handle's open information: a copy of the first field's.

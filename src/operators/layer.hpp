@@ -83,6 +83,12 @@ inline bool has_image(const ORX_OBJECT *handle) {
   return handle != nullptr && handle->info.images != nullptr && handle->info.image_count >= 1;
 }
 
+// The cast operator's install: 0 when the handle reads floats (the cast
+// pushed, or not needed), else the failure's status (reported, as
+// orx__cast_operator reports it).  Layers built on floats ask this, not the
+// status word, whether they can go on.
+int install_cast(ORX_OBJECT *handle);
+
 // The gamut clamp, also where there is no matte (the display chain clamps
 // every image before quantizing it).
 ORX_OBJECT *install_clamp(ORX_OBJECT *handle, bool needs_matte);

@@ -331,7 +331,7 @@ ResampleRecord *make_record(ORX_IFD &d, const ORX_FILTER *filter, int32_t source
   }
   if (ok) ok = (r->out = orx__chan_alloc(&d, dest_width, kName)) != nullptr;
   if (!ok) {
-    const bool reported = orx__err != ORX_E_NO_MEMORY;  // ERR_malloc reports, the buffers do not
+    const bool reported = orx::err::last_status() != ORX_E_NO_MEMORY;  // ERR_malloc reports, the buffers do not
     if (writing && r->sums == nullptr) r->open = 0;
     free_record(r);
     if (!reported) no_memory();
@@ -368,8 +368,7 @@ bool floats_in_layout(const ORX_IFD &d, int32_t layout) {
 ORX_OBJECT *read_install(ORX_OBJECT *handle, const ORX_FILTER *filter, ORX_WINDOW dest) {
   ORX_IFD &d = handle->info.images[0];
   const ORX_SCAN_FN before = handle->scan;
-  orx__cast_operator(handle);
-  if (orx__err != 0) return handle;  // the cast could not be had
+  if (install_cast(handle) != 0) return handle;  // the cast could not be had
   const bool pushed_cast = handle->scan != before;
   const auto undo_cast = [&] {
     if (pushed_cast) orx__cast_remove(handle);

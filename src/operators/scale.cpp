@@ -175,8 +175,7 @@ ORX_OBJECT *orx__scale_operator(ORX_OBJECT *handle, float x0, float y0, float x1
     return handle;
   }
   const ORX_SCAN_FN before = handle->scan;
-  orx__cast_operator(handle);
-  if (orx__err != 0) return handle;
+  if (install_cast(handle) != 0) return handle;
   const bool pushed_cast = handle->scan != before;
   auto *r = new_record<ScaleRecord>();
   if (r == nullptr) {
@@ -201,7 +200,7 @@ ORX_OBJECT *orx__scale_operator(ORX_OBJECT *handle, float x0, float y0, float x1
   }
   if (ok) ok = (r->out = orx__chan_alloc(&d, width, "scale operator")) != nullptr;
   if (!ok) {
-    const bool reported = orx__err != ORX_E_NO_MEMORY;
+    const bool reported = orx::err::last_status() != ORX_E_NO_MEMORY;
     free_record(r);
     if (pushed_cast) orx__cast_remove(handle);
     if (!reported) no_memory();

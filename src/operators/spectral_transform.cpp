@@ -114,8 +114,7 @@ ORX_OBJECT *orx__spectral_transform_operator(ORX_OBJECT *handle, int32_t to_xyz)
     }
   }
   const ORX_SCAN_FN before = handle->scan;
-  orx__cast_operator(handle);
-  if (orx__err != 0) {
+  if (install_cast(handle) != 0) {
     ERR_free(weights);
     return handle;
   }

@@ -306,7 +306,7 @@ int ORX_res_dump(ORX_RES_FILE *file, FILE *out) {
   for (uint32_t i = 0; i < file->count; ++i) {
     const ORX_RES_ENTRY &e = file->entries[i];
     orx::Owned<unsigned char> bytes(static_cast<unsigned char *>(ORX_res_load(file, &e)));
-    if (!bytes) return orx__err;
+    if (!bytes) return orx::err::last_status();
     std::fprintf(out, "\nresource %s ", e.type);
     put_quoted(out, reinterpret_cast<const unsigned char *>(e.name), std::strlen(e.name));
     std::fputc('\n', out);
@@ -327,7 +327,7 @@ int ORX_res_build_text(const char *text_path, const char *out_path) {
   orx::Owned<char> text(slurp(text_path, &status));
   if (!text) return status;
   ORX_RES_BUILDER *builder = ORX_res_builder_new();
-  if (builder == nullptr) return orx__err;
+  if (builder == nullptr) return orx::err::last_status();
   orx::ScopeGuard free_builder([&] { ORX_res_builder_free(builder); });
 
   char type[5] = {};
@@ -353,7 +353,7 @@ int ORX_res_build_text(const char *text_path, const char *out_path) {
     if (line.at_end() || *line.p == '#') continue;
     const char *keyword = line.word();
     if (std::strcmp(keyword, "resource") == 0) {
-      if (flush() != 0) return orx__err;
+      if (flush() != 0) return orx::err::last_status();
       const char *code = line.word();
       std::size_t n = 0;
       const char *quoted = code != nullptr ? line.quoted(&n) : nullptr;
@@ -377,7 +377,7 @@ int ORX_res_build_text(const char *text_path, const char *out_path) {
       return fail(ORX_E_UNDECODABLE, Msg::kResSyntax, text_path, number, line.why);
     }
   }
-  if (flush() != 0) return orx__err;
+  if (flush() != 0) return orx::err::last_status();
   return ORX_res_save(builder, out_path);
 }
 

@@ -193,7 +193,7 @@ bool install(ORX_OBJECT *object, int32_t source, bool reading) {
   s->buffer = ORX_chan_alloc(const_cast<ORX_IFD *>(&swatch), s->width, "swatch", nullptr);
   if (s->buffer == nullptr) {
     free_swatch(s);
-    if (orx__err == ORX_E_NO_MEMORY) report(Msg::kNoMemory);  // the buffer does not report
+    if (orx::err::last_status() == ORX_E_NO_MEMORY) report(Msg::kNoMemory);  // the buffer does not report
     return false;
   }
   int32_t c = 0;

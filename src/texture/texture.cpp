@@ -140,7 +140,7 @@ int bilinear(ORX_TEXTURE &t, int32_t k, float s, float tt, int wrap, float weigh
     const float wy = dy == 0 ? 1.0f - fy : fy;
     if (wy == 0.0f || !wrap_index(y, level.h, wrap)) continue;
     const float *r = row(t, k, y);
-    if (r == nullptr) return orx__err != 0 ? orx__err : ORX_E_READ;
+    if (r == nullptr) return orx::err::last_status() != 0 ? orx::err::last_status() : ORX_E_READ;
     for (int dx = 0; dx < 2; ++dx) {
       int32_t x = x0 + dx;
       const float w = (dx == 0 ? 1.0f - fx : fx) * wy * weight;

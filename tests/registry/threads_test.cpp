@@ -1,7 +1,9 @@
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "orx/naming.h"
 #include "registry/registry_fixture.hpp"
 
 namespace {
@@ -78,6 +80,56 @@ TEST_F(ThreadStress, ReadersAndAWriterOnEveryKindOfImage) {
   });
   for (std::thread &t : threads) t.join();
   for (int f : failures) EXPECT_EQ(f, 0);
+}
+
+// Threads failing in different ways at once each find their own failure in
+// ORX_last_status and ORX_last_message, and a thread that succeeds finds 0
+// and "", whatever the others left in orx__err meanwhile.
+TEST_F(ThreadStress, EachThreadSeesItsOwnStatus) {
+  ASSERT_EQ(ORX_init(nullptr, nullptr), 0);
+  TempDir dir;
+  const std::string good = dir.file("good.rla"), damaged = dir.file("damaged.rla");
+  write(good, 0);
+  std::filesystem::copy_file(good, damaged);
+  std::filesystem::resize_file(damaged, std::filesystem::file_size(good) - 40);
+  struct Case {
+    std::string path;
+    const char *type;
+    int32_t status;       // what the failing call leaves
+    const char *message;  // part of its message
+  };
+  const Case cases[] = {
+      {dir.file("missing.rla"), "rla", ORX_E_FIELD_MISSING, "missing.rla"},
+      {good, "no-such-type", ORX_E_INVALID_TYPE, "no-such-type"},
+      {damaged, "rla", ORX_E_READ, "Cannot read scanline"},
+      {good, "rla", 0, ""},
+  };
+  std::vector<std::string> wrong(std::size(cases));
+  std::vector<std::thread> threads;
+  for (std::size_t i = 0; i < std::size(cases); ++i)
+    threads.emplace_back([&c = cases[i], &why = wrong[i]] {
+      for (int round = 0; round < 40 && why.empty(); ++round) {
+        ORX_OBJECT *object = open_image(c.path, c.type);
+        void **rows = nullptr;
+        for (int32_t y = kSide - 1; object != nullptr && y >= 0; --y)
+          if (ORX_scan_read(object, y, &rows) != 0) break;
+        const int32_t status = ORX_last_status();
+        const std::string message = ORX_last_message();
+        if (object != nullptr) ORX_close(object);
+        if (status != c.status || message.find(c.message) == std::string::npos ||
+            (c.status == 0) != message.empty())
+          why = std::to_string(status) + " " + message;
+      }
+    });
+  for (std::thread &t : threads) t.join();
+  for (std::size_t i = 0; i < std::size(cases); ++i) EXPECT_EQ(wrong[i], "") << cases[i].path;
+
+  // A failure without a report of its own is described by its status, not
+  // by an earlier thread-mate's message.
+  ASSERT_EQ(open_image(cases[0].path), nullptr);
+  EXPECT_EQ(ORX_name_syntax_verify(""), 0);
+  EXPECT_EQ(ORX_last_status(), ORX_E_EMPTY_SYNTAX);
+  EXPECT_STREQ(ORX_last_message(), ORX_strerror(ORX_E_EMPTY_SYNTAX));
 }
 
 }  // namespace

@@ -168,7 +168,7 @@ bool make_images(ORX_OBJECT *object, Stored *s) {
     for (int g = 0; const ORX_CHANNELS *c : {&ifd.image, &ifd.matte, &ifd.aux, &ifd.index})
       image.groups[g++] = *c;
     if (image.buffer == nullptr) {
-      if (orx__err == ORX_E_NO_MEMORY) report(Msg::kNoMemory);
+      if (orx::err::last_status() == ORX_E_NO_MEMORY) report(Msg::kNoMemory);
       return false;
     }
   }
@@ -268,7 +268,7 @@ int mem_write_open(ORX_OBJECT *object) {
   if (!ok) {
     release_images(object);
     release_stored(s);
-    if (orx__err == 0) orx__err = ORX_E_NO_MEMORY;
+    if (orx::err::last_status() == 0) orx__err = ORX_E_NO_MEMORY;
     return 0;
   }
   object->scan = write_line;

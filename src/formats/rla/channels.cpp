@@ -84,13 +84,13 @@ bool channel_kinds(const ORX_IFD &ifd, const char *who, Kind *kinds, int *max_bi
 
 int close_object(ORX_OBJECT *object, intptr_t) {
   orx__err = 0;
-  if (object == nullptr) return orx__err;
+  if (object == nullptr) return orx::err::last_status();
   if (object->access == ORX_ACCESS_WRITE)
     finish_writer(object);
   else
     release_reader(object);
   orx__free_obj(object);
-  return orx__err;
+  return orx::err::last_status();
 }
 
 char *buffer_stream(std::FILE *stream) {

@@ -105,7 +105,7 @@ void release_all(ReadImage *states, int count) {
     if (!file->sequential) {
       std::fclose(file->stream);
     } else if (file->close_stream != nullptr && file->close_stream(file->stream) != 0 &&
-               orx__err == 0) {
+               orx::err::last_status() == 0) {
       // Reported only when nothing failed before: an earlier failure is the cause.
       fail(ORX_E_READ, Msg::kCannotRead, states[0].stream_row, "the stream ended in failure");
     }
@@ -281,8 +281,9 @@ int read_header(ORX_OBJECT *object, const char *path, long *end, Images &images,
   image.buffer = orx__chan_alloc(&ifd, image.width, who);
   if (image.buffer != nullptr) return 0;
   // The buffer's own refusals are reported; its memory shortage is not.
-  if (orx__err == 0 || orx__err == ORX_E_NO_MEMORY) return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
-  return orx__err;
+  const int32_t status = orx::err::last_status();
+  if (status == 0 || status == ORX_E_NO_MEMORY) return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
+  return status;
 }
 
 // Grows the state and descriptor arrays by one, the new entries initialised.

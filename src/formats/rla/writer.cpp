@@ -309,7 +309,7 @@ void finish_writer(ORX_OBJECT *object) {
   const bool standard = file->to_stdout;
   const CloseStream close_stream = file->close_stream;
   complete(object, states, count);
-  const int status = orx__err;
+  const int status = orx::err::last_status();
   release_images(states, count);
   object->private_cell[0] = nullptr;
   if (standard) {
