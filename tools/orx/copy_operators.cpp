@@ -38,7 +38,7 @@ std::string reason(const char *fallback) {
 bool apply_operators(ORX_OBJECT *in, const CopyOptions &o, std::string *why) {
   if (!o.display.empty()) {
     ORX__display(in, o.display == "default" ? nullptr : o.display.c_str());
-    if (orx__err != 0) return *why = reason("--display: no such framebuffer"), false;
+    if (ORX_last_status() != 0) return *why = reason("--display: no such framebuffer"), false;
     return true;
   }
   const bool any = !o.depth.empty() || o.gamma > 0.0 || o.image >= 0 || !o.range.empty() ||
@@ -62,7 +62,7 @@ bool apply_operators(ORX_OBJECT *in, const CopyOptions &o, std::string *why) {
     ORX_RESPONSE_CURVE target{ORX_CURVE_PARAMETRIC, static_cast<float>(o.gamma), 0, 0, 1, 256,
                               ORX_C_INTEGER, 8, nullptr};
     orx__gamma_operator(in, &target);
-    if (orx__err != 0) return *why = reason("--gamma needs 8-bit data"), false;
+    if (ORX_last_status() != 0) return *why = reason("--gamma needs 8-bit data"), false;
   }
   if (!o.range.empty()) {
     double low = 0, high = 1;
@@ -71,7 +71,7 @@ bool apply_operators(ORX_OBJECT *in, const CopyOptions &o, std::string *why) {
       return false;
     }
     orx__min_max_operator(in, low, high);
-    if (orx__err != 0) return *why = reason("--range needs 8-bit data"), false;
+    if (ORX_last_status() != 0) return *why = reason("--range needs 8-bit data"), false;
   }
   const ORX_IFD before = in->info.images[0];  // the types a crop writes back
   if (!o.crop.empty()) {
@@ -86,11 +86,11 @@ bool apply_operators(ORX_OBJECT *in, const CopyOptions &o, std::string *why) {
     orx__scale_operator(in, x0, y0, x1, y1, static_cast<int32_t>(std::lround(x1 - x0)),
                         static_cast<int32_t>(std::lround(y1 - y0)));
     if (coded) in->info.images[0].curve.gamma = before.curve.gamma;
-    if (orx__err != 0) return *why = reason("--crop cannot be applied"), false;
+    if (ORX_last_status() != 0) return *why = reason("--crop cannot be applied"), false;
   }
   if (!o.depth.empty() || o.clamp || !o.primaries.empty() || o.xyz) {
     orx__cast_operator(in);
-    if (orx__err != 0) return *why = reason("out of memory"), false;
+    if (ORX_last_status() != 0) return *why = reason("out of memory"), false;
   }
   if (!o.primaries.empty()) {
     float target[8];
@@ -100,18 +100,18 @@ bool apply_operators(ORX_OBJECT *in, const CopyOptions &o, std::string *why) {
       return *why = "--primaries: no framebuffer \"" + o.primaries +
                     "\" and not eight chromaticities", false;
     orx__rgb_transform_operator(in, target);
-    if (orx__err != 0) return *why = reason("--primaries needs three colour channels"), false;
+    if (ORX_last_status() != 0) return *why = reason("--primaries needs three colour channels"), false;
   }
   if (o.xyz) {
     orx__xyz_transform_operator(in, 1);
-    if (orx__err != 0) return *why = reason("--xyz needs three colour channels"), false;
+    if (ORX_last_status() != 0) return *why = reason("--xyz needs three colour channels"), false;
   }
   if (o.clamp) orx__clamp_operator(in);
   if (type == ORX_C_INTEGER) {
     const int32_t target[2] = {type, bits};
     const int32_t *const targets[3] = {target, target, target};
     orx__quantize_read_operator(in, targets);
-    if (orx__err != 0) return *why = reason("out of memory"), false;
+    if (ORX_last_status() != 0) return *why = reason("out of memory"), false;
   } else if (!o.crop.empty() && o.depth.empty()) {
     // A crop keeps the input's sample types: integer codes come back exactly.
     const int32_t colours[2] = {before.image.type, before.image.bits};
@@ -121,7 +121,7 @@ bool apply_operators(ORX_OBJECT *in, const CopyOptions &o, std::string *why) {
                                        before.matte.type == ORX_C_INTEGER ? mattes : nullptr,
                                        before.aux.type == ORX_C_INTEGER ? extras : nullptr};
     orx__quantize_read_operator(in, targets);
-    if (orx__err != 0) return *why = reason("out of memory"), false;
+    if (ORX_last_status() != 0) return *why = reason("out of memory"), false;
   }
   return true;
 }

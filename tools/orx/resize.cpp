@@ -69,7 +69,7 @@ int resize_one(const std::string &in_path, const std::string &out_path, const Re
   // image's gamma is set aside while the layers are pushed.
   in.get()->info.images[0].curve.gamma = 1.0f;
   orx__resample_operator(in.get(), &filter, 0, wd - 1, 0, hd - 1);
-  if (orx__err != 0) return complain(in_path, last_error());
+  if (ORX_last_status() != 0) return complain(in_path, last_error());
   in.get()->info.images[0].curve.gamma = source.curve.gamma;
   // The result is written at the input's sample types, rounded and clamped
   // (kernels with negative lobes overshoot at edges).

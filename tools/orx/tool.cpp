@@ -126,7 +126,12 @@ void forget_error() {
 void echo_errors(bool on) { g_echo_errors = on; }
 
 int complain(const std::string &what, const std::string &reason) {
-  std::string why = !reason.empty() ? reason : !g_last_error.empty() ? g_last_error : "failed";
+  // Without a report of its own, the reason is what this thread's last
+  // library call left (another thread's failure never shows here).
+  std::string why = !reason.empty()          ? reason
+                    : !g_last_error.empty()  ? g_last_error
+                    : ORX_last_status() != 0 ? ORX_last_message()
+                                             : "failed";
   // Most library messages name the file already.
   if (why.compare(0, what.size(), what) == 0 || why.find(what) != std::string::npos)
     say(why);
