@@ -107,8 +107,9 @@ ORX_API int32_t ORX_last_status(void);
 /* Why the calling thread's last failure failed: "" while its status is 0;
  * otherwise the message of the ERROR (or FATAL) report made on this thread
  * for that failure (cut at 255 characters), or, when the failure made none,
- * ORX_strerror of the status.  Handlers and masks do not change it.  The
- * text belongs to the thread and stays valid until its next library call. */
+ * ORX_strerror of the status.  Masked reports count too; handlers do not
+ * change it.  The text belongs to the thread and stays valid until its next
+ * library call. */
 ORX_API const char *ORX_last_message(void);
 
 /* A short English description of a status code ("out of memory" for -10,

@@ -98,10 +98,19 @@ int deliver(ERR_RECORD *record, const char *name, int severity, const char *mess
 int report_plain(ERR_RECORD *record, char *buffer, int severity, const char *format,
                  va_list args, const char *text = nullptr) {
   platform::Lock hold(report_gate());
-  if (g.global_mask != 0 || severity_masked(severity)) return 0;
-  count(severity);
   if (text == nullptr) text = format;
-  std::vsnprintf(buffer, kMessageBuffer, text != nullptr ? text : "", args);
+  if (text == nullptr) text = "";
+  if (g.global_mask != 0 || severity_masked(severity)) {
+    // Masked, a failure still explains itself to its own thread.
+    if (severity >= ERR_ERROR) {
+      char message[kRecordMessage];
+      std::vsnprintf(message, sizeof message, text, args);
+      note_report(severity, message);
+    }
+    return 0;
+  }
+  count(severity);
+  std::vsnprintf(buffer, kMessageBuffer, text, args);
   note_report(severity, buffer);
   record->severity = static_cast<unsigned char>(severity);
   record->name = format;

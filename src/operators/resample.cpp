@@ -331,7 +331,8 @@ ResampleRecord *make_record(ORX_IFD &d, const ORX_FILTER *filter, int32_t source
   }
   if (ok) ok = (r->out = orx__chan_alloc(&d, dest_width, kName)) != nullptr;
   if (!ok) {
-    const bool reported = orx::err::last_status() != ORX_E_NO_MEMORY;  // ERR_malloc reports, the buffers do not
+    // ERR_malloc reports, the buffers do not.
+    const bool reported = orx::err::last_status() != ORX_E_NO_MEMORY;
     if (writing && r->sums == nullptr) r->open = 0;
     free_record(r);
     if (!reported) no_memory();

@@ -193,7 +193,8 @@ bool install(ORX_OBJECT *object, int32_t source, bool reading) {
   s->buffer = ORX_chan_alloc(const_cast<ORX_IFD *>(&swatch), s->width, "swatch", nullptr);
   if (s->buffer == nullptr) {
     free_swatch(s);
-    if (orx::err::last_status() == ORX_E_NO_MEMORY) report(Msg::kNoMemory);  // the buffer does not report
+    // The buffer does not report.
+    if (orx::err::last_status() == ORX_E_NO_MEMORY) report(Msg::kNoMemory);
     return false;
   }
   int32_t c = 0;

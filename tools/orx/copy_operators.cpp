@@ -100,7 +100,8 @@ bool apply_operators(ORX_OBJECT *in, const CopyOptions &o, std::string *why) {
       return *why = "--primaries: no framebuffer \"" + o.primaries +
                     "\" and not eight chromaticities", false;
     orx__rgb_transform_operator(in, target);
-    if (ORX_last_status() != 0) return *why = reason("--primaries needs three colour channels"), false;
+    if (ORX_last_status() != 0)
+      return *why = reason("--primaries needs three colour channels"), false;
   }
   if (o.xyz) {
     orx__xyz_transform_operator(in, 1);
