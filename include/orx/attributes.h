@@ -19,13 +19,16 @@
  *
  * Writing: set attributes on the request before ORX_open(info, "w"); the
  * open copies them into the object with the rest of the request, and the
- * format stores those it can hold and ignores the others.  To copy a file's
+ * format stores those it can hold and removes the others from the object's
+ * record (ORX_attr_keep), so that after the open &object->info lists what
+ * the file will carry; a format that narrows samples or drops channels says
+ * so in the image's "orx:narrowed" text.  To copy a file's
  * attributes to another, ORX_attr_copy from the read object's record to the
  * write request.
  *
  * Plug-ins report what they read with ORX_attr_set_* on &object->info in
  * their read open, and look up what the host asked for with ORX_attr_get_*
- * on &object->info in their write open.
+ * on &object->info in their write open, then ORX_attr_keep what they store.
  *
  * Names follow OpenImageIO's ImageSpec attributes where it has one, so
  * hosts that know its list know these:
@@ -134,6 +137,13 @@ ORX_API const ORX_ATTR *ORX_attr_at(const ORX_INFO *info, int32_t image, int32_t
  * attributes copied so far kept. */
 ORX_API int ORX_attr_copy(ORX_INFO *dst, int32_t dst_image, const ORX_INFO *src,
                           int32_t src_image);
+
+/* Remove from every image each attribute not named in names (a NULL-
+ * terminated list; a name ending in ':' keeps its whole namespace, as
+ * "openexr:" does), keeping the library's own "orx:" ones.  A format's write
+ * open calls it with the names it stores, so that the object lists what the
+ * file will carry.  Returns the number removed. */
+ORX_API int ORX_attr_keep(ORX_INFO *info, const char *const *names);
 
 /* Free every attribute of the record; the list is empty afterwards. */
 ORX_API void ORX_attr_clear(ORX_INFO *info);

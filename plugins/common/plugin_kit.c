@@ -4,7 +4,6 @@
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
-#include <strings.h>
 #include <errno.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -579,26 +578,6 @@ void kit_release(const char *path, int created) {
 }
 
 /* --- Attributes ------------------------------------------------------------ */
-
-static int kit_attr_listed(const char *name, const char *const *names) {
-  for (; *names != NULL; ++names) {
-    const size_t n = strlen(*names);
-    const int prefix = n > 0 && (*names)[n - 1] == ':';
-    if (prefix ? strncasecmp(name, *names, n) == 0 : strcasecmp(name, *names) == 0) return 1;
-  }
-  return 0;
-}
-
-void kit_attr_keep(ORX_OBJECT *object, const char *const *names) {
-  for (int32_t k = 0;;) {
-    const ORX_ATTR *a = ORX_attr_at(&object->info, ORX_ATTR_ANY_IMAGE, k);
-    if (a == NULL) return;
-    if (strncmp(a->name, "orx:", 4) == 0 || kit_attr_listed(a->name, names))
-      ++k;
-    else
-      ORX_attr_remove(&object->info, a->image, a->name);
-  }
-}
 
 int kit_narrowed(ORX_OBJECT *object, int32_t image, const char *format, ...) {
   char note[256], joined[1024];

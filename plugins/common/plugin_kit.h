@@ -183,14 +183,10 @@ void kit_release(const char *path, int created);
 size_t kit_peek(const char *name, FILE *stream, void *buffer, size_t size);
 
 /* Attributes (orx/attributes.h).  A write open stores the attributes it can
- * hold and removes the others from the object, so that the host learns what
- * the file will not carry: kit_attr_keep removes from every image each
- * attribute not named in names (NULL-terminated; a name ending in ':' keeps
- * the whole namespace, "openexr:") and keeps the library's own "orx:" ones.
- * kit_narrowed appends a note (printf-style, e.g. "float samples stored as
- * 16-bit integers") to image's "orx:narrowed" text, which hosts show as what
- * the write loses; 0 when memory is short. */
-void kit_attr_keep(ORX_OBJECT *object, const char *const *names);
+ * hold and removes the others with ORX_attr_keep.  kit_narrowed appends a
+ * note (printf-style, e.g. "float samples stored as 16-bit integers") to
+ * image's "orx:narrowed" text, which hosts show as what the write loses; 0
+ * when memory is short. */
 int kit_narrowed(ORX_OBJECT *object, int32_t image, const char *format, ...)
 #if defined(__GNUC__)
     __attribute__((format(printf, 3, 4)))

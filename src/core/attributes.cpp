@@ -39,12 +39,20 @@ std::size_t element_size(int32_t type) {
   }
 }
 
+char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
+
 bool same_name(const char *a, const char *b) {
   for (;; ++a, ++b) {
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
     if (lower(*a) != lower(*b)) return false;
     if (*a == '\0') return true;
   }
+}
+
+// Whether name starts with the first length characters of prefix.
+bool same_prefix(const char *name, const char *prefix, std::size_t length) {
+  for (std::size_t i = 0; i < length; ++i)
+    if (name[i] == '\0' || lower(name[i]) != lower(prefix[i])) return false;
+  return true;
 }
 
 ORX_ATTR *find(List *list, int32_t image, const char *name) {
@@ -218,6 +226,30 @@ int ORX_attr_copy(ORX_INFO *dst, int32_t dst_image, const ORX_INFO *src, int32_t
     const int status = ORX_attr_set(dst, to, a->name, a->type, a->count, a->data);
     if (status != 0) return status;
   }
+}
+
+int ORX_attr_keep(ORX_INFO *info, const char *const *names) {
+  List *list = list_of(info);
+  int removed = 0;
+  for (int32_t i = 0; list != nullptr && i < list->count;) {
+    const char *name = list->entries[i].name;
+    bool kept = std::strncmp(name, "orx:", 4) == 0;
+    for (const char *const *n = names; !kept && n != nullptr && *n != nullptr; ++n) {
+      const std::size_t length = std::strlen(*n);
+      kept = length > 0 && (*n)[length - 1] == ':' ? same_prefix(name, *n, length)
+                                                    : same_name(name, *n);
+    }
+    if (kept) {
+      ++i;
+      continue;
+    }
+    free_entry(list->entries[i]);
+    std::memmove(&list->entries[i], &list->entries[i + 1],
+                 static_cast<std::size_t>(list->count - 1 - i) * sizeof(ORX_ATTR));
+    --list->count;
+    ++removed;
+  }
+  return removed;
 }
 
 void ORX_attr_clear(ORX_INFO *info) {

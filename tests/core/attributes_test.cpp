@@ -123,6 +123,15 @@ TEST(Attributes, ListFollowsTheModel) {
   ASSERT_EQ(ORX_attr_copy(&copy, 3, &info, 1), 0);
   EXPECT_EQ(ORX_attr_count(&copy, 3), ORX_attr_count(&info, 1));
 
+  // Keeping names and namespaces: the library's own "orx:" ones always stay.
+  ASSERT_EQ(ORX_attr_set_string(&copy, 0, "orx:narrowed", "x"), 0);
+  const char *const kept[] = {"imagedescription", "OPENEXR:", nullptr};
+  EXPECT_EQ(ORX_attr_keep(&copy, kept), 4);  // two per image of 1 and 3
+  EXPECT_EQ(ORX_attr_count(&copy, ORX_ATTR_ANY_IMAGE), 5);
+  EXPECT_NE(ORX_attr_find(&copy, 0, "openexr:displayWindow"), nullptr);
+  EXPECT_NE(ORX_attr_find(&copy, 0, "orx:narrowed"), nullptr);
+  EXPECT_EQ(ORX_attr_find(&copy, 1, "oiio:Gamma"), nullptr);
+
   ORX_info_cleanup(&copy, 1);
   ORX_attr_clear(&info);
   EXPECT_EQ(ORX_attr_count(&info, ORX_ATTR_ANY_IMAGE), 0);
