@@ -53,6 +53,10 @@ void release(ORX_OBJECT *object, File *file) {
   delete file;
 }
 
+// Decodes the luminance/chroma file at path as RGB(A) floats into a plane
+// laid out for its data window; 0 or a status after a report.
+int decode_luminance_chroma(const char *path, KitPlane *plane);
+
 int read_open(ORX_OBJECT *object);
 int write_open(ORX_OBJECT *object);
 

@@ -82,6 +82,7 @@ struct InImage {
   int decoded = 0;                     // 1 once the plane holds the image, or a status
   KitPlane plane{};
   int level = 0;                       // the mip level of a mipmapped part
+  bool luminance_chroma = false;       // decoded through OpenEXR's RGBA interface
 };
 
 void release(ORX_OBJECT *object, InFile *file) { exr_plugin::release<InImage>(object, file); }
@@ -284,6 +285,8 @@ exr_result_t decode_chunks(InImage &image) {
 
 int decode(void *data) {
   auto &image = *static_cast<InImage *>(data);
+  if (image.luminance_chroma)
+    return decode_luminance_chroma(image.file->path.c_str(), &image.plane);
   begin();
   const exr_result_t r = decode_chunks(image);
   if (r == EXR_ERR_SUCCESS) return 0;
@@ -349,6 +352,26 @@ KitLayout order_channels(const exr_attr_chlist_t &list, std::vector<int32_t> &pl
   }
   for (int i : order) names += (names.empty() ? "" : ",") + name_of(i);
   return layout;
+}
+
+// Whether a part holds luminance/chroma channels: Y with RY and BY.
+bool luminance_chroma(const exr_attr_chlist_t &list) {
+  int found = 0;
+  for (int i = 0; i < list.num_channels; ++i) {
+    const std::string name(list.entries[i].name.str, static_cast<size_t>(list.entries[i].name.length));
+    found |= name == "Y" ? 1 : name == "RY" ? 2 : name == "BY" ? 4 : 0;
+  }
+  return found == 7;
+}
+
+// The layout OpenEXR's RGBA interface gives a luminance/chroma part: R, G, B
+// and A when the part has it, all of half precision.
+KitLayout rgba_of(const exr_attr_chlist_t &list, std::string &names) {
+  bool alpha = false;
+  for (int i = 0; i < list.num_channels; ++i)
+    alpha = alpha || (list.entries[i].name.length == 1 && list.entries[i].name.str[0] == 'A');
+  names = alpha ? "R,G,B,A" : "R,G,B";
+  return KitLayout{{3, alpha ? 1 : 0, 0}, {ORX_C_FLOAT, ORX_C_FLOAT, ORX_C_FLOAT}, {16, 16, 16}};
 }
 
 // What keeps a part's channels from being read, or null.
@@ -477,7 +500,13 @@ bool describe(InImage &image, ORX_INFO &info, int32_t index) {
     return kit_fail(ORX_E_NOT_OUR_FILE, "exr: %s: part %d lacks a required attribute", path, part);
   if (storage != EXR_STORAGE_SCANLINE && storage != EXR_STORAGE_TILED)
     return kit_fail(ORX_E_UNSUPPORTED, "exr: %s: part %d holds deep data", path, part);
-  if (const char *problem = channel_problem(*list))
+  int parts = 0;
+  exr_get_count(context, &parts);
+  image.luminance_chroma = luminance_chroma(*list);
+  if (image.luminance_chroma && (parts != 1 || image.level != 0))
+    return kit_fail(ORX_E_UNSUPPORTED, "exr: %s: luminance/chroma channels are read from "
+                    "single-part files of one level only", path);
+  if (const char *problem = image.luminance_chroma ? nullptr : channel_problem(*list))
     return kit_fail(ORX_E_UNSUPPORTED, "exr: %s: part %d %s", path, part, problem);
   exr_get_pixel_aspect_ratio(context, part, &pixel_aspect);
   ORX_IFD &ifd = *image.ifd;
@@ -506,7 +535,8 @@ bool describe(InImage &image, ORX_INFO &info, int32_t index) {
   ifd.active = {data.min.x, data.max.x, exr_row(w, data.max.y), exr_row(w, data.min.y)};
   ifd.curve.gamma = 1.0f;
   std::string names;
-  const KitLayout layout = order_channels(*list, image.plane_channel, names);
+  const KitLayout layout = image.luminance_chroma ? rgba_of(*list, names)
+                                                 : order_channels(*list, image.plane_channel, names);
   kit_layout_apply(&layout, &ifd);
   // Group names: "rgb" or the image channel's own name, and the auxiliary
   // channels' names, comma-separated.

@@ -6,7 +6,9 @@
 // the names, silently.  One row per file.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <utility>
@@ -29,6 +31,8 @@ struct Row {
   const char *make;  // shell command writing {out} (scratch files go in {dir})
   const char *ext;
   double tolerance;  // of our reading against OpenImageIO's
+  // The file OpenImageIO reads in place of {out}, for files it cannot read.
+  const char *oracle = nullptr;
 };
 
 // "oiio" makes a pattern with oiiotool: its arguments then -o {out}.
@@ -52,14 +56,26 @@ const Row kRows[] = {
                    "exrmaketiled -m -t 16 16 {dir}/s.exr {out}", "exr", 0},
     {"exr_maketx", "oiiotool --pattern fill:left=0,0,0:right=1,0.5,0.25 37x21 3 -d half -o {dir}/s.exr && "
                    "{orx} maketx {dir}/s.exr {out}", "exr", 0},
+    {"exr_luminance_chroma", "{make_exr_yc} {out} {dir}/ref.exr", "exr", 0, "{dir}/ref.exr"},
 };
 #undef OIIO
+
+#ifndef ORX_MAKE_EXR_YC
+#define ORX_MAKE_EXR_YC "false"
+#endif
+
+// Whether the plug-in for files ending in ext was built.
+bool built(const std::string &ext) {
+  const std::string module = ext == "tif" ? "tiff" : ext == "jpg" ? "jpeg" : ext;
+  return std::filesystem::exists(std::string(ORX_PLUGIN_BUILD_DIR) + "/" + module + ".so");
+}
 
 const std::string kOrx = std::string("env -u ORX_PLUGIN_PATH '") + ORX_TOOL + "'";
 
 std::string expand(std::string text, const std::string &dir, const std::string &out) {
   for (const auto &[key, value] : {std::pair<std::string, std::string>{"{dir}", dir},
-                                   {"{out}", out}, {"{orx}", kOrx}})
+                                   {"{out}", out}, {"{orx}", kOrx},
+                                   {"{make_exr_yc}", std::string(ORX_MAKE_EXR_YC)}})
     for (std::size_t at; (at = text.find(key)) != std::string::npos;) text.replace(at, key.size(), value);
   return text;
 }
@@ -157,6 +173,7 @@ class Fidelity : public ::testing::TestWithParam<Row> {};
 
 TEST_P(Fidelity, ReadAsOpenImageIOReadsAndCopiedWhole) {
   const Row &row = GetParam();
+  if (!built(row.ext)) GTEST_SKIP() << row.ext << " plug-in not built";
   ORX_REQUIRE_TOOL("oiiotool");
   if (run("/usr/bin/python3 -c 'import OpenImageIO'").status != 0)
     GTEST_SKIP() << "python3-openimageio is not installed";
@@ -165,7 +182,8 @@ TEST_P(Fidelity, ReadAsOpenImageIOReadsAndCopiedWhole) {
   const ToolRun made = run(expand(row.make, dir.path(), file));
   if (made.output.find("not found") != std::string::npos) GTEST_SKIP() << made.output;
   ASSERT_EQ(made.status, 0) << made.output;
-  const std::vector<Theirs> theirs = oiio_read(file, dir);
+  const std::vector<Theirs> theirs =
+      oiio_read(row.oracle != nullptr ? expand(row.oracle, dir.path(), file) : file, dir);
   {
     FormatPlugins plugins;
     ORX_INFO request;
@@ -200,8 +218,12 @@ TEST_P(Fidelity, ReadAsOpenImageIOReadsAndCopiedWhole) {
 // A texture made from an EXR is one tiled part of OpenEXR's own mip levels,
 // which texture lookups read back level by level.
 TEST(FidelityTexture, MaketxWritesOpenExrMipLevels) {
+  if (!built("exr")) GTEST_SKIP() << "exr plug-in not built";
   TempDir dir;
-  const std::string made = expand(kRows[std::size(kRows) - 1].make, dir.path(), dir.file("t.exr"));
+  const Row *maketx = std::find_if(std::begin(kRows), std::end(kRows), [](const Row &r) {
+    return std::string(r.name) == "exr_maketx";
+  });
+  const std::string made = expand(maketx->make, dir.path(), dir.file("t.exr"));
   ASSERT_EQ(run(made).status, 0) << made;
   if (have_tool("exrheader")) {
     const ToolRun header = run("exrheader '" + dir.file("t.exr") + "'");
