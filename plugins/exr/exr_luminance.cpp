@@ -5,23 +5,19 @@
 #include <ImfRgbaFile.h>
 
 #include <cstring>
-#include <exception>
 #include <vector>
 
 #include "exr_plugin.hpp"
-#include "orx/err.h"
 #include "plugin_kit.h"
 
 namespace exr_plugin {
 
 int decode_luminance_chroma(const char *path, KitPlane *plane) {
-  try {
+  return read_with_openexr(path, [&] {
     Imf::RgbaInputFile in(path, 1);
     const Imath::Box2i dw = in.dataWindow();
+    if (const int status = check_window(path, plane, dw)) return status;
     const int width = dw.max.x - dw.min.x + 1;
-    if (width != kit_plane_width(plane) || dw.max.y - dw.min.y + 1 != kit_plane_height(plane))
-      return kit_fail(ORX_E_READ, "exr: cannot read %s: its data window changed", path),
-             ORX_E_READ;
     std::vector<Imf::Rgba> row(static_cast<std::size_t>(width));
     for (int y = dw.min.y; y <= dw.max.y; ++y) {
       in.setFrameBuffer(row.data() - dw.min.x - static_cast<std::ptrdiff_t>(y) * width, 1,
@@ -37,12 +33,7 @@ int decode_luminance_chroma(const char *path, KitPlane *plane) {
       }
     }
     return 0;
-  } catch (const std::exception &e) {
-    kit_fail(ORX_E_READ, "exr: cannot read %s: %s", path, e.what());
-  } catch (...) {
-    kit_fail(ORX_E_READ, "exr: cannot read %s", path);
-  }
-  return ORX_E_READ;
+  });
 }
 
 }  // namespace exr_plugin

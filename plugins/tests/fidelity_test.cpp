@@ -56,6 +56,9 @@ const Row kRows[] = {
                    "exrmaketiled -m -t 16 16 {dir}/s.exr {out}", "exr", 0},
     {"exr_maketx", "oiiotool --pattern fill:left=0,0,0:right=1,0.5,0.25 37x21 3 -d half -o {dir}/s.exr && "
                    "{orx} maketx {dir}/s.exr {out}", "exr", 0},
+    {"exr_deep", "oiiotool --pattern constant:color=0.5,0,0,0.5,1 8x4 5 --chnames R,G,B,A,Z --deepen "
+                 "--pattern constant:color=0,0,1,1,2 8x4 5 --chnames R,G,B,A,Z --deepen --deepmerge "
+                 "-o {out}", "exr", 1e-6},
     {"exr_luminance_chroma", "{make_exr_yc} {out} {dir}/ref.exr", "exr", 0, "{dir}/ref.exr"},
 };
 #undef OIIO
