@@ -52,6 +52,10 @@ const Row kRows[] = {
     {"exr_parts_named", "oiiotool --pattern constant:color=1,0,0 8x4 3 --attrib oiio:subimagename left "
                         "--pattern constant:color=0,0,1,1 8x4 4 --attrib oiio:subimagename right "
                         "--siappend -d half -o {out}", "exr", 0},
+    {"exr_views", "oiiotool --pattern constant:color=1,0,0 8x4 3 -d half -o {dir}/l.exr && "
+                  "oiiotool --pattern constant:color=0,1,0,1 8x4 4 -d float -o {dir}/r.exr && "
+                  "exrmultipart -combine -i {dir}/l.exr::beauty -view left {dir}/r.exr::beauty_r "
+                  "-view right -o {out}", "exr", 0},
     {"exr_mipmap", "oiiotool --pattern fill:left=0,0,0:right=1,0.5,0.25 37x21 3 -d half -o {dir}/s.exr && "
                    "exrmaketiled -m -t 16 16 {dir}/s.exr {out}", "exr", 0},
     {"exr_maketx", "oiiotool --pattern fill:left=0,0,0:right=1,0.5,0.25 37x21 3 -d half -o {dir}/s.exr && "
@@ -241,6 +245,19 @@ TEST(FidelityTexture, MaketxWritesOpenExrMipLevels) {
   EXPECT_EQ(w, 1);
   EXPECT_EQ(h, 1);
   ORX_tex_close(t);
+}
+
+// What the output cannot hold is said once per file: RLA has no place for
+// the attributes of an EXR part.
+TEST(FidelityCopy, SaysOnceWhatTheOutputDrops) {
+  if (!built("exr")) GTEST_SKIP() << "exr plug-in not built";
+  ORX_REQUIRE_TOOL("oiiotool");
+  TempDir dir;
+  ASSERT_EQ(run(expand(kRows[0].make, dir.path(), dir.file("a.exr"))).status, 0);
+  const ToolRun r = run(kOrx + " copy '" + dir.file("a.exr") + "' '" + dir.file("a.rla") + "'");
+  ASSERT_EQ(r.status, 0) << r.output;
+  EXPECT_EQ(r.output, "orx: " + dir.file("a.rla") + ": dropped attributes openexr:displayWindow, " +
+                          "channelnames, openexr:Exif:ImageHistory, openexr:Software, openexr:capDate\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(Files, Fidelity, ::testing::ValuesIn(kRows),

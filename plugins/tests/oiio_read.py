@@ -7,7 +7,7 @@ For every subimage and mip level, in order, prints one line
     image X Y W H FULLX FULLY FULLW FULLH NCHANNELS
 
 then the metadata lines the fidelity tests compare ("channels", "formats",
-"name", "chromaticities", "icc", "orientation"), and writes the pixels of
+"name", "view", "chromaticities", "icc", "orientation"), and writes the pixels of
 the data window (deep ones flattened) as 32-bit floats, channel after channel within
 each pixel, rows from the top, to PREFIX.N (N counting the images).
 """
@@ -32,6 +32,7 @@ def main(path, prefix):
             formats = s.channelformats if len(s.channelformats) else [s.format] * s.nchannels
             print("formats", ",".join(str(f) for f in formats))
             print("name", s.get_string_attribute("oiio:subimagename", ""))
+            print("view", s.get_string_attribute("view", ""))
             chroma = s.getattribute("chromaticities")
             print("chromaticities", "none" if chroma is None else
                   ",".join("%.6g" % v for v in chroma))
