@@ -258,6 +258,16 @@ TEST(FidelityCopy, SaysOnceWhatTheOutputDrops) {
   ASSERT_EQ(r.status, 0) << r.output;
   EXPECT_EQ(r.output, "orx: " + dir.file("a.rla") + ": dropped attributes openexr:displayWindow, " +
                           "channelnames, openexr:Exif:ImageHistory, openexr:Software, openexr:capDate\n");
+  // An overscan reaches below zero, where RLA stores nothing: moved, kept whole.
+  const Row *overscan = std::find_if(std::begin(kRows), std::end(kRows), [](const Row &row) {
+    return std::string(row.name) == "exr_overscan";
+  });
+  ASSERT_EQ(run(expand(overscan->make, dir.path(), dir.file("o.exr"))).status, 0);
+  const ToolRun moved = run(kOrx + " copy '" + dir.file("o.exr") + "' '" + dir.file("o.rla") + "'");
+  EXPECT_NE(moved.output.find("a window below zero stored moved to zero"), std::string::npos)
+      << moved.output;
+  const ToolRun same = run(kOrx + " diff '" + dir.file("o.exr") + "' '" + dir.file("o.rla") + "'");
+  EXPECT_EQ(same.status, 0) << same.output;
 }
 
 INSTANTIATE_TEST_SUITE_P(Files, Fidelity, ::testing::ValuesIn(kRows),
