@@ -1,5 +1,6 @@
 /* JPEG files through libjpeg(-turbo): 8-bit grey and RGB (YCbCr files read
- * as RGB).  The comment marker carries the description; the JFIF density
+ * as RGB, CMYK and YCCK files converted to RGB, Adobe's inverted CMYK
+ * included).  The comment marker carries the description; the JFIF density
  * gives the pixel aspect.  Writing takes the quality from the capability
  * settings; deeper or floating-point samples are stored in 8 bits and
  * mattes or auxiliary channels are refused.  libjpeg reports errors through
@@ -19,7 +20,7 @@ const char *version = ORX_PLUGIN_VERSION;
 const char *imageKey = "jpeg";
 const char *imageExtension = ".jpg";
 const char *imageName = "JPEG";
-const char *imageDescription = "JPEG (JFIF): 8-bit grey and RGB, lossy";
+const char *imageDescription = "JPEG (JFIF): 8-bit grey and RGB (CMYK read as RGB), lossy";
 const char *imageNameSyntax = "Name.####.jpg";
 int imageOrientation = 0;
 int imageNumberOfChannels = 3;
@@ -74,6 +75,8 @@ typedef struct Jpeg {
   int decoded;   /* reading: 1 once the plane holds the image, or a status */
   int created;   /* writing: the open created the file */
   int quality;
+  int cmyk;      /* reading: CMYK or YCCK samples, converted to RGB */
+  int inverted;  /* reading: CMYK stored as 255 - ink (Adobe's files) */
 } Jpeg;
 
 /* Frees the private data of the object's one image; returns 0, the open
@@ -109,6 +112,19 @@ static int close_object(ORX_OBJECT *object, intptr_t argument);
 
 /* --- Reading ------------------------------------------------------------- */
 
+/* CMYK to RGB in place, n pixels: red is (1 - C)(1 - K) and so on, rounded;
+ * an inverted file stores 1 - C and 1 - K, so its red is C K. */
+static void cmyk_to_rgb(JSAMPLE *row, int32_t n, int inverted) {
+  for (int32_t x = 0; x < n; ++x) {
+    const JSAMPLE *in = row + 4 * (size_t)x;
+    JSAMPLE *out = row + 3 * (size_t)x;
+    const unsigned k = inverted ? in[3] : 255u - in[3];
+    unsigned rgb[3];
+    for (int c = 0; c < 3; ++c) rgb[c] = ((inverted ? in[c] : 255u - in[c]) * k + 127u) / 255u;
+    for (int c = 0; c < 3; ++c) out[c] = (JSAMPLE)rgb[c];
+  }
+}
+
 static int decode(void *data) {
   Jpeg *j = (Jpeg *)data;
   JSAMPLE *volatile row = NULL;
@@ -119,11 +135,12 @@ static int decode(void *data) {
   }
   jpeg_start_decompress(&j->in);
   const int32_t width = kit_plane_width(&j->plane);
-  if ((int32_t)j->in.output_width != width || j->in.output_components != j->plane.channels) {
+  const int components = j->cmyk ? 4 : j->plane.channels;
+  if ((int32_t)j->in.output_width != width || j->in.output_components != components) {
     kit_fail(ORX_E_UNDECODABLE, "jpeg: %s: unexpected decoded layout", j->path);
     return ORX_E_UNDECODABLE;
   }
-  row = (JSAMPLE *)malloc((size_t)width * (size_t)j->plane.channels);
+  row = (JSAMPLE *)malloc((size_t)width * (size_t)components);
   if (row == NULL) {
     kit_fail(ORX_E_NO_MEMORY, "jpeg: %s: no memory for a row", j->path);
     return ORX_E_NO_MEMORY;
@@ -132,6 +149,7 @@ static int decode(void *data) {
     JSAMPROW rows[1] = {row};
     const int32_t r = (int32_t)j->in.output_scanline;
     jpeg_read_scanlines(&j->in, rows, 1);
+    if (j->cmyk) cmyk_to_rgb(row, width, j->inverted);
     kit_plane_spread(&j->plane, r, row);
   }
   jpeg_finish_decompress(&j->in);
@@ -148,10 +166,11 @@ static int scan_read(void *data, int32_t line, void *out) {
 /* The descriptor and header from the markers before the pixels. */
 static int describe(ORX_OBJECT *object, Jpeg *j) {
   struct jpeg_decompress_struct *in = &j->in;
-  if (in->jpeg_color_space == JCS_CMYK || in->jpeg_color_space == JCS_YCCK)
-    return kit_fail(ORX_E_UNSUPPORTED, "jpeg: %s: CMYK files are not read", j->path);
+  /* libjpeg turns YCCK into CMYK, which is converted to RGB row by row. */
+  j->cmyk = in->jpeg_color_space == JCS_CMYK || in->jpeg_color_space == JCS_YCCK;
+  j->inverted = j->cmyk && in->saw_Adobe_marker;
   const int grey = in->num_components == 1;
-  in->out_color_space = grey ? JCS_GRAYSCALE : JCS_RGB;
+  in->out_color_space = j->cmyk ? JCS_CMYK : grey ? JCS_GRAYSCALE : JCS_RGB;
   KitLayout layout = {{grey ? 1 : 3, 0, 0}, {ORX_C_INTEGER, ORX_C_INTEGER, ORX_C_INTEGER},
                       {8, 8, 8}};
   double pixel_aspect = 1.0;

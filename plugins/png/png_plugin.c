@@ -1,7 +1,10 @@
 /* PNG files through libpng: 1, 2, 4, 8 and 16-bit grey, 8 and 16-bit grey
  * with alpha, RGB and RGBA.  Palette images read as RGB (RGBA with a
  * transparency chunk); gAMA, cHRM and text chunks map to the descriptor's
- * gamma, the chromaticities and the header texts, both ways.
+ * gamma, the chromaticities and the header texts, both ways.  PNG's colour
+ * is straight and the library's matte associated: reading multiplies the
+ * colour by the matte, writing divides it out again (zero alpha, zero
+ * colour), unless the host asks for "unassociated alpha".
  *
  * This is the full worked example of a format plug-in: it is written only
  * against the public headers, as any third party would write one.  The
@@ -17,6 +20,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <strings.h>
 #include <zlib.h>
 
 #include "orx/err.h"
@@ -37,20 +41,29 @@ int imageNumberOfMattes = 1;
 int imageBitsPerMatte = (1 << 7) | (1 << 15);
 int imageAccess = ORX_ACCESS_READ | ORX_ACCESS_WRITE | ORX_ACCESS_RANDOM;
 
-/* Settings: the zlib compression level, 0 (none) to 9 (smallest). */
-enum { kCapLevel = 0, kDefaultLevel = 6 };
+/* Settings: the zlib compression level, 0 (none) to 9 (smallest), and
+ * "unassociated alpha": non-zero hands a reader PNG's straight colour as it
+ * is stored and stores a writer's colour as it comes, instead of
+ * multiplying it by the matte on reading and dividing it on writing. */
+enum { kCapLevel = 0, kCapUnassociated = 1, kDefaultLevel = 6 };
 static ORX_CAP_ENTRY capabilities[] = {
     {kCapLevel, "compression level", 0, NULL, 1, NULL, 0},
+    {kCapUnassociated, "unassociated alpha", 0, NULL, 1, NULL, 0},
 };
 
 void imageCapability(ORX_CAP_ENTRY **table, int32_t *first, int32_t *second, int32_t *count) {
   *table = capabilities;
-  *first = 1;
+  *first = 2;
   *second = 0;
-  *count = 1;
+  *count = 2;
 }
 
+/* PNG colour is straight; the library's is associated with its matte.  The
+ * product truncates, as OpenImageIO's PNG reader's does. */
+static const KitAlphaRounding kRounding = KIT_ALPHA_TRUNCATE;
+
 static const char kWho[] = "png";
+static const float kDefaultGamma = 2.2f;
 enum { kChunkMemory = 16 << 20 };
 
 /* The header texts and the text keywords that carry them. */
@@ -81,6 +94,7 @@ typedef struct Png {
   int decoded;        /* reading: 1 once the plane holds the image */
   int created;        /* writing: the open created the file */
   int level;          /* writing: compression level */
+  int straight;       /* colour passes as stored ("unassociated alpha") */
   int colour, depth;  /* writing: what the file stores */
   char error[200];    /* libpng's last error message */
 } Png;
@@ -166,6 +180,8 @@ static int decode(void *data) {
       kit_plane_spread(&p->plane, r, pixels);
     }
   }
+  for (int32_t r = 0; !p->straight && r < height; ++r)
+    kit_plane_associate(&p->plane, r, kRounding);
   free(pixels);
   pixels = NULL;
   png_read_end(p->png, NULL);
@@ -225,9 +241,11 @@ static int describe(ORX_OBJECT *object, Png *p) {
   kit_layout_apply(&layout, ifd);
   if (!kit_save(&ifd->image.name, layout.count[0] == 3 ? "rgb" : "grey")) return 0;
   png_fixed_point gamma;
-  /* gAMA holds 1/gamma in units of 1e-5; keep four decimals of the inverse. */
+  /* gAMA holds 1/gamma in units of 1e-5.  The float keeps the inverse to
+   * within 1e-7 of itself, so inverting it again on writing and rounding
+   * gives back the same chunk. */
   if (png_get_gAMA_fixed(png, info, &gamma) && gamma > 0)
-    ifd->curve.gamma = (float)(floor(1e9 / gamma + 0.5) / 1e4);
+    ifd->curve.gamma = (float)(1e5 / gamma);
   double wx, wy, rx, ry, gx, gy, bx, by;
   if (png_get_cHRM(png, info, &wx, &wy, &rx, &ry, &gx, &gy, &bx, &by)) {
     const double xy[4][2] = {{rx, ry}, {gx, gy}, {bx, by}, {wx, wy}};
@@ -246,6 +264,11 @@ static int describe(ORX_OBJECT *object, Png *p) {
       if (strcmp(texts[t].key, kTexts[i].keyword) == 0 &&
           !kit_save(text_field(&object->info, i), texts[t].text))
         return 0;
+  /* A Comment ("comment" from ImageMagick), the keyword most tools write,
+   * describes the image when the file has no Description. */
+  for (int t = 0; t < count && !kit_has_text(object->info.desc); ++t)
+    if (strcasecmp(texts[t].key, "Comment") == 0 && !kit_save(&object->info.desc, texts[t].text))
+      return 0;
   if (!kit_save(&object->info.compression, "deflate")) return 0;
   ORX_WINDOW window = ifd->window;
   return kit_plane_init(&p->plane, &layout, window, window, 0, kWho, p->path) == 0;
@@ -315,6 +338,7 @@ int imageReadOpen(ORX_OBJECT *object) {
   png_set_chunk_malloc_max(p->png, kChunkMemory);
   png_init_io(p->png, p->file);
   png_set_sig_bytes(p->png, 8);
+  p->straight = kit_setting_int(object, kCapUnassociated, 0) != 0;
   png_read_info(p->png, p->info);
   if (!describe(object, p)) {
     return release(object);
@@ -382,6 +406,7 @@ int imageWriteOpen(ORX_OBJECT *object) {
   p->colour = colour;
   p->depth = depth;
   p->level = kit_setting_int(object, kCapLevel, kDefaultLevel);
+  p->straight = kit_setting_int(object, kCapUnassociated, 0) != 0;
   if (p->level < 0 || p->level > 9) p->level = kDefaultLevel;
   KitLayout layout = kit_layout_of(p->ifd);
   for (int g = 0; g < 2; ++g) {
@@ -407,7 +432,14 @@ static void write_header(ORX_OBJECT *object, Png *p) {
   png_set_IHDR(png, info, (png_uint_32)kit_plane_width(&p->plane),
                (png_uint_32)kit_plane_height(&p->plane), depth, p->colour, PNG_INTERLACE_NONE,
                PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-  if (p->ifd->curve.gamma > 0.0f) png_set_gAMA(png, info, 1.0 / p->ifd->curve.gamma);
+  /* A file without gAMA is taken as sRGB, a gamma of about 2.2: the chunk
+   * is written only when it says something else (a file's own 1/2.2,
+   * 45455, reads as 2.19998 and goes back as it came). */
+  if (p->ifd->curve.gamma > 0.0f && p->ifd->curve.gamma != kDefaultGamma) {
+    const double inverse = floor(1e5 / p->ifd->curve.gamma + 0.5);
+    if (inverse >= 1 && inverse <= PNG_UINT_31_MAX)
+      png_set_gAMA_fixed(png, info, (png_fixed_point)inverse);
+  }
   png_set_cHRM(png, info, in->white[0], in->white[1], in->red[0], in->red[1], in->green[0],
                in->green[1], in->blue[0], in->blue[1]);
   png_text texts[kTextCount];
@@ -453,8 +485,10 @@ static int encode(ORX_OBJECT *object, Png *p) {
   png_init_io(p->png, p->file);
   write_header(object, p);
   /* libpng copies each row before it filters it. */
-  for (int32_t r = 0; r < kit_plane_height(&p->plane); ++r)
+  for (int32_t r = 0; r < kit_plane_height(&p->plane); ++r) {
+    if (!p->straight) kit_plane_dissociate(&p->plane, r, kRounding);
     png_write_row(p->png, (png_const_bytep)kit_plane_pixels(&p->plane, r));
+  }
   png_write_end(p->png, p->info);
   if (fclose(p->file) != 0) {
     p->file = NULL;

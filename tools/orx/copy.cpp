@@ -2,8 +2,10 @@
 // image, channel group and header text the target can store.
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "commands.hpp"
+#include "format_settings.hpp"
 #include "orx/field_merge.h"
 #include "progress.hpp"
 #include "tool.hpp"
@@ -12,7 +14,13 @@ namespace orx::tool {
 namespace {
 
 int copy_one(const std::string &in_path, const std::string &out_path, const CopyOptions &o) {
+  // Files of straight colour are read and written as stored when asked.
+  std::vector<std::string> asked;
+  if (o.unassociated) asked.emplace_back(kUnassociatedAlpha);
+  FormatSettings read_settings(format_reading(in_path), asked);
+  FormatSettings write_settings(format_writing(out_path, o.type), asked);
   Image in;
+  in.use_settings(read_settings.get());
   if (!in.open_read(in_path, "")) return complain(in_path);
   std::string why;
   {
@@ -28,6 +36,7 @@ int copy_one(const std::string &in_path, const std::string &out_path, const Copy
     if (!apply_operators(in.get(), o, &why)) return complain(in_path, why);
   }
   Image out;
+  out.use_settings(write_settings.get());
   if (!out.open_write(out_path, o.type, in.info())) return complain(out_path);
   long rows = 0;
   for (int i = 0; i < in.images(); ++i) rows += height_of(in.ifd(i));

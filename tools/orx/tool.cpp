@@ -158,6 +158,7 @@ bool Image::open_read(const std::string &path, const std::string &type) {
   request.handle = STR_save(path.c_str());
   request.type = type.empty() ? nullptr : STR_save(type.c_str());
   request.full_path = 1;
+  request.settings = settings_;
   g_last_error.clear();
   object_ = ORX_open(&request, "r");
   ORX_info_cleanup(&request, 1);
@@ -198,7 +199,7 @@ bool Image::open_write(const std::string &path, const std::string &type, const O
   request.handle = STR_save(output_->path().c_str());
   request.type = type.empty() ? nullptr : STR_save(type.c_str());
   request.extension = nullptr;
-  request.settings = nullptr;
+  request.settings = settings_;
   request.full_path = 1;
   const auto n = static_cast<uint32_t>(like.image_count > 0 ? like.image_count : 0);
   request.images = static_cast<ORX_IFD *>(ERR_malloc(n * sizeof(ORX_IFD)));

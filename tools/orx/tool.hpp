@@ -89,6 +89,10 @@ class Image {
   // otherwise fall back to its default format whatever the name says.
   bool open_write(const std::string &path, const std::string &type, const ORX_INFO &like);
 
+  // Format-specific settings for the next open (ORX_INFO.settings); the
+  // array must outlive the open image.
+  void use_settings(ORX_CAP_SETTING **settings) { settings_ = settings; }
+
   ORX_OBJECT *get() const { return object_; }
   const ORX_INFO &info() const { return object_->info; }
   int images() const { return object_->info.image_count; }
@@ -106,6 +110,7 @@ class Image {
 
  private:
   ORX_OBJECT *object_ = nullptr;
+  ORX_CAP_SETTING **settings_ = nullptr;
   std::unique_ptr<SafeOutput> output_;  // when writing
 };
 
