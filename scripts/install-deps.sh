@@ -15,6 +15,9 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   # Image tools the interoperability tests compare against (skipped when missing).
   openimageio-tools graphicsmagick imagemagick
+  # OpenEXR's own tools make files for the fidelity tests, which read them
+  # through OpenImageIO's Python module as well.
+  openexr python3-openimageio
 )
 
 if [ "${1:-}" = "--list" ]; then

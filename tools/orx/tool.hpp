@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "orx/err.h"
@@ -83,15 +84,18 @@ class Image {
   // Opens path for reading; type is a format key or "" to let the library
   // choose.  False after reporting, with a hint to name the format when no
   // format recognises the file.
-  bool open_read(const std::string &path, const std::string &type);
-  // Opens path for writing with the descriptors and texts of like.  Without
-  // a type, some format's extension must end path: the library would
-  // otherwise fall back to its default format whatever the name says.
-  bool open_write(const std::string &path, const std::string &type, const ORX_INFO &like);
-
-  // Format-specific settings for the next open (ORX_INFO.settings); the
-  // array must outlive the open image.
-  void use_settings(ORX_CAP_SETTING **settings) { settings_ = settings; }
+  // settings as for open_write, for the format that reads the file
+  // ({"unassociated alpha", "1"}: a value capability takes a number).
+  bool open_read(const std::string &path, const std::string &type,
+                 const std::vector<std::pair<std::string, std::string>> &settings = {});
+  // Opens path for writing with the descriptors, texts and attributes of
+  // like.  Without a type, some format's extension must end path: the
+  // library would otherwise fall back to its default format whatever the
+  // name says.  settings name capabilities of the format and the choice
+  // asked for in each ({"pixel type", "float"}); ones the format does not
+  // offer are ignored.
+  bool open_write(const std::string &path, const std::string &type, const ORX_INFO &like,
+                  const std::vector<std::pair<std::string, std::string>> &settings = {});
 
   ORX_OBJECT *get() const { return object_; }
   const ORX_INFO &info() const { return object_->info; }
@@ -110,8 +114,13 @@ class Image {
 
  private:
   ORX_OBJECT *object_ = nullptr;
-  ORX_CAP_SETTING **settings_ = nullptr;
   std::unique_ptr<SafeOutput> output_;  // when writing
+  // The settings the open object read, alive as long as it is.
+  std::vector<ORX_CAP_SETTING> settings_;
+  std::vector<ORX_CAP_SETTING *> setting_list_;
+  // The settings array for the format from names, held in settings_.
+  ORX_CAP_SETTING **settings_for(const ORX_FORMAT *format,
+                                 const std::vector<std::pair<std::string, std::string>> &names);
 };
 
 // Width, height and channel count of a descriptor's window.
