@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "orx/attributes.h"
 #include "orx/err.h"
 #include "orx/limits.h"
 #include "tiff_plugin.h"
@@ -164,6 +165,25 @@ static int describe_header(ORX_INFO *info, TIFF *tif) {
   return kit_save(&info->compression, codec != NULL ? codec->name : "unknown");
 }
 
+/* The current directory's ICC profile and orientation (unless 1) as
+ * attributes of its image.  The pixels stay in the order the file stores them, as other
+ * readers leave them: the Orientation attribute tells a host how to show
+ * them. */
+static int describe_attributes(ORX_INFO *info, int32_t index, TIFF *tif) {
+  uint32_t length = 0;
+  void *profile = NULL;
+  if (TIFFGetField(tif, TIFFTAG_ICCPROFILE, &length, &profile) && profile != NULL && length > 0 &&
+      length <= INT32_MAX &&
+      ORX_attr_set(info, index, "ICCProfile", ORX_ATTR_BYTES, (int32_t)length, profile) != 0)
+    return 0;
+  /* Only an orientation that says something: top row first, left to
+   * right (1) is what a file without the tag means. */
+  uint16_t orientation = ORIENTATION_TOPLEFT;
+  return !TIFFGetField(tif, TIFFTAG_ORIENTATION, &orientation) ||
+         orientation == ORIENTATION_TOPLEFT ||
+         ORX_attr_set_int(info, index, "Orientation", orientation) == 0;
+}
+
 /* The descriptor of the current directory, and the header of the first. */
 static int describe(ORX_OBJECT *object, TiffImage *image) {
   TIFF *tif = image->file->tif;
@@ -186,6 +206,7 @@ static int describe(ORX_OBJECT *object, TiffImage *image) {
   if (kit_plane_init(&image->plane, &layout, ifd->window, ifd->window, 0, TIFF_WHO,
                      image->file->path) != 0)
     return 0;
+  if (!describe_attributes(&object->info, (int32_t)image->directory, tif)) return 0;
   return image->directory != 0 || describe_header(&object->info, tif);
 }
 

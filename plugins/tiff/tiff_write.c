@@ -43,9 +43,9 @@ static int scan_write(void *data, int32_t line, void *in) {
   return kit_plane_store(&image->plane, image->ifd, line, (void **)in, TIFF_WHO);
 }
 
-/* The attributes a written file keeps (none yet): the others are dropped
- * from the object, which tells the host what the file will not carry. */
-static const char *const kKeptAttributes[] = {NULL};
+/* The attributes a written file keeps: the others are dropped from the
+ * object, which tells the host what the file will not carry. */
+static const char *const kKeptAttributes[] = {"ICCProfile", "Orientation", NULL};
 
 int imageWriteOpen(ORX_OBJECT *object) {
   ORX_attr_keep(&object->info, kKeptAttributes);
@@ -101,7 +101,16 @@ static void write_tags(ORX_OBJECT *object, TiffImage *image) {
   TIFFSetField(tif, TIFFTAG_PHOTOMETRIC,
                l->count[0] == 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK);
   TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
-  TIFFSetField(tif, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
+  /* The rows go out in the order the host holds them; the orientation
+   * read from a file goes back with them. */
+  int32_t orientation = ORIENTATION_TOPLEFT;
+  ORX_attr_get_int(&object->info, (int32_t)image->directory, "Orientation", &orientation);
+  if (orientation < ORIENTATION_TOPLEFT || orientation > ORIENTATION_LEFTBOT)
+    orientation = ORIENTATION_TOPLEFT;
+  TIFFSetField(tif, TIFFTAG_ORIENTATION, (uint16_t)orientation);
+  const ORX_ATTR *profile = ORX_attr_find(&object->info, (int32_t)image->directory, "ICCProfile");
+  if (profile != NULL && profile->type == ORX_ATTR_BYTES)
+    TIFFSetField(tif, TIFFTAG_ICCPROFILE, (uint32_t)profile->count, profile->data);
   const int extras = l->count[1] + l->count[2];
   if (extras > 0) {
     uint16_t *kinds = (uint16_t *)calloc((size_t)extras, sizeof(uint16_t));

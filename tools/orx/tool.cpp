@@ -154,32 +154,6 @@ std::vector<const ORX_FORMAT *> all_formats() {
   return formats;
 }
 
-bool Image::open_read(const std::string &path, const std::string &type,
-                      const std::vector<std::pair<std::string, std::string>> &settings) {
-  ORX_INFO request;
-  ORX_info_init(&request);
-  request.handle = STR_save(path.c_str());
-  request.type = type.empty() ? nullptr : STR_save(type.c_str());
-  request.full_path = 1;
-  request.settings = settings.empty() ? nullptr : settings_for(reading_format(path, type), settings);
-  g_last_error.clear();
-  object_ = ORX_open(&request, "r");
-  ORX_info_cleanup(&request, 1);
-  if (object_ == nullptr && type.empty() && !path.empty() && path != "-" && path[0] != '|') {
-    // Nothing claimed the name and no format recognised the contents: the
-    // library tried its default format, whose complaint says little.
-    bool claimed = false;
-    for (const ORX_FORMAT *f : all_formats()) claimed = claimed || ends_with(path, f->extension);
-    int32_t known = 0;
-    const char *found = ORX_get_file_type(path.c_str(), nullptr, &known);
-    struct stat s;
-    if (!claimed && (found == nullptr || std::strcmp(found, "__none_") == 0) &&
-        stat(path.c_str(), &s) == 0)
-      g_hint = "no format recognises " + path + "; name its format with --type KEY (see \"orx formats\")";
-  }
-  return object_ != nullptr;
-}
-
 namespace {
 
 // The settings format takes from names: one per capability, in table order
@@ -233,6 +207,32 @@ ORX_CAP_SETTING **Image::settings_for(const ORX_FORMAT *format,
   for (ORX_CAP_SETTING &s : settings_) setting_list_.push_back(&s);
   setting_list_.push_back(nullptr);
   return settings_.empty() ? nullptr : setting_list_.data();
+}
+
+bool Image::open_read(const std::string &path, const std::string &type,
+                      const std::vector<std::pair<std::string, std::string>> &settings) {
+  ORX_INFO request;
+  ORX_info_init(&request);
+  request.handle = STR_save(path.c_str());
+  request.type = type.empty() ? nullptr : STR_save(type.c_str());
+  request.full_path = 1;
+  request.settings = settings.empty() ? nullptr : settings_for(reading_format(path, type), settings);
+  g_last_error.clear();
+  object_ = ORX_open(&request, "r");
+  ORX_info_cleanup(&request, 1);
+  if (object_ == nullptr && type.empty() && !path.empty() && path != "-" && path[0] != '|') {
+    // Nothing claimed the name and no format recognised the contents: the
+    // library tried its default format, whose complaint says little.
+    bool claimed = false;
+    for (const ORX_FORMAT *f : all_formats()) claimed = claimed || ends_with(path, f->extension);
+    int32_t known = 0;
+    const char *found = ORX_get_file_type(path.c_str(), nullptr, &known);
+    struct stat s;
+    if (!claimed && (found == nullptr || std::strcmp(found, "__none_") == 0) &&
+        stat(path.c_str(), &s) == 0)
+      g_hint = "no format recognises " + path + "; name its format with --type KEY (see \"orx formats\")";
+  }
+  return object_ != nullptr;
 }
 
 bool Image::open_write(const std::string &path, const std::string &type, const ORX_INFO &like,
