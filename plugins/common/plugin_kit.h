@@ -165,6 +165,20 @@ int kit_plane_store(KitPlane *plane, const ORX_IFD *host, int32_t line, void **r
 void kit_row_floats(int32_t type, int32_t bits, const void *row, size_t first, float *out,
                     int32_t n);
 
+/* Straight and associated alpha (kit_alpha.c).  Formats that store straight
+ * colour multiply each decoded row by its matte and divide each row before
+ * encoding it; the colour channels (the image group) are converted, the
+ * first matte is the alpha and auxiliary channels are left alone.  Integer
+ * products are rounded or truncated as the format's reference reader does
+ * it, and the division is the exact inverse of that product: a row divided
+ * and multiplied again comes back unchanged.  Zero alpha divides to zero
+ * colour.  Nothing happens when the matte and the colour channels differ in
+ * type or width (no format stores them so). */
+typedef enum { KIT_ALPHA_TRUNCATE, KIT_ALPHA_ROUND } KitAlphaRounding;
+int kit_alpha_matches(const KitLayout *layout);
+void kit_plane_associate(KitPlane *plane, int32_t r, KitAlphaRounding rounding);
+void kit_plane_dissociate(KitPlane *plane, int32_t r, KitAlphaRounding rounding);
+
 /* The value of a setting the host passed for capability index, or fallback
  * when it passed none.  Settings pair with the capability table by
  * position: settings[i] sets entry i. */

@@ -1,5 +1,6 @@
 /* JPEG files through libjpeg(-turbo): 8-bit grey and RGB (YCbCr files read
- * as RGB).  The comment marker carries the description; the JFIF density
+ * as RGB, CMYK and YCCK files converted to RGB, Adobe's inverted CMYK
+ * included).  The comment marker carries the description; the JFIF density
  * gives the pixel aspect.  Writing takes the quality from the capability
  * settings; deeper or floating-point samples are stored in 8 bits and
  * mattes or auxiliary channels are refused.  libjpeg reports errors through
@@ -19,7 +20,7 @@ const char *version = ORX_PLUGIN_VERSION;
 const char *imageKey = "jpeg";
 const char *imageExtension = ".jpg";
 const char *imageName = "JPEG";
-const char *imageDescription = "JPEG (JFIF): 8-bit grey and RGB, lossy";
+const char *imageDescription = "JPEG (JFIF): 8-bit grey and RGB (CMYK read as RGB), lossy";
 const char *imageNameSyntax = "Name.####.jpg";
 int imageOrientation = 0;
 int imageNumberOfChannels = 3;
@@ -74,6 +75,8 @@ typedef struct Jpeg {
   int decoded;   /* reading: 1 once the plane holds the image, or a status */
   int created;   /* writing: the open created the file */
   int quality;
+  int cmyk;      /* reading: CMYK or YCCK samples, converted to RGB */
+  int inverted;  /* reading: CMYK stored as 255 - ink (Adobe's files) */
 } Jpeg;
 
 /* Frees the private data of the object's one image; returns 0, the open
@@ -109,6 +112,19 @@ static int close_object(ORX_OBJECT *object, intptr_t argument);
 
 /* --- Reading ------------------------------------------------------------- */
 
+/* CMYK to RGB in place, n pixels: red is (1 - C)(1 - K) and so on, rounded;
+ * an inverted file stores 1 - C and 1 - K, so its red is C K. */
+static void cmyk_to_rgb(JSAMPLE *row, int32_t n, int inverted) {
+  for (int32_t x = 0; x < n; ++x) {
+    const JSAMPLE *in = row + 4 * (size_t)x;
+    JSAMPLE *out = row + 3 * (size_t)x;
+    const unsigned k = inverted ? in[3] : 255u - in[3];
+    unsigned rgb[3];
+    for (int c = 0; c < 3; ++c) rgb[c] = ((inverted ? in[c] : 255u - in[c]) * k + 127u) / 255u;
+    for (int c = 0; c < 3; ++c) out[c] = (JSAMPLE)rgb[c];
+  }
+}
+
 static int decode(void *data) {
   Jpeg *j = (Jpeg *)data;
   JSAMPLE *volatile row = NULL;
@@ -119,11 +135,12 @@ static int decode(void *data) {
   }
   jpeg_start_decompress(&j->in);
   const int32_t width = kit_plane_width(&j->plane);
-  if ((int32_t)j->in.output_width != width || j->in.output_components != j->plane.channels) {
+  const int components = j->cmyk ? 4 : j->plane.channels;
+  if ((int32_t)j->in.output_width != width || j->in.output_components != components) {
     kit_fail(ORX_E_UNDECODABLE, "jpeg: %s: unexpected decoded layout", j->path);
     return ORX_E_UNDECODABLE;
   }
-  row = (JSAMPLE *)malloc((size_t)width * (size_t)j->plane.channels);
+  row = (JSAMPLE *)malloc((size_t)width * (size_t)components);
   if (row == NULL) {
     kit_fail(ORX_E_NO_MEMORY, "jpeg: %s: no memory for a row", j->path);
     return ORX_E_NO_MEMORY;
@@ -132,6 +149,7 @@ static int decode(void *data) {
     JSAMPROW rows[1] = {row};
     const int32_t r = (int32_t)j->in.output_scanline;
     jpeg_read_scanlines(&j->in, rows, 1);
+    if (j->cmyk) cmyk_to_rgb(row, width, j->inverted);
     kit_plane_spread(&j->plane, r, row);
   }
   jpeg_finish_decompress(&j->in);
@@ -145,13 +163,60 @@ static int scan_read(void *data, int32_t line, void *out) {
   return kit_scan_decoded(&j->plane, &j->decoded, decode, data, line, out, kWho, j->path);
 }
 
+/* The orientation (tag 274) of IFD0 of an EXIF block ("Exif\0\0" and a
+ * TIFF structure), or 0 when it has none. */
+static int exif_orientation(const JOCTET *data, unsigned length) {
+  if (length < 14 || memcmp(data, "Exif\0\0", 6) != 0) return 0;
+  const JOCTET *tiff = data + 6;
+  const unsigned size = length - 6;
+  const int big = tiff[0] == 'M';
+#define EXIF_U16(p) (big ? (unsigned)((p)[0] << 8 | (p)[1]) : (unsigned)((p)[1] << 8 | (p)[0]))
+#define EXIF_U32(p) (big ? (uint32_t)EXIF_U16(p) << 16 | EXIF_U16((p) + 2) \
+                         : (uint32_t)EXIF_U16((p) + 2) << 16 | EXIF_U16(p))
+  const uint32_t ifd = EXIF_U32(tiff + 4);
+  if (ifd > size - 2) return 0;
+  const unsigned entries = EXIF_U16(tiff + ifd);
+  for (unsigned e = 0; e < entries && ifd + 2 + 12 * (e + 1) <= size; ++e) {
+    const JOCTET *entry = tiff + ifd + 2 + 12 * e;
+    if (EXIF_U16(entry) == 274 && EXIF_U16(entry + 2) == 3) {
+      const unsigned value = EXIF_U16(entry + 8);
+      return value >= 1 && value <= 8 ? (int)value : 0;
+    }
+  }
+#undef EXIF_U16
+#undef EXIF_U32
+  return 0;
+}
+
+/* The ICC profile (APP2) and the EXIF orientation (APP1) as attributes.
+ * The pixels stay as stored: the orientation tells a host how to show
+ * them. */
+static int describe_attributes(ORX_INFO *info, struct jpeg_decompress_struct *in) {
+  JOCTET *profile = NULL;
+  unsigned length = 0;
+  if (jpeg_read_icc_profile(in, &profile, &length) && profile != NULL) {
+    const int status = length <= INT32_MAX
+                           ? ORX_attr_set(info, 0, "ICCProfile", ORX_ATTR_BYTES, (int32_t)length, profile)
+                           : 0;
+    free(profile);
+    if (status != 0) return 0;
+  }
+  for (jpeg_saved_marker_ptr m = in->marker_list; m != NULL; m = m->next) {
+    const int orientation = m->marker == JPEG_APP0 + 1 ? exif_orientation(m->data, m->data_length) : 0;
+    /* 1, top row first and left to right, is what a file without it means. */
+    if (orientation > 1) return ORX_attr_set_int(info, 0, "Orientation", orientation) == 0;
+  }
+  return 1;
+}
+
 /* The descriptor and header from the markers before the pixels. */
 static int describe(ORX_OBJECT *object, Jpeg *j) {
   struct jpeg_decompress_struct *in = &j->in;
-  if (in->jpeg_color_space == JCS_CMYK || in->jpeg_color_space == JCS_YCCK)
-    return kit_fail(ORX_E_UNSUPPORTED, "jpeg: %s: CMYK files are not read", j->path);
+  /* libjpeg turns YCCK into CMYK, which is converted to RGB row by row. */
+  j->cmyk = in->jpeg_color_space == JCS_CMYK || in->jpeg_color_space == JCS_YCCK;
+  j->inverted = j->cmyk && in->saw_Adobe_marker;
   const int grey = in->num_components == 1;
-  in->out_color_space = grey ? JCS_GRAYSCALE : JCS_RGB;
+  in->out_color_space = j->cmyk ? JCS_CMYK : grey ? JCS_GRAYSCALE : JCS_RGB;
   KitLayout layout = {{grey ? 1 : 3, 0, 0}, {ORX_C_INTEGER, ORX_C_INTEGER, ORX_C_INTEGER},
                       {8, 8, 8}};
   double pixel_aspect = 1.0;
@@ -172,6 +237,7 @@ static int describe(ORX_OBJECT *object, Jpeg *j) {
   }
   /* A JPEG says nothing of its primaries: it is sRGB by convention. */
   kit_set_chromaticities(&object->info, kit_rec709);
+  if (!describe_attributes(&object->info, in)) return 0;
   if (!kit_save(&object->info.compression, "jpeg")) return 0;
   return kit_plane_init(&j->plane, &layout, j->ifd->window, j->ifd->window, 0, kWho, j->path) ==
          0;
@@ -199,6 +265,8 @@ int imageReadOpen(ORX_OBJECT *object) {
   j->started = 1;
   jpeg_stdio_src(&j->in, j->file);
   jpeg_save_markers(&j->in, JPEG_COM, 0xffff);
+  jpeg_save_markers(&j->in, JPEG_APP0 + 1, 0xffff); /* EXIF */
+  jpeg_save_markers(&j->in, JPEG_APP0 + 2, 0xffff); /* ICC profile */
   jpeg_read_header(&j->in, TRUE);
   if (!describe(object, j)) {
     return release(object);
@@ -223,7 +291,7 @@ static int scan_write(void *data, int32_t line, void *in) {
 
 /* The attributes a written file keeps (none yet): the others are dropped
  * from the object, which tells the host what the file will not carry. */
-static const char *const kKeptAttributes[] = {NULL};
+static const char *const kKeptAttributes[] = {"ICCProfile", "Orientation", NULL};
 
 int imageWriteOpen(ORX_OBJECT *object) {
   ORX_attr_keep(&object->info, kKeptAttributes);
@@ -239,7 +307,7 @@ int imageWriteOpen(ORX_OBJECT *object) {
     return kit_fail(ORX_E_UNSUPPORTED, "jpeg: %s: cannot store mattes or auxiliary channels",
                     path);
   if (ifd->image.type != ORX_C_INTEGER || ifd->image.bits > 8)
-    kit_note("jpeg: %s: samples are stored in 8 bits", path);
+    if (!kit_narrowed(object, 0, "samples stored in 8 bits")) return 0;
   if (!kit_new_cell(object, 1)) return 0;
   Jpeg *j = new_jpeg(object);
   if (j == NULL) return 0;
@@ -257,6 +325,25 @@ int imageWriteOpen(ORX_OBJECT *object) {
   object->scan = scan_write;
   object->close = close_object;
   return 1;
+}
+
+/* The orientation as a minimal EXIF block (IFD0 holding tag 274 alone)
+ * and the ICC profile, both as the host gave them. */
+static void write_attributes(const ORX_INFO *info, struct jpeg_compress_struct *out) {
+  int32_t orientation = 0;
+  if (ORX_attr_get_int(info, 0, "Orientation", &orientation) && orientation > 1 &&
+      orientation <= 8) {
+    const JOCTET exif[] = {'E', 'x', 'i', 'f', 0, 0,                /* EXIF, then TIFF: */
+                           'M', 'M', 0, 42, 0, 0, 0, 8,             /* header, IFD0 at 8 */
+                           0, 1,                                    /* one entry: */
+                           1, 18, 0, 3, 0, 0, 0, 1,                 /* 274, SHORT, 1 value */
+                           0, (JOCTET)orientation, 0, 0,            /* the value */
+                           0, 0, 0, 0};                             /* no next IFD */
+    jpeg_write_marker(out, JPEG_APP0 + 1, exif, sizeof exif);
+  }
+  const ORX_ATTR *profile = ORX_attr_find(info, 0, "ICCProfile");
+  if (profile != NULL && profile->type == ORX_ATTR_BYTES)
+    jpeg_write_icc_profile(out, (const JOCTET *)profile->data, (unsigned)profile->count);
 }
 
 static int encode(ORX_OBJECT *object, Jpeg *j) {
@@ -283,6 +370,7 @@ static int encode(ORX_OBJECT *object, Jpeg *j) {
   jpeg_set_defaults(&j->out);
   jpeg_set_quality(&j->out, j->quality, TRUE);
   jpeg_start_compress(&j->out, TRUE);
+  write_attributes(&object->info, &j->out);
   const char *desc = object->info.desc;
   if (kit_has_text(desc))
     jpeg_write_marker(&j->out, JPEG_COM, (const JOCTET *)desc,

@@ -1,7 +1,10 @@
 /* PNG files through libpng: 1, 2, 4, 8 and 16-bit grey, 8 and 16-bit grey
  * with alpha, RGB and RGBA.  Palette images read as RGB (RGBA with a
  * transparency chunk); gAMA, cHRM and text chunks map to the descriptor's
- * gamma, the chromaticities and the header texts, both ways.
+ * gamma, the chromaticities and the header texts, both ways.  PNG's colour
+ * is straight and the library's matte associated: reading multiplies the
+ * colour by the matte, writing divides it out again (zero alpha, zero
+ * colour), unless the host asks for "unassociated alpha".
  *
  * This is the full worked example of a format plug-in: it is written only
  * against the public headers, as any third party would write one.  The
@@ -17,6 +20,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <strings.h>
 #include <zlib.h>
 
 #include "orx/err.h"
@@ -37,20 +41,29 @@ int imageNumberOfMattes = 1;
 int imageBitsPerMatte = (1 << 7) | (1 << 15);
 int imageAccess = ORX_ACCESS_READ | ORX_ACCESS_WRITE | ORX_ACCESS_RANDOM;
 
-/* Settings: the zlib compression level, 0 (none) to 9 (smallest). */
-enum { kCapLevel = 0, kDefaultLevel = 6 };
+/* Settings: the zlib compression level, 0 (none) to 9 (smallest), and
+ * "unassociated alpha": non-zero hands a reader PNG's straight colour as it
+ * is stored and stores a writer's colour as it comes, instead of
+ * multiplying it by the matte on reading and dividing it on writing. */
+enum { kCapLevel = 0, kCapUnassociated = 1, kDefaultLevel = 6 };
 static ORX_CAP_ENTRY capabilities[] = {
     {kCapLevel, "compression level", 0, NULL, 1, NULL, 0},
+    {kCapUnassociated, "unassociated alpha", 0, NULL, 1, NULL, 0},
 };
 
 void imageCapability(ORX_CAP_ENTRY **table, int32_t *first, int32_t *second, int32_t *count) {
   *table = capabilities;
-  *first = 1;
+  *first = 2;
   *second = 0;
-  *count = 1;
+  *count = 2;
 }
 
+/* PNG colour is straight; the library's is associated with its matte.  The
+ * product truncates, as OpenImageIO's PNG reader's does. */
+static const KitAlphaRounding kRounding = KIT_ALPHA_TRUNCATE;
+
 static const char kWho[] = "png";
+static const float kDefaultGamma = 2.2f;
 enum { kChunkMemory = 16 << 20 };
 
 /* The header texts and the text keywords that carry them. */
@@ -81,6 +94,7 @@ typedef struct Png {
   int decoded;        /* reading: 1 once the plane holds the image */
   int created;        /* writing: the open created the file */
   int level;          /* writing: compression level */
+  int straight;       /* colour passes as stored ("unassociated alpha") */
   int colour, depth;  /* writing: what the file stores */
   char error[200];    /* libpng's last error message */
 } Png;
@@ -166,6 +180,8 @@ static int decode(void *data) {
       kit_plane_spread(&p->plane, r, pixels);
     }
   }
+  for (int32_t r = 0; !p->straight && r < height; ++r)
+    kit_plane_associate(&p->plane, r, kRounding);
   free(pixels);
   pixels = NULL;
   png_read_end(p->png, NULL);
@@ -178,6 +194,30 @@ static int scan_read(void *data, int32_t line, void *out) {
 }
 
 static int close_object(ORX_OBJECT *object, intptr_t argument);
+
+/* The text chunks (tEXt, zTXt, iTXt): those of the header's keywords go
+ * into its texts, a Comment ("comment" from ImageMagick), the keyword most
+ * tools write, describes the image when the file has no Description, and
+ * every other becomes a string attribute named by its keyword. */
+static int describe_texts(ORX_INFO *to, png_structp png, png_infop info) {
+  png_textp texts;
+  int count = 0;
+  png_get_text(png, info, &texts, &count);
+  int comment = -1;
+  for (int t = 0; t < count; ++t) {
+    int field = 0;
+    for (int i = 0; i < kTextCount; ++i) {
+      if (strcmp(texts[t].key, kTexts[i].keyword) != 0) continue;
+      field = 1;
+      if (!kit_save(text_field(to, i), texts[t].text)) return 0;
+    }
+    if (!field && comment < 0 && strcasecmp(texts[t].key, "Comment") == 0) comment = t;
+    else if (!field && ORX_attr_set_string(to, 0, texts[t].key, texts[t].text) != 0) return 0;
+  }
+  if (comment < 0) return 1;
+  if (!kit_has_text(to->desc)) return kit_save(&to->desc, texts[comment].text);
+  return ORX_attr_set_string(to, 0, texts[comment].key, texts[comment].text) == 0;
+}
 
 /* The descriptor, texts and chromaticities from the chunks before the
  * pixels, and the transformations that give one sample per channel in the
@@ -225,9 +265,11 @@ static int describe(ORX_OBJECT *object, Png *p) {
   kit_layout_apply(&layout, ifd);
   if (!kit_save(&ifd->image.name, layout.count[0] == 3 ? "rgb" : "grey")) return 0;
   png_fixed_point gamma;
-  /* gAMA holds 1/gamma in units of 1e-5; keep four decimals of the inverse. */
+  /* gAMA holds 1/gamma in units of 1e-5.  The float keeps the inverse to
+   * within 1e-7 of itself, so inverting it again on writing and rounding
+   * gives back the same chunk. */
   if (png_get_gAMA_fixed(png, info, &gamma) && gamma > 0)
-    ifd->curve.gamma = (float)(floor(1e9 / gamma + 0.5) / 1e4);
+    ifd->curve.gamma = (float)(1e5 / gamma);
   double wx, wy, rx, ry, gx, gy, bx, by;
   if (png_get_cHRM(png, info, &wx, &wy, &rx, &ry, &gx, &gy, &bx, &by)) {
     const double xy[4][2] = {{rx, ry}, {gx, gy}, {bx, by}, {wx, wy}};
@@ -241,14 +283,16 @@ static int describe(ORX_OBJECT *object, Png *p) {
     /* Neither cHRM nor a profile: sRGB, as PNG readers take it. */
     kit_set_chromaticities(&object->info, kit_rec709);
   }
-  png_textp texts;
-  int count = 0;
-  png_get_text(png, info, &texts, &count);
-  for (int t = 0; t < count; ++t)
-    for (int i = 0; i < kTextCount; ++i)
-      if (strcmp(texts[t].key, kTexts[i].keyword) == 0 &&
-          !kit_save(text_field(&object->info, i), texts[t].text))
-        return 0;
+  if (!describe_texts(&object->info, png, info)) return 0;
+  png_charp profile_name = NULL;
+  png_bytep profile = NULL;
+  png_uint_32 profile_length = 0;
+  int profile_compression = 0;
+  if (png_get_iCCP(png, info, &profile_name, &profile_compression, &profile, &profile_length) &&
+      profile != NULL && profile_length > 0 && profile_length <= INT32_MAX &&
+      ORX_attr_set(&object->info, 0, "ICCProfile", ORX_ATTR_BYTES, (int32_t)profile_length,
+                   profile) != 0)
+    return 0;
   if (!kit_save(&object->info.compression, "deflate")) return 0;
   ORX_WINDOW window = ifd->window;
   return kit_plane_init(&p->plane, &layout, window, window, 0, kWho, p->path) == 0;
@@ -318,6 +362,7 @@ int imageReadOpen(ORX_OBJECT *object) {
   png_set_chunk_malloc_max(p->png, kChunkMemory);
   png_init_io(p->png, p->file);
   png_set_sig_bytes(p->png, 8);
+  p->straight = kit_setting_int(object, kCapUnassociated, 0) != 0;
   png_read_info(p->png, p->info);
   if (!describe(object, p)) {
     return release(object);
@@ -336,7 +381,9 @@ uint8_t imageIsFile(const char *name, FILE *stream) {
 
 /* What a descriptor becomes in a PNG file: the colour type and the depth,
  * or 0 after reporting what the file cannot store. */
-static int plan(const ORX_IFD *ifd, const char *path, int *colour, int *depth) {
+static int plan(ORX_OBJECT *object, int *colour, int *depth) {
+  const ORX_IFD *ifd = &object->info.images[0];
+  const char *path = object->info.handle;
   const ORX_CHANNELS *image = &ifd->image, *matte = &ifd->matte;
   if (image->count != 1 && image->count != 3)
     return kit_fail(ORX_E_UNSUPPORTED, "png: %s: cannot store %d image channels (1 or 3)", path,
@@ -356,8 +403,10 @@ static int plan(const ORX_IFD *ifd, const char *path, int *colour, int *depth) {
     if (groups[g]->type != ORX_C_INTEGER) floating = 1;
     else if (groups[g]->bits > widest) widest = groups[g]->bits;
   }
-  if (floating) kit_note("png: %s: floating-point samples are stored as 16-bit integers", path);
-  if (widest > 16) kit_note("png: %s: %d-bit samples are stored in 16 bits", path, widest);
+  if (floating && !kit_narrowed(object, 0, "floating-point samples stored as 16-bit integers"))
+    return 0;
+  if (widest > 16 && !kit_narrowed(object, 0, "%d-bit samples stored in 16 bits", widest))
+    return 0;
   *depth = floating || widest > 8 ? 16 : widest;
   const int alpha = matte->count == 1;
   if (*depth < 8 && (image->count != 1 || alpha || (*depth != 1 && *depth != 2 && *depth != 4)))
@@ -372,17 +421,44 @@ static int scan_write(void *data, int32_t line, void *in) {
   return kit_plane_store(&p->plane, p->ifd, line, (void **)in, kWho);
 }
 
-/* The attributes a written file keeps (none yet): the others are dropped
- * from the object, which tells the host what the file will not carry. */
-static const char *const kKeptAttributes[] = {NULL};
+/* Whether a name can be a text chunk's keyword: 1 to 79 printable Latin-1
+ * characters without a namespace (other formats' "openexr:..." are not
+ * texts of a PNG) and without leading, trailing or double spaces. */
+static int is_keyword(const char *name) {
+  const size_t n = strlen(name);
+  if (n < 1 || n > 79 || name[0] == ' ' || name[n - 1] == ' ' || strchr(name, ':') != NULL ||
+      strstr(name, "  ") != NULL)
+    return 0;
+  for (const unsigned char *c = (const unsigned char *)name; *c != 0; ++c)
+    if (*c < 32 || (*c > 126 && *c < 161)) return 0;
+  return 1;
+}
+
+/* Whether a PNG file holds the attribute: the ICC profile and texts. */
+static int png_holds(const ORX_ATTR *a) {
+  return a->image == 0 && ((a->type == ORX_ATTR_BYTES && strcmp(a->name, "ICCProfile") == 0) ||
+                           (a->type == ORX_ATTR_STRING && is_keyword(a->name)));
+}
+
+/* Drops from the object the attributes the file will not carry, which
+ * tells the host what is lost (the library's own "orx:" notes stay). */
+static void keep_attributes(ORX_INFO *info) {
+  for (int32_t k = ORX_attr_count(info, ORX_ATTR_ANY_IMAGE) - 1; k >= 0; --k) {
+    const ORX_ATTR *a = ORX_attr_at(info, ORX_ATTR_ANY_IMAGE, k);
+    if (a == NULL || strncmp(a->name, "orx:", 4) == 0 || png_holds(a)) continue;
+    char name[256];
+    snprintf(name, sizeof name, "%s", a->name);
+    ORX_attr_remove(info, a->image, name);
+  }
+}
 
 int imageWriteOpen(ORX_OBJECT *object) {
-  ORX_attr_keep(&object->info, kKeptAttributes);
+  keep_attributes(&object->info);
   if (object->info.image_count != 1)
     return kit_fail(ORX_E_UNSUPPORTED, "png: %s: a file holds one image, not %d",
                     object->info.handle, (int)object->info.image_count);
   int colour = 0, depth = 0;
-  if (!plan(&object->info.images[0], object->info.handle, &colour, &depth)) return 0;
+  if (!plan(object, &colour, &depth)) return 0;
   if (!kit_new_cell(object, 1)) return 0;
   Png *p = new_png(object);
   if (p == NULL) return 0;
@@ -390,6 +466,7 @@ int imageWriteOpen(ORX_OBJECT *object) {
   p->colour = colour;
   p->depth = depth;
   p->level = kit_setting_int(object, kCapLevel, kDefaultLevel);
+  p->straight = kit_setting_int(object, kCapUnassociated, 0) != 0;
   if (p->level < 0 || p->level > 9) p->level = kDefaultLevel;
   KitLayout layout = kit_layout_of(p->ifd);
   for (int g = 0; g < 2; ++g) {
@@ -415,11 +492,19 @@ static void write_header(ORX_OBJECT *object, Png *p) {
   png_set_IHDR(png, info, (png_uint_32)kit_plane_width(&p->plane),
                (png_uint_32)kit_plane_height(&p->plane), depth, p->colour, PNG_INTERLACE_NONE,
                PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-  if (p->ifd->curve.gamma > 0.0f) png_set_gAMA(png, info, 1.0 / p->ifd->curve.gamma);
+  /* A file without gAMA is taken as sRGB, a gamma of about 2.2: the chunk
+   * is written only when it says something else (a file's own 1/2.2,
+   * 45455, reads as 2.19998 and goes back as it came). */
+  if (p->ifd->curve.gamma > 0.0f && p->ifd->curve.gamma != kDefaultGamma) {
+    const double inverse = floor(1e5 / p->ifd->curve.gamma + 0.5);
+    if (inverse >= 1 && inverse <= PNG_UINT_31_MAX)
+      png_set_gAMA_fixed(png, info, (png_fixed_point)inverse);
+  }
   if (kit_chromaticities_informative(in, kit_rec709))
     png_set_cHRM(png, info, in->white[0], in->white[1], in->red[0], in->red[1], in->green[0],
                  in->green[1], in->blue[0], in->blue[1]);
-  png_text texts[kTextCount];
+  enum { kMostTexts = kTextCount + 64 };
+  png_text texts[kMostTexts];
   int count = 0;
   for (int i = 0; i < kTextCount; ++i) {
     char *text = *text_field(&object->info, i);
@@ -430,7 +515,25 @@ static void write_header(ORX_OBJECT *object, Png *p) {
     texts[count].text = text;
     ++count;
   }
+  /* Then the text attributes (the write open kept only those a chunk can
+   * carry), after the header's own keywords. */
+  for (int32_t k = 0; count < kMostTexts; ++k) {
+    const ORX_ATTR *a = ORX_attr_at(in, 0, k);
+    if (a == NULL) break;
+    int header = 0;
+    for (int i = 0; i < kTextCount; ++i) header |= strcmp(a->name, kTexts[i].keyword) == 0;
+    if (a->type != ORX_ATTR_STRING || header || strncmp(a->name, "orx:", 4) == 0) continue;
+    memset(&texts[count], 0, sizeof texts[count]);
+    texts[count].compression = PNG_TEXT_COMPRESSION_NONE;
+    texts[count].key = (png_charp)a->name;
+    texts[count].text = (png_charp)a->data;
+    ++count;
+  }
   if (count > 0) png_set_text(png, info, texts, count);
+  const ORX_ATTR *profile = ORX_attr_find(in, 0, "ICCProfile");
+  if (profile != NULL && profile->type == ORX_ATTR_BYTES)
+    png_set_iCCP(png, info, "ICC profile", PNG_COMPRESSION_TYPE_BASE,
+                 (png_const_bytep)profile->data, (png_uint_32)profile->count);
   png_set_compression_level(png, p->level);
   /* zlib's default strategy, as other writers use: the filtered strategy
    * libpng would pick makes files some 7% smaller in nearly twice the time. */
@@ -462,8 +565,10 @@ static int encode(ORX_OBJECT *object, Png *p) {
   png_init_io(p->png, p->file);
   write_header(object, p);
   /* libpng copies each row before it filters it. */
-  for (int32_t r = 0; r < kit_plane_height(&p->plane); ++r)
+  for (int32_t r = 0; r < kit_plane_height(&p->plane); ++r) {
+    if (!p->straight) kit_plane_dissociate(&p->plane, r, kRounding);
     png_write_row(p->png, (png_const_bytep)kit_plane_pixels(&p->plane, r));
+  }
   png_write_end(p->png, p->info);
   if (fclose(p->file) != 0) {
     p->file = NULL;

@@ -44,6 +44,9 @@ struct Peer {
   bool magick;          // ImageMagick keeps these samples exactly
   double error;         // what our file may differ from the source by
   bool lossy = false;
+  // What OpenImageIO's own re-encoding of straight alpha may move a sample
+  // by: it truncates as it multiplies and rounds as it divides.
+  double rewrite = 0;
 };
 
 // ImageMagick divides associated alpha out and keeps 16 bits of a float,
@@ -51,8 +54,8 @@ struct Peer {
 // Our EXR files are half unless asked otherwise.
 const Peer kPeers[] = {
     {"png", "--type int8 --channels 1", "", true, 0},
-    {"png", "--type int8 --channels 3 --matte", "", true, 0},
-    {"png", "--type int16 --channels 1 --matte", "", true, 0},
+    {"png", "--type int8 --channels 3 --matte", "", true, 0, false, 1.5 / 255},
+    {"png", "--type int16 --channels 1 --matte", "", true, 0, false, 1.5 / 65535},
     {"png", "--type int16 --channels 3", "", true, 0},
     {"tif", "--type int8 --channels 3", "", true, 0},
     {"tif", "--type int16 --channels 1", "--tile 16 16", true, 0},
@@ -76,11 +79,11 @@ std::string command(std::string pattern, const std::string &in, const std::strin
 // writes its decoding of our file as PNG instead, and its own JPEG of that
 // must read as the peer itself decodes it.
 void check_peer(const TempDir &dir, const std::string &peer, const std::string &convert,
-                const std::string &ours, const Peer &p) {
+                const std::string &ours, const Peer &p, double rewrite = 0) {
   const std::string theirs = dir.file(peer + "." + p.ext);
   if (!p.lossy) {
     expect_runs(command(convert, ours, theirs));
-    expect_same(ours, theirs);
+    expect_same(ours, theirs, rewrite);
     return;
   }
   const std::string decoded = dir.file(peer + ".png");
@@ -103,10 +106,9 @@ TEST_P(PeerTools, ReadOursAndWriteWhatWeRead) {
   expect_runs(orx("pattern '" + source + "' --size 67x31 " + p.pattern));
   expect_runs(orx("copy '" + source + "' '" + ours + "'"));
   expect_same(source, ours, p.error);
-  // OpenImageIO premultiplies alpha on reading unless told otherwise.
-  const std::string oiio = "oiiotool --iconfig oiio:UnassociatedAlpha 1 {in} " +
-                           std::string(p.oiio) + " -o {out}";
-  if (have_tool("oiiotool")) check_peer(dir, "oiio", oiio, ours, p);
+  // OpenImageIO at its defaults: associated alpha, as ours.
+  const std::string oiio = "oiiotool {in} " + std::string(p.oiio) + " -o {out}";
+  if (have_tool("oiiotool")) check_peer(dir, "oiio", oiio, ours, p, p.rewrite);
   if (p.magick && have_tool("convert")) check_peer(dir, "magick", "convert {in} {out}", ours, p);
 }
 

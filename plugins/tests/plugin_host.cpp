@@ -55,6 +55,11 @@ uint8_t FormatPlugins::enumerate(void **module, const char **name) {
 }
 
 double pattern_value(const Layout &l, int x, int y, int c, bool smooth) {
+  // Colour is associated with the matte, as in every image of the library:
+  // never above it.
+  if (c < l.image && l.matte > 0)
+    return std::min(pattern_value(Layout{l.image, 0, 0, l.type, l.bits}, x, y, c, smooth),
+                    pattern_value(l, x, y, l.image, smooth));
   if (smooth) {
     const double v = 0.5 + 0.4 * std::sin(x / 6.0 + c) * std::cos(y / 5.0 - c);
     if (l.type != ORX_C_INTEGER) return static_cast<float>(v);

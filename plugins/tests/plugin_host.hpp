@@ -41,7 +41,8 @@ struct Layout {
 };
 
 // The pattern value of channel c at (x, y) as a value from 0 to 1 (integers)
-// or as stored (floating point); smooth patterns suit lossy codecs.
+// or as stored (floating point); smooth patterns suit lossy codecs.  With a
+// matte, colour never exceeds it (associated alpha).
 double pattern_value(const Layout &l, int x, int y, int c, bool smooth);
 
 // A sample of a channel row as a value (integers scaled to 0..1) and back.

@@ -27,6 +27,7 @@ struct CopyOptions {
   bool fields = false;   // merge the field file with its partner into a frame
   std::string display;   // a framebuffer's name: write what it would show
   std::string crop;      // "X0,Y0,X1,Y1": the part of the image to copy
+  bool unassociated = false;  // straight colour passes as stored, both ways
 };
 // Layers the copy options onto a handle open for reading; false with the
 // reason in *why when one of them cannot apply.

@@ -32,8 +32,11 @@ std::string losses(const ORX_INFO &from, const ORX_INFO &to) {
 }
 
 int copy_one(const std::string &in_path, const std::string &out_path, const CopyOptions &o) {
+  // Straight colour stays as stored, both ways, when asked.
+  std::vector<std::pair<std::string, std::string>> alpha;
+  if (o.unassociated) alpha.emplace_back("unassociated alpha", "1");
   Image in;
-  if (!in.open_read(in_path, "")) return complain(in_path);
+  if (!in.open_read(in_path, "", alpha)) return complain(in_path);
   std::string why;
   {
     // Field names and the operators' databases: one thread at a time.
@@ -48,7 +51,7 @@ int copy_one(const std::string &in_path, const std::string &out_path, const Copy
     if (!apply_operators(in.get(), o, &why)) return complain(in_path, why);
   }
   Image out;
-  std::vector<std::pair<std::string, std::string>> settings;
+  std::vector<std::pair<std::string, std::string>> settings = alpha;
   if (o.depth == "float") settings.emplace_back("pixel type", "float");
   if (!out.open_write(out_path, o.type, in.info(), settings)) return complain(out_path);
   if (const std::string lost = losses(in.info(), out.info()); !lost.empty())

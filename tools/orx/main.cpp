@@ -48,6 +48,14 @@ int main(int argc, char **argv) {
   copy_cmd->add_flag("--fields", copy.fields,
                      "Merge field file NAME.NNNN with its partner (odd: first field) into a frame");
   copy_cmd->add_flag("--clamp", copy.clamp, "Clip float samples to 0..1 (premultiplied for rgb)");
+  copy_cmd->add_flag("--unassociated", copy.unassociated,
+                     "Keep straight (unassociated) colour as the files store it: PNG and TIFF "
+                     "colour is otherwise multiplied by the matte on reading and divided by it "
+                     "on writing");
+  copy_cmd->footer("Mattes are associated (premultiplied) inside liborx: PNG and TIFF files with\n"
+                   "straight alpha are multiplied as they are read and divided as they are\n"
+                   "written (zero alpha, zero colour); EXR passes through; JPEG has no matte.\n"
+                   "--unassociated asks both formats to leave the colour as stored.");
 
   DiffOptions diff;
   auto *diff_cmd = app.add_subcommand("diff", "Compare two images channel by channel");

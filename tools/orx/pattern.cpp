@@ -79,10 +79,13 @@ int run_pattern(const PatternOptions &o) {
     for (int c = 0; c < channels; ++c) {
       const ORX_CHANNELS &g = group_of(d, c);
       for (int x = 0; x < w; ++x) {
-        // The matte is a soft disc; image rows count from the bottom.
+        // The matte is a soft disc; image rows count from the bottom.  The
+        // colour is associated with it (premultiplied), as every matte of
+        // the library is.
         const double dx = (x - w / 2.0) / w, dy = (y - h / 2.0) / h;
-        const double v = c < o.channels ? value(c, x, h - 1 - y, w, h)
-                                        : std::fmin(1.0, std::fmax(0.0, 1.6 - 3.0 * std::hypot(dx, dy)));
+        const double matte =
+            o.matte ? std::fmin(1.0, std::fmax(0.0, 1.6 - 3.0 * std::hypot(dx, dy))) : 1.0;
+        const double v = c < o.channels ? value(c, x, h - 1 - y, w, h) * matte : matte;
         store(g, pointers[static_cast<std::size_t>(c)], x, v);
       }
     }

@@ -84,7 +84,10 @@ class Image {
   // Opens path for reading; type is a format key or "" to let the library
   // choose.  False after reporting, with a hint to name the format when no
   // format recognises the file.
-  bool open_read(const std::string &path, const std::string &type);
+  // settings as for open_write, for the format that reads the file
+  // ({"unassociated alpha", "1"}: a value capability takes a number).
+  bool open_read(const std::string &path, const std::string &type,
+                 const std::vector<std::pair<std::string, std::string>> &settings = {});
   // Opens path for writing with the descriptors, texts and attributes of
   // like.  Without a type, some format's extension must end path: the
   // library would otherwise fall back to its default format whatever the
@@ -112,9 +115,12 @@ class Image {
  private:
   ORX_OBJECT *object_ = nullptr;
   std::unique_ptr<SafeOutput> output_;  // when writing
-  // The settings a written object reads, alive as long as it is.
+  // The settings the open object read, alive as long as it is.
   std::vector<ORX_CAP_SETTING> settings_;
   std::vector<ORX_CAP_SETTING *> setting_list_;
+  // The settings array for the format from names, held in settings_.
+  ORX_CAP_SETTING **settings_for(const ORX_FORMAT *format,
+                                 const std::vector<std::pair<std::string, std::string>> &names);
 };
 
 // Width, height and channel count of a descriptor's window.
