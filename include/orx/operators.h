@@ -176,6 +176,17 @@ ORX_API int orx__scale_remove(ORX_OBJECT *handle);
 ORX_API const ORX_FILTER *ORX_filter_find(const char *name);
 ORX_API const char *ORX_filter_name(int32_t index);
 
+/* --- Row conversion between sample types --------------------------------------
+ * Converts n samples of one channel row from the sample type of from (its
+ * type and bits) to that of to.  Integer samples stand for value /
+ * (2^bits - 1), floating-point ones for themselves; an integer target takes
+ * the value clamped to 0..1 (not a number: 0) and rounded to the nearest
+ * code.  The rows need no alignment and must not overlap.  Returns 0, or -16
+ * (nothing reported, nothing written) when either type is none of integer
+ * (1 to 32 bits), float and double.  Thread-safe. */
+ORX_API int ORX_convert_row(const ORX_CHANNELS *from, const void *src, const ORX_CHANNELS *to,
+                            void *dst, int32_t n);
+
 /* --- Colour transforms: float RGB to other primaries, or to XYZ -----------
  * Push the cast when the image is not float, then a layer multiplying the
  * first three image channels (read as red, green, blue) by a 3x3 matrix

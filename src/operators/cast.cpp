@@ -25,12 +25,8 @@ ORX_CHANNELS *groups_of(ORX_IFD &d, int g) {
   return groups[g];
 }
 
-int cast_scan(void *data, int32_t line, void *rows) {
-  if (data == nullptr) return locked();
-  CastRecord &r = *static_cast<CastRecord *>(data);
-  const int status = forward(&r.header, line, rows);
-  if (status < 0) return status;
-  void **src = *static_cast<void ***>(rows);
+int cast_rows(CastRecord &r, int32_t, void ***rows, int) {
+  void **src = *rows;
   int32_t at = 0;
   for (int g = 0; g < 3; ++g) {
     if (g == 0 && r.gamma_table != nullptr) {
@@ -65,9 +61,7 @@ void release(ORX_OBJECT *handle, LayerHeader *header) {
   ERR_free(r);
 }
 
-int cast_close(ORX_OBJECT *handle, intptr_t argument) {
-  return close_layer(handle, argument, cast_close, release);
-}
+using Layer = Kind<release>;
 
 }  // namespace
 }  // namespace orx::operators
@@ -118,10 +112,10 @@ ORX_OBJECT *orx__cast_operator(ORX_OBJECT *handle) {
       return handle;
     }
   }
-  push(handle, &r->header, kCast, cast_scan, cast_close);
+  push(handle, &r->header, kCast, read_scan<CastRecord, cast_rows>, Layer::close);
   return handle;
 }
 
-int orx__cast_remove(ORX_OBJECT *handle) { return remove(handle, cast_close, release); }
+int orx__cast_remove(ORX_OBJECT *handle) { return Layer::remove(handle); }
 
 }  // extern "C"

@@ -104,18 +104,12 @@ ClampFn choose(bool rgb, int32_t layout) {
 
 bool active(const ClampRecord &r, int32_t line) { return line >= r.first_line && line <= r.last_line; }
 
-int clamp_read_scan(void *data, int32_t line, void *rows) {
-  if (data == nullptr) return locked();
-  const ClampRecord &r = *static_cast<ClampRecord *>(data);
-  const int status = forward(&r.header, line, rows);
-  if (status >= 0 && active(r, line))
-    r.clamp(*static_cast<void ***>(rows), r.x_offset, r.active_width, r.image_count, r.extra_count);
+int clamp_read_rows(ClampRecord &r, int32_t line, void ***rows, int status) {
+  if (active(r, line)) r.clamp(*rows, r.x_offset, r.active_width, r.image_count, r.extra_count);
   return status;
 }
 
-int clamp_write_scan(void *data, int32_t line, void *rows) {
-  if (data == nullptr) return locked();
-  const ClampRecord &r = *static_cast<ClampRecord *>(data);
+int clamp_write_rows(ClampRecord &r, int32_t line, void *rows) {
   if (active(r, line))
     r.clamp(static_cast<void **>(rows), r.x_offset, r.active_width, r.image_count, r.extra_count);
   return forward(&r.header, line, rows);
@@ -123,9 +117,7 @@ int clamp_write_scan(void *data, int32_t line, void *rows) {
 
 void release(ORX_OBJECT *, LayerHeader *header) { ERR_free(header); }
 
-int clamp_close(ORX_OBJECT *handle, intptr_t argument) {
-  return close_layer(handle, argument, clamp_close, release);
-}
+using Layer = Kind<release>;
 
 }  // namespace
 }  // namespace orx::operators
@@ -167,7 +159,9 @@ ORX_OBJECT *install_clamp(ORX_OBJECT *handle, bool needs_matte) {
   r->last_line = d.active.top;
   r->clamp = clamp;
   push(handle, &r->header, kClamp,
-       handle->access == ORX_ACCESS_READ ? clamp_read_scan : clamp_write_scan, clamp_close);
+       handle->access == ORX_ACCESS_READ ? read_scan<ClampRecord, clamp_read_rows>
+                                          : scan<ClampRecord, clamp_write_rows>,
+       Layer::close);
   return handle;
 }
 
@@ -175,6 +169,6 @@ ORX_OBJECT *install_clamp(ORX_OBJECT *handle, bool needs_matte) {
 
 extern "C" {
 
-int orx__clamp_remove(ORX_OBJECT *handle) { return remove(handle, clamp_close, release); }
+int orx__clamp_remove(ORX_OBJECT *handle) { return Layer::remove(handle); }
 
 }  // extern "C"

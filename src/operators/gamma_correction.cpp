@@ -28,12 +28,8 @@ const uint8_t *table(const GammaRecord &r, int32_t c) {
   return static_cast<const uint8_t *>(r.curve.curves[c]);
 }
 
-int gamma_read_scan(void *data, int32_t line, void *rows) {
-  if (data == nullptr) return locked();
-  const GammaRecord &r = *static_cast<GammaRecord *>(data);
-  const int status = forward(&r.header, line, rows);
-  if (status < 0) return status;
-  void **channels = *static_cast<void ***>(rows);
+int gamma_read_rows(GammaRecord &r, int32_t, void ***rows, int status) {
+  void **channels = *rows;
   for (int32_t c = 0; c < r.image_count; ++c) {
     const uint8_t *t = table(r, c);
     auto *row = static_cast<uint8_t *>(channels[c]) + r.x_offset;
@@ -43,9 +39,7 @@ int gamma_read_scan(void *data, int32_t line, void *rows) {
 }
 
 // The caller's 16-bit linear samples narrow in place to 8-bit codes.
-int gamma_write_scan(void *data, int32_t line, void *rows) {
-  if (data == nullptr) return locked();
-  const GammaRecord &r = *static_cast<GammaRecord *>(data);
+int gamma_write_rows(GammaRecord &r, int32_t line, void *rows) {
   if (line < r.first_line || line > r.last_line) return forward(&r.header, line, rows);
   void **channels = static_cast<void **>(rows);
   const std::size_t mask = r.curve.length > 0 ? static_cast<std::size_t>(r.curve.length) - 1 : 0;
@@ -69,9 +63,7 @@ void release(ORX_OBJECT *handle, LayerHeader *header) {
   ERR_free(r);
 }
 
-int gamma_close(ORX_OBJECT *handle, intptr_t argument) {
-  return close_layer(handle, argument, gamma_close, release);
-}
+using Layer = Kind<release>;
 
 }  // namespace
 }  // namespace orx::operators
@@ -151,10 +143,11 @@ ORX_OBJECT *orx__gamma_operator(ORX_OBJECT *handle, const ORX_RESPONSE_CURVE *ta
     d.image.bits = bits;  // the caller now writes B-bit linear samples in 16-bit storage
   }
   push(handle, &r->header, kGammaCorrection,
-       handle->access == ORX_ACCESS_READ ? gamma_read_scan : gamma_write_scan, gamma_close);
+       handle->access == ORX_ACCESS_READ ? read_scan<GammaRecord, gamma_read_rows>
+                                       : scan<GammaRecord, gamma_write_rows>, Layer::close);
   return handle;
 }
 
-int orx__gamma_remove(ORX_OBJECT *handle) { return remove(handle, gamma_close, release); }
+int orx__gamma_remove(ORX_OBJECT *handle) { return Layer::remove(handle); }
 
 }  // extern "C"

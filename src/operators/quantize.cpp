@@ -53,19 +53,13 @@ void gather(QuantizeRecord &r, void **rows) {
   }
 }
 
-int quantize_read_scan(void *data, int32_t line, void *rows) {
-  if (data == nullptr) return locked();
-  QuantizeRecord &r = *static_cast<QuantizeRecord *>(data);
-  const int status = forward(&r.header, line, rows);
-  if (status < 0) return status;
-  gather(r, *static_cast<void ***>(rows));
-  *static_cast<void ***>(rows) = r.pointers;
+int quantize_read_rows(QuantizeRecord &r, int32_t, void ***rows, int) {
+  gather(r, *rows);
+  *rows = r.pointers;
   return 0;
 }
 
-int quantize_write_scan(void *data, int32_t line, void *rows) {
-  if (data == nullptr) return locked();
-  QuantizeRecord &r = *static_cast<QuantizeRecord *>(data);
+int quantize_write_rows(QuantizeRecord &r, int32_t line, void *rows) {
   if (line < r.first_line || line > r.last_line) return forward(&r.header, line, rows);
   gather(r, static_cast<void **>(rows));
   return forward(&r.header, line, r.pointers);
@@ -87,9 +81,7 @@ void release(ORX_OBJECT *handle, LayerHeader *header) {
   ERR_free(r);
 }
 
-int quantize_close(ORX_OBJECT *handle, intptr_t argument) {
-  return close_layer(handle, argument, quantize_close, release);
-}
+using Layer = Kind<release>;
 
 // A target naming the group's own type leaves it alone, whatever width it
 // names: retyping the width alone would describe rows of one storage size
@@ -162,8 +154,9 @@ ORX_OBJECT *install(ORX_OBJECT *handle, const int32_t *const target[3], bool wri
     return handle;
   }
   for (int32_t c = 0; c <= channels; ++c) r->pointers[c] = c < channels ? r->buffers[c] : nullptr;
-  push(handle, &r->header, kQuantize, writing ? quantize_write_scan : quantize_read_scan,
-       quantize_close);
+  push(handle, &r->header, kQuantize,
+       writing ? scan<QuantizeRecord, quantize_write_rows> : read_scan<QuantizeRecord, quantize_read_rows>,
+       Layer::close);
   return handle;
 }
 
@@ -182,6 +175,6 @@ ORX_OBJECT *orx__quantize_write_operator(ORX_OBJECT *handle, const int32_t *cons
   return install(handle, target, true);
 }
 
-int orx__quantize_remove(ORX_OBJECT *handle) { return remove(handle, quantize_close, release); }
+int orx__quantize_remove(ORX_OBJECT *handle) { return Layer::remove(handle); }
 
 }  // extern "C"
