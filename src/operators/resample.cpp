@@ -190,7 +190,8 @@ void each_column(const ResampleRecord &r, Column column) {
 bool make_weights(ResampleRecord &r) {
   int32_t widest = 1;
   each_column(r, [&](int32_t, int32_t, int32_t n, float) { widest = larger(widest, n); });
-  if (!tap_table_alloc(r.across, r.dest_width, widest, r.source_width)) return false;
+  const bool exact = row_kernels().exact;
+  if (!tap_table_alloc(r.across, r.dest_width, widest, r.source_width, exact)) return false;
   const float step = 1.0f / r.rx;
   each_column(r, [&](int32_t j, int32_t first, int32_t n, float c) {
     float *w = r.across.weights + static_cast<std::size_t>(j) * static_cast<std::size_t>(r.across.stride);
@@ -202,7 +203,10 @@ bool make_weights(ResampleRecord &r) {
     // A column whose kernel weights sum to 0 (an enlargement with a support
     // narrower than a source pixel) gives 0, not the 0/0 of the formula.
     const float normaliser = sum != 0.0f ? 1.0f / sum : 0.0f;
-    for (int32_t k = 0; k < n; ++k) w[k] *= normaliser;
+    if (exact)
+      r.across.normalisers[j] = normaliser;
+    else
+      for (int32_t k = 0; k < n; ++k) w[k] *= normaliser;
     r.across.first[j] = first;
     r.across.used[j] = n;
   });

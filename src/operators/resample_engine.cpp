@@ -15,7 +15,7 @@
 
 namespace orx::operators {
 
-bool tap_table_alloc(TapTable &t, int32_t count, int32_t taps, int32_t source) {
+bool tap_table_alloc(TapTable &t, int32_t count, int32_t taps, int32_t source, bool normalisers) {
   t = TapTable{};
   t.count = count;
   t.source = source;
@@ -25,10 +25,13 @@ bool tap_table_alloc(TapTable &t, int32_t count, int32_t taps, int32_t source) {
   t.weights = static_cast<float *>(allocate(sizeof(float) * n * static_cast<uint64_t>(t.stride)));
   t.first = static_cast<int32_t *>(allocate(sizeof(int32_t) * n));
   t.used = static_cast<int32_t *>(allocate(sizeof(int32_t) * n));
-  if (t.weights == nullptr || t.first == nullptr || t.used == nullptr) {
+  if (normalisers) t.normalisers = static_cast<float *>(allocate(sizeof(float) * n));
+  if (t.weights == nullptr || t.first == nullptr || t.used == nullptr ||
+      (normalisers && t.normalisers == nullptr)) {
     tap_table_free(t);
     return false;
   }
+  for (uint64_t j = 0; normalisers && j < n; ++j) t.normalisers[j] = 1.0f;
   std::memset(t.weights, 0, sizeof(float) * n * static_cast<uint64_t>(t.stride));
   std::memset(t.first, 0, sizeof(int32_t) * n);
   std::memset(t.used, 0, sizeof(int32_t) * n);
@@ -39,6 +42,7 @@ void tap_table_free(TapTable &t) {
   ERR_free(t.weights);
   ERR_free(t.first);
   ERR_free(t.used);
+  ERR_free(t.normalisers);
   t = TapTable{};
 }
 
@@ -51,15 +55,20 @@ void tap_table_finish(TapTable &t) {
 
 namespace {
 
-// The pixels past the fast prefix, tap by tap.
-inline void horizontal_tail(const TapTable &t, const float *in, float *out) {
-  for (int32_t j = t.fast; j < t.count; ++j) {
+// Pixels j0..count-1 tap by tap, in order: the fast kernels' tail, and the
+// exact arithmetic (with the normaliser) for every pixel.
+inline void horizontal_ordered(const TapTable &t, int32_t j0, const float *in, float *out) {
+  for (int32_t j = j0; j < t.count; ++j) {
     const float *w = t.weights + static_cast<std::size_t>(j) * static_cast<std::size_t>(t.stride);
     const float *s = in + t.first[j];
     float sum = 0.0f;
     for (int32_t k = 0; k < t.used[j]; ++k) sum += w[k] * s[k];
-    out[j] = sum;
+    out[j] = t.normalisers != nullptr ? sum * t.normalisers[j] : sum;
   }
+}
+
+void horizontal_exact(const TapTable &t, const float *in, float *out) {
+  horizontal_ordered(t, 0, in, out);
 }
 
 void horizontal_portable(const TapTable &t, const float *in, float *out) {
@@ -73,7 +82,7 @@ void horizontal_portable(const TapTable &t, const float *in, float *out) {
     out[j] = ((lanes[0] + lanes[4]) + (lanes[1] + lanes[5])) +
              ((lanes[2] + lanes[6]) + (lanes[3] + lanes[7]));
   }
-  horizontal_tail(t, in, out);
+  horizontal_ordered(t, t.fast, in, out);
 }
 
 inline float finish_one(float v, float scale, bool cut) {
@@ -135,7 +144,7 @@ __attribute__((target("avx2,fma"))) void horizontal_avx2(const TapTable &t, cons
     const __m128 p = _mm_add_ps(q, _mm_movehl_ps(q, q));
     out[j] = _mm_cvtss_f32(_mm_add_ss(p, _mm_shuffle_ps(p, p, 1)));
   }
-  horizontal_tail(t, in, out);
+  horizontal_ordered(t, t.fast, in, out);
 }
 
 __attribute__((target("avx2,fma"))) void vertical_avx2(const float *const *rows,
@@ -176,15 +185,19 @@ __attribute__((target("avx2,fma"))) void accumulate_avx2(const float *row, float
   for (; x < width; ++x) sums[x] = std::fma(weight, row[x], sums[x]);
 }
 
-const RowKernels kAvx2{horizontal_avx2, vertical_avx2, accumulate_avx2, "avx2"};
+const RowKernels kAvx2{horizontal_avx2, vertical_avx2, accumulate_avx2, "avx2", false};
 
 #endif
 
-const RowKernels kPortable{horizontal_portable, vertical_portable, accumulate_portable, "portable"};
+const RowKernels kPortable{horizontal_portable, vertical_portable, accumulate_portable, "portable",
+                           false};
+// The portable vertical kernels already add rows in order, one rounding each.
+const RowKernels kExact{horizontal_exact, vertical_portable, accumulate_portable, "exact", true};
 
 }  // namespace
 
 const RowKernels &portable_kernels() { return kPortable; }
+const RowKernels &exact_kernels() { return kExact; }
 
 const RowKernels *avx2_kernels() {
 #ifdef ORX_HAVE_AVX2_KERNELS
@@ -197,8 +210,11 @@ const RowKernels *avx2_kernels() {
 
 const RowKernels &row_kernels() {
   static const RowKernels *chosen = [] {
+    const char *wanted = std::getenv("ORX_KERNELS");
+    if (wanted != nullptr && std::strcmp(wanted, "exact") == 0) return &kExact;
+    if (wanted != nullptr && std::strcmp(wanted, "portable") == 0) return &kPortable;
     const RowKernels *fast = avx2_kernels();
-    return fast != nullptr && std::getenv("ORX_PORTABLE_KERNELS") == nullptr ? fast : &kPortable;
+    return fast != nullptr ? fast : &kPortable;
   }();
   return *chosen;
 }

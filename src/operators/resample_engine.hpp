@@ -4,10 +4,15 @@
 // whole vectors, and the two row kernels that apply such tables (across a
 // row, and down a stack of rows with the sums held in registers).
 //
-// The kernels are chosen once per process: AVX2 with FMA where the processor
-// has them, else portable loops.  Setting the environment variable
-// ORX_PORTABLE_KERNELS (to anything) before the first use forces the portable
-// ones, which is how both are tested on one machine.
+// The kernels are chosen once per process from the environment variable
+// ORX_KERNELS, read at the first use: unset (or "auto"), AVX2 with FMA where
+// the processor has them, else the portable loops; "portable", the portable
+// loops whatever the processor (how both are tested on one machine);
+// "exact", the resampling filter's reference arithmetic: each column's taps
+// added in order with the weights as the kernel gave them and the sum then
+// divided by theirs, each output line's rows added in order, all in single
+// precision, one rounding per operation (slower; for hosts that must match
+// results computed that way to the bit).
 #pragma once
 
 #include <cstdint>
@@ -22,6 +27,7 @@ struct TapTable {
   int32_t source = 0;  // source samples along the axis
   int32_t fast = 0;    // pixels 0..fast-1 read whole strides inside the source
   float *weights = nullptr;  // count x stride
+  float *normalisers = nullptr;  // count, exact arithmetic only: the sums' divisors' reciprocals
   int32_t *first = nullptr;  // count
   int32_t *used = nullptr;   // count: taps up to the last non-padding one
 };
@@ -30,7 +36,9 @@ constexpr int32_t kTapBlock = 8;
 
 // Allocates a table for count pixels of at most taps taps each (weights 0);
 // false when memory ran out (reported by the allocator, the table emptied).
-bool tap_table_alloc(TapTable &t, int32_t count, int32_t taps, int32_t source);
+// With normalisers, the table also holds one per pixel (set to 1).
+bool tap_table_alloc(TapTable &t, int32_t count, int32_t taps, int32_t source,
+                     bool normalisers = false);
 void tap_table_free(TapTable &t);
 // Once every pixel's first and used are set: the fast prefix.
 void tap_table_finish(TapTable &t);
@@ -52,7 +60,8 @@ struct RowKernels {
   HorizontalKernel horizontal;
   VerticalKernel vertical;
   AccumulateKernel accumulate;
-  const char *name;  // "avx2" or "portable"
+  const char *name;  // "avx2", "portable" or "exact"
+  bool exact;        // tables keep raw weights and normalisers
 };
 
 // The kernels for this processor (see above).
@@ -61,5 +70,6 @@ const RowKernels &row_kernels();
 // otherwise), whatever the environment says: for tests that compare them.
 const RowKernels &portable_kernels();
 const RowKernels *avx2_kernels();
+const RowKernels &exact_kernels();
 
 }  // namespace orx::operators

@@ -30,9 +30,14 @@ ORX_ROW_KERNEL void convert(const void *src, void *dst, int32_t n, int32_t from_
   for (int32_t x = 0; x < n; ++x) {
     W v = static_cast<W>(load_at<S>(src, static_cast<std::size_t>(x))) * in_scale;
     if constexpr (kToInteger) {
-      v = v > W(0) ? v : W(0);  // not a number goes to 0 here
-      v = v < W(1) ? v : W(1);
-      store_at<D>(dst, static_cast<std::size_t>(x), static_cast<D>(v * out_scale + W(0.5)));
+      // Clamped after scaling, in this form, and through a signed integer
+      // of the working width, the loop vectorises.
+      using Whole = std::conditional_t<(sizeof(D) < 4), int32_t, int64_t>;
+      const W low = W(0.5), high = out_scale + W(0.5);
+      v = v * out_scale + low;
+      v = v < low ? low : v;
+      v = v > high ? high : v;
+      store_at<D>(dst, static_cast<std::size_t>(x), static_cast<D>(v == v ? static_cast<Whole>(v) : 0));
     } else {
       store_at<D>(dst, static_cast<std::size_t>(x), static_cast<D>(v));
     }

@@ -15,7 +15,7 @@ namespace {
 using namespace orx::operators;
 
 std::vector<const RowKernels *> every_kernel_set() {
-  std::vector<const RowKernels *> sets{&portable_kernels()};
+  std::vector<const RowKernels *> sets{&portable_kernels(), &exact_kernels()};
   if (const RowKernels *avx2 = avx2_kernels()) sets.push_back(avx2);
   return sets;
 }
@@ -50,6 +50,12 @@ TEST(ResampleEngine, KernelsAgreeWithDoublePrecisionSums) {
           size += std::fabs(term);
         }
         ASSERT_NEAR(out[std::size_t(j)], want, 1e-6 * (1 + size)) << "pixel " << j << " trial " << trial;
+        if (k->exact) {  // in order, in single precision
+          float ordered = 0.0f;
+          for (int32_t i = 0; i < t.used[j]; ++i)
+            ordered += t.weights[std::size_t(j) * std::size_t(t.stride) + std::size_t(i)] * in[std::size_t(t.first[j] + i)];
+          ASSERT_EQ(out[std::size_t(j)], ordered);
+        }
       }
       tap_table_free(t);
 
