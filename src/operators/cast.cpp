@@ -78,7 +78,7 @@ ORX_OBJECT *orx__cast_operator(ORX_OBJECT *handle) {
     return handle;
   auto *r = new_record<CastRecord>();
   if (r == nullptr) return handle;
-  r->width = d.window.right - d.window.left + 1;
+  r->width = span_of(d).width;
   r->gamma = d.curve.gamma;
   for (int g = 0; g < 3; ++g) {
     r->types[g] = groups_of(d, g)->type;

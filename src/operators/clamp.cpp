@@ -16,11 +16,9 @@ using ClampFn = void (*)(void **rows, int32_t x0, int32_t n, int32_t image, int3
 
 struct ClampRecord {
   LayerHeader header;
-  int32_t active_width;
-  int32_t x_offset;
+  Span span;
   int32_t image_count;
   int32_t extra_count;  // matte plus auxiliary
-  int32_t first_line, last_line;
   ClampFn clamp;
 };
 
@@ -102,16 +100,14 @@ ClampFn choose(bool rgb, int32_t layout) {
   return nullptr;
 }
 
-bool active(const ClampRecord &r, int32_t line) { return line >= r.first_line && line <= r.last_line; }
-
 int clamp_read_rows(ClampRecord &r, int32_t line, void ***rows, int status) {
-  if (active(r, line)) r.clamp(*rows, r.x_offset, r.active_width, r.image_count, r.extra_count);
+  if (r.span.active(line)) r.clamp(*rows, r.span.x_offset, r.span.active_width, r.image_count, r.extra_count);
   return status;
 }
 
 int clamp_write_rows(ClampRecord &r, int32_t line, void *rows) {
-  if (active(r, line))
-    r.clamp(static_cast<void **>(rows), r.x_offset, r.active_width, r.image_count, r.extra_count);
+  if (r.span.active(line))
+    r.clamp(static_cast<void **>(rows), r.span.x_offset, r.span.active_width, r.image_count, r.extra_count);
   return forward(&r.header, line, rows);
 }
 
@@ -151,12 +147,9 @@ ORX_OBJECT *install_clamp(ORX_OBJECT *handle, bool needs_matte) {
   if (clamp == nullptr) return handle;  // no such layout: the layer would come off at once
   auto *r = new_record<ClampRecord>();
   if (r == nullptr) return handle;
-  r->active_width = d.active.right - d.active.left + 1;
-  r->x_offset = d.active.left - d.window.left;
+  r->span = span_of(d);
   r->image_count = d.image.count;
   r->extra_count = d.matte.count + (d.aux.count > 0 ? d.aux.count : 0);
-  r->first_line = d.active.bottom;
-  r->last_line = d.active.top;
   r->clamp = clamp;
   push(handle, &r->header, kClamp,
        handle->access == ORX_ACCESS_READ ? read_scan<ClampRecord, clamp_read_rows>

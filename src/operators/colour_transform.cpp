@@ -75,7 +75,7 @@ ORX_OBJECT *install(ORX_OBJECT *handle, const float m[16], const float *target) 
     return handle;
   }
   for (int i = 0; i < 9; ++i) r->m[i] = m[(i / 3) * 4 + i % 3];
-  r->width = d.window.right - d.window.left + 1;
+  r->width = span_of(d).width;
   r->pushed_cast = pushed_cast;
   const float *fields[] = {handle->info.red, handle->info.green, handle->info.blue, handle->info.white};
   for (int i = 0; i < 4; ++i) std::memcpy(r->saved[i], fields[i], sizeof r->saved[i]);

@@ -19,7 +19,7 @@ struct GroupConverter {
 
 struct QuantizeRecord {
   LayerHeader header;
-  int32_t active_width, x_offset, first_line, last_line;
+  Span span;  // its last line one further when writing
   int32_t saved_types[3], saved_widths[3];
   GroupConverter groups[3];
   void **buffers;   // integer rows of the window's width
@@ -44,7 +44,7 @@ void gather(QuantizeRecord &r, void **rows) {
   for (const GroupConverter &g : r.groups) {
     for (int32_t c = 0; c < g.count; ++c, ++at) {
       if (g.convert != nullptr) {
-        g.convert(rows[at], r.buffers[at], r.x_offset, r.active_width, g.bits);
+        g.convert(rows[at], r.buffers[at], r.span.x_offset, r.span.active_width, g.bits);
         r.pointers[at] = r.buffers[at];
       } else {
         r.pointers[at] = rows[at];
@@ -60,7 +60,7 @@ int quantize_read_rows(QuantizeRecord &r, int32_t, void ***rows, int) {
 }
 
 int quantize_write_rows(QuantizeRecord &r, int32_t line, void *rows) {
-  if (line < r.first_line || line > r.last_line) return forward(&r.header, line, rows);
+  if (!r.span.active(line)) return forward(&r.header, line, rows);
   gather(r, static_cast<void **>(rows));
   return forward(&r.header, line, r.pointers);
 }
@@ -113,12 +113,10 @@ ORX_OBJECT *install(ORX_OBJECT *handle, const int32_t *const target[3], bool wri
   if (!wanted) return handle;
   auto *r = new_record<QuantizeRecord>();
   if (r == nullptr) return handle;
-  r->active_width = d.active.right - d.active.left + 1;
-  r->x_offset = d.active.left - d.window.left;
-  r->first_line = d.active.bottom;
+  r->span = span_of(d);
   // Deliberately one line more when writing: the line above the active
   // window is converted too.
-  r->last_line = d.active.top + (writing ? 1 : 0);
+  r->span.last_line += writing ? 1 : 0;
   ORX_IFD integers = d;  // the layout of the operator's own rows
   for (int g = 0; g < 3; ++g) {
     ORX_CHANNELS &c = *group(d, g);
@@ -139,7 +137,7 @@ ORX_OBJECT *install(ORX_OBJECT *handle, const int32_t *const target[3], bool wri
     c.type = target[g][0];
     c.bits = target[g][1];
   }
-  const int32_t width = d.window.right - d.window.left + 1;
+  const int32_t width = r->span.width;
   const int32_t channels = r->groups[0].count + r->groups[1].count + r->groups[2].count;
   r->buffers = orx__chan_alloc(&integers, width, "quantize operator");
   r->pointers = static_cast<void **>(ERR_malloc(sizeof(void *) * static_cast<uint32_t>(channels + 1)));

@@ -306,8 +306,7 @@ ResampleRecord *make_record(ORX_IFD &d, const ORX_FILTER *filter, int32_t source
                       : larger(larger(static_cast<int32_t>(r->wy),
                                       static_cast<int32_t>((r->ry + 1.0f) * r->wy)),
                                static_cast<int32_t>(r->ry * r->wy) + 2);
-  r->channels = (d.image.count > 0 ? d.image.count : 0) + (d.matte.count > 0 ? d.matte.count : 0) +
-                (d.aux.count > 0 ? d.aux.count : 0);
+  r->channels = channel_count(d);
   const auto wd = static_cast<uint64_t>(dest_width), hd = static_cast<uint64_t>(dest_height);
   bool ok = make_weights(*r);
   if (ok && !writing) {
@@ -382,8 +381,7 @@ ORX_OBJECT *read_install(ORX_OBJECT *handle, const ORX_FILTER *filter, ORX_WINDO
     orx__err = ORX_E_UNSUPPORTED;
     return handle;
   }
-  ResampleRecord *r = make_record(d, filter, d.window.right - d.window.left + 1,
-                                  d.window.top - d.window.bottom + 1, dest.right - dest.left + 1,
+  ResampleRecord *r = make_record(d, filter, span_of(d).width, span_of(d).height, dest.right - dest.left + 1,
                                   dest.top - dest.bottom + 1, false);
   if (r == nullptr) {
     undo_cast(handle, cast.pushed());
@@ -409,8 +407,8 @@ ORX_OBJECT *write_install(ORX_OBJECT *handle, const ORX_FILTER *filter, ORX_WIND
     return handle;
   }
   ResampleRecord *r = make_record(d, filter, source.right - source.left + 1,
-                                  source.top - source.bottom + 1, d.window.right - d.window.left + 1,
-                                  d.window.top - d.window.bottom + 1, true);
+                                  source.top - source.bottom + 1, span_of(d).width,
+                                  span_of(d).height, true);
   if (r == nullptr) {
     orx__err = ORX_E_NO_MEMORY;
     return handle;

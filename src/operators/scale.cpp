@@ -176,8 +176,7 @@ ORX_OBJECT *orx__scale_operator(ORX_OBJECT *handle, float x0, float y0, float x1
   r->source_width = d.window.right - d.window.left + 1;
   r->source_height = d.window.top - d.window.bottom + 1;
   r->source_bottom = d.window.bottom;
-  r->channels = (d.image.count > 0 ? d.image.count : 0) + (d.matte.count > 0 ? d.matte.count : 0) +
-                (d.aux.count > 0 ? d.aux.count : 0);
+  r->channels = channel_count(d);
   bool ok = make_axis(r->x, x0, x1, r->source_width, width) &&
             make_axis(r->y, y0, y1, r->source_height, height);
   // A line's taps span at most ceil(step) + 1 source lines: with one more

@@ -115,7 +115,7 @@ ORX_OBJECT *orx__spectral_transform_operator(ORX_OBJECT *handle, int32_t to_xyz)
   const bool pushed_cast = cast.pushed();
   auto *r = new_record<SpectralRecord>();
   const int32_t extra = (d.matte.count > 0 ? d.matte.count : 0) + (d.aux.count > 0 ? d.aux.count : 0);
-  const int32_t width = d.window.right - d.window.left + 1;
+  const int32_t width = span_of(d).width;
   void **out = static_cast<void **>(ERR_malloc(sizeof(void *) * static_cast<uint32_t>(4 + extra)));
   auto *block = static_cast<float *>(ERR_malloc(sizeof(float) * 3 * static_cast<uint32_t>(width)));
   if (r == nullptr || out == nullptr || block == nullptr) {
