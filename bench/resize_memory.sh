@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Peak memory of resizing a 16384 x 16384 RGBA 8-bit RLA file to 4096 x 4096
 # with orx resize: the filter holds only the rows its kernel spans, so the
-# peak must stay under the bound (64 MiB by default); exits 1 when it does
+# peak must stay under the bound (16 MiB by default); exits 1 when it does
 # not.  Too large for CI (the input is about 1 GiB of pixels).
 #   bench/resize_memory.sh [build dir, default build/release] [bound in MiB]
 set -euo pipefail
 build=${1:-build/release}
-bound=${2:-64}
+bound=${2:-16}
 orx=$(realpath "$build/tools/orx")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

@@ -25,12 +25,8 @@ ORX_CHANNELS *groups_of(ORX_IFD &d, int g) {
   return groups[g];
 }
 
-int cast_scan(void *data, int32_t line, void *rows) {
-  if (data == nullptr) return locked();
-  CastRecord &r = *static_cast<CastRecord *>(data);
-  const int status = forward(&r.header, line, rows);
-  if (status < 0) return status;
-  void **src = *static_cast<void ***>(rows);
+int cast_rows(CastRecord &r, int32_t, void ***rows, int) {
+  void **src = *rows;
   int32_t at = 0;
   for (int g = 0; g < 3; ++g) {
     if (g == 0 && r.gamma_table != nullptr) {
@@ -65,21 +61,24 @@ void release(ORX_OBJECT *handle, LayerHeader *header) {
   ERR_free(r);
 }
 
-int cast_close(ORX_OBJECT *handle, intptr_t argument) {
-  return close_layer(handle, argument, cast_close, release);
-}
+using Layer = Kind<release>;
 
 }  // namespace
+}  // namespace orx::operators
 
-int install_cast(ORX_OBJECT *handle) {
+using namespace orx::operators;
+
+extern "C" {
+
+ORX_OBJECT *orx__cast_operator(ORX_OBJECT *handle) {
   orx__err = 0;
-  if (!has_image(handle)) return 0;
+  if (!has_image(handle)) return handle;
   ORX_IFD &d = handle->info.images[0];
   if (d.image.type == ORX_C_FLOAT && d.matte.type == ORX_C_FLOAT && d.aux.type == ORX_C_FLOAT)
-    return 0;
+    return handle;
   auto *r = new_record<CastRecord>();
-  if (r == nullptr) return ORX_E_NO_MEMORY;
-  r->width = d.window.right - d.window.left + 1;
+  if (r == nullptr) return handle;
+  r->width = span_of(d).width;
   r->gamma = d.curve.gamma;
   for (int g = 0; g < 3; ++g) {
     r->types[g] = groups_of(d, g)->type;
@@ -95,9 +94,8 @@ int install_cast(ORX_OBJECT *handle) {
   r->buffers = orx__chan_alloc(&d, r->width, "cast operator");
   if (r->buffers == nullptr) {
     ERR_free(r);
-    const int32_t status = err::last_status();  // the buffer's own refusals are reported
-    if (status == ORX_E_NO_MEMORY) no_memory();
-    return status;
+    if (orx__err == ORX_E_NO_MEMORY) no_memory();
+    return handle;
   }
   r->counts[0] = d.image.count;
   r->counts[1] = d.matte.count;
@@ -111,24 +109,13 @@ int install_cast(ORX_OBJECT *handle) {
       orx__chan_free(r->buffers);
       ERR_free(r);
       no_memory();
-      return orx__err = ORX_E_NO_MEMORY;
+      return handle;
     }
   }
-  push(handle, &r->header, kCast, cast_scan, cast_close);
-  return 0;
-}
-
-}  // namespace orx::operators
-
-using namespace orx::operators;
-
-extern "C" {
-
-ORX_OBJECT *orx__cast_operator(ORX_OBJECT *handle) {
-  install_cast(handle);
+  push(handle, &r->header, kCast, read_scan<CastRecord, cast_rows>, Layer::close);
   return handle;
 }
 
-int orx__cast_remove(ORX_OBJECT *handle) { return remove(handle, cast_close, release); }
+int orx__cast_remove(ORX_OBJECT *handle) { return Layer::remove(handle); }
 
 }  // extern "C"

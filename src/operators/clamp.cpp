@@ -16,11 +16,9 @@ using ClampFn = void (*)(void **rows, int32_t x0, int32_t n, int32_t image, int3
 
 struct ClampRecord {
   LayerHeader header;
-  int32_t active_width;
-  int32_t x_offset;
+  Span span;
   int32_t image_count;
   int32_t extra_count;  // matte plus auxiliary
-  int32_t first_line, last_line;
   ClampFn clamp;
 };
 
@@ -102,30 +100,20 @@ ClampFn choose(bool rgb, int32_t layout) {
   return nullptr;
 }
 
-bool active(const ClampRecord &r, int32_t line) { return line >= r.first_line && line <= r.last_line; }
-
-int clamp_read_scan(void *data, int32_t line, void *rows) {
-  if (data == nullptr) return locked();
-  const ClampRecord &r = *static_cast<ClampRecord *>(data);
-  const int status = forward(&r.header, line, rows);
-  if (status >= 0 && active(r, line))
-    r.clamp(*static_cast<void ***>(rows), r.x_offset, r.active_width, r.image_count, r.extra_count);
+int clamp_read_rows(ClampRecord &r, int32_t line, void ***rows, int status) {
+  if (r.span.active(line)) r.clamp(*rows, r.span.x_offset, r.span.active_width, r.image_count, r.extra_count);
   return status;
 }
 
-int clamp_write_scan(void *data, int32_t line, void *rows) {
-  if (data == nullptr) return locked();
-  const ClampRecord &r = *static_cast<ClampRecord *>(data);
-  if (active(r, line))
-    r.clamp(static_cast<void **>(rows), r.x_offset, r.active_width, r.image_count, r.extra_count);
+int clamp_write_rows(ClampRecord &r, int32_t line, void *rows) {
+  if (r.span.active(line))
+    r.clamp(static_cast<void **>(rows), r.span.x_offset, r.span.active_width, r.image_count, r.extra_count);
   return forward(&r.header, line, rows);
 }
 
 void release(ORX_OBJECT *, LayerHeader *header) { ERR_free(header); }
 
-int clamp_close(ORX_OBJECT *handle, intptr_t argument) {
-  return close_layer(handle, argument, clamp_close, release);
-}
+using Layer = Kind<release>;
 
 }  // namespace
 }  // namespace orx::operators
@@ -159,15 +147,14 @@ ORX_OBJECT *install_clamp(ORX_OBJECT *handle, bool needs_matte) {
   if (clamp == nullptr) return handle;  // no such layout: the layer would come off at once
   auto *r = new_record<ClampRecord>();
   if (r == nullptr) return handle;
-  r->active_width = d.active.right - d.active.left + 1;
-  r->x_offset = d.active.left - d.window.left;
+  r->span = span_of(d);
   r->image_count = d.image.count;
   r->extra_count = d.matte.count + (d.aux.count > 0 ? d.aux.count : 0);
-  r->first_line = d.active.bottom;
-  r->last_line = d.active.top;
   r->clamp = clamp;
   push(handle, &r->header, kClamp,
-       handle->access == ORX_ACCESS_READ ? clamp_read_scan : clamp_write_scan, clamp_close);
+       handle->access == ORX_ACCESS_READ ? read_scan<ClampRecord, clamp_read_rows>
+                                          : scan<ClampRecord, clamp_write_rows>,
+       Layer::close);
   return handle;
 }
 
@@ -175,6 +162,6 @@ ORX_OBJECT *install_clamp(ORX_OBJECT *handle, bool needs_matte) {
 
 extern "C" {
 
-int orx__clamp_remove(ORX_OBJECT *handle) { return remove(handle, clamp_close, release); }
+int orx__clamp_remove(ORX_OBJECT *handle) { return Layer::remove(handle); }
 
 }  // extern "C"

@@ -21,12 +21,8 @@ struct ColourRecord {
   bool pushed_cast;
 };
 
-int colour_scan(void *data, int32_t line, void *rows) {
-  if (data == nullptr) return locked();
-  const ColourRecord &r = *static_cast<ColourRecord *>(data);
-  const int status = forward(&r.header, line, rows);
-  if (status < 0) return status;
-  void **channels = *static_cast<void ***>(rows);
+int colour_rows(ColourRecord &r, int32_t, void ***rows, int status) {
+  void **channels = *rows;
   // The cast's rows: float and float-aligned.
   float *red = static_cast<float *>(channels[0]), *green = static_cast<float *>(channels[1]),
         *blue = static_cast<float *>(channels[2]);
@@ -55,38 +51,36 @@ void release(ORX_OBJECT *handle, LayerHeader *header) {
   for (int i = 0; i < 4; ++i) std::memcpy(fields[i], r->saved[i], sizeof r->saved[i]);
   const bool pushed_cast = r->pushed_cast;
   ERR_free(r);
-  if (pushed_cast) orx__cast_remove(handle);
+  undo_cast(handle, pushed_cast);
 }
 
-int colour_close(ORX_OBJECT *handle, intptr_t argument) {
-  return close_layer(handle, argument, colour_close, release);
-}
+using Layer = Kind<release>;
 
 // Push the layer with matrix m (4x4, of which the 3x3 part is used); the
 // description then carries target (NULL: unchanged).
 ORX_OBJECT *install(ORX_OBJECT *handle, const float m[16], const float *target) {
   ORX_IFD &d = handle->info.images[0];
-  const ORX_SCAN_FN before = handle->scan;
-  if (install_cast(handle) != 0) return handle;
-  const bool pushed_cast = handle->scan != before;
+  const CastBelow cast(handle);
+  if (!cast.ok()) return handle;  // reported
+  const bool pushed_cast = cast.pushed();
   if (d.image.count < 3 || d.image.type != ORX_C_FLOAT || d.pixel_flags != 1) {
-    if (pushed_cast) orx__cast_remove(handle);
+    undo_cast(handle, pushed_cast);
     fail(ORX_E_UNSUPPORTED, Msg::kImageType, "color transform operator");
     return handle;
   }
   auto *r = new_record<ColourRecord>();
   if (r == nullptr) {
-    if (pushed_cast) orx__cast_remove(handle);
+    undo_cast(handle, pushed_cast);
     orx__err = ORX_E_NO_MEMORY;
     return handle;
   }
   for (int i = 0; i < 9; ++i) r->m[i] = m[(i / 3) * 4 + i % 3];
-  r->width = d.window.right - d.window.left + 1;
+  r->width = span_of(d).width;
   r->pushed_cast = pushed_cast;
   const float *fields[] = {handle->info.red, handle->info.green, handle->info.blue, handle->info.white};
   for (int i = 0; i < 4; ++i) std::memcpy(r->saved[i], fields[i], sizeof r->saved[i]);
   if (target != nullptr) set_chromaticities(handle->info, target);
-  push(handle, &r->header, kColourTransform, colour_scan, colour_close);
+  push(handle, &r->header, kColourTransform, read_scan<ColourRecord, colour_rows>, Layer::close);
   return handle;
 }
 
@@ -122,8 +116,6 @@ ORX_OBJECT *orx__xyz_transform_operator(ORX_OBJECT *handle, int32_t to_xyz) {
   return install(handle, m, nullptr);
 }
 
-int orx__colour_transform_remove(ORX_OBJECT *handle) {
-  return remove(handle, colour_close, release);
-}
+int orx__colour_transform_remove(ORX_OBJECT *handle) { return Layer::remove(handle); }
 
 }  // extern "C"

@@ -36,9 +36,7 @@ void release(ORX_OBJECT *handle, LayerHeader *header) {
   ERR_free(r);
 }
 
-int display_close(ORX_OBJECT *handle, intptr_t argument) {
-  return close_layer(handle, argument, display_close, release);
-}
+using Layer = Kind<release>;
 
 // Runs one step; records its remove when it pushed a layer.
 template <class Step>
@@ -123,10 +121,10 @@ ORX_OBJECT *ORX__display(ORX_OBJECT *handle, const char *framebuffer) {
     orx__err = status;
     return handle;
   }
-  push(handle, &r->header, kDisplay, display_scan, display_close);
+  push(handle, &r->header, kDisplay, display_scan, Layer::close);
   return handle;
 }
 
-int ORX__display_remove(ORX_OBJECT *handle) { return remove(handle, display_close, release); }
+int ORX__display_remove(ORX_OBJECT *handle) { return Layer::remove(handle); }
 
 }  // extern "C"

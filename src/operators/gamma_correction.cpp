@@ -18,8 +18,8 @@ constexpr const char *kName = "gamma correction operator";
 struct GammaRecord {
   LayerHeader header;
   int32_t saved_width;
-  int32_t first_line, last_line;
-  int32_t x_offset, active_width, right_pad;
+  Span span;
+  int32_t right_pad;
   int32_t image_count;
   ORX_RESPONSE_CURVE curve;  // the composed tables, 8-bit entries
 };
@@ -28,36 +28,30 @@ const uint8_t *table(const GammaRecord &r, int32_t c) {
   return static_cast<const uint8_t *>(r.curve.curves[c]);
 }
 
-int gamma_read_scan(void *data, int32_t line, void *rows) {
-  if (data == nullptr) return locked();
-  const GammaRecord &r = *static_cast<GammaRecord *>(data);
-  const int status = forward(&r.header, line, rows);
-  if (status < 0) return status;
-  void **channels = *static_cast<void ***>(rows);
+int gamma_read_rows(GammaRecord &r, int32_t, void ***rows, int status) {
+  void **channels = *rows;
   for (int32_t c = 0; c < r.image_count; ++c) {
     const uint8_t *t = table(r, c);
-    auto *row = static_cast<uint8_t *>(channels[c]) + r.x_offset;
-    for (int32_t x = 0; x < r.active_width; ++x) row[x] = t[row[x]];
+    auto *row = static_cast<uint8_t *>(channels[c]) + r.span.x_offset;
+    for (int32_t x = 0; x < r.span.active_width; ++x) row[x] = t[row[x]];
   }
   return status;
 }
 
 // The caller's 16-bit linear samples narrow in place to 8-bit codes.
-int gamma_write_scan(void *data, int32_t line, void *rows) {
-  if (data == nullptr) return locked();
-  const GammaRecord &r = *static_cast<GammaRecord *>(data);
-  if (line < r.first_line || line > r.last_line) return forward(&r.header, line, rows);
+int gamma_write_rows(GammaRecord &r, int32_t line, void *rows) {
+  if (!r.span.active(line)) return forward(&r.header, line, rows);
   void **channels = static_cast<void **>(rows);
   const std::size_t mask = r.curve.length > 0 ? static_cast<std::size_t>(r.curve.length) - 1 : 0;
   for (int32_t c = 0; c < r.image_count; ++c) {
     const uint8_t *t = table(r, c);
     auto *bytes = static_cast<uint8_t *>(channels[c]);
-    for (int32_t x = r.x_offset; x < r.x_offset + r.active_width; ++x) {
+    for (int32_t x = r.span.x_offset; x < r.span.x_offset + r.span.active_width; ++x) {
       uint16_t sample;
       std::memcpy(&sample, bytes + 2 * static_cast<std::size_t>(x), sizeof sample);
       bytes[x] = t[sample & mask];  // byte x lies at or before sample x: safe going up
     }
-    std::memset(bytes + r.x_offset + r.active_width, 0, static_cast<std::size_t>(r.right_pad));
+    std::memset(bytes + r.span.x_offset + r.span.active_width, 0, static_cast<std::size_t>(r.right_pad));
   }
   return forward(&r.header, line, rows);
 }
@@ -69,9 +63,7 @@ void release(ORX_OBJECT *handle, LayerHeader *header) {
   ERR_free(r);
 }
 
-int gamma_close(ORX_OBJECT *handle, intptr_t argument) {
-  return close_layer(handle, argument, gamma_close, release);
-}
+using Layer = Kind<release>;
 
 }  // namespace
 }  // namespace orx::operators
@@ -101,10 +93,7 @@ ORX_OBJECT *orx__gamma_operator(ORX_OBJECT *handle, const ORX_RESPONSE_CURVE *ta
     return handle;
   auto *r = new_record<GammaRecord>();
   if (r == nullptr) return handle;
-  r->first_line = d.active.bottom;
-  r->last_line = d.active.top;
-  r->x_offset = d.active.left - d.window.left;
-  r->active_width = d.active.right - d.active.left + 1;
+  r->span = span_of(d);
   r->right_pad = d.window.right - d.active.right;
   r->image_count = d.image.count;
   r->curve = ORX_RESPONSE_CURVE{ORX_CURVE_PARAMETRIC, 1.0f, 0, 0, 1, 256, ORX_C_INTEGER, 8, nullptr};
@@ -151,10 +140,11 @@ ORX_OBJECT *orx__gamma_operator(ORX_OBJECT *handle, const ORX_RESPONSE_CURVE *ta
     d.image.bits = bits;  // the caller now writes B-bit linear samples in 16-bit storage
   }
   push(handle, &r->header, kGammaCorrection,
-       handle->access == ORX_ACCESS_READ ? gamma_read_scan : gamma_write_scan, gamma_close);
+       handle->access == ORX_ACCESS_READ ? read_scan<GammaRecord, gamma_read_rows>
+                                       : scan<GammaRecord, gamma_write_rows>, Layer::close);
   return handle;
 }
 
-int orx__gamma_remove(ORX_OBJECT *handle) { return remove(handle, gamma_close, release); }
+int orx__gamma_remove(ORX_OBJECT *handle) { return Layer::remove(handle); }
 
 }  // extern "C"

@@ -5,6 +5,7 @@
 
 #include "err/messages.hpp"
 #include "orx/err.h"
+#include "orx/operators.h"
 
 namespace orx::operators {
 namespace {
@@ -75,6 +76,44 @@ int close_layer(ORX_OBJECT *handle, intptr_t argument, ORX_CLOSE_FN close,
     return orx__err = ORX_E_UNSUPPORTED;
   }
   return handle->close(handle, argument);
+}
+
+void *allocate(uint64_t bytes) {
+  if (bytes > UINT32_MAX) {
+    no_memory();
+    return nullptr;
+  }
+  return ERR_malloc(static_cast<uint32_t>(bytes));
+}
+
+void **float_rows(ORX_IFD &d, int32_t width, const char *who) {
+  void **rows = orx__chan_alloc(&d, width, who);
+  if (rows == nullptr) no_memory();
+  return rows;
+}
+
+namespace {
+
+bool all_float(const ORX_IFD &d) {
+  return d.image.type == ORX_C_FLOAT && d.matte.type == ORX_C_FLOAT && d.aux.type == ORX_C_FLOAT;
+}
+
+}  // namespace
+
+CastBelow::CastBelow(ORX_OBJECT *handle) {
+  if (!has_image(handle)) return;
+  if (all_float(handle->info.images[0])) {
+    orx__err = 0;
+    ok_ = true;
+    return;
+  }
+  const ORX_SCAN_FN before = handle->scan;
+  orx__cast_operator(handle);
+  pushed_ = ok_ = handle->scan != before;
+}
+
+void undo_cast(ORX_OBJECT *handle, bool pushed) {
+  if (pushed) orx__cast_remove(handle);
 }
 
 void no_memory() { fail(ORX_E_NO_MEMORY, Msg::kNoMemory); }

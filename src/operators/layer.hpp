@@ -65,6 +65,15 @@ int locked();
 // Memory ran out where nothing reported it: "No more internal memory", -10.
 void no_memory();
 
+// ERR_malloc for a size that may not fit its 32-bit argument: null, and
+// reported as ERR_malloc reports, when it does not.
+void *allocate(uint64_t bytes);
+
+// Channel rows of width samples for d, whose groups are all float by now
+// (so that the only refusal left is memory running out): null, reported
+// as ERR_malloc reports, when memory ran out.
+void **float_rows(ORX_IFD &d, int32_t width, const char *who);
+
 // A zeroed operator record from ERR_malloc, or null with orx__err -10 (the
 // allocator reported it).
 template <class Record>
@@ -93,10 +102,93 @@ int install_cast(ORX_OBJECT *handle);
 // every image before quantizing it).
 ORX_OBJECT *install_clamp(ORX_OBJECT *handle, bool needs_matte);
 
+// The cast an operator that works on float samples pushes below itself.
+// Whether it is there is learnt from the handle (its scan function changed,
+// or every group was float already), never from the status word.  One undo
+// rule: the operator's record keeps pushed(), and whoever takes the
+// operator off (a failed install, remove or close) takes the cast off with
+// it through undo_cast().
+class CastBelow {
+ public:
+  explicit CastBelow(ORX_OBJECT *handle);
+  // The samples are float now.
+  bool ok() const { return ok_; }
+  bool pushed() const { return pushed_; }
+
+ private:
+  bool ok_ = false, pushed_ = false;
+};
+
+// Takes off the cast an operator pushed (nothing when it pushed none).
+void undo_cast(ORX_OBJECT *handle, bool pushed);
+
 // Call the layer below: locked() when its entry was emptied by a select.
 inline int forward(const LayerHeader *record, int32_t line, void *rows) {
   if (record->next_data == nullptr) return locked();
   return record->next_scan(record->next_data, line, rows);
+}
+
+// --- The shape of an operator -----------------------------------------------
+// An operator is a record (a LayerHeader first), a row transform, a release
+// and an install.  What every kind shares is generated here:
+//
+//   Kind<release>::close / ::remove    the close and remove protocol
+//   scan<Record, fn>                   the scan slot: locked() without a
+//                                      record, else fn(record, line, rows)
+//   read_scan<Record, transform>       reading: the line from below, then
+//                                      transform(record, line, rows, status)
+//                                      unless the read failed
+//   CastBelow / undo_cast               the float cast under a float operator
+//   Span                               the window and active area in columns
+//                                      and lines
+
+// The close and remove of one kind of layer, from its release (which frees
+// the record and restores what the layer changed).  The close function's
+// address is the kind's identity on a handle, so every kind has its own
+// release.
+template <void (*Release)(ORX_OBJECT *, LayerHeader *)>
+struct Kind {
+  static int close(ORX_OBJECT *handle, intptr_t argument) {
+    return close_layer(handle, argument, close, Release);
+  }
+  static int remove(ORX_OBJECT *handle) { return operators::remove(handle, close, Release); }
+  static LayerHeader *on_top(const ORX_OBJECT *handle) { return top(handle, close); }
+};
+
+template <class Record, int (*Fn)(Record &, int32_t, void *)>
+int scan(void *data, int32_t line, void *rows) {
+  if (data == nullptr) return locked();
+  return Fn(*static_cast<Record *>(data), line, rows);
+}
+
+template <class Record, int (*Transform)(Record &, int32_t, void ***, int)>
+int read_scan(void *data, int32_t line, void *rows) {
+  if (data == nullptr) return locked();
+  Record &r = *static_cast<Record *>(data);
+  const int status = forward(&r.header, line, rows);
+  if (status < 0) return status;
+  return Transform(r, line, static_cast<void ***>(rows), status);
+}
+
+// The columns and lines of a description's window and active area.
+struct Span {
+  int32_t width, height;    // of the window
+  int32_t x_offset;         // the active area's first column, from the window's
+  int32_t active_width;
+  int32_t first_line, last_line;  // the active area's lines
+  bool active(int32_t line) const { return line >= first_line && line <= last_line; }
+};
+
+inline Span span_of(const ORX_IFD &d) {
+  return Span{d.window.right - d.window.left + 1, d.window.top - d.window.bottom + 1,
+              d.active.left - d.window.left, d.active.right - d.active.left + 1,
+              d.active.bottom, d.active.top};
+}
+
+// Channels of the image, matte and auxiliary groups together.
+inline int32_t channel_count(const ORX_IFD &d) {
+  return (d.image.count > 0 ? d.image.count : 0) + (d.matte.count > 0 ? d.matte.count : 0) +
+         (d.aux.count > 0 ? d.aux.count : 0);
 }
 
 }  // namespace orx::operators

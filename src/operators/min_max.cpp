@@ -17,19 +17,15 @@ struct MinMaxRecord {
   int32_t offset;  // (int)(2^w x minimum): deliberately 2^w, not 2^w - 1
   float scale;     // maximum - minimum
   int32_t channels;
-  int32_t x_offset, active_width;
+  Span span;
 };
 
-int min_max_scan(void *data, int32_t line, void *rows) {
-  if (data == nullptr) return locked();
-  const MinMaxRecord &r = *static_cast<MinMaxRecord *>(data);
-  const int status = forward(&r.header, line, rows);
-  if (status < 0) return status;
-  void **channels = *static_cast<void ***>(rows);
+int min_max_rows(MinMaxRecord &r, int32_t, void ***rows, int status) {
+  void **channels = *rows;
   for (int32_t c = 0; c < r.channels; ++c) {
-    auto *row = static_cast<uint8_t *>(channels[c]) + r.x_offset;
+    auto *row = static_cast<uint8_t *>(channels[c]) + r.span.x_offset;
     // No clamping: the result wraps to 8 bits.
-    for (int32_t x = 0; x < r.active_width; ++x)
+    for (int32_t x = 0; x < r.span.active_width; ++x)
       row[x] = static_cast<uint8_t>(static_cast<int32_t>(static_cast<float>(row[x]) * r.scale) + r.offset);
   }
   return status;
@@ -37,9 +33,7 @@ int min_max_scan(void *data, int32_t line, void *rows) {
 
 void release(ORX_OBJECT *, LayerHeader *header) { ERR_free(header); }
 
-int min_max_close(ORX_OBJECT *handle, intptr_t argument) {
-  return close_layer(handle, argument, min_max_close, release);
-}
+using Layer = Kind<release>;
 
 struct GroupMessages {
   Msg type, width;
@@ -93,12 +87,11 @@ ORX_OBJECT *orx__min_max_operator(ORX_OBJECT *handle, double minimum, double max
   r->offset = static_cast<int32_t>(std::ldexp(1.0, d.image.bits) * minimum);
   r->scale = static_cast<float>(maximum - minimum);
   r->channels = d.image.count + d.matte.count + d.aux.count;
-  r->x_offset = d.active.left - d.window.left;
-  r->active_width = d.active.right - d.active.left + 1;
-  push(handle, &r->header, kMinMax, min_max_scan, min_max_close);
+  r->span = span_of(d);
+  push(handle, &r->header, kMinMax, read_scan<MinMaxRecord, min_max_rows>, Layer::close);
   return handle;
 }
 
-int orx__min_max_remove(ORX_OBJECT *handle) { return remove(handle, min_max_close, release); }
+int orx__min_max_remove(ORX_OBJECT *handle) { return Layer::remove(handle); }
 
 }  // extern "C"

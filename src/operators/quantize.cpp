@@ -19,7 +19,7 @@ struct GroupConverter {
 
 struct QuantizeRecord {
   LayerHeader header;
-  int32_t active_width, x_offset, first_line, last_line;
+  Span span;  // its last line one further when writing
   int32_t saved_types[3], saved_widths[3];
   GroupConverter groups[3];
   void **buffers;   // integer rows of the window's width
@@ -44,7 +44,7 @@ void gather(QuantizeRecord &r, void **rows) {
   for (const GroupConverter &g : r.groups) {
     for (int32_t c = 0; c < g.count; ++c, ++at) {
       if (g.convert != nullptr) {
-        g.convert(rows[at], r.buffers[at], r.x_offset, r.active_width, g.bits);
+        g.convert(rows[at], r.buffers[at], r.span.x_offset, r.span.active_width, g.bits);
         r.pointers[at] = r.buffers[at];
       } else {
         r.pointers[at] = rows[at];
@@ -53,20 +53,14 @@ void gather(QuantizeRecord &r, void **rows) {
   }
 }
 
-int quantize_read_scan(void *data, int32_t line, void *rows) {
-  if (data == nullptr) return locked();
-  QuantizeRecord &r = *static_cast<QuantizeRecord *>(data);
-  const int status = forward(&r.header, line, rows);
-  if (status < 0) return status;
-  gather(r, *static_cast<void ***>(rows));
-  *static_cast<void ***>(rows) = r.pointers;
+int quantize_read_rows(QuantizeRecord &r, int32_t, void ***rows, int) {
+  gather(r, *rows);
+  *rows = r.pointers;
   return 0;
 }
 
-int quantize_write_scan(void *data, int32_t line, void *rows) {
-  if (data == nullptr) return locked();
-  QuantizeRecord &r = *static_cast<QuantizeRecord *>(data);
-  if (line < r.first_line || line > r.last_line) return forward(&r.header, line, rows);
+int quantize_write_rows(QuantizeRecord &r, int32_t line, void *rows) {
+  if (!r.span.active(line)) return forward(&r.header, line, rows);
   gather(r, static_cast<void **>(rows));
   return forward(&r.header, line, r.pointers);
 }
@@ -87,9 +81,7 @@ void release(ORX_OBJECT *handle, LayerHeader *header) {
   ERR_free(r);
 }
 
-int quantize_close(ORX_OBJECT *handle, intptr_t argument) {
-  return close_layer(handle, argument, quantize_close, release);
-}
+using Layer = Kind<release>;
 
 // A target naming the group's own type leaves it alone, whatever width it
 // names: retyping the width alone would describe rows of one storage size
@@ -121,12 +113,10 @@ ORX_OBJECT *install(ORX_OBJECT *handle, const int32_t *const target[3], bool wri
   if (!wanted) return handle;
   auto *r = new_record<QuantizeRecord>();
   if (r == nullptr) return handle;
-  r->active_width = d.active.right - d.active.left + 1;
-  r->x_offset = d.active.left - d.window.left;
-  r->first_line = d.active.bottom;
+  r->span = span_of(d);
   // Deliberately one line more when writing: the line above the active
   // window is converted too.
-  r->last_line = d.active.top + (writing ? 1 : 0);
+  r->span.last_line += writing ? 1 : 0;
   ORX_IFD integers = d;  // the layout of the operator's own rows
   for (int g = 0; g < 3; ++g) {
     ORX_CHANNELS &c = *group(d, g);
@@ -147,7 +137,7 @@ ORX_OBJECT *install(ORX_OBJECT *handle, const int32_t *const target[3], bool wri
     c.type = target[g][0];
     c.bits = target[g][1];
   }
-  const int32_t width = d.window.right - d.window.left + 1;
+  const int32_t width = r->span.width;
   const int32_t channels = r->groups[0].count + r->groups[1].count + r->groups[2].count;
   r->buffers = orx__chan_alloc(&integers, width, "quantize operator");
   r->pointers = static_cast<void **>(ERR_malloc(sizeof(void *) * static_cast<uint32_t>(channels + 1)));
@@ -162,8 +152,9 @@ ORX_OBJECT *install(ORX_OBJECT *handle, const int32_t *const target[3], bool wri
     return handle;
   }
   for (int32_t c = 0; c <= channels; ++c) r->pointers[c] = c < channels ? r->buffers[c] : nullptr;
-  push(handle, &r->header, kQuantize, writing ? quantize_write_scan : quantize_read_scan,
-       quantize_close);
+  push(handle, &r->header, kQuantize,
+       writing ? scan<QuantizeRecord, quantize_write_rows> : read_scan<QuantizeRecord, quantize_read_rows>,
+       Layer::close);
   return handle;
 }
 
@@ -182,6 +173,6 @@ ORX_OBJECT *orx__quantize_write_operator(ORX_OBJECT *handle, const int32_t *cons
   return install(handle, target, true);
 }
 
-int orx__quantize_remove(ORX_OBJECT *handle) { return remove(handle, quantize_close, release); }
+int orx__quantize_remove(ORX_OBJECT *handle) { return Layer::remove(handle); }
 
 }  // extern "C"

@@ -9,6 +9,7 @@
 
 #include "err/messages.hpp"
 #include "operators/layer.hpp"
+#include "operators/resample_engine.hpp"
 #include "orx/err.h"
 #include "orx/operators.h"
 
@@ -35,14 +36,16 @@ struct ResampleRecord {
   float rx, ry;
   float vertical_sum;
   float current_row;
-  int32_t taps;               // Tx: weights per column
+  int32_t taps;               // Tx: weights per column at most
   int32_t cached;             // Ty
   int32_t channels;
-  float *weights;             // taps x Wd
-  int32_t *first_tap;         // source column of each column's first weight
-  int32_t *tap_count;
-  float *normalisers;         // 1 / sum of each column's weights
+  TapTable across;            // each column's weights, normalised
   CachedRow *cache;           // a ring: head is cache[head]
+  // An output line's taps: the cache entries with a weight, their weights,
+  // and their rows of one channel (cached of each).
+  const CachedRow **tap_entries;
+  float *tap_weights;
+  const float **tap_rows;
   int32_t head;
   void **out;
   const ORX_FILTER *filter;
@@ -64,19 +67,12 @@ struct ResampleRecord {
 
 float *row_of(void **rows, int32_t c) { return static_cast<float *>(rows[c]); }
 
+int32_t larger(int32_t a, int32_t b) { return a > b ? a : b; }
+
 // Filter one source row (Ws floats per channel) into Wd floats per channel.
 void filter_row(const ResampleRecord &r, void **source, void **dest) {
-  for (int32_t c = 0; c < r.channels; ++c) {
-    const float *in = row_of(source, c);
-    float *out = row_of(dest, c);
-    for (int32_t j = 0; j < r.dest_width; ++j) {
-      const float *w = r.weights + static_cast<std::size_t>(j) * r.taps;
-      const float *s = in + r.first_tap[j];
-      float sum = 0.0f;
-      for (int32_t t = 0; t < r.tap_count[j]; ++t) sum += w[t] * s[t];
-      out[j] = sum * r.normalisers[j];
-    }
-  }
+  const HorizontalKernel horizontal = row_kernels().horizontal;
+  for (int32_t c = 0; c < r.channels; ++c) horizontal(r.across, row_of(source, c), row_of(dest, c));
 }
 
 // An output line's weighted sum divided by its weights' sum, negatives cut;
@@ -96,9 +92,8 @@ void finish(const ResampleRecord &r, void **rows, float sum) {
 int resample_scan(void *data, int32_t, void *rows) {
   if (data == nullptr) return locked();
   ResampleRecord &r = *static_cast<ResampleRecord *>(data);
-  for (int32_t c = 0; c < r.channels; ++c)
-    std::memset(r.out[c], 0, sizeof(float) * static_cast<std::size_t>(r.dest_width));
   r.vertical_sum = 0.0f;
+  int32_t taken = 0;  // rows of this line with a weight, in tap_weights
   const float low = r.cy - r.ry * r.hy;
   const int32_t first = low < 0.0f ? 0 : static_cast<int32_t>(low);
   const float high = r.cy + r.ry * r.hy;
@@ -120,18 +115,23 @@ int resample_scan(void *data, int32_t, void *rows) {
     }
     const auto w = static_cast<float>(r.filter->y_kernel((static_cast<float>(s) - r.cy) * step + r.oy));
     if (w != 0.0f) {
-      for (int32_t c = 0; c < r.channels; ++c) {
-        float *out = row_of(r.out, c);
-        const float *in = row_of(entry.rows, c);
-        for (int32_t j = 0; j < r.dest_width; ++j) out[j] += w * in[j];
-      }
+      r.tap_entries[taken] = &entry;
+      r.tap_weights[taken++] = w;
       r.vertical_sum += w;
     }
     r.current_row += 1.0f;
     r.head = (r.head + 1) % r.cached;  // the entry goes to the tail
   }
   r.cy += r.ry;
-  finish(r, r.out, r.vertical_sum);
+  // The weighted sum divided by the weights' sum, negatives cut; not at all
+  // when the weights sum to exactly 1.0 (see finish()).
+  const float sum = r.vertical_sum;
+  const float scale = sum == 1.0f ? 1.0f : sum != 0.0f ? 1.0f / sum : 0.0f;
+  const VerticalKernel vertical = row_kernels().vertical;
+  for (int32_t c = 0; c < r.channels; ++c) {
+    for (int32_t k = 0; k < taken; ++k) r.tap_rows[k] = row_of(r.tap_entries[k]->rows, c);
+    vertical(r.tap_rows, r.tap_weights, taken, r.dest_width, scale, sum != 1.0f, row_of(r.out, c));
+  }
   *static_cast<void ***>(rows) = r.out;
   return 0;
 }
@@ -140,9 +140,10 @@ void free_record(ResampleRecord *r) {
   if (r == nullptr) return;
   for (int32_t i = 0; r->cache != nullptr && i < r->cached; ++i) orx__chan_free(r->cache[i].rows);
   for (int32_t i = 0; r->sums != nullptr && i < r->open; ++i) orx__chan_free(r->sums[i].rows);
-  for (void *p : {static_cast<void *>(r->cache), static_cast<void *>(r->weights),
-                  static_cast<void *>(r->first_tap), static_cast<void *>(r->tap_count),
-                  static_cast<void *>(r->normalisers), static_cast<void *>(r->out_first),
+  tap_table_free(r->across);
+  for (void *p : {static_cast<void *>(r->cache), static_cast<void *>(r->tap_entries),
+                  static_cast<void *>(r->tap_weights), static_cast<void *>(r->tap_rows),
+                  static_cast<void *>(r->out_first),
                   static_cast<void *>(r->out_last), static_cast<void *>(r->out_centre),
                   static_cast<void *>(r->sums), static_cast<void *>(r->sum_weights),
                   static_cast<void *>(r->packed)})
@@ -157,53 +158,62 @@ void release(ORX_OBJECT *handle, LayerHeader *header) {
   ORX_IFD &d = handle->info.images[0];
   d.window = r->window;
   d.active = r->active;
+  const bool pushed_cast = r->pushed_cast;
   free_record(r);
+  undo_cast(handle, pushed_cast);
 }
 
-int resample_close(ORX_OBJECT *handle, intptr_t argument) {
-  return close_layer(handle, argument, resample_close, release);
-}
+using Layer = Kind<release>;
 
-// The horizontal weights of every destination column; false when a column
-// needs more taps than were allowed for.
-void make_weights(ResampleRecord &r) {
+// Visits every destination column's source taps: column(j, first, n, centre).
+template <class Column>
+void each_column(const ResampleRecord &r, Column column) {
   float c = (r.rx - 1.0f) * 0.5f;
   float low = c - r.rx * r.hx;
   float high = c + r.rx * r.hx;
-  const float step = 1.0f / r.rx;
   const auto right = static_cast<float>(r.source_width - 1);
   for (int32_t j = 0; j < r.dest_width; ++j) {
     const int32_t first = low < 0.0f ? 0 : static_cast<int32_t>(low);
     const float last = high < right ? high : right;
-    float *w = r.weights + static_cast<std::size_t>(j) * r.taps;
-    float sum = 0.0f;
     int32_t n = 0;
-    for (int32_t s = first; static_cast<float>(s) <= last && n < r.taps; ++s, ++n) {
-      w[n] = static_cast<float>(r.filter->x_kernel((static_cast<float>(s) - c) * step + r.ox));
-      sum += w[n];
-    }
-    r.first_tap[j] = first;
-    r.tap_count[j] = n;
-    // A column whose kernel weights sum to 0 (an enlargement with a support
-    // narrower than a source pixel) gives 0, not the 0/0 of the formula.
-    r.normalisers[j] = sum != 0.0f ? 1.0f / sum : 0.0f;
+    for (int32_t s = first; static_cast<float>(s) <= last && n < r.taps; ++s) ++n;
+    column(j, first, n, c);
     c += r.rx;
     low += r.rx;
     high = last + r.rx;  // from this column's clamped bound, deliberately
   }
 }
 
-int32_t larger(int32_t a, int32_t b) { return a > b ? a : b; }
-
-// ERR_malloc for a size that may not fit its 32-bit argument (null, and
-// reported, when it does not).
-void *allocate(uint64_t bytes) {
-  if (bytes > UINT32_MAX) {
-    report(Msg::kNoMemory);
-    return nullptr;
-  }
-  return ERR_malloc(static_cast<uint32_t>(bytes));
+// The horizontal weights of every destination column, each column's
+// normalised to sum to 1 and padded to the table's stride; false when
+// memory ran out (reported).
+bool make_weights(ResampleRecord &r) {
+  int32_t widest = 1;
+  each_column(r, [&](int32_t, int32_t, int32_t n, float) { widest = larger(widest, n); });
+  const bool exact = row_kernels().exact;
+  if (!tap_table_alloc(r.across, r.dest_width, widest, r.source_width, exact)) return false;
+  const float step = 1.0f / r.rx;
+  each_column(r, [&](int32_t j, int32_t first, int32_t n, float c) {
+    float *w = r.across.weights + static_cast<std::size_t>(j) * static_cast<std::size_t>(r.across.stride);
+    float sum = 0.0f;
+    for (int32_t k = 0; k < n; ++k) {
+      w[k] = static_cast<float>(r.filter->x_kernel((static_cast<float>(first + k) - c) * step + r.ox));
+      sum += w[k];
+    }
+    // A column whose kernel weights sum to 0 (an enlargement with a support
+    // narrower than a source pixel) gives 0, not the 0/0 of the formula.
+    const float normaliser = sum != 0.0f ? 1.0f / sum : 0.0f;
+    if (exact)
+      r.across.normalisers[j] = normaliser;
+    else
+      for (int32_t k = 0; k < n; ++k) w[k] *= normaliser;
+    r.across.first[j] = first;
+    r.across.used[j] = n;
+  });
+  tap_table_finish(r.across);
+  return true;
 }
+
 
 int resample_write_scan(void *data, int32_t line, void *rows) {
   if (data == nullptr) return locked();
@@ -235,11 +245,9 @@ int resample_write_scan(void *data, int32_t line, void *rows) {
     if (static_cast<float>(s) > r.out_last[i]) continue;
     const auto w = static_cast<float>(r.filter->y_kernel((static_cast<float>(s) - r.out_centre[i]) * step + r.oy));
     if (w == 0.0f) continue;
-    for (int32_t c = 0; c < r.channels; ++c) {
-      float *out = row_of(sum.rows, c);
-      const float *in = row_of(r.out, c);
-      for (int32_t j = 0; j < r.dest_width; ++j) out[j] += w * in[j];
-    }
+    // Added exactly as reading sums its taps, so that both give the same.
+    const AccumulateKernel accumulate = row_kernels().accumulate;
+    for (int32_t c = 0; c < r.channels; ++c) accumulate(row_of(r.out, c), w, r.dest_width, row_of(sum.rows, c));
     r.sum_weights[i % r.open] += w;
   }
   // Lines whose support has passed go down; after the last row, all of them.
@@ -292,24 +300,26 @@ ResampleRecord *make_record(ORX_IFD &d, const ORX_FILTER *filter, int32_t source
   r->ox = (filter->x_phase * r->wx * 0.5f) / kPi;
   r->oy = (filter->y_phase * r->wy * 0.5f) / kPi;
   r->taps = larger(static_cast<int32_t>(r->wx), static_cast<int32_t>((r->rx + 1.0f) * r->wx)) + 1;
+  // Reading holds every row an output line spans at once (its taps are
+  // summed together): at least the support's length and two more.
   r->cached = writing ? 0
                       : larger(larger(static_cast<int32_t>(r->wy),
-                                      static_cast<int32_t>((r->ry + 1.0f) * r->wy)), 1);
-  r->channels = (d.image.count > 0 ? d.image.count : 0) + (d.matte.count > 0 ? d.matte.count : 0) +
-                (d.aux.count > 0 ? d.aux.count : 0);
+                                      static_cast<int32_t>((r->ry + 1.0f) * r->wy)),
+                               static_cast<int32_t>(r->ry * r->wy) + 2);
+  r->channels = channel_count(d);
   const auto wd = static_cast<uint64_t>(dest_width), hd = static_cast<uint64_t>(dest_height);
-  r->weights = static_cast<float *>(allocate(sizeof(float) * wd * static_cast<uint64_t>(r->taps)));
-  r->first_tap = static_cast<int32_t *>(allocate(sizeof(int32_t) * wd));
-  r->tap_count = static_cast<int32_t *>(allocate(sizeof(int32_t) * wd));
-  r->normalisers = static_cast<float *>(allocate(sizeof(float) * wd));
-  bool ok = r->weights && r->first_tap && r->tap_count && r->normalisers;
+  bool ok = make_weights(*r);
   if (ok && !writing) {
-    r->cache = static_cast<CachedRow *>(allocate(sizeof(CachedRow) * static_cast<uint64_t>(r->cached)));
-    ok = r->cache != nullptr;
-    for (int32_t i = 0; ok && i < r->cached; ++i) r->cache[i] = CachedRow{-1, nullptr};
-    if (!ok) r->cached = 0;
+    const auto n = static_cast<uint64_t>(r->cached);
+    r->cache = static_cast<CachedRow *>(allocate(sizeof(CachedRow) * n));
+    r->tap_entries = static_cast<const CachedRow **>(allocate(sizeof(CachedRow *) * n));
+    r->tap_weights = static_cast<float *>(allocate(sizeof(float) * n));
+    r->tap_rows = static_cast<const float **>(allocate(sizeof(float *) * n));
+    ok = r->cache && r->tap_entries && r->tap_weights && r->tap_rows;
+    for (int32_t i = 0; r->cache != nullptr && i < r->cached; ++i) r->cache[i] = CachedRow{-1, nullptr};
+    if (r->cache == nullptr) r->cached = 0;
     for (int32_t i = 0; ok && i < r->cached; ++i)
-      ok = (r->cache[i].rows = orx__chan_alloc(&d, dest_width, kName)) != nullptr;
+      ok = (r->cache[i].rows = float_rows(d, dest_width, kName)) != nullptr;
   }
   if (ok && writing) {
     // Output lines open at once: those whose support holds the row just
@@ -326,20 +336,16 @@ ResampleRecord *make_record(ORX_IFD &d, const ORX_FILTER *filter, int32_t source
         allocate(sizeof(float) * wd * static_cast<uint64_t>(r->channels > 0 ? r->channels : 1)));
     ok = r->out_first && r->out_last && r->out_centre && r->sums && r->sum_weights && r->packed;
     for (int32_t i = 0; ok && i < r->open; ++i)
-      ok = (r->sums[i].rows = orx__chan_alloc(&d, dest_width, kName)) != nullptr;
-    if (ok) ok = (r->in = orx__chan_alloc(&d, source_width, kName)) != nullptr;
+      ok = (r->sums[i].rows = float_rows(d, dest_width, kName)) != nullptr;
+    if (ok) ok = (r->in = float_rows(d, source_width, kName)) != nullptr;
   }
-  if (ok) ok = (r->out = orx__chan_alloc(&d, dest_width, kName)) != nullptr;
-  if (!ok) {
-    // ERR_malloc reports, the buffers do not.
-    const bool reported = orx::err::last_status() != ORX_E_NO_MEMORY;
+  if (ok) ok = (r->out = float_rows(d, dest_width, kName)) != nullptr;
+  if (!ok) {  // every allocator above reported it
     if (writing && r->sums == nullptr) r->open = 0;
     free_record(r);
-    if (!reported) no_memory();
     orx__err = ORX_E_NO_MEMORY;
     return nullptr;
   }
-  make_weights(*r);
   if (writing) {
     // Each output line's support, its centre accumulated as reading does.
     float cy = r->cy;
@@ -368,31 +374,26 @@ bool floats_in_layout(const ORX_IFD &d, int32_t layout) {
 
 ORX_OBJECT *read_install(ORX_OBJECT *handle, const ORX_FILTER *filter, ORX_WINDOW dest) {
   ORX_IFD &d = handle->info.images[0];
-  const ORX_SCAN_FN before = handle->scan;
-  if (install_cast(handle) != 0) return handle;  // the cast could not be had
-  const bool pushed_cast = handle->scan != before;
-  const auto undo_cast = [&] {
-    if (pushed_cast) orx__cast_remove(handle);
-  };
+  const CastBelow cast(handle);
+  if (!cast.ok()) return handle;  // the cast could not be had (reported)
   if (!floats_in_layout(d, 1)) {
-    undo_cast();
+    undo_cast(handle, cast.pushed());
     orx__err = ORX_E_UNSUPPORTED;
     return handle;
   }
-  ResampleRecord *r = make_record(d, filter, d.window.right - d.window.left + 1,
-                                  d.window.top - d.window.bottom + 1, dest.right - dest.left + 1,
+  ResampleRecord *r = make_record(d, filter, span_of(d).width, span_of(d).height, dest.right - dest.left + 1,
                                   dest.top - dest.bottom + 1, false);
   if (r == nullptr) {
-    undo_cast();
+    undo_cast(handle, cast.pushed());
     orx__err = ORX_E_NO_MEMORY;
     return handle;
   }
-  r->pushed_cast = pushed_cast;
+  r->pushed_cast = cast.pushed();
   r->source_bottom = d.window.bottom;
   const float start = (r->ry - 1.0f) * 0.5f - r->ry * r->hy;
   r->current_row = start < 0.0f ? 0.0f : static_cast<float>(static_cast<int32_t>(start));
   d.window = d.active = dest;
-  push(handle, &r->header, kResample, resample_scan, resample_close);
+  push(handle, &r->header, kResample, resample_scan, Layer::close);
   return handle;
 }
 
@@ -406,8 +407,8 @@ ORX_OBJECT *write_install(ORX_OBJECT *handle, const ORX_FILTER *filter, ORX_WIND
     return handle;
   }
   ResampleRecord *r = make_record(d, filter, source.right - source.left + 1,
-                                  source.top - source.bottom + 1, d.window.right - d.window.left + 1,
-                                  d.window.top - d.window.bottom + 1, true);
+                                  source.top - source.bottom + 1, span_of(d).width,
+                                  span_of(d).height, true);
   if (r == nullptr) {
     orx__err = ORX_E_NO_MEMORY;
     return handle;
@@ -415,7 +416,7 @@ ORX_OBJECT *write_install(ORX_OBJECT *handle, const ORX_FILTER *filter, ORX_WIND
   r->source_bottom = source.bottom;
   r->dest_bottom = d.window.bottom;
   d.window = d.active = source;
-  push(handle, &r->header, kResample, resample_write_scan, resample_close);
+  push(handle, &r->header, kResample, resample_write_scan, Layer::close);
   return handle;
 }
 
@@ -443,12 +444,6 @@ ORX_OBJECT *orx__resample_operator(ORX_OBJECT *handle, const ORX_FILTER *filter,
   return handle;
 }
 
-int orx__resample_remove(ORX_OBJECT *handle) {
-  LayerHeader *top = orx::operators::top(handle, resample_close);
-  const bool pushed_cast = top != nullptr && reinterpret_cast<ResampleRecord *>(top)->pushed_cast;
-  const int removed = remove(handle, resample_close, release);
-  if (removed == 1 && pushed_cast) orx__cast_remove(handle);
-  return removed;
-}
+int orx__resample_remove(ORX_OBJECT *handle) { return Layer::remove(handle); }
 
 }  // extern "C"

@@ -35,9 +35,7 @@ void release(ORX_OBJECT *handle, LayerHeader *header) {
   ERR_free(r);
 }
 
-int select_close(ORX_OBJECT *handle, intptr_t argument) {
-  return close_layer(handle, argument, select_close, release);
-}
+using Layer = Kind<release>;
 
 }  // namespace
 }  // namespace orx::operators
@@ -73,7 +71,7 @@ ORX_OBJECT *ORX__select(ORX_OBJECT *handle, int32_t image) {
   r->saved_images = handle->info.images;
   r->selected = handle->info.images[image];
   r->selected_data = handle->private_cell[image];
-  push(handle, &r->header, kSelect, select_scan, select_close);
+  push(handle, &r->header, kSelect, select_scan, Layer::close);
   // The first entry now holds the record; the saved copy is the old one.
   entries[0] = r->header.next_data;
   for (int32_t i = 1; i < count; ++i) {
@@ -85,6 +83,6 @@ ORX_OBJECT *ORX__select(ORX_OBJECT *handle, int32_t image) {
   return handle;
 }
 
-int ORX__select_remove(ORX_OBJECT *handle) { return remove(handle, select_close, release); }
+int ORX__select_remove(ORX_OBJECT *handle) { return Layer::remove(handle); }
 
 }  // extern "C"

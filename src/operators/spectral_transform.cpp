@@ -28,12 +28,8 @@ struct SpectralRecord {
   bool pushed_cast;
 };
 
-int spectral_scan(void *data, int32_t line, void *rows) {
-  if (data == nullptr) return locked();
-  SpectralRecord &r = *static_cast<SpectralRecord *>(data);
-  const int status = forward(&r.header, line, rows);
-  if (status < 0) return status;
-  void **in = *static_cast<void ***>(rows);
+int spectral_rows(SpectralRecord &r, int32_t, void ***rows, int status) {
+  void **in = *rows;
   for (int o = 0; o < 3; ++o) {
     float *out = static_cast<float *>(r.out[o]);
     const float *w = r.weights + static_cast<std::size_t>(o) * r.samples;
@@ -56,12 +52,10 @@ void release(ORX_OBJECT *handle, LayerHeader *header) {
   ERR_free(r->out[0]);
   ERR_free(r->out);
   ERR_free(r);
-  if (pushed_cast) orx__cast_remove(handle);
+  undo_cast(handle, pushed_cast);
 }
 
-int spectral_close(ORX_OBJECT *handle, intptr_t argument) {
-  return close_layer(handle, argument, spectral_close, release);
-}
+using Layer = Kind<release>;
 
 }  // namespace
 }  // namespace orx::operators
@@ -113,22 +107,22 @@ ORX_OBJECT *orx__spectral_transform_operator(ORX_OBJECT *handle, int32_t to_xyz)
       for (int o = 0; o < 3; ++o) weights[o * samples + s] = rgb[o];
     }
   }
-  const ORX_SCAN_FN before = handle->scan;
-  if (install_cast(handle) != 0) {
+  const CastBelow cast(handle);
+  if (!cast.ok()) {  // reported
     ERR_free(weights);
     return handle;
   }
-  const bool pushed_cast = handle->scan != before;
+  const bool pushed_cast = cast.pushed();
   auto *r = new_record<SpectralRecord>();
   const int32_t extra = (d.matte.count > 0 ? d.matte.count : 0) + (d.aux.count > 0 ? d.aux.count : 0);
-  const int32_t width = d.window.right - d.window.left + 1;
+  const int32_t width = span_of(d).width;
   void **out = static_cast<void **>(ERR_malloc(sizeof(void *) * static_cast<uint32_t>(4 + extra)));
   auto *block = static_cast<float *>(ERR_malloc(sizeof(float) * 3 * static_cast<uint32_t>(width)));
   if (r == nullptr || out == nullptr || block == nullptr) {
     for (void *p : {static_cast<void *>(r), static_cast<void *>(out), static_cast<void *>(block),
                     static_cast<void *>(weights)})
       ERR_free(p);
-    if (pushed_cast) orx__cast_remove(handle);
+    undo_cast(handle, pushed_cast);
     orx__err = ORX_E_NO_MEMORY;
     return handle;
   }
@@ -143,12 +137,10 @@ ORX_OBJECT *orx__spectral_transform_operator(ORX_OBJECT *handle, int32_t to_xyz)
   r->pushed_cast = pushed_cast;
   d.image.count = 3;
   d.image.name = nullptr;  // the group's name belonged to the samples
-  push(handle, &r->header, kSpectralTransform, spectral_scan, spectral_close);
+  push(handle, &r->header, kSpectralTransform, read_scan<SpectralRecord, spectral_rows>, Layer::close);
   return handle;
 }
 
-int orx__spectral_transform_remove(ORX_OBJECT *handle) {
-  return remove(handle, spectral_close, release);
-}
+int orx__spectral_transform_remove(ORX_OBJECT *handle) { return Layer::remove(handle); }
 
 }  // extern "C"

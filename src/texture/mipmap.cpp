@@ -71,6 +71,29 @@ void free_mipmap(Mipmap *m) {
   ERR_free(m);
 }
 
+// sum[x] += (row[2x] + row[2x + 1]) / 2 for the first n pixels, channel by
+// channel (pixels of channels samples): the box reduction's columns that
+// have two source columns.  The halving is exact, so multiplying by 0.5
+// gives what dividing by 2 gives.
+template <int32_t Channels>
+void reduce_pairs_of(int32_t channels, const float *row, float *sum, int32_t n) {
+  const auto ch = static_cast<std::size_t>(Channels > 0 ? Channels : channels);
+  for (std::size_t x = 0; x < static_cast<std::size_t>(n); ++x) {
+    const float *a = row + 2 * x * ch;
+    float *s = sum + x * ch;
+    for (std::size_t c = 0; c < ch; ++c) s[c] += (a[c] + a[c + ch]) * 0.5f;
+  }
+}
+
+void reduce_pairs(int32_t channels, const float *row, float *sum, int32_t n) {
+  switch (channels) {
+    case 1: return reduce_pairs_of<1>(channels, row, sum, n);
+    case 3: return reduce_pairs_of<3>(channels, row, sum, n);
+    case 4: return reduce_pairs_of<4>(channels, row, sum, n);
+    default: return reduce_pairs_of<0>(channels, row, sum, n);
+  }
+}
+
 // Store a finished row of level k and feed it to level k + 1.  The depth of
 // the calls is the number of levels, at most 16.
 int emit(Mipmap &m, int32_t k, int32_t y, const float *row) {
@@ -82,7 +105,8 @@ int emit(Mipmap &m, int32_t k, int32_t y, const float *row) {
   if (next.rows == 0 && next.next_y == 0 && y == 0) report(Msg::kMipmapLevel, k + 1);
   // Box reduction: output column x covers source columns 2x and 2x + 1, and
   // the last one also the odd column left over.
-  for (int32_t x = 0; x < next.w; ++x) {
+  reduce_pairs(m.channels, row, next.sum, next.w - 1);
+  for (int32_t x = next.w - 1; x < next.w; ++x) {
     const int32_t x0 = 2 * x < level.w ? 2 * x : level.w - 1;
     const int32_t x1 = x == next.w - 1 ? level.w : (2 * x + 2 < level.w ? 2 * x + 2 : level.w);
     for (int32_t c = 0; c < m.channels; ++c) {

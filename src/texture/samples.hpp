@@ -42,8 +42,18 @@ void float_to_integers(const float *in, int32_t step, int32_t bits, unsigned cha
   const double top = static_cast<double>((uint64_t{1} << bits) - 1);
   for (int32_t x = 0; x < n; ++x) {
     double v = in[static_cast<std::size_t>(x) * step];
-    v = v < 0.0 ? 0.0 : v > 1.0 ? 1.0 : v;
-    store<T>(row + static_cast<std::size_t>(x) * sizeof(T), static_cast<T>(v * top + 0.5));
+    if constexpr (sizeof(T) < 4) {
+      // A float times a code of up to 16 bits is exact in double, so the
+      // clamp may follow the scaling: in this form the loop has no branches.
+      const double low = 0.5, high = top + 0.5;
+      v = v * top + low;
+      v = v < low ? low : v;
+      v = v > high ? high : v;
+      store<T>(row + static_cast<std::size_t>(x) * sizeof(T), static_cast<T>(v == v ? static_cast<int32_t>(v) : 0));
+    } else {
+      v = v < 0.0 ? 0.0 : v > 1.0 ? 1.0 : v;
+      store<T>(row + static_cast<std::size_t>(x) * sizeof(T), static_cast<T>(v * top + 0.5));
+    }
   }
 }
 

@@ -7,6 +7,7 @@
 
 #include "commands.hpp"
 #include "progress.hpp"
+#include "orx/operators.h"
 #include "tool.hpp"
 
 namespace orx::tool {
@@ -26,15 +27,19 @@ int run_diff(const DiffOptions &o) {
   long differing = 0;
   int max_x = 0, max_y = 0, max_c = 0;  // where the largest difference is
   Progress progress(height);
+  RowBuffers va(channels, width), vb(channels, width);
   for (int r = 0; r < height; ++r) {
     void **ra = nullptr, **rb = nullptr;
     if (!a.read_row(0, da.window.bottom + r, &ra)) return complain(o.a);
     if (!b.read_row(0, db.window.bottom + r, &rb)) return complain(o.b);
+    for (int c = 0; c < channels; ++c) {
+      ORX_convert_row(&group_of(da, c), ra[c], &double_channel(), va.row(c), width);
+      ORX_convert_row(&group_of(db, c), rb[c], &double_channel(), vb.row(c), width);
+    }
     for (int x = 0; x < width; ++x) {
       bool pixel_differs = false;
       for (int c = 0; c < channels; ++c) {
-        const double d = std::fabs(sample(group_of(da, c), ra[c], x) -
-                                   sample(group_of(db, c), rb[c], x));
+        const double d = std::fabs(va.doubles(c)[x] - vb.doubles(c)[x]);
         if (d > max_diff) {
           max_diff = d;
           max_x = da.window.left + x;

@@ -8,6 +8,7 @@
 
 #include "commands.hpp"
 #include "orx/str.h"
+#include "orx/operators.h"
 #include "tool.hpp"
 
 namespace orx::tool {
@@ -69,15 +70,10 @@ int run_pattern(const PatternOptions &o) {
 
   const ORX_IFD &d = out.ifd(0);
   const int channels = channels_of(d);
-  const std::size_t sample_bytes = type == ORX_C_FLOAT ? 4 : bits / 8;
-  std::vector<std::vector<unsigned char>> rows(static_cast<std::size_t>(channels),
-                                               std::vector<unsigned char>(sample_bytes * w));
-  std::vector<void *> pointers;
-  for (auto &r : rows) pointers.push_back(r.data());
-  pointers.push_back(nullptr);
+  RowBuffers rows(channels, w);
+  std::vector<double> line(static_cast<std::size_t>(w));
   for (int y = 0; y < h; ++y) {
     for (int c = 0; c < channels; ++c) {
-      const ORX_CHANNELS &g = group_of(d, c);
       for (int x = 0; x < w; ++x) {
         // The matte is a soft disc; image rows count from the bottom.  The
         // colour is associated with it (premultiplied), as every matte of
@@ -85,11 +81,12 @@ int run_pattern(const PatternOptions &o) {
         const double dx = (x - w / 2.0) / w, dy = (y - h / 2.0) / h;
         const double matte =
             o.matte ? std::fmin(1.0, std::fmax(0.0, 1.6 - 3.0 * std::hypot(dx, dy))) : 1.0;
-        const double v = c < o.channels ? value(c, x, h - 1 - y, w, h) * matte : matte;
-        store(g, pointers[static_cast<std::size_t>(c)], x, v);
+        line[static_cast<std::size_t>(x)] =
+            c < o.channels ? value(c, x, h - 1 - y, w, h) * matte : matte;
       }
+      ORX_convert_row(&double_channel(), line.data(), &group_of(d, c), rows.row(c), w);
     }
-    if (!out.write_row(0, y, pointers.data())) return complain(o.out);
+    if (!out.write_row(0, y, rows.rows())) return complain(o.out);
   }
   if (!out.close()) return complain(o.out);
   return kOk;

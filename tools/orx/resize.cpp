@@ -83,20 +83,14 @@ int resize_one(const std::string &in_path, const std::string &out_path, const Re
   Image out;
   if (!out.open_write(out_path, o.type, like)) return complain(out_path);
   const int channels = channels_of(written);
-  std::vector<std::vector<double>> storage(static_cast<std::size_t>(channels),
-                                           std::vector<double>(static_cast<std::size_t>(wd)));
-  std::vector<void *> out_rows;
-  for (auto &row : storage) out_rows.push_back(row.data());
-  out_rows.push_back(nullptr);
+  RowBuffers storage(channels, wd);
   const ORX_IFD &filtered = in.ifd(0);
   for (int32_t y = 0; y < hd; ++y) {
     void **rows = nullptr;
     if (!in.read_row(0, y, &rows)) return complain(in_path);
     for (int c = 0; c < channels; ++c)
-      for (int x = 0; x < wd; ++x)
-        store(group_of(written, c), out_rows[static_cast<std::size_t>(c)], x,
-              sample(group_of(filtered, c), rows[c], x));
-    if (!out.write_row(0, y, out_rows.data())) return complain(out_path);
+      ORX_convert_row(&group_of(filtered, c), rows[c], &group_of(written, c), storage.row(c), wd);
+    if (!out.write_row(0, y, storage.rows())) return complain(out_path);
   }
   if (!out.close()) return complain(out_path);
   return kOk;

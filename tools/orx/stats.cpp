@@ -7,6 +7,7 @@
 
 #include "commands.hpp"
 #include "progress.hpp"
+#include "orx/operators.h"
 #include "tool.hpp"
 
 namespace orx::tool {
@@ -58,12 +59,15 @@ int stats_of(const std::string &file, const std::string &type) {
     std::vector<ChannelStats> stats(static_cast<std::size_t>(channels));
     bool floating = false;
     for (int c = 0; c < channels; ++c) floating = floating || group_of(d, c).type != ORX_C_INTEGER;
+    RowBuffers values(channels, width);
     for (int32_t y = d.window.bottom; y <= d.window.top; ++y) {
       void **row = nullptr;
       if (!image.read_row(i, y, &row)) return complain(file);
-      for (int c = 0; c < channels; ++c)
-        for (int x = 0; x < width; ++x)
-          stats[static_cast<std::size_t>(c)].add(sample(group_of(d, c), row[c], x));
+      for (int c = 0; c < channels; ++c) {
+        ORX_convert_row(&group_of(d, c), row[c], &double_channel(), values.row(c), width);
+        const double *v = values.doubles(c);
+        for (int x = 0; x < width; ++x) stats[static_cast<std::size_t>(c)].add(v[x]);
+      }
       progress.step();
     }
     std::printf("  image %d: %d x %d, channels", i, width, height_of(d));

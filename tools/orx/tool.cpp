@@ -346,52 +346,15 @@ std::string channel_label(const ORX_IFD &ifd, int c) {
   return "aux " + std::to_string(c - ifd.matte.count);
 }
 
-double sample(const ORX_CHANNELS &g, const void *row, int x) {
-  const auto *p = static_cast<const unsigned char *>(row);
-  if (g.type == ORX_C_FLOAT) {
-    float f;
-    std::memcpy(&f, p + 4 * x, 4);
-    return f;
-  }
-  if (g.type == ORX_C_DOUBLE) {
-    double d;
-    std::memcpy(&d, p + 8 * x, 8);
-    return d;
-  }
-  const double scale = std::ldexp(1.0, g.bits > 0 ? g.bits : 8) - 1.0;
-  if (g.bits <= 8) return p[x] / scale;
-  if (g.bits <= 16) {
-    uint16_t v;
-    std::memcpy(&v, p + 2 * x, 2);
-    return v / scale;
-  }
-  uint32_t v;
-  std::memcpy(&v, p + 4 * x, 4);
-  return v / scale;
+RowBuffers::RowBuffers(int channels, int width)
+    : storage_(static_cast<std::size_t>(channels), std::vector<double>(static_cast<std::size_t>(width))) {
+  for (auto &row : storage_) pointers_.push_back(row.data());
+  pointers_.push_back(nullptr);
 }
 
-void store(const ORX_CHANNELS &g, void *row, int x, double v) {
-  auto *p = static_cast<unsigned char *>(row);
-  if (g.type == ORX_C_FLOAT) {
-    const auto f = static_cast<float>(v);
-    std::memcpy(p + 4 * x, &f, 4);
-    return;
-  }
-  if (g.type == ORX_C_DOUBLE) {
-    std::memcpy(p + 8 * x, &v, 8);
-    return;
-  }
-  const double scale = std::ldexp(1.0, g.bits > 0 ? g.bits : 8) - 1.0;
-  const double clamped = v < 0.0 ? 0.0 : v > 1.0 ? 1.0 : v;
-  const auto q = static_cast<uint32_t>(clamped * scale + 0.5);
-  if (g.bits <= 8) {
-    p[x] = static_cast<unsigned char>(q);
-  } else if (g.bits <= 16) {
-    const auto w = static_cast<uint16_t>(q);
-    std::memcpy(p + 2 * x, &w, 2);
-  } else {
-    std::memcpy(p + 4 * x, &q, 4);
-  }
+const ORX_CHANNELS &double_channel() {
+  static const ORX_CHANNELS kDouble{nullptr, 1, ORX_C_DOUBLE, 64, 0};
+  return kDouble;
 }
 
 const char *type_name(int32_t type) {

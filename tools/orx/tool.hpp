@@ -132,10 +132,24 @@ const ORX_CHANNELS &group_of(const ORX_IFD &ifd, int c);
 // A channel's name for people: "red", "green", "blue" for the colour
 // channels of an "rgb" group, else "image 0", "matte 0", "aux 1"...
 std::string channel_label(const ORX_IFD &ifd, int c);
-// Sample x of a channel row as a value from 0 to 1 (integers) or as stored
-// (floating point), and the reverse.
-double sample(const ORX_CHANNELS &g, const void *row, int x);
-void store(const ORX_CHANNELS &g, void *row, int x, double v);
+// Rows of one line for every channel, each wide enough for width samples of
+// any type, for a line converted with ORX_convert_row.
+class RowBuffers {
+ public:
+  RowBuffers(int channels, int width);
+  void *row(int c) { return pointers_[static_cast<std::size_t>(c)]; }
+  // Every channel's row, then a null entry, as ORX_scan_write takes them.
+  void **rows() { return pointers_.data(); }
+  // Row c as doubles (after converting into it with to_double()).
+  const double *doubles(int c) const { return static_cast<const double *>(pointers_[static_cast<std::size_t>(c)]); }
+
+ private:
+  std::vector<std::vector<double>> storage_;
+  std::vector<void *> pointers_;
+};
+// The description of a row of doubles, for ORX_convert_row.
+const ORX_CHANNELS &double_channel();
+
 // "integer", "float" or "double".
 const char *type_name(int32_t type);
 

@@ -1,0 +1,49 @@
+#!/usr/bin/env bash
+# Whole-process resize of a 3840x2160 RGBA 8-bit noise image to 1920x1080
+# with Lanczos-3, single thread, in one run against the other resizers on
+# the machine: libvips through sharp (when SHARP_DIR names a directory whose
+# node_modules holds it: `npm install sharp` there), Debian's vips command
+# line, Pillow (/usr/bin/python3) and ImageMagick.  Each reads an
+# uncompressed file of its own (orx: RLA; the others: TIFF) and writes one.
+# Peers that are not installed are left out.  Prints compare_commands.sh's
+# table: medians and the ratio of each to orx.
+#   bench/resize_vs_peers.sh [build dir, default build/release] [runs, default 7] [WxH source]
+set -euo pipefail
+build=${1:-build/release}
+runs=${2:-7}
+size=${3:-3840x2160}
+orx=$(realpath "$build/tools/orx")
+here=$(cd "$(dirname "$0")" && pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+w=${size%x*}
+h=${size#*x}
+dw=$((w / 2))
+dh=$((h / 2))
+oiiotool --pattern noise:type=uniform:min=0:max=1 "$size" 4 -d uint8 --compression none -o in.tif
+oiiotool in.tif -o in.rla
+commands=("'$orx' resize in.rla out.rla --size ${dw}x${dh} --filter lanczos3")
+if [ -n "${SHARP_DIR:-}" ] && [ -d "$SHARP_DIR/node_modules/sharp" ]; then
+  cat >sharp.js <<JS
+const sharp = require('$SHARP_DIR/node_modules/sharp');
+sharp.concurrency(1);
+sharp.cache(false);
+sharp('in.tif').resize($dw, $dh, {kernel: 'lanczos3', fit: 'fill'}).toFile('sharp.tif');
+JS
+  commands+=("node sharp.js")
+fi
+if command -v vips >/dev/null; then
+  commands+=("VIPS_CONCURRENCY=1 vips resize in.tif vips.tif 0.5 --kernel lanczos3")
+fi
+if /usr/bin/python3 -c 'import PIL' 2>/dev/null; then
+  cat >pil.py <<PY
+from PIL import Image
+Image.open('in.tif').resize(($dw, $dh), Image.LANCZOS).save('pil.tif')
+PY
+  commands+=("/usr/bin/python3 pil.py")
+fi
+if command -v convert >/dev/null; then
+  commands+=("convert -limit thread 1 in.tif -filter Lanczos -resize ${dw}x${dh}! magick.tif")
+fi
+"$here/compare_commands.sh" "$runs" "${commands[@]}"

@@ -1,0 +1,222 @@
+// The shared resampling row kernels, portable and AVX2+FMA, and the choice
+// between them.
+#include "operators/resample_engine.hpp"
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+
+#include "operators/layer.hpp"
+
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#include <immintrin.h>
+#define ORX_HAVE_AVX2_KERNELS 1
+#endif
+
+namespace orx::operators {
+
+bool tap_table_alloc(TapTable &t, int32_t count, int32_t taps, int32_t source, bool normalisers) {
+  t = TapTable{};
+  t.count = count;
+  t.source = source;
+  t.stride = (taps + kTapBlock - 1) / kTapBlock * kTapBlock;
+  if (t.stride < kTapBlock) t.stride = kTapBlock;
+  const uint64_t n = static_cast<uint64_t>(count);
+  t.weights = static_cast<float *>(allocate(sizeof(float) * n * static_cast<uint64_t>(t.stride)));
+  t.first = static_cast<int32_t *>(allocate(sizeof(int32_t) * n));
+  t.used = static_cast<int32_t *>(allocate(sizeof(int32_t) * n));
+  if (normalisers) t.normalisers = static_cast<float *>(allocate(sizeof(float) * n));
+  if (t.weights == nullptr || t.first == nullptr || t.used == nullptr ||
+      (normalisers && t.normalisers == nullptr)) {
+    tap_table_free(t);
+    return false;
+  }
+  for (uint64_t j = 0; normalisers && j < n; ++j) t.normalisers[j] = 1.0f;
+  std::memset(t.weights, 0, sizeof(float) * n * static_cast<uint64_t>(t.stride));
+  std::memset(t.first, 0, sizeof(int32_t) * n);
+  std::memset(t.used, 0, sizeof(int32_t) * n);
+  return true;
+}
+
+void tap_table_free(TapTable &t) {
+  ERR_free(t.weights);
+  ERR_free(t.first);
+  ERR_free(t.used);
+  ERR_free(t.normalisers);
+  t = TapTable{};
+}
+
+void tap_table_finish(TapTable &t) {
+  // first[] never decreases along the axis, so the pixels whose whole
+  // stride lies inside the source are a prefix.
+  t.fast = 0;
+  while (t.fast < t.count && int64_t{t.first[t.fast]} + t.stride <= t.source) ++t.fast;
+}
+
+namespace {
+
+// Pixels j0..count-1 tap by tap, in order: the fast kernels' tail, and the
+// exact arithmetic (with the normaliser) for every pixel.
+inline void horizontal_ordered(const TapTable &t, int32_t j0, const float *in, float *out) {
+  for (int32_t j = j0; j < t.count; ++j) {
+    const float *w = t.weights + static_cast<std::size_t>(j) * static_cast<std::size_t>(t.stride);
+    const float *s = in + t.first[j];
+    float sum = 0.0f;
+    for (int32_t k = 0; k < t.used[j]; ++k) sum += w[k] * s[k];
+    out[j] = t.normalisers != nullptr ? sum * t.normalisers[j] : sum;
+  }
+}
+
+void horizontal_exact(const TapTable &t, const float *in, float *out) {
+  horizontal_ordered(t, 0, in, out);
+}
+
+void horizontal_portable(const TapTable &t, const float *in, float *out) {
+  const auto stride = static_cast<std::size_t>(t.stride);
+  for (int32_t j = 0; j < t.fast; ++j) {
+    const float *w = t.weights + static_cast<std::size_t>(j) * stride;
+    const float *s = in + t.first[j];
+    float lanes[kTapBlock] = {};
+    for (std::size_t k = 0; k < stride; k += kTapBlock)
+      for (int32_t l = 0; l < kTapBlock; ++l) lanes[l] += w[k + l] * s[k + l];
+    out[j] = ((lanes[0] + lanes[4]) + (lanes[1] + lanes[5])) +
+             ((lanes[2] + lanes[6]) + (lanes[3] + lanes[7]));
+  }
+  horizontal_ordered(t, t.fast, in, out);
+}
+
+inline float finish_one(float v, float scale, bool cut) {
+  v *= scale;
+  return cut && v < 0.0f ? 0.0f : v;
+}
+
+void vertical_portable(const float *const *rows, const float *weights, int32_t n, int32_t width,
+                       float scale, bool cut, float *out) {
+  constexpr int32_t kBlock = 64;  // sums kept in a small block the compiler can hold in registers
+  for (int32_t x0 = 0; x0 < width; x0 += kBlock) {
+    const int32_t m = width - x0 < kBlock ? width - x0 : kBlock;
+    float sums[kBlock] = {};
+    for (int32_t k = 0; k < n; ++k) {
+      const float w = weights[k];
+      const float *row = rows[k] + x0;
+      for (int32_t x = 0; x < m; ++x) sums[x] += w * row[x];
+    }
+    for (int32_t x = 0; x < m; ++x) out[x0 + x] = finish_one(sums[x], scale, cut);
+  }
+}
+
+void accumulate_portable(const float *row, float weight, int32_t width, float *sums) {
+  for (int32_t x = 0; x < width; ++x) sums[x] += weight * row[x];
+}
+
+#ifdef ORX_HAVE_AVX2_KERNELS
+
+__attribute__((target("avx2,fma"))) inline __m256 dot(const float *w, const float *s,
+                                                       std::size_t stride) {
+  __m256 acc = _mm256_mul_ps(_mm256_loadu_ps(w), _mm256_loadu_ps(s));
+  for (std::size_t k = kTapBlock; k < stride; k += kTapBlock)
+    acc = _mm256_fmadd_ps(_mm256_loadu_ps(w + k), _mm256_loadu_ps(s + k), acc);
+  return acc;
+}
+
+// Eight pixels at a time: eight vectors of partial sums, added across by a
+// tree of horizontal adds that leaves pixel i in lane i.
+__attribute__((target("avx2,fma"))) void horizontal_avx2(const TapTable &t, const float *in,
+                                                         float *out) {
+  const auto stride = static_cast<std::size_t>(t.stride);
+  int32_t j = 0;
+  for (; j + 8 <= t.fast; j += 8) {
+    const float *w = t.weights + static_cast<std::size_t>(j) * stride;
+    const int32_t *f = t.first + j;
+    const __m256 a0 = dot(w, in + f[0], stride), a1 = dot(w + stride, in + f[1], stride);
+    const __m256 a2 = dot(w + 2 * stride, in + f[2], stride), a3 = dot(w + 3 * stride, in + f[3], stride);
+    const __m256 a4 = dot(w + 4 * stride, in + f[4], stride), a5 = dot(w + 5 * stride, in + f[5], stride);
+    const __m256 a6 = dot(w + 6 * stride, in + f[6], stride), a7 = dot(w + 7 * stride, in + f[7], stride);
+    const __m256 s0 = _mm256_hadd_ps(_mm256_hadd_ps(a0, a1), _mm256_hadd_ps(a2, a3));
+    const __m256 s1 = _mm256_hadd_ps(_mm256_hadd_ps(a4, a5), _mm256_hadd_ps(a6, a7));
+    const __m256 sum = _mm256_add_ps(_mm256_permute2f128_ps(s0, s1, 0x20),
+                                     _mm256_permute2f128_ps(s0, s1, 0x31));
+    _mm256_storeu_ps(out + j, sum);
+  }
+  for (; j < t.fast; ++j) {
+    const __m256 a = dot(t.weights + static_cast<std::size_t>(j) * stride, in + t.first[j], stride);
+    const __m128 q = _mm_add_ps(_mm256_castps256_ps128(a), _mm256_extractf128_ps(a, 1));
+    const __m128 p = _mm_add_ps(q, _mm_movehl_ps(q, q));
+    out[j] = _mm_cvtss_f32(_mm_add_ss(p, _mm_shuffle_ps(p, p, 1)));
+  }
+  horizontal_ordered(t, t.fast, in, out);
+}
+
+__attribute__((target("avx2,fma"))) void vertical_avx2(const float *const *rows,
+                                                       const float *weights, int32_t n,
+                                                       int32_t width, float scale, bool cut,
+                                                       float *out) {
+  const __m256 vscale = _mm256_set1_ps(scale), zero = _mm256_setzero_ps();
+  int32_t x = 0;
+  for (; x + 16 <= width; x += 16) {
+    __m256 s0 = zero, s1 = zero;
+    for (int32_t k = 0; k < n; ++k) {
+      const __m256 w = _mm256_set1_ps(weights[k]);
+      s0 = _mm256_fmadd_ps(w, _mm256_loadu_ps(rows[k] + x), s0);
+      s1 = _mm256_fmadd_ps(w, _mm256_loadu_ps(rows[k] + x + 8), s1);
+    }
+    s0 = _mm256_mul_ps(s0, vscale);
+    s1 = _mm256_mul_ps(s1, vscale);
+    if (cut) {
+      s0 = _mm256_max_ps(zero, s0);  // a sum that is not a number stays one
+      s1 = _mm256_max_ps(zero, s1);
+    }
+    _mm256_storeu_ps(out + x, s0);
+    _mm256_storeu_ps(out + x + 8, s1);
+  }
+  for (; x < width; ++x) {
+    float s = 0.0f;
+    for (int32_t k = 0; k < n; ++k) s = std::fma(weights[k], rows[k][x], s);
+    out[x] = finish_one(s, scale, cut);
+  }
+}
+
+__attribute__((target("avx2,fma"))) void accumulate_avx2(const float *row, float weight,
+                                                         int32_t width, float *sums) {
+  const __m256 w = _mm256_set1_ps(weight);
+  int32_t x = 0;
+  for (; x + 8 <= width; x += 8)
+    _mm256_storeu_ps(sums + x, _mm256_fmadd_ps(w, _mm256_loadu_ps(row + x), _mm256_loadu_ps(sums + x)));
+  for (; x < width; ++x) sums[x] = std::fma(weight, row[x], sums[x]);
+}
+
+const RowKernels kAvx2{horizontal_avx2, vertical_avx2, accumulate_avx2, "avx2", false};
+
+#endif
+
+const RowKernels kPortable{horizontal_portable, vertical_portable, accumulate_portable, "portable",
+                           false};
+// The portable vertical kernels already add rows in order, one rounding each.
+const RowKernels kExact{horizontal_exact, vertical_portable, accumulate_portable, "exact", true};
+
+}  // namespace
+
+const RowKernels &portable_kernels() { return kPortable; }
+const RowKernels &exact_kernels() { return kExact; }
+
+const RowKernels *avx2_kernels() {
+#ifdef ORX_HAVE_AVX2_KERNELS
+  static const bool has = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
+  return has ? &kAvx2 : nullptr;
+#else
+  return nullptr;
+#endif
+}
+
+const RowKernels &row_kernels() {
+  static const RowKernels *chosen = [] {
+    const char *wanted = std::getenv("ORX_KERNELS");
+    if (wanted != nullptr && std::strcmp(wanted, "exact") == 0) return &kExact;
+    if (wanted != nullptr && std::strcmp(wanted, "portable") == 0) return &kPortable;
+    const RowKernels *fast = avx2_kernels();
+    return fast != nullptr ? fast : &kPortable;
+  }();
+  return *chosen;
+}
+
+}  // namespace orx::operators

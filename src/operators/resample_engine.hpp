@@ -1,0 +1,75 @@
+// The row engine the resampling filter and the scale operator share: one
+// axis's weights as a table of normalised weights per output pixel, padded
+// with zeros to a fixed tap count so that every pixel's taps are one run of
+// whole vectors, and the two row kernels that apply such tables (across a
+// row, and down a stack of rows with the sums held in registers).
+//
+// The kernels are chosen once per process from the environment variable
+// ORX_KERNELS, read at the first use: unset (or "auto"), AVX2 with FMA where
+// the processor has them, else the portable loops; "portable", the portable
+// loops whatever the processor (how both are tested on one machine);
+// "exact", the resampling filter's reference arithmetic: each column's taps
+// added in order with the weights as the kernel gave them and the sum then
+// divided by theirs, each output line's rows added in order, all in single
+// precision, one rounding per operation (slower; for hosts that must match
+// results computed that way to the bit).
+#pragma once
+
+#include <cstdint>
+
+namespace orx::operators {
+
+// One axis: count output pixels, each the weighted sum of stride source
+// samples from first[j] on (weights beyond a pixel's own taps are 0).
+struct TapTable {
+  int32_t count = 0;   // output pixels
+  int32_t stride = 0;  // taps per pixel, a multiple of kTapBlock
+  int32_t source = 0;  // source samples along the axis
+  int32_t fast = 0;    // pixels 0..fast-1 read whole strides inside the source
+  float *weights = nullptr;  // count x stride
+  float *normalisers = nullptr;  // count, exact arithmetic only: the sums' divisors' reciprocals
+  int32_t *first = nullptr;  // count
+  int32_t *used = nullptr;   // count: taps up to the last non-padding one
+};
+
+constexpr int32_t kTapBlock = 8;
+
+// Allocates a table for count pixels of at most taps taps each (weights 0);
+// false when memory ran out (reported by the allocator, the table emptied).
+// With normalisers, the table also holds one per pixel (set to 1).
+bool tap_table_alloc(TapTable &t, int32_t count, int32_t taps, int32_t source,
+                     bool normalisers = false);
+void tap_table_free(TapTable &t);
+// Once every pixel's first and used are set: the fast prefix.
+void tap_table_finish(TapTable &t);
+
+// Filters one source row (t.source floats) into t.count floats.
+using HorizontalKernel = void (*)(const TapTable &t, const float *in, float *out);
+// out[j] = (sum over k < n of weights[k] x rows[k][j]) x scale for j < width,
+// then cut below 0 when cut is set.
+using VerticalKernel = void (*)(const float *const *rows, const float *weights, int32_t n,
+                                int32_t width, float scale, bool cut, float *out);
+
+// sums[j] += weight x row[j] for j < width, each sum rounded exactly as
+// the vertical kernel rounds its running sums: adding rows one at a time in
+// order and finishing with the same scale and cut gives its result to the
+// bit.
+using AccumulateKernel = void (*)(const float *row, float weight, int32_t width, float *sums);
+
+struct RowKernels {
+  HorizontalKernel horizontal;
+  VerticalKernel vertical;
+  AccumulateKernel accumulate;
+  const char *name;  // "avx2", "portable" or "exact"
+  bool exact;        // tables keep raw weights and normalisers
+};
+
+// The kernels for this processor (see above).
+const RowKernels &row_kernels();
+// The portable kernels and, where the processor has it, the AVX2 ones (null
+// otherwise), whatever the environment says: for tests that compare them.
+const RowKernels &portable_kernels();
+const RowKernels *avx2_kernels();
+const RowKernels &exact_kernels();
+
+}  // namespace orx::operators
