@@ -15,6 +15,9 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   # Image tools the interoperability tests compare against (skipped when missing).
   openimageio-tools graphicsmagick imagemagick
+  # The Python package (cffi, numpy), its tests and the peer they compare with;
+  # setuptools and wheel let pip install it offline.
+  python3-cffi python3-numpy python3-pytest python3-openimageio python3-setuptools python3-wheel
 )
 
 if [ "${1:-}" = "--list" ]; then
