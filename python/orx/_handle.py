@@ -77,7 +77,11 @@ class ImageFile:
         obj = lib.ORX_open(request, b"r")
         lib.ORX_info_cleanup(request, 1)
         if obj == ffi.NULL:
-            raise _errors.fail(0, self.path)
+            error = _errors.fail(0, self.path)
+            # Some plug-ins report a missing file as not of their format.
+            if isinstance(error, _errors.BadInputError) and not os.path.lexists(self.path):
+                error = _errors.NotFoundError(error.message, error.status)
+            raise error
         self._cell[0] = obj
         self._finalizer = weakref.finalize(self, _close_cell, self._cell)
         self.images: list[Description] = [self._describe(i) for i in range(obj.info.image_count)]
@@ -438,7 +442,7 @@ class Writer:
         lib.ORX_info_cleanup(request, 1)
         if obj == ffi.NULL:
             self._output.discard()
-            raise _errors.fail(0, self.path)
+            raise self._output.told(_errors.fail(0, self.path))
         self._cell = ffi.new("ORX_OBJECT **", obj)
         self._finalizer = weakref.finalize(self, _abandon, self._cell, self._output)
         self.description = from_info(obj.info, 0, ffi.string(obj.format.key).decode())
@@ -454,7 +458,7 @@ class Writer:
     def _write_rows(self, r: int, rows) -> None:
         _errors.clear()
         if lib.ORX_scan_write(self._cell[0], self._top - r, rows) != 0:
-            raise _errors.fail(-20, self.path)
+            raise self._output.told(_errors.fail(-20, self.path))
 
     def write_row(self, r: int, row: np.ndarray) -> None:
         """Write array row r (width, channels) of the image."""
@@ -473,7 +477,7 @@ class Writer:
         _errors.clear()
         if lib.ORX_close(obj) != 0:
             self._output.discard()
-            raise _errors.fail(-20, self.path)
+            raise self._output.told(_errors.fail(-20, self.path))
         self._output.commit()
 
     def abandon(self) -> None:

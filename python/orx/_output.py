@@ -41,6 +41,16 @@ class SafeOutput:
         os.replace(self.path, self.final)
         self.path = self.final
 
+    def told(self, error):
+        """error with the library's mentions of the temporary name told with
+        the name the caller gave."""
+        if self.path != self.final and self.path in error.message:
+            error.message = error.message.replace(self.path, self.final)
+            base = os.path.basename
+            error.message = error.message.replace(base(self.path), base(self.final))
+            error.args = (error.message,)
+        return error
+
     def discard(self) -> None:
         if self.path != self.final:
             try:

@@ -3,6 +3,7 @@ lookups."""
 from __future__ import annotations
 
 import os
+import weakref
 
 import numpy as np
 
@@ -32,13 +33,13 @@ def _through_process(source: str | os.PathLike, target: str | os.PathLike, reque
             _errors.clear()
             out = lib.IMP_open(info, request, b"w")
         if out == ffi.NULL:
-            raise _errors.fail(-16, os.fspath(target))
+            raise output.told(_errors.fail(-16, os.fspath(target)))
         try:
             w = image.window
             for y in range(w.bottom, w.top + 1):
                 rows = src._line(y)
                 if lib.ORX_scan_write(out, y, rows) != 0:
-                    raise _errors.fail(-20, os.fspath(target))
+                    raise output.told(_errors.fail(-20, os.fspath(target)))
         except BaseException:
             lib.ORX_close(out)
             output.discard()
@@ -46,7 +47,7 @@ def _through_process(source: str | os.PathLike, target: str | os.PathLike, reque
         _errors.clear()
         if lib.ORX_close(out) != 0:
             output.discard()
-            raise _errors.fail(-20, os.fspath(target))
+            raise output.told(_errors.fail(-20, os.fspath(target)))
         output.commit()
 
 
@@ -106,7 +107,7 @@ class Texture:
         self._tex = lib.ORX_tex_open(os.fsencode(path), TEXTURE_TYPES[type])
         if self._tex == ffi.NULL:
             raise _errors.fail(0, os.fspath(path))
-        self._tex = ffi.gc(self._tex, lib.ORX_tex_close)
+        self._close = weakref.finalize(self, lib.ORX_tex_close, self._tex)
         self.levels = int(lib.ORX_tex_levels(self._tex))
         self.channels = int(lib.ORX_tex_channels(self._tex))
         self._out = ffi.new("float[]", max(self.channels, 1))
@@ -132,9 +133,8 @@ class Texture:
         return out
 
     def close(self) -> None:
-        if self._tex is not None:
-            lib.ORX_tex_close(ffi.gc(self._tex, None))
-            self._tex = None
+        """Release the texture and its row cache."""
+        self._close()
 
     def __enter__(self) -> "Texture":
         return self

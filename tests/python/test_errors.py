@@ -20,6 +20,7 @@ def corrupt(tmp_path, ext):
 CASES = [  # (what, extension, call, exception, words of the message)
     ("missing", "rla", lambda p, ext: orx.read(p / "nope.rla"), orx.NotFoundError, "nope.rla"),
     ("missing", "png", lambda p, ext: orx.open(p / "nope.png"), orx.NotFoundError, "nope.png"),
+    ("missing", "exr", lambda p, ext: orx.open(p / "nope.exr"), orx.NotFoundError, "nope.exr"),
     ("cut short", "rla", lambda p, ext: orx.read(corrupt(p, ext)), orx.BadInputError, "bad.rla"),
     ("cut short", "png", lambda p, ext: orx.read(corrupt(p, ext)), orx.BadInputError, "bad.png"),
     ("cut short", "exr", lambda p, ext: orx.read(corrupt(p, ext)), orx.BadInputError, "bad.exr"),
