@@ -1,10 +1,9 @@
 """Moving channel scanline buffers in and out of numpy rows.
 
 A channel scanline buffer holds one row per channel (colour, matte,
-auxiliary, then colour index).  The buffers the library builds keep those
-rows one after another in one block, each rounded up to an even byte count,
-so one strided view of the block is the whole line as (width, channels): a
-row moves with one numpy copy, which is the copy the C host makes.
+auxiliary, then colour index), each only 2-byte aligned: numpy copies from
+and to them byte-wise safe views, one row per channel, the copies the C
+host makes.
 """
 from __future__ import annotations
 
@@ -44,52 +43,33 @@ def channel_dtypes(d: Description) -> list[np.dtype]:
 
 
 class RowView:
-    """Views of the rows of a channel scanline buffer as one (width, channels)
-    array, remade only when the buffer moves."""
+    """numpy views of the rows of a channel scanline buffer, remade only when
+    the buffer moves.  A line moves one channel at a time: each copy reads a
+    contiguous row, which numpy does faster than one strided copy of the
+    whole line."""
 
     def __init__(self, d: Description) -> None:
         self.width = d.window.width
         self.dtypes = channel_dtypes(d)
         self.channels = len(self.dtypes)
         self._key = None
-        self._view = None
+        self._views: list[np.ndarray] = []
 
-    def _row_bytes(self, c: int) -> int:
-        n = self.width * self.dtypes[c].itemsize
-        return n + (n & 1)
-
-    def view(self, rows) -> np.ndarray | list[np.ndarray]:
-        """The line in rows (a void ** of the library) as arrays."""
-        first = int(ffi.cast("uintptr_t", rows[0]))
-        if first == self._key:
-            return self._view
-        addresses = [int(ffi.cast("uintptr_t", rows[c])) for c in range(self.channels)]
-        step = self._row_bytes(0)
-        uniform = all(dt == self.dtypes[0] for dt in self.dtypes)
-        if uniform and all(a == first + c * step for c, a in enumerate(addresses)):
-            block = ffi.buffer(rows[0], step * self.channels)
-            self._view = np.ndarray((self.width, self.channels), self.dtypes[0], block,
-                                    strides=(self.dtypes[0].itemsize, step))
-        else:
-            self._view = [np.frombuffer(ffi.buffer(rows[c], self._row_bytes(c)), self.dtypes[c],
-                                        self.width) for c in range(self.channels)]
-        self._key = first
-        return self._view
+    def view(self, rows) -> list[np.ndarray]:
+        """The line in rows (a void ** of the library), one array per channel."""
+        key = tuple(int(ffi.cast("uintptr_t", rows[c])) for c in range(self.channels))
+        if key != self._key:
+            self._views = [np.frombuffer(ffi.buffer(rows[c], self.width * dt.itemsize), dt)
+                           for c, dt in enumerate(self.dtypes)]
+            self._key = key
+        return self._views
 
     def get(self, rows, out: np.ndarray) -> None:
         """Copy the line into out, (width, channels)."""
-        v = self.view(rows)
-        if isinstance(v, list):
-            for c, row in enumerate(v):
-                out[:, c] = row
-        else:
-            out[...] = v
+        for c, row in enumerate(self.view(rows)):
+            out[:, c] = row
 
     def put(self, rows, line: np.ndarray) -> None:
         """Copy line, (width, channels), into the buffer rows."""
-        v = self.view(rows)
-        if isinstance(v, list):
-            for c, row in enumerate(v):
-                row[...] = line[:, c]
-        else:
-            v[...] = line
+        for c, row in enumerate(self.view(rows)):
+            row[...] = line[:, c]
