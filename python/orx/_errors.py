@@ -74,6 +74,17 @@ def _describe(status: int) -> str:
     return _DESCRIPTIONS.get(status, f"failed with status {status}")
 
 
+def _library_message() -> str:
+    """The library's own record of this thread's newest failure, when it
+    keeps one."""
+    from ._ffi import ffi, lib
+    if hasattr(lib, "ORX_last_message"):
+        text = lib.ORX_last_message()
+        if text != ffi.NULL:
+            return ffi.string(text).decode(errors="replace")
+    return ""
+
+
 def last_message() -> str:
     """The newest error the library reported on this thread since clear()."""
     return getattr(_local, "message", "")
@@ -100,7 +111,7 @@ def status(returned: int = 0) -> int:
 def fail(returned: int = 0, what: str | None = None) -> Error:
     """The exception for a call that just failed on this thread."""
     code = status(returned)
-    text = last_message() or _describe(code)
+    text = last_message() or _library_message() or _describe(code)
     if what and what not in text:
         text = f"{what}: {text}"
     return error_from_status(code, text)

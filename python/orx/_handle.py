@@ -17,6 +17,16 @@ from .image import Image
 REGION_LAYOUTS = {(1, 1): 7, (1, 2): 1, (3, 1): 8, (4, 1): 5, (4, 2): 3}  # (channels, bytes)
 
 
+def _region_layout(d: Description, dtype: np.dtype) -> int | None:
+    """The region layout that is exactly the image's grey, RGB or RGBA
+    pixels of 8 or 16 bits, or None: such lines the library interleaves."""
+    groups = [g for g in (d.image, d.matte, d.aux) if g.count]
+    exact = all(g.type == INTEGER and g.bits == dtype.itemsize * 8 for g in groups)
+    if not exact or dtype.kind != "u" or d.aux.count or d.image.count not in (1, 3):
+        return None
+    return REGION_LAYOUTS.get((d.channels, dtype.itemsize))
+
+
 def _close_cell(cell) -> None:
     if cell[0] != ffi.NULL:
         obj, cell[0] = cell[0], ffi.NULL
@@ -301,10 +311,8 @@ class ImageFile:
             return self.read()
         out = np.empty(d.shape, np.dtype(dtype) if dtype is not None else view.dtypes[0])
         _errors.clear()
-        layout = REGION_LAYOUTS.get((d.channels, out.itemsize))
-        if (layout and out.dtype.kind == "u" and {d.image.bits, d.matte.bits if d.matte.count
-                                                   else d.image.bits} == {out.itemsize * 8}
-                and d.aux.count == 0 and d.image.count in (1, 3)):
+        layout = _region_layout(d, out.dtype)
+        if layout:
             self._read_regions(d, out, layout)
         else:
             top = d.window.top
@@ -444,11 +452,14 @@ class Writer:
             self._output.discard()
             raise self._output.told(_errors.fail(0, self.path))
         self._cell = ffi.new("ORX_OBJECT **", obj)
-        self._finalizer = weakref.finalize(self, _abandon, self._cell, self._output)
+        self._buffer_cell = ffi.new("void ***")
+        self._finalizer = weakref.finalize(self, _abandon, self._cell, self._buffer_cell,
+                                           self._output)
         self.description = from_info(obj.info, 0, ffi.string(obj.format.key).decode())
         upwards = obj.format != ffi.NULL and obj.format.orientation & 1
         self.row_order = list(range(height))[::-1] if upwards else list(range(height))
         self._buffer = lib.ORX_chan_alloc(obj.info.images, width, b"python", ffi.NULL)
+        self._buffer_cell[0] = self._buffer
         if self._buffer == ffi.NULL:
             self.abandon()
             raise _errors.fail(-10, self.path)
@@ -473,7 +484,7 @@ class Writer:
             return
         self._finalizer.detach()
         obj, self._cell[0] = self._cell[0], ffi.NULL
-        lib.ORX_chan_free(self._buffer)
+        _free_buffer(self._buffer_cell)
         _errors.clear()
         if lib.ORX_close(obj) != 0:
             self._output.discard()
@@ -483,7 +494,7 @@ class Writer:
     def abandon(self) -> None:
         """Close without keeping anything written."""
         self._finalizer.detach()
-        _abandon(self._cell, self._output)
+        _abandon(self._cell, self._buffer_cell, self._output)
 
     def __enter__(self) -> "Writer":
         return self
@@ -495,6 +506,13 @@ class Writer:
             self.abandon()
 
 
-def _abandon(cell, output: SafeOutput) -> None:
+def _free_buffer(cell) -> None:
+    if cell[0] != ffi.NULL:
+        buffer, cell[0] = cell[0], ffi.NULL
+        lib.ORX_chan_free(buffer)
+
+
+def _abandon(cell, buffer_cell, output: SafeOutput) -> None:
+    _free_buffer(buffer_cell)
     _close_cell(cell)
     output.discard()
