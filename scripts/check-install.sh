@@ -64,7 +64,7 @@ if [ -x "$python" ] && "$python" -c "import numpy, cffi" 2>/dev/null; then
   (cd "$work" && env -u ORX_LIBRARY -u ORX_PLUGIN_PATH PYTHONPATH="$site" "$python" -c '
 import orx, sys
 assert orx.read("a.rla").shape == (16, 64, 3), "the copy reads back differently"
-assert str(orx._ffi.library_path).startswith(sys.argv[1]), orx._ffi.library_path
+assert str(orx.library_path).startswith(sys.argv[1]), orx.library_path
 if len(sys.argv) > 2:
     assert "tgood" in [k for k, _, _ in orx.formats()], "the installed plug-in is not loaded"
 ' "$work/moved" ${plugin:+with-plugin}) || fail "the installed Python package does not work"

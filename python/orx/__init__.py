@@ -13,7 +13,7 @@ import numpy as np
 
 from ._errors import (BadInputError, Error, NotFoundError, OutOfMemoryError,
                       UnsupportedError, WriteError)
-from ._ffi import lib as _lib, ffi as _ffi, plugin_directories, start as _start
+from ._ffi import ffi as _cffi, lib as _lib, library_path, plugin_directories
 from ._handle import ImageFile, Writer, formats
 from .description import Description, Group, Window
 from .image import Image
@@ -23,12 +23,13 @@ from .sequence import frame_path, frames, sequence
 __all__ = ["read", "write", "open", "formats", "version", "Image", "ImageFile", "Writer",
            "Description", "Window", "Group", "Error", "NotFoundError", "BadInputError",
            "UnsupportedError", "OutOfMemoryError", "WriteError", "maketx", "swatch", "fields",
-           "texture", "Texture", "frames", "sequence", "frame_path", "plugin_directories"]
+           "texture", "Texture", "frames", "sequence", "frame_path", "plugin_directories",
+           "library_path"]
 
 
 def version() -> str:
     """The loaded library's version, "MAJOR.MINOR.PATCH"."""
-    return _ffi.string(_lib.ORX_version(_ffi.NULL, _ffi.NULL, _ffi.NULL)).decode()
+    return _cffi.string(_lib.ORX_version(_cffi.NULL, _cffi.NULL, _cffi.NULL)).decode()
 
 
 def open(path: str | os.PathLike, mode: str = "r", *, type: str | None = None,

@@ -100,6 +100,7 @@ class Description:
         return (self.window.height, self.window.width, self.channels)
 
     def replace(self, **changes: Any) -> "Description":
+        """A copy with some fields changed."""
         return replace(self, **changes)
 
 
