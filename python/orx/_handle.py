@@ -10,7 +10,7 @@ import numpy as np
 from . import _errors
 from ._ffi import ffi, lib, start, state_lock
 from ._output import SafeOutput
-from ._rows import RowView, channel_dtypes, group_dtype, group_of
+from ._rows import RowView, channel_dtypes, group_of
 from .description import INTEGER, TEXTS, Description, from_info
 from .image import Image
 
@@ -96,6 +96,9 @@ class ImageFile:
         self._finalizer = weakref.finalize(self, _close_cell, self._cell)
         self.images: list[Description] = [self._describe(i) for i in range(obj.info.image_count)]
         self._rows = ffi.new("void ***")
+        # A resampling layer hands its lines out bottom row first, in
+        # sequence, whatever order the file keeps them in.
+        self._upwards_only = False
 
     # --- the description ---------------------------------------------------
     def _object(self):
@@ -116,6 +119,7 @@ class ImageFile:
 
     @property
     def shape(self) -> tuple[int, int, int]:
+        """(height, width, channels) as reading will hand the image out."""
         return self.description.shape
 
     # --- closing -------------------------------------------------------------
@@ -234,6 +238,7 @@ class ImageFile:
         self._filter = keep  # the layer keeps a pointer to the filter
         self._coded(lambda: self._push("resize", lib.orx__resample_operator, chosen,
                                        0, width - 1, 0, height - 1))
+        self._upwards_only = True
         return self
 
     def crop(self, x0: int, y0: int, x1: int, y1: int) -> "ImageFile":
@@ -271,7 +276,9 @@ class ImageFile:
     def display(self, framebuffer: str | None = None) -> "ImageFile":
         """What a framebuffer shows: primaries, size, depth and gamma."""
         fb = framebuffer.encode() if framebuffer else ffi.NULL
-        return self._push("display", lib.ORX__display, fb)
+        self._push("display", lib.ORX__display, fb)
+        self._upwards_only = True  # the chain may resize
+        return self
 
     # --- reading -----------------------------------------------------------------
     def _line(self, y: int):
@@ -280,13 +287,19 @@ class ImageFile:
             raise _errors.fail(-18, f"{self.path}: line {y}")
         return self._rows[0]
 
-    def _order(self, d: Description, rows: range) -> list[int]:
-        """Array rows in the order the file stores them."""
-        return list(rows)[::-1] if d.orientation & 1 else list(rows)
+    def _order(self, d: Description, rows: range, upwards: bool = False) -> list[int]:
+        """Array rows in the order the lines come: as the file stores them,
+        bottom row first after a resampling layer or when asked to."""
+        up = upwards or self._upwards_only or d.orientation & 1
+        return list(rows)[::-1] if up else list(rows)
 
     def lines(self, y0: int = 0, y1: int | None = None, *, dtype=None) -> Iterator[np.ndarray]:
         """Rows y0..y1-1 (row 0 at the top) as (width, channels) arrays, one
         at a time; each array is new (the library's buffer is reused)."""
+        if self._upwards_only:
+            raise _errors.UnsupportedError(
+                f"{self.path}: a resized image comes bottom row first, in sequence: "
+                "read() or copy_to() it", -16)
         if dtype is not None:
             self.astype(dtype)
         d = self.description
@@ -359,7 +372,7 @@ class ImageFile:
         d = self.description
         with Writer(path, d.shape, channel_dtypes(d)[0], type=type, like=self,
                     **description) as out:
-            for r in out.row_order:
+            for r in self._order(d, range(d.window.height), out.row_order[0] != 0):
                 rows = self._line(d.window.top - r)
                 out._write_rows(r, rows)
 
