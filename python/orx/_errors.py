@@ -92,17 +92,22 @@ def last_message() -> str:
 
 def clear() -> None:
     _local.message = ""
+    _local.status = 0
 
 
 def status(returned: int = 0) -> int:
     """The status of this thread's failing call: the library's thread-local
-    status when it has one, else the call's own negative result, else the
+    status when it has one, else the status seen when the failure was
+    reported on this thread, else the call's own negative result, else the
     process-wide orx__err (exact while one thread uses the library)."""
     from ._ffi import lib
     if hasattr(lib, "ORX_last_status"):
         value = int(lib.ORX_last_status())
         if value:
             return value
+    seen = getattr(_local, "status", 0)
+    if seen:
+        return seen
     if returned < 0:
         return returned
     return int(lib.orx__err) or -1
@@ -129,6 +134,9 @@ def install(lib, ffi) -> None:
         text = ffi.string(message).decode(errors="replace") if message != ffi.NULL else ""
         if severity >= ERR_ERROR:
             _local.message = text
+            # The library sets its status before it reports: read here, on
+            # the failing thread, it is not yet another thread's.
+            _local.status = int(lib.orx__err)
         elif severity == ERR_WARNING:
             log.warning("%s", text)
         else:

@@ -94,7 +94,8 @@ class ImageFile:
             raise error
         self._cell[0] = obj
         self._finalizer = weakref.finalize(self, _close_cell, self._cell)
-        self.images: list[Description] = [self._describe(i) for i in range(obj.info.image_count)]
+        self._images: list[Description] | None = None
+        self._description: Description | None = None
         self._rows = ffi.new("void ***")
         # A resampling layer hands its lines out bottom row first, in
         # sequence, whatever order the file keeps them in.
@@ -115,7 +116,16 @@ class ImageFile:
     @property
     def description(self) -> Description:
         """The image as reading will hand it out now (after the layers)."""
-        return self._describe(0)
+        if self._description is None:
+            self._description = self._describe(0)
+        return self._description
+
+    @property
+    def images(self) -> list[Description]:
+        """Every image of the file, as opened (before any layer)."""
+        if self._images is None:
+            self._images = [self._describe(i) for i in range(self._object().info.image_count)]
+        return self._images
 
     @property
     def shape(self) -> tuple[int, int, int]:
@@ -140,7 +150,9 @@ class ImageFile:
 
     # --- operators -------------------------------------------------------------
     def _push(self, what: str, install, *args) -> "ImageFile":
+        self.images  # the file's images as opened, kept before a layer changes them
         obj = self._object()
+        self._description = None
         with state_lock:
             _errors.clear()
             install(obj, *args)
@@ -156,6 +168,7 @@ class ImageFile:
     def _coded(self, push) -> None:
         """Push layers that would linearise 8-bit codes with a gamma, with the
         gamma set aside so that codes are scaled as they are (0..255 to 0..1)."""
+        self.images
         d = self._object().info.images[0]
         gamma = d.curve.gamma
         d.curve.gamma = 1.0

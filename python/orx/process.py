@@ -91,7 +91,7 @@ def fields(path: str | os.PathLike) -> ImageFile:
         raise _errors.BadInputError(_errors.last_message() or
                                     f"{path}: not a field file with its partner", -1)
     f._cell[0] = merged
-    f.images = [f._describe(0)]
+    f._images, f._description = None, None
     return f
 
 
