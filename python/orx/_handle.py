@@ -426,7 +426,8 @@ class Writer:
                  type: str | None = None, like=None, matte: int | None = None,
                  gamma: float | None = None, image_name: str | None = None,
                  aux_name: str | None = None, chromaticities: dict | None = None,
-                 frame: int | None = None, job: int | None = None, **texts: str) -> None:
+                 frame: int | None = None, job: int | None = None,
+                 settings: Sequence[int | float | None] | None = None, **texts: str) -> None:
         start()
         self.path = os.fspath(path)
         height, width, channels = shape
@@ -466,6 +467,8 @@ class Writer:
             setattr(request, k, _save(v))
         for k, xy in {**(d.chromaticities if source else {}), **(chromaticities or {})}.items():
             getattr(request, k)[0:2] = [float(xy[0]), float(xy[1])]
+        if settings:
+            request.settings = self._settings(settings)
         request.frame = d.frame if frame is None else frame
         request.job = d.job if job is None else job
         request.images = ffi.cast("ORX_IFD *", lib.ERR_malloc(ffi.sizeof("ORX_IFD")))
@@ -491,6 +494,23 @@ class Writer:
             raise _errors.fail(-10, self.path)
         self._view = RowView(self.description)
         self._top = self.description.window.top
+
+    def _settings(self, values: Sequence[int | float | None]):
+        """The format's settings by position in its capability table (README,
+        "Format plug-ins"): an int or a float, None to leave one unset.  Kept
+        alive with the writer: the object refers to them until closed."""
+        cells = ffi.new("ORX_CAP_SETTING[]", len(values))
+        pointers = ffi.new("ORX_CAP_SETTING *[]", len(values) + 1)
+        for i, v in enumerate(values):
+            if v is None:
+                cells[i].code = 65535
+            elif isinstance(v, float):
+                cells[i].code, cells[i].value.f = 1, v
+            else:
+                cells[i].code, cells[i].value.i = 0, int(v)
+            pointers[i] = ffi.addressof(cells, i)
+        self._kept_settings = (cells, pointers)
+        return pointers
 
     def _write_rows(self, r: int, rows) -> None:
         _errors.clear()

@@ -9,6 +9,7 @@ from conftest import needs, pattern
 ROUND_TRIPS = [
     ("rla", np.uint8, 3, np.uint8, 0), ("rla", np.uint8, 4, np.uint8, 0),
     ("rla", np.uint16, 5, np.uint16, 0), ("rla", np.float32, 4, np.float32, 0),
+    ("rla", np.float64, 3, np.float64, 0),
     ("png", np.uint8, 1, np.uint8, 0), ("png", np.uint8, 2, np.uint8, 0),
     ("png", np.uint8, 4, np.uint8, 0), ("png", np.uint16, 3, np.uint16, 0),
     ("tif", np.uint8, 1, np.uint8, 0), ("tif", np.uint16, 4, np.uint16, 0),
@@ -47,6 +48,13 @@ def test_dtype_conversion_by_the_library(tmp_path, dtype):
     assert b.dtype == dtype
     scale = 1.0 if np.dtype(dtype).kind == "f" else np.iinfo(dtype).max
     assert np.abs(b / scale - a / 65535.0).max() <= 1.0 / min(scale, 65535) + 1e-6
+
+
+def test_format_settings_by_position(tmp_path):
+    needs("exr")
+    a = np.random.default_rng(1).random((5, 7, 3)).astype(np.float32)
+    orx.write(tmp_path / "f.exr", a, settings=[None, 1])  # pixel type float, not half
+    assert np.array_equal(orx.read(tmp_path / "f.exr"), a)
 
 
 def test_description_survives_a_round_trip(tmp_path):
