@@ -15,6 +15,7 @@ log = logging.getLogger("orx")
 _local = threading.local()
 
 ERR_WARNING, ERR_ERROR, ERR_FATAL = 2, 3, 4
+ORX_E_FIELD_MISSING = -5
 
 
 class Error(Exception):

@@ -88,9 +88,11 @@ class ImageFile:
         lib.ORX_info_cleanup(request, 1)
         if obj == ffi.NULL:
             error = _errors.fail(0, self.path)
-            # Some plug-ins report a missing file as not of their format.
-            if isinstance(error, _errors.BadInputError) and not os.path.lexists(self.path):
-                error = _errors.NotFoundError(error.message, error.status)
+            # Some plug-ins report a missing file as not of their format, and
+            # without a per-thread status another thread may have cleared it.
+            vague = error.__class__ is _errors.Error or isinstance(error, _errors.BadInputError)
+            if vague and not os.path.lexists(self.path):
+                error = _errors.NotFoundError(error.message, _errors.ORX_E_FIELD_MISSING)
             raise error
         self._cell[0] = obj
         self._finalizer = weakref.finalize(self, _close_cell, self._cell)
