@@ -66,7 +66,9 @@ def write(path: str | os.PathLike, image: np.ndarray, *, type: str | None = None
     frame=, job=, image_name=, aux_name= and the header texts (name, desc,
     program, machine, user, date, time, filter).  settings= lists the
     format's own settings by position (README, "Format plug-ins"): for EXR
-    [compression, pixel type], e.g. [None, 1] for float pixels.  The samples are stored as
+    [compression, pixel type], e.g. [None, 1] for float pixels.
+    attributes= adds named attributes ({"ICCProfile": b"..."}) where the
+    library keeps them; the format stores those it can.  The samples are stored as
     they are typed (uint8, uint16, uint32, float32, float64) where the format
     can hold them; formats narrower than the data convert as their plug-in
     says (README, "Format plug-ins")."""

@@ -128,6 +128,18 @@ const char *ORX_last_message(void);
 const char *ORX_strerror(int32_t status);
 """)
 
+# Named attributes of the images of a record, in libraries that have them
+# (orx/attributes.h); looked up lazily like the status getters.
+ffi.cdef("""
+typedef struct ORX_ATTR {
+  const char *name; int32_t image; int32_t type; int32_t count; int32_t reserved; const void *data;
+} ORX_ATTR;
+int ORX_attr_set(ORX_INFO *info, int32_t image, const char *name, int32_t type, int32_t count,
+                 const void *data);
+int32_t ORX_attr_count(const ORX_INFO *info, int32_t image);
+const ORX_ATTR *ORX_attr_at(const ORX_INFO *info, int32_t image, int32_t index);
+""")
+
 _libc = ffi.dlopen(None)
 ffi.cdef("void *dlopen(const char *file, int mode); char *dlerror(void);")
 RTLD_NOW, RTLD_LOCAL = 2, 0

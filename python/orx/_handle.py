@@ -11,7 +11,8 @@ from . import _errors
 from ._ffi import ffi, lib, start, state_lock
 from ._output import SafeOutput
 from ._rows import RowView, channel_dtypes, group_of
-from .description import INTEGER, TEXTS, Description, from_info
+from .description import (INTEGER, TEXTS, Description, from_info, has_attributes,
+                          set_attributes)
 from .image import Image
 
 REGION_LAYOUTS = {(1, 1): 7, (1, 2): 1, (3, 1): 8, (4, 1): 5, (4, 2): 3}  # (channels, bytes)
@@ -429,7 +430,8 @@ class Writer:
                  gamma: float | None = None, image_name: str | None = None,
                  aux_name: str | None = None, chromaticities: dict | None = None,
                  frame: int | None = None, job: int | None = None,
-                 settings: Sequence[int | float | None] | None = None, **texts: str) -> None:
+                 settings: Sequence[int | float | None] | None = None,
+                 attributes: dict | None = None, **texts: str) -> None:
         start()
         self.path = os.fspath(path)
         height, width, channels = shape
@@ -476,6 +478,8 @@ class Writer:
         request.images = ffi.cast("ORX_IFD *", lib.ERR_malloc(ffi.sizeof("ORX_IFD")))
         request.image_count = 1
         _fill_ifd(request.images, d, width, height, self.dtype, channels, groups)
+        if has_attributes():
+            set_attributes(request, 0, {**(d.attributes if source else {}), **(attributes or {})})
         _errors.clear()
         obj = lib.ORX_open(request, b"w")
         lib.ORX_info_cleanup(request, 1)

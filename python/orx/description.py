@@ -60,8 +60,10 @@ class Description:
     format: str | None = None
     chromaticities: dict[str, tuple[float, float]] = _field(default_factory=dict)
     texts: dict[str, str] = _field(default_factory=dict)
-    # Named attributes the format reports beyond the fixed fields; today the
-    # header texts and the format's name, a place for plug-in metadata.
+    # Named attributes the format reports beyond the fixed fields (ICC
+    # profile, orientation, part names...: orx/attributes.h, names as
+    # OpenImageIO's); a library without them gives the header texts and the
+    # format's key here instead.
     attributes: dict[str, Any] = _field(default_factory=dict)
 
     @property
@@ -116,15 +118,63 @@ def _window(w) -> Window:
     return Window(int(w.left), int(w.right), int(w.bottom), int(w.top))
 
 
+ATTR_STRING, ATTR_INT, ATTR_FLOAT, ATTR_DOUBLE, ATTR_BYTES = 1, 2, 3, 4, 5
+_ATTR_C = {ATTR_INT: "int32_t", ATTR_FLOAT: "float", ATTR_DOUBLE: "double"}
+
+
+def has_attributes() -> bool:
+    """Whether the loaded library keeps named attributes (orx/attributes.h)."""
+    from ._ffi import lib
+    return hasattr(lib, "ORX_attr_count")
+
+
+def _attributes(info, i: int) -> dict[str, Any]:
+    """Image i's named attributes: str, bytes, or a number (a list for arrays)."""
+    from ._ffi import lib
+    found: dict[str, Any] = {}
+    for k in range(int(lib.ORX_attr_count(info, i))):
+        a = lib.ORX_attr_at(info, i, k)
+        name, n = _text(a.name), int(a.count)
+        if a.type == ATTR_STRING:
+            value: Any = _text(ffi.cast("const char *", a.data))
+        elif a.type == ATTR_BYTES:
+            value = ffi.unpack(ffi.cast("const char *", a.data), n)
+        elif a.type in _ATTR_C:
+            value = ffi.unpack(ffi.cast(_ATTR_C[a.type] + " *", a.data), n)
+            value = value[0] if n == 1 else value
+        else:
+            continue
+        found[name] = value
+    return found
+
+
+def set_attributes(info, i: int, attributes: dict[str, Any]) -> None:
+    """Put attributes on image i of a request (the format keeps what it can)."""
+    from ._ffi import lib
+    for name, value in attributes.items():
+        if isinstance(value, str):
+            kind, data, n = ATTR_STRING, ffi.new("char[]", value.encode()), 1
+        elif isinstance(value, (bytes, bytearray)):
+            kind, data, n = ATTR_BYTES, ffi.from_buffer(bytes(value)), len(value)
+        else:
+            values = list(value) if isinstance(value, (list, tuple)) else [value]
+            if not values:
+                continue
+            kind = ATTR_INT if all(isinstance(v, int) for v in values) else ATTR_FLOAT
+            data, n = ffi.new(_ATTR_C[kind] + "[]", values), len(values)
+        lib.ORX_attr_set(info, i, name.encode(), kind, n, data)
+
+
 def from_info(info, i: int, format_key: str | None = None) -> Description:
     """The description of image i of an ORX_INFO (a cffi struct)."""
     d = info.images[i]
     texts = {k: v for k in TEXTS if (v := _text(getattr(info, k))) is not None}
     chroma = {k: (float(getattr(info, k)[0]), float(getattr(info, k)[1]))
               for k in ("red", "green", "blue", "white")}
-    attributes: dict[str, Any] = dict(texts)
-    if format_key:
-        attributes["format"] = format_key
+    if has_attributes():
+        attributes = _attributes(info, i)
+    else:  # a library without named attributes: what the header has
+        attributes = dict(texts, **({"format": format_key} if format_key else {}))
     return Description(
         window=_window(d.window), active=_window(d.active), image=_group(d.image),
         matte=_group(d.matte), aux=_group(d.aux), index=_group(d.index),
