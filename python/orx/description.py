@@ -132,6 +132,8 @@ def _attributes(info, i: int) -> dict[str, Any]:
     """Image i's named attributes: str, bytes, or a number (a list for arrays)."""
     from ._ffi import lib
     found: dict[str, Any] = {}
+    if ffi.typeof(info).kind != "pointer":  # a record inside an object
+        info = ffi.addressof(info)
     for k in range(int(lib.ORX_attr_count(info, i))):
         a = lib.ORX_attr_at(info, i, k)
         name, n = _text(a.name), int(a.count)

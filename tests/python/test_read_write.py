@@ -50,6 +50,16 @@ def test_dtype_conversion_by_the_library(tmp_path, dtype):
     assert np.abs(b / scale - a / 65535.0).max() <= 1.0 / min(scale, 65535) + 1e-6
 
 
+def test_named_attributes(tmp_path):
+    needs("exr")
+    orx.write(tmp_path / "n.exr", pattern(4, 6, 4, np.float32), name="plate")
+    got = orx.read(tmp_path / "n.exr").attributes
+    if orx.description.has_attributes():  # the library's own, as OpenImageIO names them
+        assert got["channelnames"] == "R,G,B,A"
+    else:  # the header texts and the format stand in
+        assert (got["name"], got["format"]) == ("plate", "exr")
+
+
 def test_format_settings_by_position(tmp_path):
     needs("exr")
     a = np.random.default_rng(1).random((5, 7, 3)).astype(np.float32)
@@ -65,7 +75,7 @@ def test_description_survives_a_round_trip(tmp_path):
     assert (b.texts["name"], b.texts["program"], b.frame) == ("plate", "pytest", 7)
     assert b.gamma == 1.0 and b.chromaticities["white"] == pytest.approx((0.3127, 0.329), 1e-4)
     assert b.channel_names == ["R", "G", "B", "A"] and b.window.width == 10
-    assert b.attributes["name"] == "plate"
+    assert b.format == "rla"
 
 
 oiio = pytest.importorskip("OpenImageIO")
