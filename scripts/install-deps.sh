@@ -15,9 +15,12 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   # Image tools the interoperability tests compare against (skipped when missing).
   openimageio-tools graphicsmagick imagemagick
-  # The Python package (cffi, numpy), its tests and the peer they compare with;
-  # setuptools and wheel let pip install it offline.
-  python3-cffi python3-numpy python3-pytest python3-openimageio python3-setuptools python3-wheel
+  # OpenEXR's own tools make files for the fidelity tests, which read them
+  # through OpenImageIO's Python module as well.
+  openexr python3-openimageio
+  # The Python package (cffi, numpy) and its tests, which compare with
+  # OpenImageIO's module above; setuptools and wheel let pip install it offline.
+  python3-cffi python3-numpy python3-pytest python3-setuptools python3-wheel
 )
 
 if [ "${1:-}" = "--list" ]; then

@@ -128,7 +128,9 @@ typedef struct ORX_INFO {
   int32_t timing_end;
   int32_t frame_count; /* frames in a multi-frame file; 0 */
   uint8_t enabled;     /* 1 */
-  uint64_t reserved[3];
+  uint64_t reserved[3]; /* [0]: the record's attribute list, reached only through
+                           orx/attributes.h (0: none); [1], [2]: unused, copied
+                           through unchanged */
 } ORX_INFO;
 
 /* --- Records --------------------------------------------------------------- */
@@ -138,7 +140,7 @@ ORX_API void ORX_info_init(ORX_INFO *info);
 /* A new initialised record from ERR_malloc, or NULL when memory is short. */
 ORX_API ORX_INFO *ORX_info_alloc(void);
 /* Clear the validity marker; with free_strings non-zero also free the
- * record's strings, the four channel-group names of each descriptor and the
+ * record's strings, its attributes (orx/attributes.h), the four channel-group names of each descriptor and the
  * descriptor array, nulling each pointer.  A descriptor's aspect and curve
  * tables stay the caller's.  A record that is not initialised gets a
  * two-line complaint on standard error, and the call carries on. */

@@ -19,6 +19,7 @@
 #include "orx/byt.h"
 
 #include "orx/orx.h"
+#include "orx/attributes.h"
 #include "orx/plugin.h"
 #include "orx/registry.h"
 #include "orx/capability.h"

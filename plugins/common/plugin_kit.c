@@ -8,6 +8,7 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 
+#include "orx/attributes.h"
 #include "orx/err.h"
 #include "orx/limits.h"
 
@@ -574,4 +575,51 @@ int kit_claim(const char *who, const char *path, int *created) {
 void kit_release(const char *path, int created) {
   struct stat now;
   if (created && stat(path, &now) == 0 && S_ISREG(now.st_mode)) remove(path);
+}
+
+/* --- Attributes ------------------------------------------------------------ */
+
+int kit_narrowed(ORX_OBJECT *object, int32_t image, const char *format, ...) {
+  char note[256], joined[1024];
+  va_list args;
+  va_start(args, format);
+  vsnprintf(note, sizeof note, format, args);
+  va_end(args);
+  const char *before = ORX_attr_get_string(&object->info, image, "orx:narrowed");
+  if (before != NULL && strstr(before, note) != NULL) return 1;
+  snprintf(joined, sizeof joined, "%s%s%s", before != NULL ? before : "",
+           before != NULL ? ", " : "", note);
+  return ORX_attr_set_string(&object->info, image, "orx:narrowed", joined) == 0;
+}
+
+/* --- Colour metadata ------------------------------------------------------- */
+
+const float kit_rec709[8] = {0.64f, 0.33f, 0.30f, 0.60f, 0.15f, 0.06f, 0.3127f, 0.3290f};
+
+static int kit_same_xy(const ORX_INFO *info, const float xy[8]) {
+  const float *have[4] = {info->red, info->green, info->blue, info->white};
+  for (int i = 0; i < 4; ++i)
+    if (fabsf(have[i][0] - xy[2 * i]) > 1e-4f || fabsf(have[i][1] - xy[2 * i + 1]) > 1e-4f)
+      return 0;
+  return 1;
+}
+
+int kit_chromaticities_informative(const ORX_INFO *info, const float format_default[8]) {
+  ORX_INFO placeholder;
+  ORX_info_init(&placeholder);
+  const float library[8] = {placeholder.red[0],   placeholder.red[1],  placeholder.green[0],
+                            placeholder.green[1], placeholder.blue[0], placeholder.blue[1],
+                            placeholder.white[0], placeholder.white[1]};
+  ORX_info_cleanup(&placeholder, 0);
+  return !kit_same_xy(info, library) &&
+         (format_default == NULL || !kit_same_xy(info, format_default));
+}
+
+void kit_set_chromaticities(ORX_INFO *info, const float xy[8]) {
+  float *to[4] = {info->red, info->green, info->blue, info->white};
+  for (int i = 0; i < 4; ++i) {
+    to[i][0] = xy[2 * i];
+    to[i][1] = xy[2 * i + 1];
+    to[i][2] = 1.0f - xy[2 * i] - xy[2 * i + 1];
+  }
 }

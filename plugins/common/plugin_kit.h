@@ -18,6 +18,7 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include "orx/attributes.h"
 #include "orx/orx.h"
 #include "orx/plugin.h"
 
@@ -180,6 +181,28 @@ void kit_release(const char *path, int created);
 /* Reads up to size bytes from the start of name or of stream (rewound
  * first, as imageIsFile must); the number read. */
 size_t kit_peek(const char *name, FILE *stream, void *buffer, size_t size);
+
+/* Attributes (orx/attributes.h).  A write open stores the attributes it can
+ * hold and removes the others with ORX_attr_keep.  kit_narrowed appends a
+ * note (printf-style, e.g. "float samples stored as 16-bit integers") to
+ * image's "orx:narrowed" text, which hosts show as what the write loses; 0
+ * when memory is short. */
+int kit_narrowed(ORX_OBJECT *object, int32_t image, const char *format, ...)
+#if defined(__GNUC__)
+    __attribute__((format(printf, 3, 4)))
+#endif
+    ;
+
+/* Colour metadata is never invented.  kit_rec709 holds the x, y pairs of
+ * red, green, blue and white of Rec.709 with a D65 white, which OpenEXR
+ * defines for a file without chromaticities and sRGB shares.  A reader that
+ * finds none sets its format's own with kit_set_chromaticities; a writer
+ * stores a record's only when kit_chromaticities_informative: they are
+ * neither the library's placeholder defaults (ORX_info_init) nor the
+ * format's own default (NULL: the format has none). */
+extern const float kit_rec709[8];
+void kit_set_chromaticities(ORX_INFO *info, const float xy[8]);
+int kit_chromaticities_informative(const ORX_INFO *info, const float format_default[8]);
 
 #ifdef __cplusplus
 }

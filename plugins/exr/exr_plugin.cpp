@@ -1,10 +1,13 @@
-// OpenEXR files: half, float and unsigned integer channels, all read as
-// 32-bit float; R, G, B (or Y) are the image channels, A the matte and every
-// other channel auxiliary, their names kept in the auxiliary group's name,
-// comma-separated.  The display window is the window and the data window the
-// active window.  Every part of a multi-part file is an image.  Writing
-// stores half or float channels and the compression chosen by the capability
-// settings.
+// OpenEXR files: half channels read as float of 16 bits (the library's mark
+// of half precision), float as float and unsigned integer as 32-bit
+// integers; R, G, B (or Y, or the first other channel) are the image
+// channels, A the matte and every other channel auxiliary, every name kept in
+// the "channelnames" attribute.  The window is the union of the display and
+// data windows, the active window the data window, and the display window an
+// attribute ("openexr:displayWindow").  Every part of a multi-part file is an
+// image, its name and view kept as attributes.  Writing stores each channel
+// at the precision it holds (or half or float, when a setting forces it) and
+// the compression chosen by the capability settings.
 //
 // Reading goes through OpenEXR's C library, which checks every chunk it
 // decodes against the file (exr_reader.cpp); writing through its C++
@@ -52,9 +55,10 @@ ORX_CAP_LIST compression = {3, 0, compressions};  // zip
 ORX_CAP_LIST_ENTRY pixel_types[] = {
     {kHalf, const_cast<char *>("half"), 0, nullptr},
     {kFloat, const_cast<char *>("float"), 0, nullptr},
+    {kSource, const_cast<char *>("source"), 0, nullptr},
     {0, nullptr, 0, nullptr},
 };
-ORX_CAP_LIST pixel_type = {kHalf, 0, pixel_types};
+ORX_CAP_LIST pixel_type = {kSource, 0, pixel_types};
 
 const char *compression_name(int method) {
   for (const ORX_CAP_LIST_ENTRY *e = compressions; e->name != nullptr; ++e)

@@ -11,10 +11,11 @@ namespace exr_plugin {
 constexpr char kWho[] = "exr";
 
 // Capability settings: the compression and the pixel type of written
-// channels.  The compression values are OpenEXR's own numbering, shared by
-// its C and C++ interfaces.
+// channels (by default each channel's own precision; half or float force
+// every channel).  The compression values are OpenEXR's own numbering,
+// shared by its C and C++ interfaces.
 enum { kCapCompression = 0, kCapPixelType = 1 };
-enum { kHalf = 0, kFloat = 1 };
+enum { kHalf = 0, kFloat = 1, kSource = 2 };
 extern ORX_CAP_LIST_ENTRY compressions[];
 extern ORX_CAP_LIST compression;
 extern ORX_CAP_LIST pixel_type;

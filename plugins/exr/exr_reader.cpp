@@ -12,9 +12,11 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "exr_plugin.hpp"
+#include "orx/attributes.h"
 #include "orx/err.h"
 #include "orx/limits.h"
 #include "plugin_kit.h"
@@ -79,6 +81,7 @@ struct InImage {
   std::vector<int32_t> plane_channel;  // plane channel of each file channel
   int decoded = 0;                     // 1 once the plane holds the image, or a status
   KitPlane plane{};
+  int level = 0;                       // the mip level of a mipmapped part
 };
 
 void release(ORX_OBJECT *object, InFile *file) { exr_plugin::release<InImage>(object, file); }
@@ -172,6 +175,13 @@ struct Pipeline {
   }
 };
 
+// Whether plane channel c belongs to an integer group.
+bool integer_channel(const KitPlane &p, int32_t c) {
+  for (int g = 0, first = 0; g < 3; first += p.layout.count[g++])
+    if (c < first + p.layout.count[g]) return p.layout.type[g] == ORX_C_INTEGER;
+  return false;
+}
+
 // Decodes one chunk whose pixels start at EXR pixel (x0, y0) into the
 // plane: straight in when it lies within the active window, otherwise
 // through scratch memory, copying the part that does.
@@ -198,7 +208,10 @@ exr_result_t decode_chunk(InImage &image, Pipeline &pipe, const exr_chunk_info_t
   for (int16_t c = 0; c < d.channel_count; ++c) {
     exr_coding_channel_info_t &ch = d.channels[c];
     const int32_t pc = image.plane_channel[static_cast<size_t>(c)];
-    ch.user_data_type = EXR_PIXEL_FLOAT;
+    // Integer plane channels hold OpenEXR's UINT samples as they are; the
+    // others floats, half samples widened.
+    ch.user_data_type = p.sample_bytes[pc] == 4 && integer_channel(p, pc) ? EXR_PIXEL_UINT
+                                                                           : EXR_PIXEL_FLOAT;
     ch.user_bytes_per_element = 4;
     ch.user_pixel_stride = 4;
     if (within) {
@@ -254,13 +267,14 @@ exr_result_t decode_chunks(InImage &image) {
     return EXR_ERR_SUCCESS;
   }
   int32_t w = 0, h = 0, tw = 0, th = 0;
-  if ((r = exr_get_level_sizes(context, part, 0, 0, &w, &h)) != EXR_ERR_SUCCESS ||
-      (r = exr_get_tile_sizes(context, part, 0, 0, &tw, &th)) != EXR_ERR_SUCCESS)
+  const int l = image.level;
+  if ((r = exr_get_level_sizes(context, part, l, l, &w, &h)) != EXR_ERR_SUCCESS ||
+      (r = exr_get_tile_sizes(context, part, l, l, &tw, &th)) != EXR_ERR_SUCCESS)
     return r;
   for (int64_t ty = 0; ty * th < h; ++ty)
     for (int64_t tx = 0; tx * tw < w; ++tx) {
       if ((r = exr_read_tile_chunk_info(context, part, static_cast<int>(tx), static_cast<int>(ty),
-                                        0, 0, &chunk)) != EXR_ERR_SUCCESS ||
+                                        l, l, &chunk)) != EXR_ERR_SUCCESS ||
           (r = decode_chunk(image, pipe, chunk, static_cast<int>(dw.min.x + tx * tw),
                             static_cast<int>(dw.min.y + ty * th), scratch)) != EXR_ERR_SUCCESS)
         return r;
@@ -288,10 +302,12 @@ int scan_read(void *data, int32_t line, void *out) {
 // --- Describing ------------------------------------------------------------
 
 // The channels of a part in plane order: R, G, B (or Y, or the first other
-// channel) as the image, A as the matte, the rest auxiliary, whose names go
-// to aux_names.  Fills plane_channel.
+// channel) as the image, A as the matte, the rest auxiliary.  Fills
+// plane_channel and names (every plane channel's, comma-separated).  A
+// group whose channels are all half is float of 16 bits (the library's mark
+// of half precision), all UINT 32-bit integer, otherwise 32-bit float.
 KitLayout order_channels(const exr_attr_chlist_t &list, std::vector<int32_t> &plane_channel,
-                         std::string &aux_names) {
+                         std::string &names) {
   const int n = list.num_channels;
   plane_channel.assign(static_cast<size_t>(n), -1);
   int32_t next = 0;
@@ -303,8 +319,9 @@ KitLayout order_channels(const exr_attr_chlist_t &list, std::vector<int32_t> &pl
       if (plane_channel[static_cast<size_t>(i)] < 0 && name_of(i) == name) return i;
     return -1;
   };
+  std::vector<int> order;
   const auto take = [&](int i) {
-    if (i >= 0) plane_channel[static_cast<size_t>(i)] = next++;
+    if (i >= 0) plane_channel[static_cast<size_t>(i)] = next++, order.push_back(i);
     return i >= 0;
   };
   KitLayout layout = {{0, 0, 0}, {ORX_C_FLOAT, ORX_C_FLOAT, ORX_C_FLOAT}, {32, 32, 32}};
@@ -319,11 +336,18 @@ KitLayout order_channels(const exr_attr_chlist_t &list, std::vector<int32_t> &pl
   layout.count[0] = next;
   layout.count[1] = take(find("A")) ? 1 : 0;
   for (int i = 0; i < n; ++i)
-    if (plane_channel[static_cast<size_t>(i)] < 0) {
-      take(i);
-      aux_names += (aux_names.empty() ? "" : ",") + name_of(i);
-    }
+    if (plane_channel[static_cast<size_t>(i)] < 0) take(i);
   layout.count[2] = next - layout.count[0] - layout.count[1];
+  for (int g = 0, first = 0; g < 3; first += layout.count[g++]) {
+    bool halves = true, uints = true;
+    for (int k = first; k < first + layout.count[g]; ++k) {
+      halves = halves && list.entries[order[static_cast<size_t>(k)]].pixel_type == EXR_PIXEL_HALF;
+      uints = uints && list.entries[order[static_cast<size_t>(k)]].pixel_type == EXR_PIXEL_UINT;
+    }
+    if (layout.count[g] > 0 && halves) layout.bits[g] = 16;
+    if (layout.count[g] > 0 && uints) layout.type[g] = ORX_C_INTEGER;
+  }
+  for (int i : order) names += (names.empty() ? "" : ",") + name_of(i);
   return layout;
 }
 
@@ -341,7 +365,9 @@ const char *channel_problem(const exr_attr_chlist_t &list) {
   return nullptr;
 }
 
-// The header texts and chromaticities of the file, from its first part.
+// The header texts and chromaticities of the file, from its first part.  A
+// file without chromaticities is Rec.709 with a D65 white by OpenEXR's own
+// definition, which is what the record then says.
 bool describe_file(exr_const_context_t context, ORX_INFO &info) {
   for (const Text &t : kTexts) {
     int32_t length = 0;
@@ -353,22 +379,90 @@ bool describe_file(exr_const_context_t context, ORX_INFO &info) {
   }
   exr_attr_chromaticities_t c;
   if (exr_attr_get_chromaticities(context, 0, "chromaticities", &c) == EXR_ERR_SUCCESS) {
-    const float xy[4][2] = {{c.red_x, c.red_y}, {c.green_x, c.green_y}, {c.blue_x, c.blue_y},
-                            {c.white_x, c.white_y}};
-    float *to[4] = {info.red, info.green, info.blue, info.white};
-    for (int i = 0; i < 4; ++i) {
-      to[i][0] = xy[i][0];
-      to[i][1] = xy[i][1];
-      to[i][2] = 1.0f - xy[i][0] - xy[i][1];
-    }
+    const float xy[8] = {c.red_x, c.red_y, c.green_x, c.green_y,
+                         c.blue_x, c.blue_y, c.white_x, c.white_y};
+    kit_set_chromaticities(&info, xy);
+  } else {
+    kit_set_chromaticities(&info, kit_rec709);
   }
   exr_compression_t method = EXR_COMPRESSION_NONE;
   exr_get_compression(context, 0, &method);
   return kit_save(&info.compression, compression_name(static_cast<int>(method)));
 }
 
-// The descriptor and plane of part image.part.
-bool describe(InImage &image) {
+// A header attribute as a record attribute "openexr:NAME": strings, numbers
+// and the small vectors and matrices, which keep their element type.
+int copy_attribute(ORX_INFO &info, int32_t image, const exr_attribute_t &a) {
+  const std::string name = std::string("openexr:") + a.name;
+  switch (a.type) {
+    case EXR_ATTR_STRING:
+      return ORX_attr_set_string(&info, image, name.c_str(),
+                                 std::string(a.string->str, static_cast<size_t>(
+                                                                a.string->length > 0 ? a.string->length : 0))
+                                     .c_str());
+    case EXR_ATTR_INT: return ORX_attr_set_int(&info, image, name.c_str(), a.i);
+    case EXR_ATTR_FLOAT: return ORX_attr_set_float(&info, image, name.c_str(), a.f);
+    case EXR_ATTR_DOUBLE: return ORX_attr_set_double(&info, image, name.c_str(), a.d);
+    case EXR_ATTR_V2I: return ORX_attr_set(&info, image, name.c_str(), ORX_ATTR_INT, 2, a.v2i);
+    case EXR_ATTR_V2F: return ORX_attr_set(&info, image, name.c_str(), ORX_ATTR_FLOAT, 2, a.v2f);
+    case EXR_ATTR_V3F: return ORX_attr_set(&info, image, name.c_str(), ORX_ATTR_FLOAT, 3, a.v3f);
+    case EXR_ATTR_M33F: return ORX_attr_set(&info, image, name.c_str(), ORX_ATTR_FLOAT, 9, a.m33f);
+    case EXR_ATTR_M44F: return ORX_attr_set(&info, image, name.c_str(), ORX_ATTR_FLOAT, 16, a.m44f);
+    default: return 0;  // kept out: no host has a use for them without their type
+  }
+}
+
+// Attributes the descriptor or the record carry already, or that describe
+// the file's layout rather than the image.
+bool described_elsewhere(const char *name) {
+  static const char *const kNames[] = {
+      "channels", "compression", "dataWindow", "displayWindow", "lineOrder",
+      "pixelAspectRatio", "screenWindowCenter", "screenWindowWidth", "tiles", "chunkCount",
+      "name", "type", "version", "view", "chromaticities", "maxSamplesPerPixel"};
+  for (const char *n : kNames)
+    if (std::strcmp(n, name) == 0) return true;
+  for (const Text &t : kTexts)
+    if (std::strcmp(t.attribute, name) == 0) return true;
+  return false;
+}
+
+// The attributes of a part: its display window, name, view, channel names
+// and whatever else its header holds.
+bool describe_attributes(exr_const_context_t context, int part, int32_t index,
+                         const exr_attr_box2i_t &display, const std::string &names,
+                         ORX_INFO &info) {
+  const int32_t window[4] = {display.min.x, display.min.y, display.max.x, display.max.y};
+  if (ORX_attr_set(&info, index, "openexr:displayWindow", ORX_ATTR_INT, 4, window) != 0 ||
+      ORX_attr_set_string(&info, index, "channelnames", names.c_str()) != 0)
+    return false;
+  const char *part_name = nullptr;
+  if (exr_get_name(context, part, &part_name) == EXR_ERR_SUCCESS && part_name != nullptr &&
+      ORX_attr_set_string(&info, index, "oiio:subimagename", part_name) != 0)
+    return false;
+  int32_t length = 0;
+  const char *view = nullptr;
+  if (exr_attr_get_string(context, part, "view", &length, &view) == EXR_ERR_SUCCESS &&
+      view != nullptr && length >= 0 &&
+      ORX_attr_set_string(&info, index, "openexr:view",
+                          std::string(view, static_cast<size_t>(length)).c_str()) != 0)
+    return false;
+  int32_t count = 0;
+  exr_get_attribute_count(context, part, &count);
+  for (int32_t i = 0; i < count; ++i) {
+    const exr_attribute_t *a = nullptr;
+    if (exr_get_attribute_by_index(context, part, EXR_ATTR_LIST_FILE_ORDER, i, &a) !=
+            EXR_ERR_SUCCESS ||
+        a == nullptr || a->name == nullptr || described_elsewhere(a->name))
+      continue;
+    if (copy_attribute(info, index, *a) != 0) return false;
+  }
+  return true;
+}
+
+// The descriptor and plane of part image.part: the window is the union of
+// the display and data windows, so that no stored pixel is lost, and the
+// active window the data window; the display window goes to an attribute.
+bool describe(InImage &image, ORX_INFO &info, int32_t index) {
   exr_const_context_t context = image.file->context;
   const char *path = image.file->path.c_str();
   const int part = image.part;
@@ -389,32 +483,45 @@ bool describe(InImage &image) {
   ORX_IFD &ifd = *image.ifd;
   const int64_t width = int64_t{display.max.x} - display.min.x + 1;
   const int64_t height = int64_t{display.max.y} - display.min.y + 1;
-  if (width <= 0 || height <= 0 || width > INT32_MAX || height > INT32_MAX)
-    return kit_fail(ORX_E_NOT_OUR_FILE, "exr: %s: part %d has an empty display window", path, part);
-  kit_describe_size(&ifd, static_cast<int32_t>(width), static_cast<int32_t>(height), pixel_aspect);
-  ifd.window = {display.min.x, display.max.x, display.min.y, display.max.y};
-  // The data window, clipped to the display window.
-  const ORX_WINDOW &w = ifd.window;
-  ifd.active = {data.min.x > w.left ? data.min.x : w.left,
-                data.max.x < w.right ? data.max.x : w.right,
-                exr_row(w, data.max.y) > w.bottom ? exr_row(w, data.max.y) : w.bottom,
-                exr_row(w, data.min.y) < w.top ? exr_row(w, data.min.y) : w.top};
-  if (ifd.active.left > ifd.active.right || ifd.active.bottom > ifd.active.top) {
-    // No stored pixel within the window: keep one empty line of it.
-    ifd.active = {w.left, w.left, w.bottom, w.bottom};
+  if (width <= 0 || height <= 0 || width > INT32_MAX || height > INT32_MAX ||
+      data.max.x < data.min.x || data.max.y < data.min.y)
+    return kit_fail(ORX_E_NOT_OUR_FILE, "exr: %s: part %d has an empty window", path, part);
+  if (image.level > 0) {
+    // A mip level: its own size from the data window's corner.
+    int32_t lw = 0, lh = 0;
+    if (exr_get_level_sizes(context, part, image.level, image.level, &lw, &lh) != EXR_ERR_SUCCESS ||
+        lw <= 0 || lh <= 0)
+      return kit_fail(ORX_E_NOT_OUR_FILE, "exr: %s: part %d has a damaged level", path, part);
+    display = data;
+    data.max.x = display.max.x = data.min.x + lw - 1;
+    data.max.y = display.max.y = data.min.y + lh - 1;
   }
+  kit_describe_size(&ifd, display.max.x - display.min.x + 1, display.max.y - display.min.y + 1,
+                    pixel_aspect);
+  const auto least = [](int32_t a, int32_t b) { return a < b ? a : b; };
+  const auto most = [](int32_t a, int32_t b) { return a > b ? a : b; };
+  ifd.window = {least(display.min.x, data.min.x), most(display.max.x, data.max.x),
+                least(display.min.y, data.min.y), most(display.max.y, data.max.y)};
+  const ORX_WINDOW &w = ifd.window;
+  ifd.active = {data.min.x, data.max.x, exr_row(w, data.max.y), exr_row(w, data.min.y)};
   ifd.curve.gamma = 1.0f;
-  std::string aux_names;
-  const KitLayout layout = order_channels(*list, image.plane_channel, aux_names);
+  std::string names;
+  const KitLayout layout = order_channels(*list, image.plane_channel, names);
   kit_layout_apply(&layout, &ifd);
-  // The image group's name: "rgb", or the name of the first plane channel.
-  std::string image_name = layout.count[0] == 3 ? "rgb" : "";
-  for (size_t i = 0; layout.count[0] != 3 && i < image.plane_channel.size(); ++i)
-    if (image.plane_channel[i] == 0)
-      image_name.assign(list->entries[i].name.str,
-                        static_cast<size_t>(list->entries[i].name.length));
+  // Group names: "rgb" or the image channel's own name, and the auxiliary
+  // channels' names, comma-separated.
+  const auto first_comma = [&](size_t skip) {
+    size_t at = 0;
+    for (size_t k = 0; k < skip && at != std::string::npos; ++k) at = names.find(',', at) + 1;
+    return at;
+  };
+  const size_t aux_at = first_comma(static_cast<size_t>(layout.count[0] + layout.count[1]));
+  const std::string image_name =
+      layout.count[0] == 3 ? "rgb" : layout.count[0] == 1 ? names.substr(0, names.find(',')) : "";
+  const std::string aux_names = layout.count[2] > 0 ? names.substr(aux_at) : "";
   if (!kit_save(&ifd.image.name, image_name.empty() ? nullptr : image_name.c_str()) ||
-      !kit_save(&ifd.aux.name, aux_names.empty() ? nullptr : aux_names.c_str()))
+      !kit_save(&ifd.aux.name, aux_names.empty() ? nullptr : aux_names.c_str()) ||
+      !describe_attributes(context, part, index, display, names, info))
     return false;
   return kit_plane_init(&image.plane, &layout, ifd.window, ifd.active, 0, kWho, path) == 0;
 }
@@ -460,18 +567,40 @@ int read_open(ORX_OBJECT *object) {
     return short_of_memory ? kit_fail(ORX_E_NO_MEMORY, "exr: no memory to open %s", path)
                            : kit_fail(ORX_E_NOT_OUR_FILE, "exr: %s: %s", path, problem);
   }
-  if (!kit_new_images(object, parts)) {
+  // Every part is an image, and every level of a mipmapped part.
+  std::vector<std::pair<int, int>> images;
+  for (int p = 0; p < parts; ++p) {
+    int32_t levels = 1, levels_y = 1;
+    exr_tile_level_mode_t mode = EXR_TILE_ONE_LEVEL;
+    exr_tile_round_mode_t round;
+    uint32_t xs, ys;
+    exr_storage_t storage;
+    if (exr_get_storage(file->context, p, &storage) == EXR_ERR_SUCCESS &&
+        storage == EXR_STORAGE_TILED &&
+        exr_get_tile_descriptor(file->context, p, &xs, &ys, &mode, &round) == EXR_ERR_SUCCESS &&
+        mode == EXR_TILE_MIPMAP_LEVELS &&
+        exr_get_tile_levels(file->context, p, &levels, &levels_y) == EXR_ERR_SUCCESS) {
+      levels = levels < 1 ? 1 : levels;
+    } else {
+      levels = 1;
+    }
+    for (int l = 0; l < levels; ++l) images.emplace_back(p, l);
+  }
+  const auto count = static_cast<int32_t>(images.size());
+  if (!kit_new_images(object, count)) {
     delete file;
     return 0;
   }
-  for (int i = 0; i < parts; ++i) {
-    auto *image = new (std::nothrow) InImage{file, &object->info.images[i], i, {}, 0, {}};
+  for (int32_t i = 0; i < count; ++i) {
+    auto *image = new (std::nothrow)
+        InImage{file, &object->info.images[i], images[static_cast<size_t>(i)].first, {}, 0, {}};
     object->private_cell[i] = image;
     if (image == nullptr) {
       release(object, file);
       return kit_fail(ORX_E_NO_MEMORY, "exr: no memory for %s", path);
     }
-    if (!describe(*image)) {
+    image->level = images[static_cast<size_t>(i)].second;
+    if (!describe(*image, object->info, i)) {
       release(object, file);
       return 0;
     }

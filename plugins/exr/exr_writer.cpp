@@ -10,7 +10,14 @@
 #include <ImfOutputPart.h>
 #include <ImfPartType.h>
 #include <ImfStandardAttributes.h>
+#include <ImfTiledOutputFile.h>
 #include <ImfStringAttribute.h>
+#include <ImfDoubleAttribute.h>
+#include <ImfFloatAttribute.h>
+#include <ImfIntAttribute.h>
+#include <ImfMatrixAttribute.h>
+#include <ImfVecAttribute.h>
+#include <strings.h>
 
 #include <cstring>
 #include <new>
@@ -18,6 +25,7 @@
 #include <vector>
 
 #include "exr_plugin.hpp"
+#include "orx/attributes.h"
 #include "orx/err.h"
 #include "plugin_kit.h"
 
@@ -29,7 +37,7 @@ struct OutFile {
   std::string path;
   int created = 0;
   Imf::Compression compression = Imf::ZIP_COMPRESSION;
-  Imf::PixelType type = Imf::HALF;
+  int32_t forced = kSource;  // the pixel-type setting
 };
 
 // One image: a part of the file.
@@ -37,57 +45,103 @@ struct OutImage {
   OutFile *file;
   ORX_IFD *ifd;
   int part;
-  std::vector<std::string> channels;  // file channel of each plane channel
-  std::vector<float> line;            // a host row as floats, for half files
+  std::vector<std::string> channels;   // file channel of each plane channel
+  std::vector<Imf::PixelType> types;   // file pixel type of each plane channel
+  std::vector<float> line;             // a host row as floats
   KitPlane plane{};
 };
 
 void release(ORX_OBJECT *object, OutFile *file) { exr_plugin::release<OutImage>(object, file); }
 
-// The file channel names of a descriptor's channels: R, G, B or Y, then A,
-// then the auxiliary group's comma-separated names when there are as many
-// as channels, otherwise Z for a lone channel or aux.0, aux.1, ...
-std::vector<std::string> channel_names(const ORX_IFD &ifd) {
+std::vector<std::string> split(const char *list) {
   std::vector<std::string> names;
-  if (ifd.image.count == 3) names = {"R", "G", "B"};
-  else if (ifd.image.count == 1) names = {"Y"};
-  if (ifd.matte.count == 1) names.emplace_back("A");
-  std::vector<std::string> aux;
-  std::string list = ifd.aux.name != nullptr ? ifd.aux.name : "";
-  for (std::size_t start = 0; !list.empty() && start <= list.size();) {
-    std::size_t end = list.find(',', start);
-    if (end == std::string::npos) end = list.size();
-    aux.push_back(list.substr(start, end - start));
+  const std::string text = list != nullptr ? list : "";
+  for (std::size_t start = 0; !text.empty() && start <= text.size();) {
+    std::size_t end = text.find(',', start);
+    if (end == std::string::npos) end = text.size();
+    names.push_back(text.substr(start, end - start));
     start = end + 1;
   }
-  if (static_cast<int32_t>(aux.size()) != ifd.aux.count) {
+  return names;
+}
+
+// A name list that names count channels, none of them empty or twice.
+bool usable(const std::vector<std::string> &names, std::size_t count) {
+  if (names.size() != count) return false;
+  for (std::size_t i = 0; i < names.size(); ++i)
+    for (std::size_t j = 0; j <= i; ++j)
+      if (names[i].empty() || (j < i && names[i] == names[j])) return false;
+  return true;
+}
+
+// The file channel names of image i: the "channelnames" attribute when it
+// names every channel; otherwise R, G, B or the image group's own name (Y
+// without one), then A, then the auxiliary group's names when there are as
+// many as channels, else Z for a lone channel or aux.0, aux.1, ...
+std::vector<std::string> channel_names(const ORX_INFO &info, int32_t i) {
+  const ORX_IFD &ifd = info.images[i];
+  const auto total = static_cast<std::size_t>(ifd.image.count + ifd.matte.count + ifd.aux.count);
+  std::vector<std::string> names = split(ORX_attr_get_string(&info, i, "channelnames"));
+  if (usable(names, total)) return names;
+  names = split(ifd.image.name);
+  if (ifd.image.count == 3 && !usable(names, 3)) names = {"R", "G", "B"};
+  if (!usable(names, static_cast<std::size_t>(ifd.image.count)) || names[0] == "unknown") {
+    names.clear();
+    for (int32_t k = 0; k < ifd.image.count; ++k)
+      names.push_back(ifd.image.count == 1 ? "Y" : "image." + std::to_string(k));
+  }
+  for (int32_t k = 0; k < ifd.matte.count; ++k)
+    names.push_back(ifd.matte.count == 1 ? "A" : "A." + std::to_string(k));
+  std::vector<std::string> aux = split(ifd.aux.name);
+  if (!usable(aux, static_cast<std::size_t>(ifd.aux.count))) {
     aux.clear();
     for (int32_t k = 0; k < ifd.aux.count; ++k)
       aux.push_back(ifd.aux.count == 1 ? "Z" : "aux." + std::to_string(k));
   }
   names.insert(names.end(), aux.begin(), aux.end());
+  if (!usable(names, total)) {  // the groups' names collide: number them
+    names.clear();
+    for (std::size_t k = 0; k < total; ++k) names.push_back("channel." + std::to_string(k));
+  }
   return names;
 }
 
+// The pixel type a group is stored in: what holds its samples, unless a
+// setting forces half or float.  Float of at most 16 bits is half
+// precision; integers of up to 16 bits fit half as closely as any reader
+// resolves them; 32-bit integers stay integers.
+Imf::PixelType pixel_type_of(const ORX_CHANNELS &g, int32_t forced) {
+  if (forced == kHalf) return Imf::HALF;
+  if (forced == kFloat) return Imf::FLOAT;
+  if (g.type == ORX_C_INTEGER) return g.bits <= 16 ? Imf::HALF : g.bits == 32 ? Imf::UINT : Imf::FLOAT;
+  if (g.type == ORX_C_FLOAT && g.bits > 0 && g.bits <= 16) return Imf::HALF;
+  return Imf::FLOAT;
+}
+
+// What storing a group in type loses, or null.
+const char *narrowing(const ORX_CHANNELS &g, Imf::PixelType type) {
+  if (g.count <= 0) return nullptr;
+  if (type == Imf::HALF)
+    return g.type == ORX_C_INTEGER ? (g.bits > 8 ? "integer samples stored as half" : nullptr)
+           : g.bits > 16          ? "float samples stored as half"
+                                  : nullptr;
+  if (type == Imf::FLOAT)
+    return g.type == ORX_C_DOUBLE                      ? "double samples stored as float"
+           : g.type == ORX_C_INTEGER && g.bits > 24 ? "32-bit integer samples stored as float"
+                                                    : nullptr;
+  return nullptr;
+}
+
 bool plan(const ORX_IFD &ifd, const char *path) {
-  if (ifd.image.count != 1 && ifd.image.count != 3)
-    return kit_fail(ORX_E_UNSUPPORTED, "exr: %s: cannot store %d image channels (1 or 3)", path,
-                    ifd.image.count);
-  if (ifd.matte.count > 1)
-    return kit_fail(ORX_E_UNSUPPORTED, "exr: %s: cannot store %d mattes (at most 1)", path,
-                    ifd.matte.count);
+  if (ifd.image.count + ifd.matte.count + ifd.aux.count < 1)
+    return kit_fail(ORX_E_UNSUPPORTED, "exr: %s: an image without channels", path);
   return true;
 }
 
+// Stores the host's rows for line, each channel in its file type: half
+// samples converted as the lines arrive (the plane is half the size of a
+// float one, and no pass over the whole image converts it at close).
 int scan_write(void *data, int32_t line, void *in) {
-  auto &image = *static_cast<OutImage *>(data);
-  return kit_plane_store(&image.plane, image.ifd, line, static_cast<void **>(in), kWho);
-}
-
-// Half files keep half samples, converted as the host's lines arrive: the
-// plane is half the size of a float one and no pass over the whole image
-// converts it at close.
-int scan_write_half(void *data, int32_t line, void *in) {
   auto &image = *static_cast<OutImage *>(data);
   KitPlane &p = image.plane;
   int32_t r;
@@ -100,13 +154,23 @@ int scan_write_half(void *data, int32_t line, void *in) {
   int32_t c = 0;
   for (const ORX_CHANNELS *g : groups) {
     for (int32_t k = 0; k < g->count; ++k, ++c) {
-      // Float rows convert in place; others become floats first.
+      unsigned char *dst = kit_plane_at(&p, r, c);
+      const Imf::PixelType type = image.types[static_cast<std::size_t>(c)];
+      if (type == Imf::UINT) {  // 32-bit integers as they are
+        std::memcpy(dst, static_cast<const unsigned char *>(rows[c]) + left * 4,
+                    static_cast<std::size_t>(width) * 4);
+        continue;
+      }
+      // Float rows are used in place; others become floats first.
       const unsigned char *src = static_cast<const unsigned char *>(rows[c]) + left * 4;
       if (g->type != ORX_C_FLOAT) {
         kit_row_floats(g->type, g->bits, rows[c], left, image.line.data(), width);
         src = reinterpret_cast<const unsigned char *>(image.line.data());
       }
-      unsigned char *dst = kit_plane_at(&p, r, c);
+      if (type == Imf::FLOAT) {
+        std::memcpy(dst, src, static_cast<std::size_t>(width) * 4);
+        continue;
+      }
       for (int32_t x = 0; x < width; ++x) {
         float v;
         std::memcpy(&v, src + static_cast<std::size_t>(x) * 4, 4);
@@ -118,31 +182,79 @@ int scan_write_half(void *data, int32_t line, void *in) {
   return 0;
 }
 
+// The "openexr:" attributes written back into the header, by element type
+// and count; the display window and view have their own places.
+void add_attributes(Imf::Header &h, const ORX_INFO &info, int32_t i) {
+  for (int32_t k = 0; const ORX_ATTR *a = ORX_attr_at(&info, i, k); ++k) {
+    if (strncasecmp(a->name, "openexr:", 8) != 0) continue;
+    const std::string name = a->name + 8;
+    if (name == "displayWindow" || name == "view" || h.find(name) != h.end()) continue;
+    const auto *f = static_cast<const float *>(a->data);
+    const auto *n = static_cast<const int32_t *>(a->data);
+    if (a->type == ORX_ATTR_STRING)
+      h.insert(name, Imf::StringAttribute(static_cast<const char *>(a->data)));
+    else if (a->type == ORX_ATTR_INT && a->count == 1) h.insert(name, Imf::IntAttribute(n[0]));
+    else if (a->type == ORX_ATTR_INT && a->count == 2)
+      h.insert(name, Imf::V2iAttribute(Imath::V2i(n[0], n[1])));
+    else if (a->type == ORX_ATTR_FLOAT && a->count == 1) h.insert(name, Imf::FloatAttribute(f[0]));
+    else if (a->type == ORX_ATTR_FLOAT && a->count == 2)
+      h.insert(name, Imf::V2fAttribute(Imath::V2f(f[0], f[1])));
+    else if (a->type == ORX_ATTR_FLOAT && a->count == 3)
+      h.insert(name, Imf::V3fAttribute(Imath::V3f(f[0], f[1], f[2])));
+    else if (a->type == ORX_ATTR_FLOAT && a->count == 9)
+      h.insert(name, Imf::M33fAttribute(Imath::M33f(f[0], f[1], f[2], f[3], f[4], f[5], f[6], f[7], f[8])));
+    else if (a->type == ORX_ATTR_FLOAT && a->count == 16)
+      h.insert(name, Imf::M44fAttribute(Imath::M44f(f[0], f[1], f[2], f[3], f[4], f[5], f[6], f[7], f[8],
+                                                    f[9], f[10], f[11], f[12], f[13], f[14], f[15])));
+    else if (a->type == ORX_ATTR_DOUBLE && a->count == 1)
+      h.insert(name, Imf::DoubleAttribute(static_cast<const double *>(a->data)[0]));
+  }
+}
+
+// The display window: the attribute a reader left, when it lies within
+// reach of the window, else the window itself.
+Imath::Box2i display_window(const ORX_INFO &info, int32_t i, const ORX_WINDOW &w) {
+  const ORX_ATTR *a = ORX_attr_find(&info, i, "openexr:displayWindow");
+  if (a != nullptr && a->type == ORX_ATTR_INT && a->count == 4) {
+    const auto *v = static_cast<const int32_t *>(a->data);
+    if (v[0] <= v[2] && v[1] <= v[3]) return Imath::Box2i({v[0], v[1]}, {v[2], v[3]});
+  }
+  return Imath::Box2i({w.left, w.bottom}, {w.right, w.top});
+}
+
 Imf::Header header_of(ORX_OBJECT *object, const OutImage &image) {
+  const ORX_INFO &info = object->info;
   const ORX_WINDOW &w = image.plane.window, &a = image.plane.active;
-  Imf::Header h(Imath::Box2i({w.left, w.bottom}, {w.right, w.top}),
+  const Imath::Box2i display = display_window(info, image.part, w);
+  const Imath::V2i size = display.size() + Imath::V2i(1, 1);
+  Imf::Header h(display,
                 Imath::Box2i({a.left, exr_row(w, a.top)}, {a.right, exr_row(w, a.bottom)}),
                 image.ifd->aspect_ratio > 0 && image.ifd->y_resolution > 0
-                    ? image.ifd->aspect_ratio * static_cast<float>(w.top - w.bottom + 1) /
-                          static_cast<float>(w.right - w.left + 1)
+                    ? image.ifd->aspect_ratio * static_cast<float>(size.y) /
+                          static_cast<float>(size.x)
                     : 1.0f);
   h.compression() = image.file->compression;
-  for (const std::string &name : image.channels)
-    h.channels().insert(name, Imf::Channel(image.file->type));
+  for (std::size_t c = 0; c < image.channels.size(); ++c)
+    h.channels().insert(image.channels[c], Imf::Channel(image.types[c]));
   h.setType(Imf::SCANLINEIMAGE);
-  if (object->info.image_count > 1) h.setName("image" + std::to_string(image.part));
-  const ORX_INFO &info = object->info;
+  const char *part_name = ORX_attr_get_string(&info, image.part, "oiio:subimagename");
+  if (part_name != nullptr && *part_name != 0) h.setName(part_name);
+  else if (info.image_count > 1) h.setName("image" + std::to_string(image.part));
+  if (const char *view = ORX_attr_get_string(&info, image.part, "openexr:view"))
+    h.insert("view", Imf::StringAttribute(view));
   for (const Text &t : kTexts)
     if (kit_has_text(info.*t.field)) h.insert(t.attribute, Imf::StringAttribute(info.*t.field));
-  Imf::addChromaticities(
-      h, Imf::Chromaticities({info.red[0], info.red[1]}, {info.green[0], info.green[1]},
-                             {info.blue[0], info.blue[1]}, {info.white[0], info.white[1]}));
+  if (kit_chromaticities_informative(&info, kit_rec709))
+    Imf::addChromaticities(
+        h, Imf::Chromaticities({info.red[0], info.red[1]}, {info.green[0], info.green[1]},
+                               {info.blue[0], info.blue[1]}, {info.white[0], info.white[1]}));
+  add_attributes(h, info, image.part);
   return h;
 }
 
 // Slices of every plane channel, placed so that EXR pixel (x, y) of the
 // data window lands in the plane.  The plane holds the file's own pixel
-// type, so OpenEXR copies it as it is.
+// types, so OpenEXR copies them as they are.
 Imf::FrameBuffer frame_buffer(OutImage &image) {
   KitPlane &p = image.plane;
   const int x0 = p.active.left;
@@ -154,13 +266,60 @@ Imf::FrameBuffer frame_buffer(OutImage &image) {
                    static_cast<std::ptrdiff_t>(x0) * static_cast<std::ptrdiff_t>(step) -
                    static_cast<std::ptrdiff_t>(y0) * static_cast<std::ptrdiff_t>(p.line_bytes);
     fb.insert(image.channels[static_cast<std::size_t>(c)],
-              Imf::Slice(image.file->type, origin, step, p.line_bytes, 1, 1, 0.0));
+              Imf::Slice(image.types[static_cast<std::size_t>(c)], origin, step, p.line_bytes, 1,
+                         1, 0.0));
   }
   return fb;
 }
 
+// Whether the images are the levels of one mipmap as OpenEXR rounds them
+// down: image k is image 0's data window halved k times, from the same
+// corner, down to 1x1, all with the same channels.  Such a file goes out as
+// one tiled part with OpenEXR's own mip levels (levels as parts could not
+// be written: parts share one display window).
+bool mip_chain(const ORX_OBJECT *object) {
+  const int32_t n = object->info.image_count;
+  const auto *top = static_cast<const OutImage *>(object->private_cell[0]);
+  const ORX_WINDOW &a = top->plane.active;
+  const int32_t w = a.right - a.left + 1, h = a.top - a.bottom + 1;
+  int32_t levels = 1;
+  for (int32_t m = w > h ? w : h; m > 1; m >>= 1) ++levels;
+  if (n < 2 || n != levels) return false;
+  const int32_t ymin = exr_row(top->plane.window, a.top);
+  for (int32_t k = 1; k < n; ++k) {
+    const auto *image = static_cast<const OutImage *>(object->private_cell[k]);
+    const ORX_WINDOW &lw = image->plane.window, &la = image->plane.active;
+    const int32_t want_w = (w >> k) > 0 ? w >> k : 1, want_h = (h >> k) > 0 ? h >> k : 1;
+    if (lw.left != a.left || lw.bottom != ymin || lw.right - lw.left + 1 != want_w ||
+        lw.top - lw.bottom + 1 != want_h || la.left != lw.left || la.right != lw.right ||
+        la.bottom != lw.bottom || la.top != lw.top || image->channels != top->channels ||
+        image->types != top->types)
+      return false;
+  }
+  return true;
+}
+
+void encode_mipmap(ORX_OBJECT *object, OutFile &file) {
+  auto &top = *static_cast<OutImage *>(object->private_cell[0]);
+  Imf::Header h = header_of(object, top);
+  if (ORX_attr_get_string(&object->info, 0, "oiio:subimagename") == nullptr) h.erase("name");
+  h.setType(Imf::TILEDIMAGE);
+  h.setTileDescription(Imf::TileDescription(64, 64, Imf::MIPMAP_LEVELS, Imf::ROUND_DOWN));
+  Imf::TiledOutputFile out(file.path.c_str(), h);
+  for (int32_t l = 0; l < object->info.image_count; ++l) {
+    auto &image = *static_cast<OutImage *>(object->private_cell[l]);
+    kit_plane_complete(&image.plane);
+    out.setFrameBuffer(frame_buffer(image));
+    out.writeTiles(0, out.numXTiles(l) - 1, 0, out.numYTiles(l) - 1, l);
+  }
+}
+
 int encode(ORX_OBJECT *object, OutFile &file) {
   try {
+    if (mip_chain(object)) {
+      encode_mipmap(object, file);
+      return 0;
+    }
     std::vector<Imf::Header> headers;
     for (int32_t i = 0; i < object->info.image_count; ++i)
       headers.push_back(header_of(object, *static_cast<OutImage *>(object->private_cell[i])));
@@ -197,6 +356,10 @@ int close_object(ORX_OBJECT *object, intptr_t argument) {
 
 }  // namespace
 
+// The names written files keep: the part's name, its view, its channel
+// names and every header attribute carried over from a file read before.
+const char *const kKept[] = {"oiio:subimagename", "channelnames", "openexr:", nullptr};
+
 int write_open(ORX_OBJECT *object) {
   const char *path = object->info.handle;
   if (object->info.image_count < 1)
@@ -211,38 +374,43 @@ int write_open(ORX_OBJECT *object) {
   file->compression = method >= 0 && method < Imf::NUM_COMPRESSION_METHODS
                           ? static_cast<Imf::Compression>(method)
                           : Imf::ZIP_COMPRESSION;
-  file->type = kit_setting_int(object, kCapPixelType, pixel_type.default_value) == kFloat
-                   ? Imf::FLOAT
-                   : Imf::HALF;
+  file->forced = kit_setting_int(object, kCapPixelType, pixel_type.default_value);
+  ORX_attr_keep(&object->info, kKept);
   for (int32_t i = 0; i < object->info.image_count; ++i) {
-    auto *image = new (std::nothrow) OutImage{file, &object->info.images[i], i, {}, {}, {}};
+    auto *image = new (std::nothrow) OutImage{file, &object->info.images[i], i, {}, {}, {}, {}};
     if (image == nullptr) {
       release(object, file);
       return kit_fail(ORX_E_NO_MEMORY, "exr: no memory for %s", path);
     }
     object->private_cell[i] = image;
-    image->channels = channel_names(*image->ifd);
-    // A half plane holds two-byte samples, one row per channel, as the file
-    // does; a float plane the pixels whole.
-    const bool halves = file->type == Imf::HALF;
+    image->channels = channel_names(object->info, i);
+    // The plane holds each channel as the file does: two-byte halves, or
+    // four-byte floats and integers, one row per channel.
     KitLayout layout = kit_layout_of(image->ifd);
+    const ORX_CHANNELS *groups[3] = {&image->ifd->image, &image->ifd->matte, &image->ifd->aux};
     for (int g = 0; g < 3; ++g) {
-      layout.type[g] = halves ? ORX_C_INTEGER : ORX_C_FLOAT;
-      layout.bits[g] = halves ? 16 : 32;
+      const Imf::PixelType type = pixel_type_of(*groups[g], file->forced);
+      layout.type[g] = type == Imf::FLOAT ? ORX_C_FLOAT : ORX_C_INTEGER;
+      layout.bits[g] = type == Imf::HALF ? 16 : 32;
+      image->types.insert(image->types.end(), static_cast<std::size_t>(groups[g]->count), type);
+      if (const char *lost = narrowing(*groups[g], type))
+        if (!kit_narrowed(object, i, "%s", lost)) {
+          release(object, file);
+          return 0;
+        }
     }
     if (kit_plane_init(&image->plane, &layout, image->ifd->window, image->ifd->active,
-                       halves ? KIT_PLANE_WRITE : KIT_PLANE_INTERLEAVED | KIT_PLANE_WRITE,
-                       kWho, path) != 0) {
+                       KIT_PLANE_WRITE, kWho, path) != 0) {
       release(object, file);
       return 0;
     }
-    if (halves) image->line.resize(static_cast<std::size_t>(kit_plane_width(&image->plane)));
+    image->line.resize(static_cast<std::size_t>(kit_plane_width(&image->plane)));
   }
   if (!kit_claim(kWho, path, &file->created)) {
     release(object, file);
     return 0;
   }
-  object->scan = file->type == Imf::HALF ? scan_write_half : scan_write;
+  object->scan = scan_write;
   object->close = close_object;
   return 1;
 }

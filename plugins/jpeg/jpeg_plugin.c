@@ -170,6 +170,8 @@ static int describe(ORX_OBJECT *object, Jpeg *j) {
     free(text);
     if (!saved) return 0;
   }
+  /* A JPEG says nothing of its primaries: it is sRGB by convention. */
+  kit_set_chromaticities(&object->info, kit_rec709);
   if (!kit_save(&object->info.compression, "jpeg")) return 0;
   return kit_plane_init(&j->plane, &layout, j->ifd->window, j->ifd->window, 0, kWho, j->path) ==
          0;
@@ -219,7 +221,12 @@ static int scan_write(void *data, int32_t line, void *in) {
   return kit_plane_store(&j->plane, j->ifd, line, (void **)in, kWho);
 }
 
+/* The attributes a written file keeps (none yet): the others are dropped
+ * from the object, which tells the host what the file will not carry. */
+static const char *const kKeptAttributes[] = {NULL};
+
 int imageWriteOpen(ORX_OBJECT *object) {
+  ORX_attr_keep(&object->info, kKeptAttributes);
   const char *path = object->info.handle;
   if (object->info.image_count != 1)
     return kit_fail(ORX_E_UNSUPPORTED, "jpeg: %s: a file holds one image, not %d", path,

@@ -237,6 +237,9 @@ static int describe(ORX_OBJECT *object, Png *p) {
       to[i][1] = (float)xy[i][1];
       to[i][2] = (float)(1.0 - xy[i][0] - xy[i][1]);
     }
+  } else if (!png_get_valid(png, info, PNG_INFO_iCCP)) {
+    /* Neither cHRM nor a profile: sRGB, as PNG readers take it. */
+    kit_set_chromaticities(&object->info, kit_rec709);
   }
   png_textp texts;
   int count = 0;
@@ -369,7 +372,12 @@ static int scan_write(void *data, int32_t line, void *in) {
   return kit_plane_store(&p->plane, p->ifd, line, (void **)in, kWho);
 }
 
+/* The attributes a written file keeps (none yet): the others are dropped
+ * from the object, which tells the host what the file will not carry. */
+static const char *const kKeptAttributes[] = {NULL};
+
 int imageWriteOpen(ORX_OBJECT *object) {
+  ORX_attr_keep(&object->info, kKeptAttributes);
   if (object->info.image_count != 1)
     return kit_fail(ORX_E_UNSUPPORTED, "png: %s: a file holds one image, not %d",
                     object->info.handle, (int)object->info.image_count);
@@ -408,8 +416,9 @@ static void write_header(ORX_OBJECT *object, Png *p) {
                (png_uint_32)kit_plane_height(&p->plane), depth, p->colour, PNG_INTERLACE_NONE,
                PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
   if (p->ifd->curve.gamma > 0.0f) png_set_gAMA(png, info, 1.0 / p->ifd->curve.gamma);
-  png_set_cHRM(png, info, in->white[0], in->white[1], in->red[0], in->red[1], in->green[0],
-               in->green[1], in->blue[0], in->blue[1]);
+  if (kit_chromaticities_informative(in, kit_rec709))
+    png_set_cHRM(png, info, in->white[0], in->white[1], in->red[0], in->red[1], in->green[0],
+                 in->green[1], in->blue[0], in->blue[1]);
   png_text texts[kTextCount];
   int count = 0;
   for (int i = 0; i < kTextCount; ++i) {

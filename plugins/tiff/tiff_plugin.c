@@ -451,7 +451,12 @@ static int scan_write(void *data, int32_t line, void *in) {
   return kit_plane_store(&image->plane, image->ifd, line, (void **)in, kWho);
 }
 
+/* The attributes a written file keeps (none yet): the others are dropped
+ * from the object, which tells the host what the file will not carry. */
+static const char *const kKeptAttributes[] = {NULL};
+
 int imageWriteOpen(ORX_OBJECT *object) {
+  ORX_attr_keep(&object->info, kKeptAttributes);
   const char *path = object->info.handle;
   if (object->info.image_count < 1)
     return kit_fail(ORX_E_UNSUPPORTED, "tiff: %s: no image to write", path);
@@ -539,6 +544,8 @@ static void write_tags(ORX_OBJECT *object, TiffImage *image) {
   float primaries[6] = {info->red[0],   info->red[1],  info->green[0],
                         info->green[1], info->blue[0], info->blue[1]};
   float white[2] = {info->white[0], info->white[1]};
+  /* Only chromaticities a reader gave: not the library's placeholders. */
+  if (!kit_chromaticities_informative(info, NULL)) return;
   TIFFSetField(tif, TIFFTAG_PRIMARYCHROMATICITIES, primaries);
   TIFFSetField(tif, TIFFTAG_WHITEPOINT, white);
 }

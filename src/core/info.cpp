@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <initializer_list>
 
+#include "orx/attributes.h"
 #include "orx/err.h"
 #include "core/info_copy.hpp"
 #include "orx/orx.h"
@@ -74,7 +75,7 @@ void release_info(ORX_INFO *info) {
 
 extern "C" {
 
-// The host's record: its strings and the four channel-group names of each
+// The host's record: its strings, its attributes and the four channel-group names of each
 // descriptor.  The aspect and any curve tables stay the host's (an object's
 // own go with orx::core::release_info).
 void ORX_info_cleanup(ORX_INFO *info, uint8_t free_strings) {
@@ -84,6 +85,7 @@ void ORX_info_cleanup(ORX_INFO *info, uint8_t free_strings) {
     std::fprintf(stderr, "The ORX_INFO structure being freed has either been %s",
                  "freed already or else was never initialised.\n");
   }
+  if (free_strings != 0) ORX_attr_clear(info);
   info->valid = 0;
   if (free_strings == 0) return;
   for (char **s : {&info->type, &info->handle, &info->name, &info->extension, &info->desc,

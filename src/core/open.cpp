@@ -13,6 +13,7 @@
 #include "core/multiframe.hpp"
 #include "core/registry.hpp"
 #include "err/messages.hpp"
+#include "orx/attributes.h"
 #include "orx/err.h"
 #include "orx/registry.h"
 
@@ -144,7 +145,9 @@ bool copy_request(ORX_INFO &to, const ORX_INFO &from) {
   to.timing_end = from.timing_end;
   to.frame_count = from.frame_count;
   to.enabled = from.enabled;
-  for (int i = 0; i < 3; ++i) to.reserved[i] = from.reserved[i];
+  // The first reserved word holds the attribute list, which gets its own copy.
+  for (int i = 1; i < 3; ++i) to.reserved[i] = from.reserved[i];
+  if (ORX_attr_copy(&to, 0, &from, ORX_ATTR_ANY_IMAGE) != 0) return false;
   return copy_images(&to, &from);
 }
 

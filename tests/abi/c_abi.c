@@ -3,6 +3,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "orx/attributes.h"
 #include "orx/byt.h"
 #include "orx/capability.h"
 #include "orx/clr.h"
@@ -57,6 +58,22 @@ int main(void) {
     if (strcmp(ORX_version(&major, &minor, &patch), expected) != 0) return 6;
     if (major * 10000 + minor * 100 + patch != ORX_VERSION_NUMBER) return 7;
     if (strcmp(ORX_plugin_protocol(), ORX_PLUGIN_VERSION) != 0) return 8;
+  }
+  {
+    /* A record's attributes from C: typed values, copied in, freed with it. */
+    ORX_INFO info;
+    const float white[2] = {0.3127f, 0.329f};
+    const ORX_ATTR *a;
+    int32_t orientation = 0;
+    ORX_info_init(&info);
+    if (ORX_attr_set_int(&info, 0, "Orientation", 6) != 0 ||
+        ORX_attr_set(&info, 0, "white", ORX_ATTR_FLOAT, 2, white) != 0)
+      return 9;
+    a = ORX_attr_at(&info, 0, 1);
+    if (ORX_attr_get_int(&info, 0, "orientation", &orientation) != 1 || orientation != 6 ||
+        a == NULL || a->count != 2 || ((const float *)a->data)[1] != white[1])
+      return 10;
+    ORX_info_cleanup(&info, 1);
   }
   printf("C interface ok\n");
   return 0;

@@ -1,6 +1,7 @@
 #include <regex>
 #include <string>
 
+#include "orx/attributes.h"
 #include "orx/rla.h"
 #include "registry/registry_fixture.hpp"
 #include "support/error_capture.hpp"
@@ -108,13 +109,17 @@ TEST_F(Open, WrittenImagesGetMachineUserDateAndJobDefaults) {
 
   info.job = -1;  // the default never consults the variable
   info.machine = STR_save("render7");
-  const uint64_t reserved[3] = {7, 8, 9};
-  for (int i = 0; i < 3; ++i) info.reserved[i] = reserved[i];
+  const uint64_t reserved[3] = {0, 8, 9};
+  for (int i = 1; i < 3; ++i) info.reserved[i] = reserved[i];
+  ASSERT_EQ(ORX_attr_set_string(&info, 1, "ImageDescription", "kept"), 0);
   object = ORX_open(&info, "w");
   ASSERT_NE(object, nullptr);
   EXPECT_EQ(object->info.job, -1);
   EXPECT_STREQ(object->info.machine, "render7");
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(object->info.reserved[i], reserved[i]);  // whole request
+  for (int i = 1; i < 3; ++i) EXPECT_EQ(object->info.reserved[i], reserved[i]);  // whole request
+  EXPECT_STREQ(ORX_attr_get_string(&object->info, 1, "imagedescription"), "kept");
+  EXPECT_NE(ORX_attr_find(&object->info, 1, "ImageDescription"),
+            ORX_attr_find(&info, 1, "ImageDescription"));  // the object's own copy
   ORX_close(object);
 }
 

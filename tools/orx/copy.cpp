@@ -1,15 +1,35 @@
 // orx copy: convert between any formats the registry knows, keeping every
 // image, channel group and header text the target can store.
+#include <cstring>
 #include <mutex>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "commands.hpp"
+#include "orx/attributes.h"
 #include "orx/field_merge.h"
 #include "progress.hpp"
 #include "tool.hpp"
 
 namespace orx::tool {
 namespace {
+
+// What the written file will not hold of the source, in one line: what the
+// format says it narrowed ("orx:narrowed" on each written image) and the
+// attributes its write open dropped.  "" when nothing.
+std::string losses(const ORX_INFO &from, const ORX_INFO &to) {
+  std::string narrowed, dropped;
+  for (int32_t i = 0; i < to.image_count; ++i)
+    if (const char *n = ORX_attr_get_string(&to, i, "orx:narrowed"))
+      narrowed += (narrowed.empty() ? "" : "; ") + std::string(n);
+  for (int32_t k = 0; const ORX_ATTR *a = ORX_attr_at(&from, ORX_ATTR_ANY_IMAGE, k); ++k)
+    if (std::strncmp(a->name, "orx:", 4) != 0 && ORX_attr_find(&to, a->image, a->name) == nullptr &&
+        dropped.find(std::string(" ") + a->name + ",") == std::string::npos)
+      dropped += std::string(" ") + a->name + ",";
+  if (!dropped.empty()) dropped = "dropped attributes" + dropped.substr(0, dropped.size() - 1);
+  return narrowed + (!narrowed.empty() && !dropped.empty() ? "; " : "") + dropped;
+}
 
 int copy_one(const std::string &in_path, const std::string &out_path, const CopyOptions &o) {
   Image in;
@@ -28,7 +48,11 @@ int copy_one(const std::string &in_path, const std::string &out_path, const Copy
     if (!apply_operators(in.get(), o, &why)) return complain(in_path, why);
   }
   Image out;
-  if (!out.open_write(out_path, o.type, in.info())) return complain(out_path);
+  std::vector<std::pair<std::string, std::string>> settings;
+  if (o.depth == "float") settings.emplace_back("pixel type", "float");
+  if (!out.open_write(out_path, o.type, in.info(), settings)) return complain(out_path);
+  if (const std::string lost = losses(in.info(), out.info()); !lost.empty())
+    say(out_path + ": " + lost);
   long rows = 0;
   for (int i = 0; i < in.images(); ++i) rows += height_of(in.ifd(i));
   Progress progress(rows);

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "commands.hpp"
+#include "orx/attributes.h"
 #include "tool.hpp"
 
 namespace orx::tool {
@@ -27,6 +28,36 @@ std::string json_string(const char *s) {
 }
 
 const char *text(const char *s) { return s != nullptr ? s : ""; }
+
+// An attribute's value: a string quoted, numbers separated by spaces (a JSON
+// array when more than one), bytes as their count for people and as base 16
+// in JSON, so that a profile can be compared by value.
+std::string attr_value(const ORX_ATTR &a, bool json) {
+  if (a.type == ORX_ATTR_STRING) return json_string(static_cast<const char *>(a.data));
+  const auto *bytes = static_cast<const unsigned char *>(a.data);
+  if (a.type == ORX_ATTR_BYTES) {
+    if (!json) return "<" + std::to_string(a.count) + " bytes>";
+    std::string hex = "\"";
+    for (int32_t i = 0; i < a.count; ++i) {
+      char buf[4];
+      std::snprintf(buf, sizeof buf, "%02x", bytes[i]);
+      hex += buf;
+    }
+    return hex + "\"";
+  }
+  std::string out = json && a.count > 1 ? "[" : "";
+  for (int32_t i = 0; i < a.count; ++i) {
+    char buf[32];
+    if (a.type == ORX_ATTR_INT)
+      std::snprintf(buf, sizeof buf, "%d", static_cast<const int32_t *>(a.data)[i]);
+    else if (a.type == ORX_ATTR_FLOAT)
+      std::snprintf(buf, sizeof buf, "%.9g", static_cast<double>(static_cast<const float *>(a.data)[i]));
+    else
+      std::snprintf(buf, sizeof buf, "%.17g", static_cast<const double *>(a.data)[i]);
+    out += (i > 0 ? (json ? ", " : " ") : "") + std::string(buf);
+  }
+  return out + (json && a.count > 1 ? "]" : "");
+}
 
 struct Texts {
   const char *label;
@@ -66,6 +97,8 @@ void print_text(const std::string &file, const Image &image) {
                     g.g.bits, g.g.name ? "  " : "", text(g.g.name));
     std::printf("    gamma     %.4f\n    aspect    %s %.3f\n    field     %d\n", d.curve.gamma,
                 text(d.aspect), d.aspect_ratio, d.field);
+    for (int32_t k = 0; const ORX_ATTR *a = ORX_attr_at(&info, i, k); ++k)
+      std::printf("    %s = %s\n", a->name, attr_value(*a, false).c_str());
   }
 }
 
@@ -114,8 +147,13 @@ void print_json(const std::string &file, const Image &image, bool first) {
       std::printf(", \"%s\": {\"count\": %d, \"type\": \"%s\", \"bits\": %d, \"name\": %s}",
                   g.label, g.g.count, type_name(g.g.type), g.g.bits,
                   json_string(g.g.name).c_str());
-    std::printf(", \"gamma\": %g, \"aspect\": %s, \"aspect_ratio\": %g, \"field\": %d}",
+    std::printf(", \"gamma\": %g, \"aspect\": %s, \"aspect_ratio\": %g, \"field\": %d",
                 d.curve.gamma, json_string(d.aspect).c_str(), d.aspect_ratio, d.field);
+    std::printf(", \"attributes\": {");
+    for (int32_t k = 0; const ORX_ATTR *a = ORX_attr_at(&info, i, k); ++k)
+      std::printf("%s%s: %s", k > 0 ? ", " : "", json_string(a->name).c_str(),
+                  attr_value(*a, true).c_str());
+    std::printf("}}");
   }
   std::printf("]}");
 }

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "orx/attributes.h"
+#include "orx/capability.h"
 #include "orx/registry.h"
 #include "orx/str.h"
 
@@ -176,7 +178,33 @@ bool Image::open_read(const std::string &path, const std::string &type) {
   return object_ != nullptr;
 }
 
-bool Image::open_write(const std::string &path, const std::string &type, const ORX_INFO &like) {
+// The settings the format that will write path takes from names: one per
+// capability, in table order (settings pair with entries by position).
+void resolve_settings(const std::string &path, const std::string &type,
+                      const std::vector<std::pair<std::string, std::string>> &names,
+                      std::vector<ORX_CAP_SETTING> &settings) {
+  settings.clear();
+  const ORX_FORMAT *format = nullptr;
+  for (const ORX_FORMAT *f : all_formats())
+    if (format == nullptr && (type.empty() ? ends_with(path, f->extension) : type == f->key))
+      format = f;
+  ORX_CAP_ENTRY *table = nullptr;
+  int32_t count = 0, first = 0, second = 0;
+  if (names.empty() || format == nullptr) return;
+  ORX_info_get_specific(nullptr, format, &table, &first, &second, &count);
+  for (int32_t i = 0; table != nullptr && i < count; ++i) {
+    ORX_CAP_SETTING s{ORX_CAP_UNSET, {0}};
+    for (const auto &[name, choice] : names)
+      for (const ORX_CAP_LIST_ENTRY *e = table[i].list != nullptr ? table[i].list->entries : nullptr;
+           table[i].name != nullptr && name == table[i].name && e != nullptr && e->name != nullptr;
+           ++e)
+        if (choice == e->name) s = ORX_CAP_SETTING{ORX_CAP_INTEGER, {e->value}};
+    settings.push_back(s);
+  }
+}
+
+bool Image::open_write(const std::string &path, const std::string &type, const ORX_INFO &like,
+                       const std::vector<std::pair<std::string, std::string>> &settings) {
   if (type.empty()) {
     bool claimed = false;
     for (const ORX_FORMAT *f : all_formats()) claimed = claimed || ends_with(path, f->extension);
@@ -189,8 +217,10 @@ bool Image::open_write(const std::string &path, const std::string &type, const O
     }
   }
   output_ = std::make_unique<SafeOutput>(path);
-  ORX_INFO request = like;  // texts and descriptors are copied below
+  ORX_INFO request = like;  // texts, descriptors and attributes are copied below
   request.valid = ORX_INFO_VALID;
+  request.reserved[0] = 0;
+  ORX_attr_copy(&request, 0, &like, ORX_ATTR_ANY_IMAGE);
   for (char **s : {&request.name, &request.desc, &request.program, &request.machine,
                    &request.user, &request.date, &request.time, &request.filter,
                    &request.compression})
@@ -198,7 +228,11 @@ bool Image::open_write(const std::string &path, const std::string &type, const O
   request.handle = STR_save(output_->path().c_str());
   request.type = type.empty() ? nullptr : STR_save(type.c_str());
   request.extension = nullptr;
-  request.settings = nullptr;
+  resolve_settings(path, type, settings, settings_);
+  setting_list_.clear();
+  for (ORX_CAP_SETTING &s : settings_) setting_list_.push_back(&s);
+  setting_list_.push_back(nullptr);
+  request.settings = settings_.empty() ? nullptr : setting_list_.data();
   request.full_path = 1;
   const auto n = static_cast<uint32_t>(like.image_count > 0 ? like.image_count : 0);
   request.images = static_cast<ORX_IFD *>(ERR_malloc(n * sizeof(ORX_IFD)));

@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "orx/err.h"
@@ -84,10 +85,14 @@ class Image {
   // choose.  False after reporting, with a hint to name the format when no
   // format recognises the file.
   bool open_read(const std::string &path, const std::string &type);
-  // Opens path for writing with the descriptors and texts of like.  Without
-  // a type, some format's extension must end path: the library would
-  // otherwise fall back to its default format whatever the name says.
-  bool open_write(const std::string &path, const std::string &type, const ORX_INFO &like);
+  // Opens path for writing with the descriptors, texts and attributes of
+  // like.  Without a type, some format's extension must end path: the
+  // library would otherwise fall back to its default format whatever the
+  // name says.  settings name capabilities of the format and the choice
+  // asked for in each ({"pixel type", "float"}); ones the format does not
+  // offer are ignored.
+  bool open_write(const std::string &path, const std::string &type, const ORX_INFO &like,
+                  const std::vector<std::pair<std::string, std::string>> &settings = {});
 
   ORX_OBJECT *get() const { return object_; }
   const ORX_INFO &info() const { return object_->info; }
@@ -107,6 +112,9 @@ class Image {
  private:
   ORX_OBJECT *object_ = nullptr;
   std::unique_ptr<SafeOutput> output_;  // when writing
+  // The settings a written object reads, alive as long as it is.
+  std::vector<ORX_CAP_SETTING> settings_;
+  std::vector<ORX_CAP_SETTING *> setting_list_;
 };
 
 // Width, height and channel count of a descriptor's window.

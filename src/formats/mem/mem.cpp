@@ -16,6 +16,7 @@
 #include "err/heap.hpp"
 #include "err/messages.hpp"
 #include "formats/builtin.hpp"
+#include "orx/attributes.h"
 #include "orx/err.h"
 
 namespace orx::formats {
@@ -214,7 +215,7 @@ bool copy_header(ORX_INFO &to, const ORX_INFO &from) {
   std::memcpy(to.green, from.green, sizeof to.green);
   std::memcpy(to.blue, from.blue, sizeof to.blue);
   std::memcpy(to.white, from.white, sizeof to.white);
-  return core::copy_images(&to, &from);
+  return ORX_attr_copy(&to, 0, &from, ORX_ATTR_ANY_IMAGE) == 0 && core::copy_images(&to, &from);
 }
 
 }  // namespace

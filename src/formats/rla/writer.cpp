@@ -11,6 +11,7 @@
 #include "formats/rla/header.hpp"
 #include "formats/rla/rle.hpp"
 #include "formats/rla/stream.hpp"
+#include "orx/attributes.h"
 #include "orx/err.h"
 #include "orx/orx.h"
 #include "orx/rla.h"
@@ -386,6 +387,10 @@ int write_open(ORX_OBJECT *object, std::FILE *stream, CloseStream close) {
   }
   orx::heap::release(object->private_cell);
   object->private_cell = cell;
+  // An RLA header has no place for attributes: the object keeps none, which
+  // tells the host that they are dropped.
+  static const char *const kKept[] = {nullptr};
+  ORX_attr_keep(&object->info, kKept);
   return 1;
 }
 

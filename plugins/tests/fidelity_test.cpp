@@ -1,0 +1,225 @@
+// Files made by other people's tools, read by us and by OpenImageIO at its
+// defaults: every pixel of every image must agree over the union of the
+// data and display windows (zero where the file stores nothing), and `orx
+// copy` to the same format must keep the pixels, the sample formats, the
+// display window, the chromaticities (or their absence), the profile and
+// the names, silently.  One row per file.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+#include <iterator>
+#include <utility>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "interop/peers.hpp"
+#include "orx/attributes.h"
+#include "orx/imp.h"
+#include "orx/texture.h"
+#include "plugin_host.hpp"
+#include "support/fixtures.hpp"
+
+namespace orx::test {
+namespace {
+
+struct Row {
+  const char *name;
+  const char *make;  // shell command writing {out} (scratch files go in {dir})
+  const char *ext;
+  double tolerance;  // of our reading against OpenImageIO's
+};
+
+// "oiio" makes a pattern with oiiotool: its arguments then -o {out}.
+#define OIIO(args) "oiiotool " args " -o {out}"
+const Row kRows[] = {
+    {"exr_half_rgba", OIIO("--pattern fill:topleft=0,0,0,0:topright=1,0,0,1:bottomleft=0,1,0,0.5:"
+                           "bottomright=0,0,1,1 40x24 4 -d half"), "exr", 0},
+    {"exr_float_beyond_half", OIIO("--pattern constant:color=70000,0.1,-3 16x8 3 -d float"), "exr", 0},
+    {"exr_uint_id", OIIO("--pattern constant:color=0.25 8x4 1 -d uint32 --chnames id"), "exr", 0},
+    {"exr_single_z", OIIO("--pattern checker:color1=0.5:color2=2 8x8 1 --chnames Z -d float"), "exr", 0},
+    {"exr_overscan", OIIO("--pattern checker:width=4:height=4 32x16 3 --origin -6-3 --fullsize 20x10+0+0 "
+                          "-d half"), "exr", 0},
+    {"exr_data_outside", OIIO("--pattern fill:left=1,0,0:right=0,0,1 12x6 3 --origin +30+12 "
+                              "--fullsize 20x10+0+0 -d half --tile 16 16"), "exr", 0},
+    {"exr_chromaticities", OIIO("--pattern constant:color=0.2,0.4,0.6 8x4 3 -d half --attrib:type=float[8] "
+                                "chromaticities 0.7,0.3,0.2,0.75,0.12,0.05,0.32,0.33"), "exr", 0},
+    {"exr_parts_named", "oiiotool --pattern constant:color=1,0,0 8x4 3 --attrib oiio:subimagename left "
+                        "--pattern constant:color=0,0,1,1 8x4 4 --attrib oiio:subimagename right "
+                        "--siappend -d half -o {out}", "exr", 0},
+    {"exr_mipmap", "oiiotool --pattern fill:left=0,0,0:right=1,0.5,0.25 37x21 3 -d half -o {dir}/s.exr && "
+                   "exrmaketiled -m -t 16 16 {dir}/s.exr {out}", "exr", 0},
+    {"exr_maketx", "oiiotool --pattern fill:left=0,0,0:right=1,0.5,0.25 37x21 3 -d half -o {dir}/s.exr && "
+                   "{orx} maketx {dir}/s.exr {out}", "exr", 0},
+};
+#undef OIIO
+
+const std::string kOrx = std::string("env -u ORX_PLUGIN_PATH '") + ORX_TOOL + "'";
+
+std::string expand(std::string text, const std::string &dir, const std::string &out) {
+  for (const auto &[key, value] : {std::pair<std::string, std::string>{"{dir}", dir},
+                                   {"{out}", out}, {"{orx}", kOrx}})
+    for (std::size_t at; (at = text.find(key)) != std::string::npos;) text.replace(at, key.size(), value);
+  return text;
+}
+
+// One image as OpenImageIO reads it: the header line, the metadata lines
+// and the pixels of its data window.
+struct Theirs {
+  int x, y, w, h, fx, fy, fw, fh, channels;
+  std::vector<std::string> names;
+  std::string meta;
+  std::vector<float> pixels;
+};
+
+std::vector<std::string> split(const std::string &text) {
+  std::vector<std::string> out;
+  std::istringstream in(text);
+  for (std::string s; std::getline(in, s, ',');) out.push_back(s);
+  return out;
+}
+
+std::vector<Theirs> oiio_read(const std::string &path, const TempDir &dir) {
+  const std::string prefix = dir.file("oiio");
+  ToolRun r = run("/usr/bin/python3 '" ORX_TEST_SOURCE_ROOT "/plugins/tests/oiio_read.py' '" + path +
+                  "' '" + prefix + "'");
+  EXPECT_EQ(r.status, 0) << r.output;
+  std::vector<Theirs> images;
+  std::istringstream in(r.output);
+  for (std::string line; std::getline(in, line);) {
+    Theirs t{};
+    if (std::sscanf(line.c_str(), "image %d %d %d %d %d %d %d %d %d", &t.x, &t.y, &t.w, &t.h, &t.fx,
+                    &t.fy, &t.fw, &t.fh, &t.channels) == 9) {
+      const std::string raw = slurp(prefix + "." + std::to_string(images.size()));
+      t.pixels.resize(raw.size() / 4);
+      std::memcpy(t.pixels.data(), raw.data(), t.pixels.size() * 4);
+      images.push_back(t);
+    } else if (!images.empty()) {
+      images.back().meta += line + "\n";
+      if (line.rfind("channels ", 0) == 0) images.back().names = split(line.substr(9));
+    }
+  }
+  return images;
+}
+
+// Our reading of image i against theirs: the window is the union of their
+// data and display windows, the active window their data window, and every
+// sample equal (zero outside the data window).
+void compare(ORX_OBJECT *object, int32_t i, const Theirs &t, double tolerance) {
+  const ORX_IFD &d = object->info.images[i];
+  const ORX_WINDOW &w = d.window;
+  EXPECT_EQ(w.left, std::min(t.x, t.fx));
+  EXPECT_EQ(w.right, std::max(t.x + t.w, t.fx + t.fw) - 1);
+  EXPECT_EQ(w.bottom, std::min(t.y, t.fy));
+  EXPECT_EQ(w.top, std::max(t.y + t.h, t.fy + t.fh) - 1);
+  const int flip = w.bottom + w.top;  // our line L is their row flip - L
+  EXPECT_EQ(d.active.left, t.x);
+  EXPECT_EQ(d.active.top, flip - t.y);
+  const int count = d.image.count + d.matte.count + d.aux.count;
+  ASSERT_EQ(count, t.channels);
+  // Our channel c is their channel map[c], by name where we name them.
+  std::vector<int> map(static_cast<std::size_t>(count));
+  const char *ours = ORX_attr_get_string(&object->info, i, "channelnames");
+  const std::vector<std::string> names = split(ours != nullptr ? ours : "");
+  for (int c = 0; c < count; ++c) {
+    map[c] = c;
+    for (int k = 0; names.size() == map.size() && k < count; ++k)
+      if (t.names[k] == names[c]) map[c] = k;
+  }
+  double worst = 0;
+  for (int32_t line = w.bottom; line <= w.top; ++line) {
+    void **rows = nullptr;
+    ASSERT_EQ(object->scan(object->private_cell[i], line, &rows), 0) << "line " << line;
+    const int y = flip - line;
+    for (int x = w.left; x <= w.right; ++x)
+      for (int c = 0; c < count; ++c) {
+        const ORX_CHANNELS &g = c < d.image.count ? d.image
+                                : c < d.image.count + d.matte.count ? d.matte
+                                                                     : d.aux;
+        // As OpenImageIO hands samples out: 32-bit floats.
+        const double v = static_cast<float>(get_sample(g.type, g.bits, rows[c], x - w.left));
+        const bool stored = x >= t.x && x < t.x + t.w && y >= t.y && y < t.y + t.h;
+        const double want =
+            stored ? t.pixels[(static_cast<std::size_t>(y - t.y) * t.w + (x - t.x)) * count + map[c]]
+                   : 0.0;
+        worst = std::max(worst, std::fabs(v - want));
+        if (std::fabs(v - want) > tolerance) {
+          ADD_FAILURE() << "image " << i << " pixel " << x << "," << y << " channel " << c << ": "
+                        << v << " against " << want;
+          return;
+        }
+      }
+  }
+}
+
+class Fidelity : public ::testing::TestWithParam<Row> {};
+
+TEST_P(Fidelity, ReadAsOpenImageIOReadsAndCopiedWhole) {
+  const Row &row = GetParam();
+  ORX_REQUIRE_TOOL("oiiotool");
+  if (run("/usr/bin/python3 -c 'import OpenImageIO'").status != 0)
+    GTEST_SKIP() << "python3-openimageio is not installed";
+  TempDir dir;
+  const std::string file = dir.file(std::string("peer.") + row.ext);
+  const ToolRun made = run(expand(row.make, dir.path(), file));
+  if (made.output.find("not found") != std::string::npos) GTEST_SKIP() << made.output;
+  ASSERT_EQ(made.status, 0) << made.output;
+  const std::vector<Theirs> theirs = oiio_read(file, dir);
+  {
+    FormatPlugins plugins;
+    ORX_INFO request;
+    ORX_info_init(&request);
+    request.handle = STR_save(file.c_str());
+    request.full_path = 1;
+    ORX_OBJECT *object = ORX_open(&request, "r");
+    ORX_info_cleanup(&request, 1);
+    ASSERT_NE(object, nullptr);
+    EXPECT_EQ(object->info.image_count, static_cast<int32_t>(theirs.size()));
+    for (int32_t i = 0; i < object->info.image_count && i < static_cast<int32_t>(theirs.size()); ++i)
+      compare(object, i, theirs[static_cast<std::size_t>(i)], row.tolerance);
+    ORX_close(object);
+  }
+  // The copy holds what the file held, sample formats and metadata included,
+  // and says nothing about losses.
+  const std::string copy = dir.file(std::string("copy.") + row.ext);
+  const ToolRun copied = run(kOrx + " copy '" + file + "' '" + copy + "'");
+  ASSERT_EQ(copied.status, 0) << copied.output;
+  EXPECT_EQ(copied.output, "");
+  const std::vector<Theirs> again = oiio_read(copy, dir);
+  ASSERT_EQ(again.size(), theirs.size());
+  for (std::size_t i = 0; i < theirs.size(); ++i) {
+    const Theirs &a = theirs[i], &b = again[i];
+    EXPECT_EQ(std::vector<int>({a.x, a.y, a.w, a.h, a.fx, a.fy, a.fw, a.fh}),
+              std::vector<int>({b.x, b.y, b.w, b.h, b.fx, b.fy, b.fw, b.fh}));
+    EXPECT_EQ(a.meta, b.meta) << "image " << i;
+    EXPECT_EQ(a.pixels, b.pixels) << "image " << i;
+  }
+}
+
+// A texture made from an EXR is one tiled part of OpenEXR's own mip levels,
+// which texture lookups read back level by level.
+TEST(FidelityTexture, MaketxWritesOpenExrMipLevels) {
+  TempDir dir;
+  const std::string made = expand(kRows[std::size(kRows) - 1].make, dir.path(), dir.file("t.exr"));
+  ASSERT_EQ(run(made).status, 0) << made;
+  if (have_tool("exrheader")) {
+    const ToolRun header = run("exrheader '" + dir.file("t.exr") + "'");
+    EXPECT_NE(header.output.find("mip-map"), std::string::npos) << header.output;
+  }
+  FormatPlugins plugins;
+  ORX_TEXTURE *t = ORX_tex_open(dir.file("t.exr").c_str(), IMP_TEXTURE_COLOR);
+  ASSERT_NE(t, nullptr);
+  EXPECT_EQ(ORX_tex_levels(t), 6);
+  int32_t w = 0, h = 0;
+  ASSERT_EQ(ORX_tex_level_size(t, 5, &w, &h), 0);
+  EXPECT_EQ(w, 1);
+  EXPECT_EQ(h, 1);
+  ORX_tex_close(t);
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, Fidelity, ::testing::ValuesIn(kRows),
+                         [](const ::testing::TestParamInfo<Row> &i) { return i.param.name; });
+
+}  // namespace
+}  // namespace orx::test
