@@ -101,8 +101,8 @@ def status(returned: int = 0) -> int:
     status when it has one, else the status seen when the failure was
     reported on this thread, else the call's own negative result, else the
     process-wide orx__err (exact while one thread uses the library)."""
-    from ._ffi import lib
-    if hasattr(lib, "ORX_last_status"):
+    from ._ffi import HAS_STATUS, lib
+    if HAS_STATUS:
         value = int(lib.ORX_last_status())
         if value:
             return value

@@ -195,6 +195,9 @@ def _mapped(name: str) -> Path | None:
 
 
 lib, library_path = _open_library()
+# What this library offers beyond the first release's interface.
+HAS_STATUS = hasattr(lib, "ORX_last_status")
+HAS_ATTRIBUTES = hasattr(lib, "ORX_attr_count")
 
 
 def plugin_directories() -> list[Path]:

@@ -10,7 +10,7 @@ from __future__ import annotations
 from dataclasses import dataclass, field as _field, replace
 from typing import Any, NamedTuple
 
-from ._ffi import ffi
+from ._ffi import HAS_ATTRIBUTES, ffi, lib
 
 INTEGER, FLOAT, DOUBLE = 1, 2, 3
 TEXTS = ("name", "desc", "program", "machine", "user", "date", "time", "filter", "compression")
@@ -106,8 +106,11 @@ class Description:
         return replace(self, **changes)
 
 
+_NULL, _string = ffi.NULL, ffi.string
+
+
 def _text(p) -> str | None:
-    return ffi.string(p).decode(errors="replace") if p != ffi.NULL else None
+    return _string(p).decode(errors="replace") if p != _NULL else None
 
 
 def _group(g) -> Group:
@@ -124,13 +127,11 @@ _ATTR_C = {ATTR_INT: "int32_t", ATTR_FLOAT: "float", ATTR_DOUBLE: "double"}
 
 def has_attributes() -> bool:
     """Whether the loaded library keeps named attributes (orx/attributes.h)."""
-    from ._ffi import lib
-    return hasattr(lib, "ORX_attr_count")
+    return HAS_ATTRIBUTES
 
 
 def _attributes(info, i: int) -> dict[str, Any]:
     """Image i's named attributes: str, bytes, or a number (a list for arrays)."""
-    from ._ffi import lib
     found: dict[str, Any] = {}
     if ffi.typeof(info).kind != "pointer":  # a record inside an object
         info = ffi.addressof(info)
@@ -152,7 +153,6 @@ def _attributes(info, i: int) -> dict[str, Any]:
 
 def set_attributes(info, i: int, attributes: dict[str, Any]) -> None:
     """Put attributes on image i of a request (the format keeps what it can)."""
-    from ._ffi import lib
     for name, value in attributes.items():
         if isinstance(value, str):
             kind, data, n = ATTR_STRING, ffi.new("char[]", value.encode()), 1
@@ -173,7 +173,7 @@ def from_info(info, i: int, format_key: str | None = None) -> Description:
     texts = {k: v for k in TEXTS if (v := _text(getattr(info, k))) is not None}
     chroma = {k: (float(getattr(info, k)[0]), float(getattr(info, k)[1]))
               for k in ("red", "green", "blue", "white")}
-    if has_attributes():
+    if HAS_ATTRIBUTES:
         attributes = _attributes(info, i)
     else:  # a library without named attributes: what the header has
         attributes = dict(texts, **({"format": format_key} if format_key else {}))
