@@ -90,7 +90,7 @@ def main() -> int:
         def get_pixels():
             # ImageBuf reads through the process's shared ImageCache: empty
             # it, or the runs after the first time a copy in memory.
-            oiio.ImageCache.create(True).invalidate_all(True)
+            oiio.ImageCache(True).invalidate_all(True)
             oiio.ImageBuf(path).get_pixels()
 
         peer1 = best(read_image, args.repeat)
