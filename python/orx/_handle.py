@@ -464,25 +464,30 @@ class Writer:
         request.handle = _save(self._output.path)
         request.type = _save(type)
         request.full_path = 1
-        merged = dict(d.texts) if source else {}
-        merged.update(texts)
-        merged.pop("compression", None)
-        for k, v in merged.items():
-            setattr(request, k, _save(v))
-        for k, xy in {**(d.chromaticities if source else {}), **(chromaticities or {})}.items():
-            getattr(request, k)[0:2] = [float(xy[0]), float(xy[1])]
-        if settings:
-            request.settings = self._settings(settings)
-        request.frame = d.frame if frame is None else frame
-        request.job = d.job if job is None else job
-        request.images = ffi.cast("ORX_IFD *", lib.ERR_malloc(ffi.sizeof("ORX_IFD")))
-        request.image_count = 1
-        _fill_ifd(request.images, d, width, height, self.dtype, channels, groups)
-        if has_attributes():
-            set_attributes(request, 0, {**(d.attributes if source else {}), **(attributes or {})})
-        _errors.clear()
-        obj = lib.ORX_open(request, b"w")
-        lib.ORX_info_cleanup(request, 1)
+        try:  # the record owns what is saved into it, whatever happens here
+            merged = dict(d.texts) if source else {}
+            merged.update(texts)
+            merged.pop("compression", None)
+            for k, v in merged.items():
+                setattr(request, k, _save(v))
+            for k, xy in {**(d.chromaticities if source else {}), **(chromaticities or {})}.items():
+                getattr(request, k)[0:2] = [float(xy[0]), float(xy[1])]
+            if settings:
+                request.settings = self._settings(settings)
+            request.frame = d.frame if frame is None else frame
+            request.job = d.job if job is None else job
+            request.images = ffi.cast("ORX_IFD *", lib.ERR_malloc(ffi.sizeof("ORX_IFD")))
+            if request.images == ffi.NULL:
+                raise _errors.OutOfMemoryError("no memory for the image's descriptor", -10)
+            request.image_count = 1
+            _fill_ifd(request.images, d, width, height, self.dtype, channels, groups)
+            if has_attributes():
+                kept = d.attributes if source else {}
+                set_attributes(request, 0, {**kept, **(attributes or {})})
+            _errors.clear()
+            obj = lib.ORX_open(request, b"w")
+        finally:
+            lib.ORX_info_cleanup(request, 1)
         if obj == ffi.NULL:
             self._output.discard()
             raise self._output.told(_errors.fail(0, self.path))
