@@ -9,7 +9,7 @@ import numpy as np
 
 from . import _errors
 from ._ffi import ffi, lib, start, state_lock
-from ._handle import ImageFile, _save
+from ._handle import ImageFile
 from ._output import SafeOutput
 
 TEXTURE_TYPES = {"color": 0, "scalar": 1, "bump": 2}

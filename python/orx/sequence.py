@@ -8,7 +8,7 @@ from typing import Callable, Iterable, Iterator
 
 import numpy as np
 
-from ._handle import ImageFile, Writer
+from ._handle import ImageFile
 from .image import Image
 
 _HASHES = re.compile(r"#+")

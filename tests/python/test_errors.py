@@ -1,5 +1,4 @@
 """Failures raise the family's subclass with the library's own message."""
-import logging
 import threading
 
 import numpy as np
@@ -36,7 +35,7 @@ CASES = [  # (what, extension, call, exception, words of the message)
 
 
 @pytest.mark.parametrize("what,ext,call,kind,words", CASES, ids=[c[0] + "-" + c[1] for c in CASES])
-def test_failure_raises_its_family(tmp_path, caplog, capfd, what, ext, call, kind, words):
+def test_failure_raises_its_family(tmp_path, capfd, what, ext, call, kind, words):
     needs(ext)
     with pytest.raises(kind) as caught:
         call(tmp_path, ext)
