@@ -53,4 +53,20 @@ if [ -n "$plugin" ]; then
   cp "$plugin" "$libdir/orx/plugins/"
   env -u ORX_PLUGIN_PATH "$orx" formats | grep -q '^tgood ' || fail "the installed plug-in is not loaded"
 fi
+
+# The Python package, with the interpreter the tests use when it has numpy
+# and cffi: it finds the moved library and plug-ins beside itself.
+python=/usr/bin/python3
+if [ -x "$python" ] && "$python" -c "import numpy, cffi" 2>/dev/null; then
+  step "the installed Python package"
+  site=$(find "$work/moved" -type d -path '*/dist-packages' -print -quit)
+  [ -f "$site/orx/__init__.py" ] || fail "no Python package under the prefix"
+  (cd "$work" && env -u ORX_LIBRARY -u ORX_PLUGIN_PATH PYTHONPATH="$site" "$python" -c '
+import orx, sys
+assert orx.read("a.rla").shape == (16, 64, 3), "the copy reads back differently"
+assert str(orx.library_path).startswith(sys.argv[1]), orx.library_path
+if len(sys.argv) > 2:
+    assert "tgood" in [k for k, _, _ in orx.formats()], "the installed plug-in is not loaded"
+' "$work/moved" ${plugin:+with-plugin}) || fail "the installed Python package does not work"
+fi
 echo "check-install: ok"

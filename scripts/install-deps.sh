@@ -18,6 +18,9 @@ packages=(
   # OpenEXR's own tools make files for the fidelity tests, which read them
   # through OpenImageIO's Python module as well.
   openexr python3-openimageio
+  # The Python package (cffi, numpy) and its tests, which compare with
+  # OpenImageIO's module above; setuptools and wheel let pip install it offline.
+  python3-cffi python3-numpy python3-pytest python3-setuptools python3-wheel
 )
 
 if [ "${1:-}" = "--list" ]; then
