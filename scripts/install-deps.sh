@@ -15,6 +15,8 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   # Image tools the interoperability tests compare against (skipped when missing).
   openimageio-tools graphicsmagick imagemagick
+  # The one-node Slurm cluster the farm test runs frame sequences on.
+  slurm-wlm munge
 )
 
 if [ "${1:-}" = "--list" ]; then
