@@ -6,7 +6,9 @@
 #   scripts/local-farm.sh start    start it; nothing to do when it runs
 #   scripts/local-farm.sh stop     cancel its jobs and stop the daemons it started
 #   scripts/local-farm.sh status   say what runs; exit 0 when all of it does
-# The directory is $ORX_FARM_DIR (default ${TMPDIR:-/tmp}/orx-farm-UID).
+# The directory is $ORX_FARM_DIR (default ${TMPDIR:-/tmp}/orx-farm-UID); the
+# daemons take the first free ports from $ORX_FARM_PORT (default 6817) up,
+# so clusters of different directories run side by side.
 # Slurm's commands find the cluster through SLURM_CONF, which `start`
 # prints as a line to eval:  eval "$(scripts/local-farm.sh start)"
 # The node has this machine's cores and memory.  Runs as root (slurmd runs
