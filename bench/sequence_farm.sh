@@ -29,7 +29,7 @@ eval "$("$src/scripts/local-farm.sh" start)"
 for ((f = 2; f <= frames; f++)); do cp in.0001.rla "$(printf 'in.%04d.rla' "$f")"; done
 
 # Submits the array and returns when its last element has ended: squeue
-# asked every 0.1 s, since `sbatch --wait` looks at 2, 10, 42, 74... seconds.
+# asked every 0.1 s, since `sbatch --wait` looks at 2, 10, 42... seconds.
 cat >array.sh <<END
 #!/bin/sh
 job=\$(sbatch --parsable --array=0-$((elements - 1)) '$src/examples/farm-job.sh' "\$@") || exit 1
