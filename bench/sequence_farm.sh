@@ -24,7 +24,8 @@ work=$(mktemp -d -p "${TMPDIR:-/tmp}")
 export ORX_FARM_DIR=$work/cluster
 trap '"$src/scripts/local-farm.sh" stop >/dev/null 2>&1 || true; rm -rf "$work"' EXIT
 cd "$work"
-eval "$("$src/scripts/local-farm.sh" start)"
+cluster=$("$src/scripts/local-farm.sh" start)
+eval "$cluster"
 "$ORX" pattern in.0001.rla --size 1920x1080 --type int16 --matte
 for ((f = 2; f <= frames; f++)); do cp in.0001.rla "$(printf 'in.%04d.rla' "$f")"; done
 

@@ -42,13 +42,13 @@ trap '"$src/scripts/local-farm.sh" stop >/dev/null 2>&1 || true; rm -rf "$work"'
 trap 'exit 1' INT TERM HUP
 trap 'echo "FAIL: line $LINENO: $BASH_COMMAND"' ERR
 cd "$work"
-eval "$("$src/scripts/local-farm.sh" start)"
-
 fail() {
   echo "FAIL: $*"
-  tail -n 20 cluster/log/slurmctld.log orx-*.log 2>/dev/null
+  tail -n 20 cluster/log/*.log orx-*.log 2>/dev/null
   exit 1
 }
+cluster=$("$src/scripts/local-farm.sh" start) || fail "the cluster did not start"
+eval "$cluster"
 since() { echo "$(($(date +%s%N) / 1000000 - $1))ms"; }
 now() { echo $(($(date +%s%N) / 1000000)); }
 name() { printf 'in.%04d.rla' "$1"; }
