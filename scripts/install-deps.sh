@@ -21,6 +21,8 @@ packages=(
   # The Python package (cffi, numpy) and its tests, which compare with
   # OpenImageIO's module above; setuptools and wheel let pip install it offline.
   python3-cffi python3-numpy python3-pytest python3-setuptools python3-wheel
+  # The one-node Slurm cluster the farm test runs frame sequences on.
+  slurm-wlm munge
 )
 
 if [ "${1:-}" = "--list" ]; then

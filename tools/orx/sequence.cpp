@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <thread>
 
+#include "array_slice.hpp"
 #include "tool.hpp"
 
 namespace orx::tool {
@@ -113,7 +114,8 @@ void add_sequence_options(CLI::App *command, SequenceOptions *o) {
   command->add_flag("--skip-existing", o->skip_existing,
                     "Leave outputs that are there and read back whole");
   command->add_option("--chunk", o->chunk,
-                      "With --frames: only the K-th of N equal slices of the frames (K/N)");
+                      "With --frames: only the K-th of N equal slices of the frames (K/N), or "
+                      "auto: this element's slice of a Slurm or Grid Engine job array");
   command->add_flag("--json", o->json, "With --frames: print the summary as JSON");
 }
 
@@ -176,8 +178,14 @@ int run_frames(const SequenceOptions &o, const std::string &in, const std::strin
   std::vector<int> frames;
   std::string why;
   if (!parse_frame_list(o.frames, &frames, &why)) return complain("--frames " + o.frames, why);
-  if (!o.chunk.empty() && !take_chunk(o.chunk, &frames))
-    return complain("--chunk " + o.chunk, "expected K/N with 1 <= K <= N");
+  std::string chunk = o.chunk;
+  if (chunk == "auto") {
+    int k = 0, n = 0;
+    if (!array_slice(std::getenv, &k, &n, &why)) return complain("--chunk auto", why);
+    chunk = std::to_string(k) + "/" + std::to_string(n);
+  }
+  if (!chunk.empty() && !take_chunk(chunk, &frames))
+    return complain("--chunk " + o.chunk, "expected K/N with 1 <= K <= N, or auto");
   if (frames.size() > 1 && out.find('#') == std::string::npos && names_a_file(out))
     return complain(out, "the output name needs a run of # for the frame number");
 
