@@ -94,7 +94,8 @@ ORX_OBJECT *orx__cast_operator(ORX_OBJECT *handle) {
   r->buffers = orx__chan_alloc(&d, r->width, "cast operator");
   if (r->buffers == nullptr) {
     ERR_free(r);
-    if (orx__err == ORX_E_NO_MEMORY) no_memory();
+    // The buffer reports its own refusals; a shortage gets the operator's report.
+    if (orx::err::last_status() == ORX_E_NO_MEMORY) no_memory();
     return handle;
   }
   r->counts[0] = d.image.count;
