@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "exr_plugin.hpp"
+#include "orx/limits.h"
 #include "plugin_kit.h"
 
 namespace exr_plugin {
@@ -57,6 +58,11 @@ int decode_deep(const char *path, int part, const std::vector<std::string> &name
     Imf::DeepScanLineInputPart in(file, part);
     const Imath::Box2i dw = in.header().dataWindow();
     if (const int status = check_window(path, plane, dw)) return status;
+    // A line's samples are held whole: no more of them than the image
+    // memory limit allows a line (a hostile count table asks for any).
+    Imf::CompositeDeepScanLine::setMaximumSampleCount(static_cast<int64_t>(
+        static_cast<uint64_t>(ORX_limit(ORX_LIMIT_ROW_MEMORY)) /
+        (4 * static_cast<uint64_t>(plane->channels > 0 ? plane->channels : 1))));
     FrontToBack compositing;
     Imf::CompositeDeepScanLine flat;
     flat.setCompositing(&compositing);

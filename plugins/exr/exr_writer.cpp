@@ -227,6 +227,8 @@ Imath::Box2i display_window(const ORX_INFO &info, int32_t i, const ORX_WINDOW &w
   return both == window ? display : window;
 }
 
+bool mip_chain(const ORX_OBJECT *object);
+
 Imf::Header header_of(ORX_OBJECT *object, const OutImage &image) {
   const ORX_INFO &info = object->info;
   const ORX_WINDOW &w = image.plane.window, &a = image.plane.active;
@@ -244,7 +246,8 @@ Imf::Header header_of(ORX_OBJECT *object, const OutImage &image) {
   h.setType(Imf::SCANLINEIMAGE);
   const char *part_name = ORX_attr_get_string(&info, image.part, "oiio:subimagename");
   if (part_name != nullptr && *part_name != 0) h.setName(part_name);
-  else if (info.image_count > 1) h.setName("image" + std::to_string(image.part));
+  else if (info.image_count > 1 && !mip_chain(object))  // parts need names; mip levels not
+    h.setName("image" + std::to_string(image.part));
   if (const char *view = ORX_attr_get_string(&info, image.part, "openexr:view"))
     h.insert("view", Imf::StringAttribute(view));
   for (const Text &t : kTexts)
@@ -307,7 +310,6 @@ bool mip_chain(const ORX_OBJECT *object) {
 void encode_mipmap(ORX_OBJECT *object, OutFile &file) {
   auto &top = *static_cast<OutImage *>(object->private_cell[0]);
   Imf::Header h = header_of(object, top);
-  if (ORX_attr_get_string(&object->info, 0, "oiio:subimagename") == nullptr) h.erase("name");
   h.setType(Imf::TILEDIMAGE);
   h.setTileDescription(Imf::TileDescription(64, 64, Imf::MIPMAP_LEVELS, Imf::ROUND_DOWN));
   Imf::TiledOutputFile out(file.path.c_str(), h);
