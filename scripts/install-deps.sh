@@ -18,6 +18,8 @@ packages=(
   # OpenEXR's own tools make files for the fidelity tests, which read them
   # through OpenImageIO's Python module as well.
   openexr python3-openimageio
+  # libtiff's tools make TIFF variants for them, and PIL an ICC profile.
+  libtiff-tools python3-pil
 )
 
 if [ "${1:-}" = "--list" ]; then
