@@ -8,7 +8,9 @@
  * Sample types: ORX_C_INTEGER (unsigned, 1 to 32 bits, held in 8-bit
  * samples up to 8 bits, 16-bit samples for 9 to 16, 32-bit above),
  * ORX_C_FLOAT (32-bit), ORX_C_DOUBLE (64-bit).  An integer sample of width w
- * stands for value / (2^w - 1).
+ * stands for value / (2^w - 1).  A float group of 16 bits holds values of
+ * half precision (read from 16-bit float samples, or to be written as
+ * such): its rows still hold 32-bit floats, as every float row does.
  *
  * Strings in these records are owned by the record and released with
  * ERR_free by ORX_info_cleanup.  Failing functions leave a status in
@@ -61,7 +63,7 @@ typedef struct ORX_CHANNELS {
   char *name;        /* owned; "unknown" when copied into an object without one */
   int32_t count;
   int32_t type;      /* ORX_C_INTEGER, ORX_C_FLOAT or ORX_C_DOUBLE */
-  int32_t bits;      /* bits per sample */
+  int32_t bits;      /* bits per sample; 16 on a float group: half precision */
   int32_t reserved;
 } ORX_CHANNELS;
 

@@ -5,7 +5,9 @@
 // the "channelnames" attribute.  The window is the union of the display and
 // data windows, the active window the data window, and the display window an
 // attribute ("openexr:displayWindow").  Every part of a multi-part file is an
-// image, its name and view kept as attributes.  Writing stores each channel
+// image, its name and view kept as attributes, and so is every level of a
+// mipmapped part.  Luminance/chroma files read as RGB(A), deep scanline files
+// flattened front to back.  Writing stores each channel
 // at the precision it holds (or half or float, when a setting forces it) and
 // the compression chosen by the capability settings.
 //

@@ -3,6 +3,11 @@
 #ifndef ORX_EXR_PLUGIN_HPP
 #define ORX_EXR_PLUGIN_HPP
 
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "orx/err.h"
 #include "orx/plugin.h"
 #include "plugin_kit.h"
 
@@ -52,6 +57,41 @@ void release(ORX_OBJECT *object, File *file) {
   }
   delete file;
 }
+
+// Runs decode, a read through OpenEXR's C++ library, which reports failures
+// by exception: decode's status, or ORX_E_READ after a report.
+template <class Decode>
+int read_with_openexr(const char *path, Decode &&decode) {
+  try {
+    return decode();
+  } catch (const std::exception &e) {
+    kit_fail(ORX_E_READ, "exr: cannot read %s: %s", path, e.what());
+  } catch (...) {
+    kit_fail(ORX_E_READ, "exr: cannot read %s", path);
+  }
+  return ORX_E_READ;
+}
+
+// Whether the data window dw is the one the plane was laid out for (the
+// file may have changed since the open): 0, or ORX_E_READ after a report.
+template <class Window>
+int check_window(const char *path, const KitPlane *plane, const Window &dw) {
+  if (dw.max.x - dw.min.x + 1 == kit_plane_width(plane) &&
+      dw.max.y - dw.min.y + 1 == kit_plane_height(plane))
+    return 0;
+  kit_fail(ORX_E_READ, "exr: cannot read %s: its data window changed", path);
+  return ORX_E_READ;
+}
+
+// Decodes the luminance/chroma file at path as RGB(A) floats into a plane
+// laid out for its data window; 0 or a status after a report.
+int decode_luminance_chroma(const char *path, KitPlane *plane);
+
+// Decodes part of the deep file at path flattened front to back into a
+// plane of floats laid out for its data window, names[c] the file channel
+// of plane channel c; 0 or a status after a report.
+int decode_deep(const char *path, int part, const std::vector<std::string> &names,
+                KitPlane *plane);
 
 int read_open(ORX_OBJECT *object);
 int write_open(ORX_OBJECT *object);

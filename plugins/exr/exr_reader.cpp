@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <algorithm>
 #include <cstring>
 #include <new>
 #include <string>
@@ -75,13 +76,16 @@ struct InFile {
 
 // One image: a part of the file.
 struct InImage {
-  InFile *file;
-  ORX_IFD *ifd;
-  int part;
+  InFile *file = nullptr;
+  ORX_IFD *ifd = nullptr;
+  int part = 0;
   std::vector<int32_t> plane_channel;  // plane channel of each file channel
   int decoded = 0;                     // 1 once the plane holds the image, or a status
   KitPlane plane{};
   int level = 0;                       // the mip level of a mipmapped part
+  bool luminance_chroma = false;       // decoded through OpenEXR's RGBA interface
+  bool deep = false;                   // flattened through OpenEXR's compositing
+  std::vector<std::string> names;      // file channel of each plane channel
 };
 
 void release(ORX_OBJECT *object, InFile *file) { exr_plugin::release<InImage>(object, file); }
@@ -124,7 +128,7 @@ const char *chunk_problem(exr_const_context_t context, int part) {
                static_cast<uint64_t>(ORX_limit(ORX_LIMIT_ROW_MEMORY));
   };
   exr_chunk_info_t chunk;
-  if (storage == EXR_STORAGE_SCANLINE) {
+  if (storage == EXR_STORAGE_SCANLINE || storage == EXR_STORAGE_DEEP_SCANLINE) {
     int32_t lines = 0;
     if (exr_get_scanlines_per_chunk(context, part, &lines) != EXR_ERR_SUCCESS || lines <= 0)
       return kDamaged;
@@ -284,6 +288,9 @@ exr_result_t decode_chunks(InImage &image) {
 
 int decode(void *data) {
   auto &image = *static_cast<InImage *>(data);
+  if (image.luminance_chroma)
+    return decode_luminance_chroma(image.file->path.c_str(), &image.plane);
+  if (image.deep) return decode_deep(image.file->path.c_str(), image.part, image.names, &image.plane);
   begin();
   const exr_result_t r = decode_chunks(image);
   if (r == EXR_ERR_SUCCESS) return 0;
@@ -349,6 +356,26 @@ KitLayout order_channels(const exr_attr_chlist_t &list, std::vector<int32_t> &pl
   }
   for (int i : order) names += (names.empty() ? "" : ",") + name_of(i);
   return layout;
+}
+
+// Whether a part holds luminance/chroma channels: Y with RY and BY.
+bool luminance_chroma(const exr_attr_chlist_t &list) {
+  int found = 0;
+  for (int i = 0; i < list.num_channels; ++i) {
+    const std::string name(list.entries[i].name.str, static_cast<size_t>(list.entries[i].name.length));
+    found |= name == "Y" ? 1 : name == "RY" ? 2 : name == "BY" ? 4 : 0;
+  }
+  return found == 7;
+}
+
+// The layout OpenEXR's RGBA interface gives a luminance/chroma part: R, G, B
+// and A when the part has it, all of half precision.
+KitLayout rgba_of(const exr_attr_chlist_t &list, std::string &names) {
+  bool alpha = false;
+  for (int i = 0; i < list.num_channels; ++i)
+    alpha = alpha || (list.entries[i].name.length == 1 && list.entries[i].name.str[0] == 'A');
+  names = alpha ? "R,G,B,A" : "R,G,B";
+  return KitLayout{{3, alpha ? 1 : 0, 0}, {ORX_C_FLOAT, ORX_C_FLOAT, ORX_C_FLOAT}, {16, 16, 16}};
 }
 
 // What keeps a part's channels from being read, or null.
@@ -475,9 +502,16 @@ bool describe(InImage &image, ORX_INFO &info, int32_t index) {
       exr_get_data_window(context, part, &data) != EXR_ERR_SUCCESS ||
       exr_get_channels(context, part, &list) != EXR_ERR_SUCCESS || list == nullptr)
     return kit_fail(ORX_E_NOT_OUR_FILE, "exr: %s: part %d lacks a required attribute", path, part);
-  if (storage != EXR_STORAGE_SCANLINE && storage != EXR_STORAGE_TILED)
-    return kit_fail(ORX_E_UNSUPPORTED, "exr: %s: part %d holds deep data", path, part);
-  if (const char *problem = channel_problem(*list))
+  image.deep = storage == EXR_STORAGE_DEEP_SCANLINE;
+  if (storage != EXR_STORAGE_SCANLINE && storage != EXR_STORAGE_TILED && !image.deep)
+    return kit_fail(ORX_E_UNSUPPORTED, "exr: %s: part %d holds deep tiles", path, part);
+  int parts = 0;
+  exr_get_count(context, &parts);
+  image.luminance_chroma = luminance_chroma(*list);
+  if (image.luminance_chroma && (parts != 1 || image.level != 0))
+    return kit_fail(ORX_E_UNSUPPORTED, "exr: %s: luminance/chroma channels are read from "
+                    "single-part files of one level only", path);
+  if (const char *problem = image.luminance_chroma ? nullptr : channel_problem(*list))
     return kit_fail(ORX_E_UNSUPPORTED, "exr: %s: part %d %s", path, part, problem);
   exr_get_pixel_aspect_ratio(context, part, &pixel_aspect);
   ORX_IFD &ifd = *image.ifd;
@@ -506,7 +540,24 @@ bool describe(InImage &image, ORX_INFO &info, int32_t index) {
   ifd.active = {data.min.x, data.max.x, exr_row(w, data.max.y), exr_row(w, data.min.y)};
   ifd.curve.gamma = 1.0f;
   std::string names;
-  const KitLayout layout = order_channels(*list, image.plane_channel, names);
+  KitLayout layout = image.luminance_chroma ? rgba_of(*list, names)
+                                           : order_channels(*list, image.plane_channel, names);
+  if (image.deep) {
+    // Composited samples are floats whatever the file stored.
+    for (int g = 0; g < 3; ++g) layout.type[g] = ORX_C_FLOAT, layout.bits[g] = 32;
+    for (std::size_t at = 0; at <= names.size();) {
+      const std::size_t end = names.find(',', at) == std::string::npos ? names.size() : names.find(',', at);
+      image.names.push_back(names.substr(at, end - at));
+      at = end + 1;
+    }
+    const auto has = [&](const char *n) {
+      return std::find(image.names.begin(), image.names.end(), n) != image.names.end();
+    };
+    if (!has("Z") || !has("A"))
+      return kit_fail(ORX_E_UNSUPPORTED, "exr: %s: part %d holds deep data without Z and A", path,
+                      part);
+    if (ORX_attr_set_int(&info, index, "openexr:deep", 1) != 0) return false;
+  }
   kit_layout_apply(&layout, &ifd);
   // Group names: "rgb" or the image channel's own name, and the auxiliary
   // channels' names, comma-separated.
@@ -592,13 +643,15 @@ int read_open(ORX_OBJECT *object) {
     return 0;
   }
   for (int32_t i = 0; i < count; ++i) {
-    auto *image = new (std::nothrow)
-        InImage{file, &object->info.images[i], images[static_cast<size_t>(i)].first, {}, 0, {}};
+    auto *image = new (std::nothrow) InImage;
     object->private_cell[i] = image;
     if (image == nullptr) {
       release(object, file);
       return kit_fail(ORX_E_NO_MEMORY, "exr: no memory for %s", path);
     }
+    image->file = file;
+    image->ifd = &object->info.images[i];
+    image->part = images[static_cast<size_t>(i)].first;
     image->level = images[static_cast<size_t>(i)].second;
     if (!describe(*image, object->info, i)) {
       release(object, file);

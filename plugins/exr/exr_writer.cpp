@@ -75,21 +75,19 @@ bool usable(const std::vector<std::string> &names, std::size_t count) {
 }
 
 // The file channel names of image i: the "channelnames" attribute when it
-// names every channel; otherwise R, G, B or the image group's own name (Y
-// without one), then A, then the auxiliary group's names when there are as
-// many as channels, else Z for a lone channel or aux.0, aux.1, ...
+// names every channel (a file read before keeps its names); otherwise R, G,
+// B or Y (the image group's name says what kind of channels it holds, not
+// what to call them), then A, then the auxiliary group's names when there
+// are as many as channels, else Z for a lone channel or aux.0, aux.1, ...
 std::vector<std::string> channel_names(const ORX_INFO &info, int32_t i) {
   const ORX_IFD &ifd = info.images[i];
   const auto total = static_cast<std::size_t>(ifd.image.count + ifd.matte.count + ifd.aux.count);
   std::vector<std::string> names = split(ORX_attr_get_string(&info, i, "channelnames"));
   if (usable(names, total)) return names;
-  names = split(ifd.image.name);
-  if (ifd.image.count == 3 && !usable(names, 3)) names = {"R", "G", "B"};
-  if (!usable(names, static_cast<std::size_t>(ifd.image.count)) || names[0] == "unknown") {
-    names.clear();
-    for (int32_t k = 0; k < ifd.image.count; ++k)
-      names.push_back(ifd.image.count == 1 ? "Y" : "image." + std::to_string(k));
-  }
+  names.clear();
+  if (ifd.image.count == 3) names = {"R", "G", "B"};
+  for (int32_t k = 0; ifd.image.count != 3 && k < ifd.image.count; ++k)
+    names.push_back(ifd.image.count == 1 ? "Y" : "image." + std::to_string(k));
   for (int32_t k = 0; k < ifd.matte.count; ++k)
     names.push_back(ifd.matte.count == 1 ? "A" : "A." + std::to_string(k));
   std::vector<std::string> aux = split(ifd.aux.name);
@@ -188,7 +186,8 @@ void add_attributes(Imf::Header &h, const ORX_INFO &info, int32_t i) {
   for (int32_t k = 0; const ORX_ATTR *a = ORX_attr_at(&info, i, k); ++k) {
     if (strncasecmp(a->name, "openexr:", 8) != 0) continue;
     const std::string name = a->name + 8;
-    if (name == "displayWindow" || name == "view" || h.find(name) != h.end()) continue;
+    if (name == "displayWindow" || name == "view" || name == "deep" || h.find(name) != h.end())
+      continue;
     const auto *f = static_cast<const float *>(a->data);
     const auto *n = static_cast<const int32_t *>(a->data);
     if (a->type == ORX_ATTR_STRING)
@@ -211,24 +210,32 @@ void add_attributes(Imf::Header &h, const ORX_INFO &info, int32_t i) {
   }
 }
 
-// The display window: the attribute a reader left, when it lies within
-// reach of the window, else the window itself.
-Imath::Box2i display_window(const ORX_INFO &info, int32_t i, const ORX_WINDOW &w) {
+// The display window: the attribute a reader left, when it and the data
+// window still make up the window (an image resized or cropped since has a
+// window of its own, and the attribute no longer describes it), else the
+// window itself.
+Imath::Box2i display_window(const ORX_INFO &info, int32_t i, const ORX_WINDOW &w,
+                            const Imath::Box2i &data) {
+  const Imath::Box2i window({w.left, w.bottom}, {w.right, w.top});
   const ORX_ATTR *a = ORX_attr_find(&info, i, "openexr:displayWindow");
-  if (a != nullptr && a->type == ORX_ATTR_INT && a->count == 4) {
-    const auto *v = static_cast<const int32_t *>(a->data);
-    if (v[0] <= v[2] && v[1] <= v[3]) return Imath::Box2i({v[0], v[1]}, {v[2], v[3]});
-  }
-  return Imath::Box2i({w.left, w.bottom}, {w.right, w.top});
+  if (a == nullptr || a->type != ORX_ATTR_INT || a->count != 4) return window;
+  const auto *v = static_cast<const int32_t *>(a->data);
+  Imath::Box2i display({v[0], v[1]}, {v[2], v[3]});
+  if (display.isEmpty()) return window;
+  Imath::Box2i both = display;
+  both.extendBy(data);
+  return both == window ? display : window;
 }
+
+bool mip_chain(const ORX_OBJECT *object);
 
 Imf::Header header_of(ORX_OBJECT *object, const OutImage &image) {
   const ORX_INFO &info = object->info;
   const ORX_WINDOW &w = image.plane.window, &a = image.plane.active;
-  const Imath::Box2i display = display_window(info, image.part, w);
+  const Imath::Box2i data({a.left, exr_row(w, a.top)}, {a.right, exr_row(w, a.bottom)});
+  const Imath::Box2i display = display_window(info, image.part, w, data);
   const Imath::V2i size = display.size() + Imath::V2i(1, 1);
-  Imf::Header h(display,
-                Imath::Box2i({a.left, exr_row(w, a.top)}, {a.right, exr_row(w, a.bottom)}),
+  Imf::Header h(display, data,
                 image.ifd->aspect_ratio > 0 && image.ifd->y_resolution > 0
                     ? image.ifd->aspect_ratio * static_cast<float>(size.y) /
                           static_cast<float>(size.x)
@@ -239,7 +246,8 @@ Imf::Header header_of(ORX_OBJECT *object, const OutImage &image) {
   h.setType(Imf::SCANLINEIMAGE);
   const char *part_name = ORX_attr_get_string(&info, image.part, "oiio:subimagename");
   if (part_name != nullptr && *part_name != 0) h.setName(part_name);
-  else if (info.image_count > 1) h.setName("image" + std::to_string(image.part));
+  else if (info.image_count > 1 && !mip_chain(object))  // parts need names; mip levels not
+    h.setName("image" + std::to_string(image.part));
   if (const char *view = ORX_attr_get_string(&info, image.part, "openexr:view"))
     h.insert("view", Imf::StringAttribute(view));
   for (const Text &t : kTexts)
@@ -302,7 +310,6 @@ bool mip_chain(const ORX_OBJECT *object) {
 void encode_mipmap(ORX_OBJECT *object, OutFile &file) {
   auto &top = *static_cast<OutImage *>(object->private_cell[0]);
   Imf::Header h = header_of(object, top);
-  if (ORX_attr_get_string(&object->info, 0, "oiio:subimagename") == nullptr) h.erase("name");
   h.setType(Imf::TILEDIMAGE);
   h.setTileDescription(Imf::TileDescription(64, 64, Imf::MIPMAP_LEVELS, Imf::ROUND_DOWN));
   Imf::TiledOutputFile out(file.path.c_str(), h);

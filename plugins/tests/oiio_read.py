@@ -7,9 +7,9 @@ For every subimage and mip level, in order, prints one line
     image X Y W H FULLX FULLY FULLW FULLH NCHANNELS
 
 then the metadata lines the fidelity tests compare ("channels", "formats",
-"name", "chromaticities", "icc", "orientation", "gamma", "comment",
-"deep"), and writes the
-pixels of the data window as 32-bit floats, channel after channel within
+"name", "view", "chromaticities", "icc", "orientation", "gamma", "comment"), and
+writes the pixels of
+the data window (deep ones flattened) as 32-bit floats, channel after channel within
 each pixel, rows from the top, to PREFIX.N (N counting the images).
 """
 import sys
@@ -33,6 +33,7 @@ def main(path, prefix):
             formats = s.channelformats if len(s.channelformats) else [s.format] * s.nchannels
             print("formats", ",".join(str(f) for f in formats))
             print("name", s.get_string_attribute("oiio:subimagename", ""))
+            print("view", s.get_string_attribute("view", ""))
             chroma = s.getattribute("chromaticities")
             print("chromaticities", "none" if chroma is None else
                   ",".join("%.6g" % v for v in chroma))
@@ -41,7 +42,6 @@ def main(path, prefix):
             print("orientation", s.get_int_attribute("Orientation", 1))
             print("gamma", "%.6g" % s.get_float_attribute("oiio:Gamma", 0))
             print("comment", s.get_string_attribute("Comment", s.get_string_attribute("comment", "")))
-            print("deep", int(s.deep))
             if s.deep:
                 # The flattened image, as OpenImageIO composites it.
                 buf = oiio.ImageBufAlgo.flatten(oiio.ImageBuf(path, sub, mip))

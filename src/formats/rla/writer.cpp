@@ -83,10 +83,14 @@ void build_header(const ORX_OBJECT *object, int index, Header &h) {
   const ORX_INFO &info = object->info;
   const ORX_IFD &ifd = info.images[index];
   h = Header{};
-  h.window = {clamp16(ifd.window.left), clamp16(ifd.window.right), clamp16(ifd.window.bottom),
-              clamp16(ifd.window.top)};
-  h.active = {clamp16(ifd.active.left), clamp16(ifd.active.right), clamp16(ifd.active.bottom),
-              clamp16(ifd.active.top)};
+  // RLA coordinates are not negative: a window reaching below zero (an
+  // OpenEXR overscan) is stored moved to zero, every pixel kept.
+  const int32_t dx = ifd.window.left < 0 ? -ifd.window.left : 0;
+  const int32_t dy = ifd.window.bottom < 0 ? -ifd.window.bottom : 0;
+  h.window = {clamp16(ifd.window.left + dx), clamp16(ifd.window.right + dx),
+              clamp16(ifd.window.bottom + dy), clamp16(ifd.window.top + dy)};
+  h.active = {clamp16(ifd.active.left + dx), clamp16(ifd.active.right + dx),
+              clamp16(ifd.active.bottom + dy), clamp16(ifd.active.top + dy)};
   h.frame = clamp_frame(info.frame);
   put_group(h.image, ifd.image);
   put_group(h.matte, ifd.matte);
@@ -254,6 +258,10 @@ int open_images(ORX_OBJECT *object, WriteImage *states, int count, const char **
     // Float and double samples are stored at their full width whatever was
     // declared, and the description says so.
     ORX_IFD &ifd = object->info.images[i];
+    if ((ifd.window.left < 0 || ifd.window.bottom < 0) &&
+        ORX_attr_set_string(&object->info, i, "orx:narrowed",
+                            "a window below zero stored moved to zero") != 0)
+      return ORX_E_NO_MEMORY;
     for (ORX_CHANNELS *g : {&ifd.image, &ifd.matte, &ifd.aux}) {
       if (g->type == ORX_C_FLOAT) g->bits = 32;
       if (g->type == ORX_C_DOUBLE) g->bits = 64;
