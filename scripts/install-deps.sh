@@ -23,6 +23,8 @@ packages=(
   python3-cffi python3-numpy python3-pytest python3-setuptools python3-wheel
   # The one-node Slurm cluster the farm test runs frame sequences on.
   slurm-wlm munge
+  # libtiff's tools make TIFF variants for them, and PIL an ICC profile.
+  libtiff-tools python3-pil
 )
 
 if [ "${1:-}" = "--list" ]; then

@@ -20,7 +20,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <strings.h>
 #include <zlib.h>
 
 #include "orx/err.h"
@@ -196,27 +195,21 @@ static int scan_read(void *data, int32_t line, void *out) {
 static int close_object(ORX_OBJECT *object, intptr_t argument);
 
 /* The text chunks (tEXt, zTXt, iTXt): those of the header's keywords go
- * into its texts, a Comment ("comment" from ImageMagick), the keyword most
- * tools write, describes the image when the file has no Description, and
- * every other becomes a string attribute named by its keyword. */
+ * into its texts, every other (a Comment, a Copyright...) becomes a string
+ * attribute named by its keyword, which the writer stores again. */
 static int describe_texts(ORX_INFO *to, png_structp png, png_infop info) {
   png_textp texts;
   int count = 0;
   png_get_text(png, info, &texts, &count);
-  int comment = -1;
   for (int t = 0; t < count; ++t) {
-    int field = 0;
-    for (int i = 0; i < kTextCount; ++i) {
-      if (strcmp(texts[t].key, kTexts[i].keyword) != 0) continue;
-      field = 1;
-      if (!kit_save(text_field(to, i), texts[t].text)) return 0;
-    }
-    if (!field && comment < 0 && strcasecmp(texts[t].key, "Comment") == 0) comment = t;
-    else if (!field && ORX_attr_set_string(to, 0, texts[t].key, texts[t].text) != 0) return 0;
+    int field = -1;
+    for (int i = 0; i < kTextCount; ++i)
+      if (strcmp(texts[t].key, kTexts[i].keyword) == 0) field = i;
+    if (field >= 0 ? !kit_save(text_field(to, field), texts[t].text)
+                   : ORX_attr_set_string(to, 0, texts[t].key, texts[t].text) != 0)
+      return 0;
   }
-  if (comment < 0) return 1;
-  if (!kit_has_text(to->desc)) return kit_save(&to->desc, texts[comment].text);
-  return ORX_attr_set_string(to, 0, texts[comment].key, texts[comment].text) == 0;
+  return 1;
 }
 
 /* The descriptor, texts and chromaticities from the chunks before the
@@ -268,7 +261,9 @@ static int describe(ORX_OBJECT *object, Png *p) {
   /* gAMA holds 1/gamma in units of 1e-5.  The float keeps the inverse to
    * within 1e-7 of itself, so inverting it again on writing and rounding
    * gives back the same chunk. */
-  if (png_get_gAMA_fixed(png, info, &gamma) && gamma > 0)
+  /* An sRGB chunk implies a gAMA of its own, which is not the file's. */
+  if (!png_get_valid(png, info, PNG_INFO_sRGB) && png_get_gAMA_fixed(png, info, &gamma) &&
+      gamma > 0)
     ifd->curve.gamma = (float)(1e5 / gamma);
   double wx, wy, rx, ry, gx, gy, bx, by;
   if (png_get_cHRM(png, info, &wx, &wy, &rx, &ry, &gx, &gy, &bx, &by)) {
@@ -422,13 +417,16 @@ static int scan_write(void *data, int32_t line, void *in) {
 }
 
 /* Whether a name can be a text chunk's keyword: 1 to 79 printable Latin-1
- * characters without a namespace (other formats' "openexr:..." are not
- * texts of a PNG) and without leading, trailing or double spaces. */
+ * characters without leading, trailing or double spaces, and not in the
+ * namespace of another format's own attributes (an "openexr:..." is not a
+ * text of a PNG file; a PNG's own "Exif:..." or "oiio:..." texts are). */
 static int is_keyword(const char *name) {
+  static const char *const kForeign[] = {"openexr:", "tiff:", "jpeg:", "orx:"};
   const size_t n = strlen(name);
-  if (n < 1 || n > 79 || name[0] == ' ' || name[n - 1] == ' ' || strchr(name, ':') != NULL ||
-      strstr(name, "  ") != NULL)
+  if (n < 1 || n > 79 || name[0] == ' ' || name[n - 1] == ' ' || strstr(name, "  ") != NULL)
     return 0;
+  for (size_t i = 0; i < sizeof kForeign / sizeof kForeign[0]; ++i)
+    if (strncmp(name, kForeign[i], strlen(kForeign[i])) == 0) return 0;
   for (const unsigned char *c = (const unsigned char *)name; *c != 0; ++c)
     if (*c < 32 || (*c > 126 && *c < 161)) return 0;
   return 1;

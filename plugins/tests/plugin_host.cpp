@@ -84,6 +84,11 @@ double get_sample(int32_t type, int32_t bits, const void *row, int x) {
     std::memcpy(&f, p, 4);
     return f;
   }
+  if (type == ORX_C_DOUBLE) {
+    double d;
+    std::memcpy(&d, p, 8);
+    return d;
+  }
   uint32_t v = 0;
   if (bits <= 8) {
     v = *p;

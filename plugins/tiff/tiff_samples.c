@@ -7,9 +7,10 @@
  * 16-bit floating point becomes 32-bit; MinIsWhite grey is inverted;
  * palette indices become the 8-bit RGB of their colours (16-bit when the
  * palette holds more than 8 bits); CMYK becomes RGB of its own width,
- * (1 - C)(1 - K) and so on.  YCbCr, CIE Lab and anything else libtiff's RGBA
- * interface can decode become 8-bit RGB (with the matte when the file has
- * one). */
+ * (1 - C)(1 - K) and so on; CIE L*a*b* (8 or 16-bit, D65) becomes sRGB of
+ * its width.  YCbCr, the other Lab encodings and anything else libtiff's
+ * RGBA interface can decode become 8-bit RGB (with the matte when the file
+ * has one). */
 #include <math.h>
 #include <string.h>
 
@@ -42,8 +43,9 @@ static int convertible(const TiffSamples *s) {
       s->photometric == PHOTOMETRIC_RGB ||
       (s->photometric == PHOTOMETRIC_PALETTE && s->spp == 1 && s->format == SAMPLEFORMAT_UINT &&
        s->bits <= 16) ||
-      (s->photometric == PHOTOMETRIC_SEPARATED && s->colour == 4 && !s->separate &&
-       s->format == SAMPLEFORMAT_UINT && (s->bits == 8 || s->bits == 16));
+      ((s->photometric == PHOTOMETRIC_SEPARATED || s->photometric == PHOTOMETRIC_CIELAB) &&
+       s->colour >= 3 && !s->separate && s->format == SAMPLEFORMAT_UINT &&
+       (s->bits == 8 || s->bits == 16));
   const int width_ok =
       (s->format == SAMPLEFORMAT_UINT && s->bits >= 1 && s->bits <= 32 && s->bits != 24) ||
       (s->format == SAMPLEFORMAT_INT && (s->bits == 8 || s->bits == 16 || s->bits == 32)) ||
@@ -79,7 +81,7 @@ int tiff_samples_plan(TIFF *tif, const char *path, TiffSamples *s, KitLayout *la
   if (s->orientation < ORIENTATION_TOPLEFT || s->orientation > ORIENTATION_LEFTBOT)
     s->orientation = ORIENTATION_TOPLEFT;
   s->separate = config == PLANARCONFIG_SEPARATE;
-  s->colour = s->photometric == PHOTOMETRIC_RGB ? 3
+  s->colour = s->photometric == PHOTOMETRIC_RGB || s->photometric == PHOTOMETRIC_CIELAB ? 3
               : s->photometric == PHOTOMETRIC_SEPARATED && inks == INKSET_CMYK ? 4
                                                                                : 1;
   if (s->format == SAMPLEFORMAT_VOID) s->format = SAMPLEFORMAT_UINT;
@@ -203,6 +205,29 @@ static unsigned char *put(unsigned char *out, int32_t type, int32_t bits, double
   return out + 4;
 }
 
+/* CIE L*a*b* samples (L scaled to the sample range, a* and b* signed, in
+ * 1/256 units at 16 bits) relative to D65, as sRGB values from 0 to 1. */
+static void lab_to_srgb(const TiffSamples *s, double l, double a, double b, double rgb[3]) {
+  const double top = ldexp(1.0, s->bits) - 1.0, half = ldexp(1.0, s->bits - 1);
+  l = l * 100.0 / top;
+  a = (a >= half ? a - 2 * half : a) / (s->bits == 16 ? 256.0 : 1.0);
+  b = (b >= half ? b - 2 * half : b) / (s->bits == 16 ? 256.0 : 1.0);
+  const double fy = (l + 16.0) / 116.0, f[3] = {fy + a / 500.0, fy, fy - b / 200.0};
+  const double white[3] = {0.95047, 1.0, 1.08883};
+  double xyz[3];
+  for (int i = 0; i < 3; ++i)
+    xyz[i] = white[i] * (f[i] * f[i] * f[i] > 216.0 / 24389.0 ? f[i] * f[i] * f[i]
+                                                              : (f[i] - 16.0 / 116.0) * 108.0 / 841.0);
+  static const double m[3][3] = {{3.2404542, -1.5371385, -0.4985314},
+                                 {-0.9692660, 1.8760108, 0.0415560},
+                                 {0.0556434, -0.2040259, 1.0572252}};
+  for (int i = 0; i < 3; ++i) {
+    double v = m[i][0] * xyz[0] + m[i][1] * xyz[1] + m[i][2] * xyz[2];
+    v = v < 0.0 ? 0.0 : v > 1.0 ? 1.0 : v;
+    rgb[i] = v <= 0.0031308 ? 12.92 * v : 1.055 * pow(v, 1.0 / 2.4) - 0.055;
+  }
+}
+
 void tiff_samples_convert(const TiffSamples *s, const KitPlane *plane, const unsigned char *in,
                           int32_t n, int32_t first, int32_t count, unsigned char *out) {
   const KitLayout *l = &plane->layout;
@@ -219,7 +244,13 @@ void tiff_samples_convert(const TiffSamples *s, const KitPlane *plane, const uns
         out = put(out, ORX_C_INTEGER, l->bits[0], wide ? s->map[i][index] : s->map[i][index] / 257);
       continue;
     }
-    if (s->photometric == PHOTOMETRIC_SEPARATED) {
+    if (s->photometric == PHOTOMETRIC_CIELAB) {
+      double rgb[3];
+      lab_to_srgb(s, sample_at(s, in, base), sample_at(s, in, base + 1),
+                  sample_at(s, in, base + 2), rgb);
+      for (int i = 0; i < 3; ++i) out = put(out, ORX_C_INTEGER, l->bits[0], floor(rgb[i] * top + 0.5));
+      k = c = 3;
+    } else if (s->photometric == PHOTOMETRIC_SEPARATED) {
       const double cmyk[4] = {sample_at(s, in, base), sample_at(s, in, base + 1),
                               sample_at(s, in, base + 2), sample_at(s, in, base + 3)};
       for (int i = 0; i < 3; ++i)
