@@ -5,8 +5,9 @@
 # node_modules holds it: `npm install sharp` there), Debian's vips command
 # line, Pillow (/usr/bin/python3) and ImageMagick.  Each reads an
 # uncompressed file of its own (orx: RLA; the others: TIFF) and writes one.
-# Peers that are not installed are left out.  Prints compare_commands.sh's
-# table: medians and the ratio of each to orx.
+# Peers that are not installed are left out; BASELINE_BUILD names another
+# build directory whose orx runs too (an earlier version, say).  Prints
+# compare_commands.sh's table: medians and the ratio of each to orx.
 #   bench/resize_vs_peers.sh [build dir, default build/release] [runs, default 7] [WxH source]
 set -euo pipefail
 build=${1:-build/release}
@@ -24,6 +25,9 @@ dh=$((h / 2))
 oiiotool --pattern noise:type=uniform:min=0:max=1 "$size" 4 -d uint8 --compression none -o in.tif
 oiiotool in.tif -o in.rla
 commands=("'$orx' resize in.rla out.rla --size ${dw}x${dh} --filter lanczos3")
+if [ -n "${BASELINE_BUILD:-}" ]; then
+  commands+=("'$(realpath "$BASELINE_BUILD/tools/orx")' resize in.rla base.rla --size ${dw}x${dh} --filter lanczos3")
+fi
 if [ -n "${SHARP_DIR:-}" ] && [ -d "$SHARP_DIR/node_modules/sharp" ]; then
   cat >sharp.js <<JS
 const sharp = require('$SHARP_DIR/node_modules/sharp');
