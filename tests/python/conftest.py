@@ -29,9 +29,13 @@ def tool():
 
 def pattern(h, w, c, dtype):
     """Distinct, format-friendly samples: multiples of 1/256 for floats (exact
-    in half), a ramp per channel for integers."""
+    in half), a ramp per channel for integers.  With two or four channels the
+    last is a matte and the colour lies within it (associated alpha, the
+    library's convention), so formats that store straight alpha round-trip."""
     y, x, k = np.mgrid[0:h, 0:w, 0:c]
     v = (x * 7 + y * 13 + k * 61) % 256
+    if c in (2, 4):
+        v[..., :-1] = np.minimum(v[..., :-1], v[..., -1:])
     dt = np.dtype(dtype)
     if dt.kind == "f":
         return (v / 256.0).astype(dt)

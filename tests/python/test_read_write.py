@@ -86,16 +86,14 @@ PEER = [("rla", np.uint8, 4), ("rla", np.uint16, 3), ("png", np.uint8, 4),
 
 @pytest.mark.parametrize("ext,dtype,channels", PEER, ids=str)
 def test_same_pixels_as_openimageio(tmp_path, ext, dtype, channels):
-    """OpenImageIO, where row 0 is the top row too.  orx hands PNG's
-    straight alpha as stored, which OpenImageIO does when asked to."""
+    """OpenImageIO at its defaults, where row 0 is the top row too and a
+    matte is associated, as it is in orx."""
     needs(ext)
     a = pattern(19, 31, channels, dtype)
     path = str(tmp_path / f"p.{ext}")
     orx.write(path, a)
     ours = orx.read(path)
-    config = oiio.ImageSpec()
-    config.attribute("oiio:UnassociatedAlpha", 1)
-    peer = oiio.ImageInput.open(path, config)
+    peer = oiio.ImageInput.open(path)
     spec = peer.spec()
     theirs = peer.read_image(oiio.FLOAT if ours.dtype.kind == "f" else spec.format)
     peer.close()
