@@ -222,13 +222,21 @@ TEST_F(RegistryTest, SizedNameQueriesStoreWhatFitsAndTellTheSize) {
   const std::pair<Unsized, Sized> twins[] = {
       {ORX_getOnlyExtensions, ORX_getOnlyExtensions_sized},
       {[](char *b) { return ORX_getPluginNameFromKey("tmulti", b); },
-       [](char *b, size_t c, size_t *n) { return ORX_getPluginNameFromKey_sized("tmulti", b, c, n); }},
+       [](char *b, size_t c, size_t *n) {
+         return ORX_getPluginNameFromKey_sized("tmulti", b, c, n);
+       }},
       {[](char *b) { return ORX_getKeyFromPluginName("Test good", b); },
-       [](char *b, size_t c, size_t *n) { return ORX_getKeyFromPluginName_sized("Test good", b, c, n); }},
+       [](char *b, size_t c, size_t *n) {
+         return ORX_getKeyFromPluginName_sized("Test good", b, c, n);
+       }},
       {[](char *b) { return ORX_getExtFromPluginName("Multi", b); },
-       [](char *b, size_t c, size_t *n) { return ORX_getExtFromPluginName_sized("Multi", b, c, n); }},
+       [](char *b, size_t c, size_t *n) {
+         return ORX_getExtFromPluginName_sized("Multi", b, c, n);
+       }},
       {[](char *b) { return ORX_getExtFromFormatKey("tgood", b); },
-       [](char *b, size_t c, size_t *n) { return ORX_getExtFromFormatKey_sized("tgood", b, c, n); }},
+       [](char *b, size_t c, size_t *n) {
+         return ORX_getExtFromFormatKey_sized("tgood", b, c, n);
+       }},
       {ORX_getPluginNamesWithFilters, ORX_getPluginNamesWithFilters_sized},
   };
   for (const auto &[unsized, sized] : twins) {
