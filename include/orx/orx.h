@@ -15,6 +15,26 @@
  * Strings in these records are owned by the record and released with
  * ERR_free by ORX_info_cleanup.  Failing functions leave a status in
  * orx__err (see orx/err.h).
+ *
+ * A host's life with the library (orx/registry.h unless said otherwise):
+ *   1. ORX_init once, with the plug-ins to load (or NULL for the built-in
+ *      formats); ORX_open also initialises on first use.
+ *   2. ORX_open(&info, "r" or "w"): the object's info.images describe the
+ *      file's images (read) or the ones given (written).  The host keeps and
+ *      cleans up its own request record (ORX_info_cleanup).
+ *   3. Optionally push operator layers on a read object (orx/operators.h);
+ *      ORX_close pops them.
+ *   4. ORX_scan_read / ORX_scan_write per line (ORX_seek to move).  A read
+ *      fills the format's own buffer, valid until the next call; a write
+ *      takes the host's buffer (ORX_chan_alloc, freed with ORX_chan_free).
+ *   5. ORX_close: completes the file and frees the object and everything it
+ *      holds; the object pointer is dead afterwards.
+ *   6. ORX_exit at the end.
+ * Line numbers are rows of the image's window, window.bottom to
+ * window.top, whatever the orientation; the orientation only tells the
+ * order in which a sequential file gives its lines (bit 0 set: from the
+ * bottom row up; clear: from the top row down).  The active window is the
+ * stored part of the window.
  */
 #ifndef ORX_ORX_H
 #define ORX_ORX_H

@@ -97,7 +97,8 @@ ORX_API int ORX_isMultiFrameFormat(const char *key);
  * ("NULL pointer passed", "NULL key passed in", "NULL pluginName passed in",
  * "NULL buffer passed in") and give 0 or -1; with no plug-ins they print
  * "Plugins not loaded, so Load!!" and give an empty result.  Buffers are the
- * caller's and must be large enough. */
+ * caller's and must be large enough; the _sized variants below take their
+ * capacity. */
 
 /* Store each plug-in's key (owned by the registry) in keys; returns the count. */
 ORX_API int ORX_getFormatKeys(char **keys);
@@ -122,6 +123,25 @@ ORX_API int ORX_getExtFromFormatKey(const char *key, char *buffer);
  * characters or longer), then an empty text.  Returns the byte size of the
  * last pair written (not of the whole list), 0 when none. */
 ORX_API int ORX_getPluginNamesWithFilters(char *buffer);
+
+/* Sized variants of the five getters above that write into a buffer: the
+ * same text, but at most capacity bytes of it are stored in buffer, which is
+ * always terminated when capacity is not 0 (a longer text is cut).  *needed
+ * (when needed is not NULL) receives the bytes the whole text takes with
+ * its terminator, so a host may ask with capacity 0 (buffer may then be
+ * NULL), allocate, and ask again.  Return values are the unsized ones';
+ * *needed is 0 when nothing was found.  ORX_getExtFromFormatKey_sized
+ * gives the extension of the plug-in with that key. */
+ORX_API int ORX_getOnlyExtensions_sized(char *buffer, size_t capacity, size_t *needed);
+ORX_API int ORX_getPluginNameFromKey_sized(const char *key, char *buffer, size_t capacity,
+                                           size_t *needed);
+ORX_API int ORX_getKeyFromPluginName_sized(const char *name, char *buffer, size_t capacity,
+                                           size_t *needed);
+ORX_API int ORX_getExtFromPluginName_sized(const char *name, char *buffer, size_t capacity,
+                                           size_t *needed);
+ORX_API int ORX_getExtFromFormatKey_sized(const char *key, char *buffer, size_t capacity,
+                                          size_t *needed);
+ORX_API int ORX_getPluginNamesWithFilters_sized(char *buffer, size_t capacity, size_t *needed);
 
 /* Not for applications: keeps internal routines referenced; prints a note. */
 ORX_API void ORX_symbols(void);

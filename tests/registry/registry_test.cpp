@@ -1,4 +1,5 @@
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -208,6 +209,57 @@ TEST_F(RegistryTest, NameQueriesListPluginsAndComplainAboutBadArguments) {
             "NULL pointer passed\nNULL key passed in\nNULL pluginName passed in\n"
             "NULL buffer passed in\nNULL pointer passed!\n"
             "ORX_symbols: should not be called by the application\n");
+}
+
+// Each sized getter against its unsized twin: at every capacity it stores
+// the twin's text cut to fit and terminated, never a byte past capacity,
+// and tells the whole size.
+TEST_F(RegistryTest, SizedNameQueriesStoreWhatFitsAndTellTheSize) {
+  PluginSet set({"plugin_good", "plugin_multi"});
+  ASSERT_EQ(set.init(), 0);
+  using Sized = std::function<int(char *, size_t, size_t *)>;
+  using Unsized = std::function<int(char *)>;
+  const std::pair<Unsized, Sized> twins[] = {
+      {ORX_getOnlyExtensions, ORX_getOnlyExtensions_sized},
+      {[](char *b) { return ORX_getPluginNameFromKey("tmulti", b); },
+       [](char *b, size_t c, size_t *n) {
+         return ORX_getPluginNameFromKey_sized("tmulti", b, c, n);
+       }},
+      {[](char *b) { return ORX_getKeyFromPluginName("Test good", b); },
+       [](char *b, size_t c, size_t *n) {
+         return ORX_getKeyFromPluginName_sized("Test good", b, c, n);
+       }},
+      {[](char *b) { return ORX_getExtFromPluginName("Multi", b); },
+       [](char *b, size_t c, size_t *n) {
+         return ORX_getExtFromPluginName_sized("Multi", b, c, n);
+       }},
+      {[](char *b) { return ORX_getExtFromFormatKey("tgood", b); },
+       [](char *b, size_t c, size_t *n) {
+         return ORX_getExtFromFormatKey_sized("tgood", b, c, n);
+       }},
+      {ORX_getPluginNamesWithFilters, ORX_getPluginNamesWithFilters_sized},
+  };
+  for (const auto &[unsized, sized] : twins) {
+    char whole[256];
+    const int result = unsized(whole);
+    size_t needed = 0;
+    EXPECT_EQ(sized(nullptr, 0, &needed), result);
+    ASSERT_GT(needed, 0u);
+    ASSERT_LT(needed, sizeof whole);
+    for (size_t capacity = 1; capacity <= needed + 1; ++capacity) {
+      std::string out(needed + 2, 'x');
+      size_t told = 0;
+      EXPECT_EQ(sized(out.data(), capacity, &told), result);
+      EXPECT_EQ(told, needed);
+      const size_t kept = std::min(capacity, needed) - 1;
+      EXPECT_EQ(out.substr(0, kept), std::string(whole, kept)) << capacity;
+      EXPECT_EQ(out[kept], '\0');
+      EXPECT_EQ(out.substr(capacity), std::string(needed + 2 - capacity, 'x'));
+    }
+  }
+  size_t needed = 1;
+  EXPECT_EQ(ORX_getPluginNameFromKey_sized("nope", nullptr, 0, &needed), -1);
+  EXPECT_EQ(needed, 0u);
 }
 
 TEST_F(RegistryTest, FileTypeTestsAskEachFormatAndTellWhetherAllCouldAnswer) {

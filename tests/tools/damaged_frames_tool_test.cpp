@@ -30,7 +30,8 @@ class OrxDamagedFrames : public orx::test::ToolTest {
     for (int f = 1; f <= count; ++f) {
       char name[32];
       std::snprintf(name, sizeof name, "in.%04d.", f);
-      orx::test::write_text(dir_.file(name + ext), f % 2 ? bytes : bytes.substr(0, bytes.size() / 2));
+      const std::string cut = f % 2 != 0 ? bytes : bytes.substr(0, bytes.size() / 2);
+      orx::test::write_text(dir_.file(name + ext), cut);
     }
     return true;
   }

@@ -118,6 +118,8 @@ TEST_F(OrxTool, UsageHelpAndVersion) {
       {"formats", 0, "mem      memory"},
       {"-v info --brief a.rla", 0, "a.rla :    8 x    4, 3 channel, uint8 rla"},
       {"info a.rla --brief -v", 0, "a.rla :    8 x    4, 3 channel, uint8 rla"},
+      {"info /dev/stdin </dev/null", 2,
+       "orx: no format recognises /dev/stdin; name its format with --type KEY"},
   };
   for (const auto &c : cases) {
     EXPECT_EQ(run(c.args), c.status) << c.args << "\n" << log_;

@@ -225,6 +225,10 @@ bool Image::open_read(const std::string &path, const std::string &type,
   g_last_error.clear();
   object_ = ORX_open(&request, "r");
   ORX_info_cleanup(&request, 1);
+  // The open's own reason, taken before the probes below make calls of
+  // their own; when the open reported nothing, the hint is the reason.
+  const bool reported = !g_last_error.empty();
+  const std::string status_text = ORX_last_status() != 0 ? ORX_last_message() : "";
   if (object_ == nullptr && type.empty() && !path.empty() && path != "-" && path[0] != '|') {
     // Nothing claimed the name and no format recognised the contents: the
     // library tried its default format, whose complaint says little.
@@ -236,6 +240,10 @@ bool Image::open_read(const std::string &path, const std::string &type,
     if (!claimed && (found == nullptr || std::strcmp(found, "__none_") == 0) &&
         stat(path.c_str(), &s) == 0)
       g_hint = "no format recognises " + path + "; name its format with --type KEY (see \"orx formats\")";
+  }
+  if (object_ == nullptr && !reported) {
+    g_last_error = g_hint.empty() ? status_text : g_hint;
+    if (!g_hint.empty()) g_hint.clear();
   }
   return object_ != nullptr;
 }
