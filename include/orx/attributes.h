@@ -31,7 +31,9 @@
  * on &object->info in their write open, then ORX_attr_keep what they store.
  *
  * Names follow OpenImageIO's ImageSpec attributes where it has one, so
- * hosts that know its list know these:
+ * hosts that know its list know these (the conventions every format keeps
+ * to; the README's format table says which attributes each one reads and
+ * writes):
  *   "ImageDescription"   string  a descriptive text (PNG Comment/Description,
  *                                TIFF ImageDescription)
  *   "ICCProfile"         bytes   an embedded ICC colour profile, as stored
@@ -41,8 +43,6 @@
  *                                "sRGB" for a PNG or JPEG without cHRM/ICC
  *   "oiio:Gamma"         float   the file's gamma, as stored
  *   "oiio:subimagename"  string  the name of a part of a multi-part file
- *   "oiio:BitsPerSample" int     bits per sample in the file, when they
- *                                differ from the descriptor's width
  *   "channelnames"       string  every channel's name in file order (image,
  *                                matte, auxiliary), comma-separated
  * and format-specific ones carry the format's prefix ("openexr:",

@@ -325,6 +325,13 @@ TEST(FidelityCopy, SaysOnceWhatTheOutputDrops) {
   ASSERT_EQ(r.status, 0) << r.output;
   EXPECT_EQ(r.output, "orx: " + dir.file("a.rla") + ": dropped attributes openexr:displayWindow, " +
                           "channelnames, openexr:Exif:ImageHistory, openexr:Software, openexr:capDate\n");
+  // --depth float makes a half file float.
+  ASSERT_EQ(run(kOrx + " copy --depth float '" + dir.file("a.exr") + "' '" + dir.file("f.exr") + "'")
+                .status,
+            0);
+  const std::vector<Theirs> f = oiio_read(dir.file("f.exr"), dir);
+  ASSERT_EQ(f.size(), 1u);
+  EXPECT_NE(f[0].meta.find("formats float,float,float,float\n"), std::string::npos) << f[0].meta;
   // An overscan reaches below zero, where RLA stores nothing: moved, kept whole.
   const Row *overscan = std::find_if(std::begin(kRows), std::end(kRows), [](const Row &row) {
     return std::string(row.name) == "exr_overscan";

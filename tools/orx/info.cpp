@@ -1,4 +1,5 @@
 // orx info: what a file holds, as text or JSON.
+#include <cmath>
 #include <cstdio>
 #include <string>
 
@@ -54,7 +55,11 @@ std::string attr_value(const ORX_ATTR &a, bool json) {
       std::snprintf(buf, sizeof buf, "%.9g", static_cast<double>(static_cast<const float *>(a.data)[i]));
     else
       std::snprintf(buf, sizeof buf, "%.17g", static_cast<const double *>(a.data)[i]);
-    out += (i > 0 ? (json ? ", " : " ") : "") + std::string(buf);
+    // JSON has no NaN or infinity: null stands for them.
+    const double v = a.type == ORX_ATTR_FLOAT ? static_cast<const float *>(a.data)[i]
+                     : a.type == ORX_ATTR_DOUBLE ? static_cast<const double *>(a.data)[i]
+                                                 : 0.0;
+    out += (i > 0 ? (json ? ", " : " ") : "") + std::string(json && !std::isfinite(v) ? "null" : buf);
   }
   return out + (json && a.count > 1 ? "]" : "");
 }
