@@ -219,5 +219,50 @@ TEST(Copy, BetweenEveryPairOfFormats) {
   }
 }
 
+// `orx copy --unassociated` hands straight colour through as stored, where
+// the default multiplies and divides it (which changes colour under a small
+// matte); ImageMagick, which reads PNG and TIFF alpha as straight, finds
+// every sample of the source in the copies.
+TEST(PeerTools, UnassociatedCopiesKeepStoredColour) {
+  ORX_REQUIRE_TOOL("convert");
+  if (!built("png") || !built("tif")) GTEST_SKIP() << "png or tiff plug-in not built";
+  TempDir dir;
+  auto f = [&](const std::string &name) { return "'" + dir.file(name) + "'"; };
+  // Full colour under a 5% matte: associating keeps 14 levels of it.
+  expect_runs("convert -size 64x32 gradient:red-blue -alpha set -channel A -evaluate set 5% "
+              "+channel " + f("a.png"));
+  expect_runs(orx("copy " + f("a.png") + " " + f("associated.png")));
+  EXPECT_NE(run("compare -metric AE " + f("a.png") + " " + f("associated.png") + " null:").output,
+            "0");
+  for (const char *ext : {"png", "tif"}) {
+    const std::string out = std::string("straight.") + ext;
+    expect_runs(orx("copy --unassociated " + f("a.png") + " " + f(out)));
+    const ToolRun same = run("compare -metric AE " + f("a.png") + " " + f(out) + " null:");
+    EXPECT_EQ(same.output, "0") << ext;
+  }
+  const ToolRun tags = run("tiffinfo " + f("straight.tif"));
+  if (tags.status == 0) {
+    EXPECT_NE(tags.output.find("unassoc-alpha"), std::string::npos);
+  }
+}
+
+// An ICC profile goes PNG to TIFF to JPEG and back to PNG byte for byte.
+TEST(PeerTools, IccProfilesCrossFormats) {
+  ORX_REQUIRE_TOOL("convert");
+  if (!built("png") || !built("tif") || !built("jpg")) GTEST_SKIP() << "plug-ins not built";
+  TempDir dir;
+  auto f = [&](const std::string &name) { return "'" + dir.file(name) + "'"; };
+  const ToolRun made = run("/usr/bin/python3 -c \"from PIL import ImageCms as C; open('" +
+                           dir.file("p.icc") +
+                           "', 'wb').write(C.ImageCmsProfile(C.createProfile('sRGB')).tobytes())\"");
+  if (made.status != 0) GTEST_SKIP() << "python3-pil is not installed";
+  expect_runs("convert -size 16x8 gradient:red-blue -profile " + f("p.icc") + " " + f("a.png"));
+  expect_runs(orx("copy " + f("a.png") + " " + f("b.tif")));
+  expect_runs(orx("copy " + f("b.tif") + " " + f("c.jpg")));
+  expect_runs(orx("copy " + f("c.jpg") + " " + f("d.png")));
+  expect_runs("convert " + f("d.png") + " " + f("d.icc"));
+  EXPECT_EQ(slurp(dir.file("d.icc")), slurp(dir.file("p.icc")));
+}
+
 }  // namespace
 }  // namespace orx::test
