@@ -135,7 +135,7 @@ void tiff_release(ORX_OBJECT *object, TiffFile *file) {
 TiffFile *tiff_new_file(const char *path) {
   TiffFile *file = (TiffFile *)ERR_malloc(sizeof(TiffFile));
   if (file == NULL) {
-    orx__err = ORX_E_NO_MEMORY;
+    orx__set_err(ORX_E_NO_MEMORY);
     return NULL;
   }
   memset(file, 0, sizeof *file);
@@ -147,7 +147,7 @@ int tiff_new_images(ORX_OBJECT *object, TiffFile *file) {
   for (int32_t i = 0; i < object->info.image_count; ++i) {
     TiffImage *image = (TiffImage *)ERR_malloc(sizeof(TiffImage));
     if (image == NULL) {
-      orx__err = ORX_E_NO_MEMORY;
+      orx__set_err(ORX_E_NO_MEMORY);
       return 0;
     }
     memset(image, 0, sizeof *image);

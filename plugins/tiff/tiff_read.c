@@ -239,7 +239,7 @@ int imageReadOpen(ORX_OBJECT *object) {
   }
   for (tdir_t d = 0; d < count; ++d) {
     if (!TIFFSetDirectory(tif, d) || !describe(object, (TiffImage *)object->private_cell[d])) {
-      if (orx__err == 0 || orx__err == ORX_E_READ)
+      if (ORX_last_status() == 0 || ORX_last_status() == ORX_E_READ)
         kit_fail(ORX_E_NOT_OUR_FILE, "tiff: cannot read directory %d of %s: %s", (int)d, path,
                  file->error);
       tiff_release(object, file);

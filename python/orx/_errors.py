@@ -136,8 +136,10 @@ def install(lib, ffi) -> None:
         if severity >= ERR_ERROR:
             _local.message = text
             # The library sets its status before it reports: read here, on
-            # the failing thread, it is not yet another thread's.
-            _local.status = int(lib.orx__err)
+            # the failing thread, it is this thread's (the shared word only
+            # while one thread uses a library without per-thread status).
+            from ._ffi import HAS_STATUS
+            _local.status = int(lib.ORX_last_status() if HAS_STATUS else lib.orx__err)
         elif severity == ERR_WARNING:
             log.warning("%s", text)
         else:
