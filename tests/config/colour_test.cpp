@@ -74,7 +74,9 @@ TEST_F(Colour, ExhaustionKeepsTheBuiltInValues) {
   orx::test::for_each_allocation_failure([&] {
     orx__err = 0;
     const bool built = CLR_init(nullptr) == 0;
-    if (!built) EXPECT_EQ(orx__err, ORX_E_NO_MEMORY);
+    if (!built) {
+      EXPECT_EQ(orx__err, ORX_E_NO_MEMORY);
+    }
     uint32_t n = 0;
     CLR_def_cmf(&n);  // after a failed init this builds again, and may succeed
     CLR_exit();
