@@ -4,6 +4,8 @@
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
+#include <stdlib.h>
+#include <time.h>
 #include <errno.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -56,6 +58,19 @@ int kit_save(char **field, const char *text) {
 
 int kit_has_text(const char *text) {
   return text != NULL && text[0] != '\0' && strcmp(text, "unknown") != 0;
+}
+
+const char *kit_date_text(const char *text, char *scratch, size_t size) {
+  if (text == NULL || text[0] != '{') return text;
+  char *end = NULL;
+  const unsigned long long seconds = strtoull(text + 1, &end, 10);
+  if (end == text + 1 || end[0] != '}' || end[1] != '\0') return text;
+  const time_t when = (time_t)seconds;
+  struct tm local;
+  if (localtime_r(&when, &local) == NULL ||
+      strftime(scratch, size, "%Y:%m:%d %H:%M:%S", &local) == 0)
+    return text;
+  return scratch;
 }
 
 int kit_new_cell(ORX_OBJECT *object, int32_t count) {

@@ -47,6 +47,13 @@ int kit_save(char **field, const char *text);
 /* Whether a header text carries information: not NULL, not empty and not
  * the "unknown" the library fills in for missing texts. */
 int kit_has_text(const char *text);
+/* A date text as a file should carry it.  The library stamps a written
+ * image without a date "{seconds}" (seconds since the epoch), which only its
+ * own readers turn back into a date; other formats get the moment in local
+ * time as "YYYY:MM:DD HH:MM:SS", the form TIFF, EXIF and OpenEXR define.
+ * Any other text is returned as it is; the stamp's form is written into
+ * scratch (at least 20 bytes) and scratch returned. */
+const char *kit_date_text(const char *text, char *scratch, size_t size);
 
 /* Allocates count descriptors (library defaults) and a private cell of
  * count NULL entries for a read object; 0 after reporting when memory is

@@ -250,8 +250,11 @@ Imf::Header header_of(ORX_OBJECT *object, const OutImage &image) {
     h.setName("image" + std::to_string(image.part));
   if (const char *view = ORX_attr_get_string(&info, image.part, "openexr:view"))
     h.insert("view", Imf::StringAttribute(view));
-  for (const Text &t : kTexts)
-    if (kit_has_text(info.*t.field)) h.insert(t.attribute, Imf::StringAttribute(info.*t.field));
+  char date[32];
+  for (const Text &t : kTexts) {
+    const char *text = kit_date_text(info.*t.field, date, sizeof date);
+    if (kit_has_text(text)) h.insert(t.attribute, Imf::StringAttribute(text));
+  }
   if (kit_chromaticities_informative(&info, kit_rec709))
     Imf::addChromaticities(
         h, Imf::Chromaticities({info.red[0], info.red[1]}, {info.green[0], info.green[1]},

@@ -503,9 +503,10 @@ static void write_header(ORX_OBJECT *object, Png *p) {
                  in->green[1], in->blue[0], in->blue[1]);
   enum { kMostTexts = kTextCount + 64 };
   png_text texts[kMostTexts];
+  char date[32];
   int count = 0;
   for (int i = 0; i < kTextCount; ++i) {
-    char *text = *text_field(&object->info, i);
+    char *text = (char *)kit_date_text(*text_field(&object->info, i), date, sizeof date);
     if (!kit_has_text(text)) continue;
     memset(&texts[count], 0, sizeof texts[count]);
     texts[count].compression = PNG_TEXT_COMPRESSION_NONE;

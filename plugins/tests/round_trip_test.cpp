@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <regex>
 #include <string>
 
 #include "orx/capability.h"
@@ -173,6 +174,10 @@ TEST_F(PluginTest, MetadataGammaChromaticitiesAndTextsComeBack) {
     EXPECT_STREQ(info.name, "shot 12") << ext;
     EXPECT_STREQ(info.desc, "a test") << ext;
     EXPECT_STREQ(info.program, "renderer") << ext;
+    // The library's "{seconds}" stamp is stored as a date the format defines.
+    ASSERT_NE(info.date, nullptr) << ext;
+    EXPECT_TRUE(std::regex_match(info.date, std::regex(R"(\d{4}:\d\d:\d\d \d\d:\d\d:\d\d)")))
+        << ext << ": " << info.date;
     if (gamma) {
       EXPECT_NEAR(info.images[0].curve.gamma, 1.8, 1e-4) << ext;
     }

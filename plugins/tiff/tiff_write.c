@@ -142,8 +142,9 @@ static void write_tags(ORX_OBJECT *object, TiffImage *image) {
   }
   if (image->directory != 0) return;
   ORX_INFO *info = &object->info;
+  char date[32];
   for (int i = 0; i < tiff_text_count; ++i) {
-    const char *text = *tiff_text_field(info, i);
+    const char *text = kit_date_text(*tiff_text_field(info, i), date, sizeof date);
     if (kit_has_text(text)) TIFFSetField(tif, tiff_texts[i].tag, text);
   }
   float primaries[6] = {info->red[0],   info->red[1],  info->green[0],
