@@ -129,6 +129,9 @@ _handler = None
 def install(lib, ffi) -> None:
     """Declare the handler that keeps messages instead of printing them."""
     global _handler
+    # This thread's status where the library keeps one; the shared word
+    # otherwise (exact only while one thread uses the library).
+    has_status = hasattr(lib, "ORX_last_status")
 
     @ffi.callback("int(const char *, int, const char *, void *, intptr_t)")
     def handler(name, severity, message, record, data):
@@ -136,10 +139,8 @@ def install(lib, ffi) -> None:
         if severity >= ERR_ERROR:
             _local.message = text
             # The library sets its status before it reports: read here, on
-            # the failing thread, it is this thread's (the shared word only
-            # while one thread uses a library without per-thread status).
-            from ._ffi import HAS_STATUS
-            _local.status = int(lib.ORX_last_status() if HAS_STATUS else lib.orx__err)
+            # the failing thread, it is this thread's.
+            _local.status = int(lib.ORX_last_status() if has_status else lib.orx__err)
         elif severity == ERR_WARNING:
             log.warning("%s", text)
         else:
