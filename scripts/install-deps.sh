@@ -25,6 +25,8 @@ packages=(
   slurm-wlm munge
   # libtiff's tools make TIFF variants for them, and PIL an ICC profile.
   libtiff-tools python3-pil
+  # Line and branch coverage (scripts/coverage.sh).
+  gcovr
 )
 
 if [ "${1:-}" = "--list" ]; then
