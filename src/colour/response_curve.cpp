@@ -7,7 +7,7 @@
 #include <cstring>
 #include <type_traits>
 
-#include "core/rounding.hpp"
+#include "colour/rounding.hpp"
 #include "err/messages.hpp"
 #include "orx/err.h"
 #include "orx/orx.h"

@@ -1,4 +1,4 @@
-#include "core/gamma.hpp"
+#include "colour/gamma.hpp"
 
 #include <gtest/gtest.h>
 

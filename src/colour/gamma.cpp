@@ -1,13 +1,13 @@
 // Gamma tables: fixed-size arrays built from one exponent, between 8-bit
 // codes and the linear scale of the gamma table resolution.
-#include "core/gamma.hpp"
+#include "colour/gamma.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
 
-#include "core/rounding.hpp"
+#include "colour/rounding.hpp"
 #include "err/heap.hpp"
 #include "orx/fmt.h"
 #include "orx/orx.h"
