@@ -41,6 +41,11 @@ void kit_note(const char *format, ...)
 #endif
     ;
 
+/* ERR_malloc for the kit's blocks: NULL after a report when memory is
+ * short, with ORX_E_NO_MEMORY as the status (ERR_malloc reports a shortage
+ * itself; the status is the caller's to set). */
+void *kit_allocate(size_t size);
+
 /* Replaces an owned string of a record with a copy of text (NULL clears
  * it); 0 after reporting when memory is short, 1 otherwise. */
 int kit_save(char **field, const char *text);
@@ -84,10 +89,10 @@ int32_t kit_layout_channels(const KitLayout *layout);
 /* Copies the layout's counts, types and widths into a descriptor. */
 void kit_layout_apply(const KitLayout *layout, ORX_IFD *ifd);
 
-/* A whole image held in memory (see the top of this file).  A writer's
- * plane may be interleaved instead: each line one row of pixels, channel
- * after channel, as codecs take them, so storing a host's line is the one
- * pass that interleaves it.  A writer's plane is not cleared when it is
+/* A whole image held in memory (see the top of this file; kit_plane.c).
+ * A writer's plane may be interleaved instead: each line one row of pixels,
+ * channel after channel, as codecs take them, so storing a host's line is
+ * the one pass that interleaves it.  A writer's plane is not cleared when it is
  * made (clearing a frame costs about as much as copying it in): it keeps
  * which lines were stored, and kit_plane_complete clears the others before
  * the plane is encoded. */

@@ -1,5 +1,7 @@
-// The RLA reader: the file test, the read open that turns every header of a
-// file into a per-image descriptor, and the scanline reader.
+// The RLA reader's open path: the file test, and the read open that checks
+// every header of a file and its offset table and sets up the image's state
+// (the header's fields become a descriptor in describe.cpp; rows are read in
+// scanlines.cpp).
 //
 // The reader trusts nothing in the file.  Before the offset table and the
 // buffers of an image are allocated, the file must be large enough to hold
@@ -13,17 +15,9 @@
 // header claims.  The next-image links must move forward: a link that does
 // not point past the previous image's offset table is refused as corrupt
 // (message 167), which also ends any cycle.
-//
-// Rows outside the active window read as zeros.  While no layer sits above
-// the reader, nobody writes into its rows, so a buffer already zero is not
-// zeroed again and the columns outside the active window are zeroed once:
-// a window of thousands of empty rows costs nothing per row.  A layer above
-// may transform the rows in place, and then every row is written in full.
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "core/channels.hpp"
@@ -31,12 +25,9 @@
 #include "core/limits.hpp"
 #include "err/heap.hpp"
 #include "err/messages.hpp"
-#include "formats/rla/channels.hpp"
-#include "formats/rla/header.hpp"
+#include "formats/rla/reader_state.hpp"
 #include "formats/rla/rle.hpp"
-#include "formats/rla/stream.hpp"
 #include "orx/err.h"
-#include "orx/fmt.h"
 #include "orx/limits.h"
 #include "orx/orx.h"
 #include "orx/rla.h"
@@ -45,43 +36,6 @@
 
 namespace orx::rla {
 namespace {
-
-// What all images of one open file share.
-struct ReadFile {
-  const ORX_OBJECT *object = nullptr;  // whose scan slot tells whether a layer sits above
-  std::FILE *stream = nullptr;
-  char *buffer = nullptr;      // the stream's buffer, released after closing
-  std::uint32_t position = 0;  // the stream's offset, so in-order reads make no seeks
-  bool synced = true;          // false after a failed row left the stream elsewhere
-  int current = 0;             // the image whose rows were read last
-  bool is_stdin = false;
-  bool sequential = false;     // a stream that cannot seek: rows in file order only
-  CloseStream close_stream = nullptr;  // how a sequential stream is closed
-  // Bytes of row buffers the images read so far demand.
-  std::uint64_t row_memory = 0;
-};
-
-// One image of the file.
-struct ReadImage {
-  ReadFile *file = nullptr;
-  int index = 0;
-  int channels = 0;
-  Kind *kinds = nullptr;
-  void **buffer = nullptr;  // channel scanline buffer handed to callers
-  int width = 0;
-  int window_bottom = 0, window_top = 0;
-  int active_bottom = 0, active_top = 0;
-  int active_width = 0;
-  int left_pad = 0, right_pad = 0;
-  std::size_t decode_size = 0;
-  std::uint8_t *table = nullptr;  // offsets as stored, one per active row
-  std::uint8_t *decode = nullptr;
-  int next_row = 0;
-  int stream_row = 0;  // next stored row of a sequential stream
-  long table_position = 0;
-  bool zeros = true;       // the whole channel buffer holds zeros
-  bool pads_zero = true;   // the columns outside the active window hold zeros
-};
 
 // Images read so far and their descriptors, grown by one per header.
 struct Images {
@@ -120,90 +74,9 @@ bool gamma_ok(const char *text) {
   return *text == '\0' || STR_is_real(text) != 0;
 }
 
-// Replaces *field with a copy of text; false (reported, -10) when memory is short.
-bool save(char **field, const char *text) {
-  char *copy = STR_save(text);
-  if (copy == nullptr) {
-    fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
-    return false;
-  }
-  heap::release(*field);
-  *field = copy;
-  return true;
-}
-
-// What the text holds of x and y replaces them (a half-written field
-// changes x only); z always follows.
-void chromaticity(const char *text, float *xyz) {
-  (void)std::sscanf(text, "%f %f", &xyz[0], &xyz[1]);
-  xyz[2] = 1.0f - xyz[0] - xyz[1];
-}
-
 int not_ours(const char *path) {
   fail(ORX_E_NOT_OUR_FILE, Msg::kNotOurFile, path);
   return -1;
-}
-
-// Resolution and aspect ratio: those of the named format when the format
-// database knows it, else the window's size with the stored ratio (or the
-// window's shape when the stored ratio is not a positive number).
-void describe_aspect(const Header &h, ORX_IFD &ifd) {
-  if (const FMT_FORMAT *format = FMT_find(h.aspect.data())) {
-    ifd.x_resolution = format->x_resolution;
-    ifd.y_resolution = format->y_resolution;
-    ifd.aspect_ratio = format->aspect;
-    return;
-  }
-  const int width = ifd.window.right - ifd.window.left + 1;
-  const int height = ifd.window.top - ifd.window.bottom + 1;
-  ifd.x_resolution = width;
-  ifd.y_resolution = height;
-  float stored = 0.0f;
-  const char *text = STR_skip_space(h.aspect_ratio.data());
-  if (text != nullptr && *text != '\0' && STR_is_real(text)) stored = std::strtof(text, nullptr);
-  ifd.aspect_ratio = stored > 0.0f   ? stored
-                     : height > 0    ? static_cast<float>(width) / static_cast<float>(height)
-                                     : 1.0f;
-}
-
-// The descriptor and object fields that come from header h of image index.
-int describe(ORX_OBJECT *object, int index, const Header &h, ORX_IFD &ifd) {
-  ifd.version = index == 0 ? 1 : 2;
-  ifd.window = {h.window.left, h.window.right, h.window.bottom, h.window.top};
-  ifd.active = {h.active.left, h.active.right, h.active.bottom, h.active.top};
-  ORX_CHANNELS *groups[] = {&ifd.image, &ifd.matte, &ifd.aux};
-  const ChannelGroup *stored[] = {&h.image, &h.matte, &h.aux};
-  for (int g = 0; g < 3; ++g) {
-    groups[g]->count = stored[g]->count;
-    groups[g]->type = stored[g]->type;
-    groups[g]->bits = stored[g]->bits;
-  }
-  ifd.field = h.field;
-  ifd.curve.gamma = static_cast<float>(std::atof(h.gamma.data()));
-  // Older layouts have no auxiliary description at all.
-  if (!save(&ifd.aspect, h.aspect.data()) || !save(&ifd.image.name, h.channel_desc.data()) ||
-      (h.revision == kCurrentRevision && !save(&ifd.aux.name, h.aux_desc.data())))
-    return ORX_E_NO_MEMORY;
-  describe_aspect(h, ifd);
-  ORX_INFO &info = object->info;
-  info.frame = h.frame;
-  info.job = h.job;
-  // Like the frame and job numbers, the time and filter of the last header
-  // read stand for the file.
-  if (!save(&info.time, h.time.data()) || !save(&info.filter, h.filter.data()))
-    return ORX_E_NO_MEMORY;
-  if (index != 0) return 0;
-  char date[kDateTextSize];
-  const char *date_text = expand_date(h.date.data(), date) ? date : h.date.data();
-  if (!save(&info.name, h.name.data()) || !save(&info.desc, h.desc.data()) ||
-      !save(&info.program, h.program.data()) || !save(&info.machine, h.machine.data()) ||
-      !save(&info.user, h.user.data()) || !save(&info.date, date_text))
-    return ORX_E_NO_MEMORY;
-  chromaticity(h.red.data(), info.red);
-  chromaticity(h.green.data(), info.green);
-  chromaticity(h.blue.data(), info.blue);
-  chromaticity(h.white.data(), info.white);
-  return save(&info.compression, "run length encoded") ? 0 : ORX_E_NO_MEMORY;
 }
 
 int over_limit(const char *path, std::int32_t which, std::uint64_t need, const char *what) {
@@ -244,7 +117,7 @@ int read_header(ORX_OBJECT *object, const char *path, long *end, Images &images,
   decode_header(bytes, is_rlb(object), &h);
   if (!header_valid(h, MatteStorageRule::kSkip) || !gamma_ok(h.gamma.data()))
     return not_ours(path);
-  if (describe(object, index, h, ifd) != 0) return ORX_E_NO_MEMORY;
+  if (describe_header(object, index, h, ifd) != 0) return ORX_E_NO_MEMORY;
 
   image.channels = channel_total(ifd);
   image.width = h.window.right - h.window.left + 1;
@@ -367,152 +240,6 @@ int open_images(ORX_OBJECT *object, Images &images) {
   return 0;
 }
 
-int read_row(void *data, int32_t y, void *out);
-
-// Whether the caller gets the rows as the reader leaves them: true while no
-// layer sits above the reader (layers may transform rows in place).
-bool rows_untouched(const ReadImage &image) {
-  const ORX_OBJECT *object = image.file->object;
-  return object != nullptr && object->scan == read_row;
-}
-
-// Zeros columns [from, from + count) of every channel row.
-void zero_columns(const ReadImage &image, int from, int count) {
-  for (int c = 0; c < image.channels; ++c) {
-    const std::size_t size = kind_bytes(image.kinds[c]);
-    auto *row = static_cast<std::uint8_t *>(image.buffer[c]);
-    std::memset(row + static_cast<std::size_t>(from) * size, 0,
-                static_cast<std::size_t>(count) * size);
-  }
-}
-
-// A row outside the active window: zeros over the window width, written only
-// where the buffer may hold something else.
-void zero_row(ReadImage &image) {
-  const bool untouched = rows_untouched(image);
-  if (!untouched || !image.pads_zero)
-    zero_columns(image, 0, image.width);
-  else if (!image.zeros)
-    zero_columns(image, image.left_pad, image.active_width);
-  image.zeros = image.pads_zero = untouched;
-}
-
-// Before a row of the active window is decoded: zeros outside its columns.
-void prepare_active_row(ReadImage &image) {
-  const bool untouched = rows_untouched(image);
-  if (!untouched || !image.pads_zero) {
-    zero_columns(image, 0, image.left_pad);
-    zero_columns(image, image.left_pad + image.active_width, image.right_pad);
-  }
-  image.zeros = false;
-  image.pads_zero = untouched;
-}
-
-// Decodes one chunk into a channel row; true when it held exactly the row.
-bool decode_chunk(const ReadImage &image, int channel, std::size_t len) {
-  const Kind kind = image.kinds[channel];
-  const std::size_t size = kind_bytes(kind);
-  auto *row = static_cast<std::uint8_t *>(image.buffer[channel]);
-  std::uint8_t *dst = row + static_cast<std::size_t>(image.left_pad) * size;
-  const int n = image.active_width;
-  const std::uint8_t *in = image.decode;
-  switch (kind) {
-    case Kind::kInt8: {
-      std::size_t used = 0;
-      return decode_row<1>(in, len, n, dst, &used) == n && used == len;
-    }
-    // Wider integer chunks may carry trailing bytes: only the samples count.
-    case Kind::kInt16: return decode_row<2>(in, len, n, reinterpret_cast<std::uint16_t *>(dst)) == n;
-    case Kind::kInt32: return decode_row<4>(in, len, n, reinterpret_cast<std::uint32_t *>(dst)) == n;
-    case Kind::kFloat: return decode_raw<float>(in, len, n, reinterpret_cast<float *>(dst)) == n;
-    case Kind::kDouble: return decode_raw<double>(in, len, n, reinterpret_cast<double *>(dst)) == n;
-  }
-  return false;
-}
-
-// Reads and decodes the chunks of row y at the stream's position.
-int read_chunks(ReadImage &image, int32_t y) {
-  ReadFile &file = *image.file;
-  prepare_active_row(image);
-  for (int c = 0; c < image.channels; ++c) {
-    std::uint8_t length[2];
-    if (std::fread(length, 1, 2, file.stream) != 2)
-      return fail(ORX_E_READ, Msg::kCannotRead, y, "short read");
-    const auto len = static_cast<std::int16_t>(load_be16(length));
-    if (len < 0 || static_cast<std::size_t>(len) > image.decode_size)
-      return fail(ORX_E_READ, Msg::kCannotRead, y, "chunk too long");
-    const auto n = static_cast<std::size_t>(len);
-    if (std::fread(image.decode, 1, n, file.stream) != n)
-      return fail(ORX_E_READ, Msg::kCannotRead, y, "short read");
-    file.position += static_cast<std::uint32_t>(n + 2);
-    if (!decode_chunk(image, c, n)) return fail(ORX_E_UNDECODABLE, Msg::kCannotDecode, y);
-  }
-  return 0;
-}
-
-// A sequential stream holds the stored rows in ascending order: rows before
-// the wanted one are read past, rows already passed cannot be had again.
-int read_row_in_sequence(ReadImage &image, int32_t y) {
-  if (y < image.stream_row) return fail(ORX_E_BAD_SCANLINE, Msg::kBadScanline, y);
-  while (image.stream_row <= y) {
-    const int32_t row = image.stream_row;
-    if (int status = read_chunks(image, row); status != 0) return status;
-    image.stream_row = row + 1;
-  }
-  return 0;
-}
-
-// Seeking a sequential stream: forward is left to the next read, which reads
-// past the rows before it; a stored row already passed cannot be had again,
-// so going back is refused as reading it would be (instead of the reopen the
-// core would try, which cannot restart standard input or a command's output).
-int seek_in_sequence(void *data, int32_t line) {
-  auto &image = *static_cast<ReadImage *>(data);
-  const int32_t target = line == -1 ? image.window_bottom : line;
-  if (std::max(target, image.active_bottom) < image.stream_row)
-    return fail(ORX_E_BAD_SCANLINE, Msg::kBadScanline, target);
-  orx__err = 0;
-  return 0;
-}
-
-int read_row(void *data, int32_t y, void *out) {
-  auto &image = *static_cast<ReadImage *>(data);
-  ReadFile &file = *image.file;
-  if (y < image.window_bottom || y > image.window_top)
-    return fail(ORX_E_BAD_SCANLINE, Msg::kBadScanline, y);
-  if (y < image.active_bottom || y > image.active_top) {
-    zero_row(image);
-    *static_cast<void ***>(out) = image.buffer;
-    orx__err = 0;
-    return 0;
-  }
-  if (file.sequential) {
-    if (int status = read_row_in_sequence(image, y); status != 0) return status;
-    image.next_row = y + 1;
-    *static_cast<void ***>(out) = image.buffer;
-    orx__err = 0;
-    return 0;
-  }
-  if (file.current != image.index) {
-    file.current = image.index;
-    image.next_row = y;
-  }
-  const std::uint32_t offset = offset_at(image.table, y - image.active_bottom);
-  if (offset != file.position || !file.synced) {
-    if (std::fseek(file.stream, static_cast<long>(offset), SEEK_SET) != 0)
-      return fail(ORX_E_READ, Msg::kCannotRead, y, std::strerror(errno));
-    file.position = offset;
-    file.synced = true;
-  }
-  // Until the row is complete, a failure leaves the stream inside a chunk.
-  file.synced = false;
-  if (int status = read_chunks(image, y); status != 0) return status;
-  file.synced = true;
-  image.next_row = y + 1;
-  *static_cast<void ***>(out) = image.buffer;
-  orx__err = 0;
-  return 0;
-}
 
 }  // namespace
 

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <cstdint>
 
-namespace orx::core {
+namespace orx::colour {
 
 // Add one half, then truncate toward zero, in double precision.
 inline double round_half_up(double v) { return std::trunc(v + 0.5); }
@@ -18,4 +18,4 @@ inline int64_t to_code(double v, double limit) {
   return static_cast<int64_t>(std::min(v, limit));
 }
 
-}  // namespace orx::core
+}  // namespace orx::colour

@@ -1,7 +1,7 @@
 // The gamma table resolution shared by the gamma tables and their users.
 #pragma once
 
-namespace orx::core {
+namespace orx::colour {
 
 // Smallest and largest resolution the tables accept.  Below 2 the linear
 // scale 0..R-1 would have no steps to divide by; above 65536 the 8-bit to
@@ -14,4 +14,4 @@ constexpr int kMaxGammaTableRes = 65536;
 // with the raw database setting.
 int gamma_table_res();
 
-}  // namespace orx::core
+}  // namespace orx::colour

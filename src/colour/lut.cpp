@@ -7,7 +7,7 @@
 #include "orx/orx.h"
 #include "orx/plugin.h"
 
-namespace orx::core {
+namespace orx::colour {
 namespace {
 
 // Byte size of count entries, or 0 when it cannot be asked of the allocator
@@ -29,19 +29,19 @@ ORX_LUT_ENTRY *resize_entries(ORX_LUT_ENTRY *entries, uint32_t count) {
 }
 
 }  // namespace
-}  // namespace orx::core
+}  // namespace orx::colour
 
 extern "C" {
 
 ORX_LUT *ORX_lut_alloc(uint32_t count) {
   auto *lut = static_cast<ORX_LUT *>(ERR_malloc(sizeof(ORX_LUT)));
   if (lut == nullptr) return nullptr;
-  lut->entries = orx::core::resize_entries(nullptr, count);
+  lut->entries = orx::colour::resize_entries(nullptr, count);
   if (lut->entries == nullptr) {
     ERR_free(lut);
     return nullptr;
   }
-  std::memset(lut->entries, 0, orx::core::entry_bytes(count));
+  std::memset(lut->entries, 0, orx::colour::entry_bytes(count));
   lut->max_index = static_cast<int32_t>(count - 1);
   lut->count = count;
   lut->gamma = 1.0f;
@@ -53,7 +53,7 @@ ORX_LUT *ORX_lut_copy(const ORX_LUT *lut) {
   ORX_LUT *copy = ORX_lut_alloc(lut->count);
   if (copy == nullptr) return nullptr;
   if (lut->entries != nullptr)
-    std::memcpy(copy->entries, lut->entries, orx::core::entry_bytes(lut->count));
+    std::memcpy(copy->entries, lut->entries, orx::colour::entry_bytes(lut->count));
   copy->max_index = lut->max_index;
   copy->gamma = lut->gamma;
   return copy;
@@ -69,12 +69,12 @@ int ORX_lut_free(ORX_LUT *lut) {
 ORX_LUT *ORX_lut_realloc(ORX_LUT *lut, uint32_t count) {
   if (lut == nullptr) return nullptr;
   const uint32_t kept = lut->entries != nullptr ? lut->count : 0;
-  ORX_LUT_ENTRY *entries = orx::core::resize_entries(lut->entries, count);
+  ORX_LUT_ENTRY *entries = orx::colour::resize_entries(lut->entries, count);
   if (entries == nullptr) {
     ORX_lut_free(lut);
     return nullptr;
   }
-  if (count > kept) std::memset(entries + kept, 0, orx::core::entry_bytes(count - kept));
+  if (count > kept) std::memset(entries + kept, 0, orx::colour::entry_bytes(count - kept));
   lut->entries = entries;
   lut->count = count;
   // max_index is deliberately left alone: callers resize first and then say

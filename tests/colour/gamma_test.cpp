@@ -1,4 +1,4 @@
-#include "core/gamma.hpp"
+#include "colour/gamma.hpp"
 
 #include <gtest/gtest.h>
 
@@ -78,7 +78,7 @@ TEST_F(GammaTables, LinearToEightBitCapsAtTheCodeAndEndsAt254Point9) {
 
 TEST_F(GammaTables, ResolutionComesFromTheConfigurationAndIsHeldToTwoAtLeast) {
   use_resolution("256");
-  EXPECT_EQ(orx::core::gamma_table_res(), 256);
+  EXPECT_EQ(orx::colour::gamma_table_res(), 256);
   uint16_t *s = ORX_gamma_btos(1.0f);
   uint8_t *b = ORX_gamma_tob(1.0f);
   float *f = ORX_gamma_tof(1.0f);
@@ -95,7 +95,7 @@ TEST_F(GammaTables, ResolutionComesFromTheConfigurationAndIsHeldToTwoAtLeast) {
   // A resolution without steps would divide by zero: it is taken as 2.
   for (const char *setting : {"1", "0", "-5"}) {
     use_resolution(setting);
-    EXPECT_EQ(orx::core::gamma_table_res(), 2) << setting;
+    EXPECT_EQ(orx::colour::gamma_table_res(), 2) << setting;
   }
   uint8_t *two = ORX_gamma_tob(2.2f);
   float *twof = ORX_gamma_tof(2.2f);
@@ -111,7 +111,7 @@ TEST_F(GammaTables, ResolutionComesFromTheConfigurationAndIsHeldToTwoAtLeast) {
 
   // Linear codes must fit the 16-bit table.
   use_resolution("100000");
-  EXPECT_EQ(orx::core::gamma_table_res(), 65536);
+  EXPECT_EQ(orx::colour::gamma_table_res(), 65536);
   uint16_t *wide = ORX_gamma_btos(1.0f);
   ASSERT_NE(wide, nullptr);
   EXPECT_EQ(wide[255], 65535);
@@ -119,7 +119,7 @@ TEST_F(GammaTables, ResolutionComesFromTheConfigurationAndIsHeldToTwoAtLeast) {
 }
 
 TEST_F(GammaTables, OutOfMemoryReturnsNullWithoutReport) {
-  orx::core::gamma_table_res();  // build the database before failing allocations
+  orx::colour::gamma_table_res();  // build the database before failing allocations
   capture_->clear();
   orx__err = 0;
   for (auto make : {+[] { return static_cast<void *>(ORX_gamma_btof(2.2f)); },

@@ -7,12 +7,12 @@
 #include <cstring>
 #include <type_traits>
 
-#include "core/rounding.hpp"
+#include "colour/rounding.hpp"
 #include "err/messages.hpp"
 #include "orx/err.h"
 #include "orx/orx.h"
 
-namespace orx::core {
+namespace orx::colour {
 namespace {
 
 constexpr int32_t kMinDepth = 8;
@@ -201,12 +201,12 @@ int compose_with_temporary(ORX_RESPONSE_CURVE temp, const ORX_RESPONSE_CURVE *a,
 }
 
 }  // namespace
-}  // namespace orx::core
+}  // namespace orx::colour
 
 extern "C" {
 
 int ORX_response_curve_init(ORX_RESPONSE_CURVE *curve) {
-  using namespace orx::core;
+  using namespace orx::colour;
   if (curve == nullptr) return -1;
   curve->kind = ORX_CURVE_TABULATED;
   curve->flags = 0;
@@ -221,7 +221,7 @@ int ORX_response_curve_init(ORX_RESPONSE_CURVE *curve) {
 }
 
 int ORX_response_curve_copy(ORX_RESPONSE_CURVE *dst, const ORX_RESPONSE_CURVE *src) {
-  using namespace orx::core;
+  using namespace orx::colour;
   using orx::Msg;
   if (dst == nullptr || src == nullptr) return -1;
   const ORX_RESPONSE_CURVE from = *src;
@@ -249,7 +249,7 @@ int ORX_response_curve_copy(ORX_RESPONSE_CURVE *dst, const ORX_RESPONSE_CURVE *s
 
 int ORX_response_curve_comp(const ORX_RESPONSE_CURVE *a, const ORX_RESPONSE_CURVE *b,
                             ORX_RESPONSE_CURVE *out) {
-  using namespace orx::core;
+  using namespace orx::colour;
   if (a == nullptr || b == nullptr || out == nullptr) return -1;
   const bool a_table = a->kind == ORX_CURVE_TABULATED;
   const bool b_table = b->kind == ORX_CURVE_TABULATED;
@@ -279,7 +279,7 @@ int ORX_response_curve_comp(const ORX_RESPONSE_CURVE *a, const ORX_RESPONSE_CURV
 
 int ORX_response_curve_done(ORX_RESPONSE_CURVE *curve) {
   if (curve != nullptr && curve->kind == ORX_CURVE_TABULATED && curve->curves != nullptr) {
-    orx::core::free_tables(curve->curves);
+    orx::colour::free_tables(curve->curves);
     curve->curves = nullptr;
   }
   return 1;
