@@ -386,8 +386,7 @@ static int plan(ORX_OBJECT *object, int *colour, int *depth) {
   if (matte->count > 1)
     return kit_fail(ORX_E_UNSUPPORTED, "png: %s: cannot store %d mattes (at most 1)", path,
                     (int)matte->count);
-  if (ifd->aux.count > 0)
-    return kit_fail(ORX_E_UNSUPPORTED, "png: %s: cannot store auxiliary channels", path);
+  if (ifd->aux.count > 0 && !kit_narrowed(object, 0, "auxiliary channels dropped")) return 0;
   /* One depth for all channels: the widest asked for, floating point as 16
    * bits; widths PNG lacks are widened (which loses nothing). */
   int widest = 0;
@@ -432,10 +431,12 @@ static int is_keyword(const char *name) {
   return 1;
 }
 
-/* Whether a PNG file holds the attribute: the ICC profile and texts. */
+/* Whether a PNG file holds the attribute: the ICC profile and texts (but
+ * not another format's channel names: a PNG's follow from its colour type). */
 static int png_holds(const ORX_ATTR *a) {
   return a->image == 0 && ((a->type == ORX_ATTR_BYTES && strcmp(a->name, "ICCProfile") == 0) ||
-                           (a->type == ORX_ATTR_STRING && is_keyword(a->name)));
+                           (a->type == ORX_ATTR_STRING && is_keyword(a->name) &&
+                            strcmp(a->name, "channelnames") != 0));
 }
 
 /* Drops from the object the attributes the file will not carry, which
@@ -471,6 +472,7 @@ int imageWriteOpen(ORX_OBJECT *object) {
     layout.type[g] = ORX_C_INTEGER;
     layout.bits[g] = depth;
   }
+  layout.count[2] = 0; /* auxiliary channels come last in a host's rows */
   if (kit_plane_init(&p->plane, &layout, p->ifd->window, p->ifd->window,
                      KIT_PLANE_INTERLEAVED | KIT_PLANE_WRITE, kWho, p->path) != 0 ||
       !kit_claim(kWho, p->path, &p->created)) {
