@@ -123,8 +123,10 @@ const Row kRows[] = {
     {"png_straight_alpha16", BASE "oiiotool {dir}/a.png -d uint16 -o {out}", "png", 1e-6},
     {"png_trns", BASE "convert {dir}/a.png -channel A -threshold 50% +channel -colors 16 PNG8:{out}",
      "png", 1e-6},
-    {"png_comment_gamma", BASE "convert {dir}/s.png -set comment 'made by hand' -set gamma 0.35 {out}",
-     "png", 1e-6},
+    // ImageMagick writes its texts after the image data, where OpenImageIO
+    // does not look: the comment comes from OpenImageIO, before it.
+    {"png_gamma", BASE "convert {dir}/s.png -set gamma 0.35 {out}", "png", 1e-6},
+    {"png_comment", BASE "oiiotool {dir}/s.png --attrib Comment 'made by hand' -o {out}", "png", 1e-6},
     {"png_icc", BASE ICC "convert {dir}/s.png -profile {dir}/p.icc {out}", "png", 1e-6},
     {"jpeg_cmyk_adobe", BASE "convert {dir}/s.png -colorspace CMYK -quality 95 {out}", "jpg", 1e-6, nullptr, 0.1},
     {"jpeg_orientation_icc",

@@ -250,6 +250,10 @@ TEST(Copy, BetweenEveryPairOfFormats) {
         (make.find("convert") == 0 && (!have_tool("convert") || !profile)))
       continue;
     expect_runs(make.find("pattern") == 0 ? orx(make) : make);
+    // ImageMagick's texts follow the image data, and are read all the same.
+    if (ext == "png") {
+      EXPECT_EQ(attributes(source)["comment"], "\"a note\"");
+    }
     for (const std::string &from : formats) {
       const std::string in = dir.file(std::string(s.file) + "." + from);
       expect_runs(orx("copy '" + source + "' '" + in + "'"));
