@@ -306,6 +306,7 @@ int imageWriteOpen(ORX_OBJECT *object) {
                     (int)ifd->image.count);
   if (ifd->matte.count > 0 && !kit_narrowed(object, 0, "matte dropped")) return 0;
   if (ifd->aux.count > 0 && !kit_narrowed(object, 0, "auxiliary channels dropped")) return 0;
+  if (!kit_window_at_origin(object, 0)) return 0;
   if (ifd->image.type != ORX_C_INTEGER || ifd->image.bits > 8)
     if (!kit_narrowed(object, 0, "samples stored in 8 bits")) return 0;
   if (!kit_new_cell(object, 1)) return 0;

@@ -469,6 +469,7 @@ static int plan(ORX_OBJECT *object, int *colour, int *depth) {
     return kit_fail(ORX_E_UNSUPPORTED, "png: %s: cannot store %d mattes (at most 1)", path,
                     (int)matte->count);
   if (ifd->aux.count > 0 && !kit_narrowed(object, 0, "auxiliary channels dropped")) return 0;
+  if (!kit_window_at_origin(object, 0)) return 0;
   /* One depth for all channels: the widest asked for, floating point as 16
    * bits; widths PNG lacks are widened (which loses nothing). */
   int widest = 0;

@@ -199,12 +199,14 @@ TEST(PeerTools, ExrDataWindowIsTheActiveWindow) {
   expect_same(dir.file("p.exr"), dir.file("tex.exr"));
 }
 
-// Image 0's attributes as `orx info --json` gives them: name to JSON value.
+// Image 0's attributes as `orx info --json` gives them, name to JSON value,
+// and its windows as "[window]" and "[active]".
 std::map<std::string, std::string> attributes(const std::string &file) {
   const ToolRun r = run(orx("info --json '" + file + "'") +
                         " | /usr/bin/python3 -c 'import json, sys\n"
-                        "for k, v in json.load(sys.stdin)[0][\"images\"][0][\"attributes\"].items():"
-                        " print(k, json.dumps(v))'");
+                        "i = json.load(sys.stdin)[0][\"images\"][0]\n"
+                        "for k, v in i[\"attributes\"].items(): print(k, json.dumps(v))\n"
+                        "print(\"[window]\", i[\"window\"])\nprint(\"[active]\", i[\"active\"])'");
   std::map<std::string, std::string> out;
   std::istringstream lines(r.output);
   for (std::string line; std::getline(lines, line);)
@@ -214,12 +216,12 @@ std::map<std::string, std::string> attributes(const std::string &file) {
 
 // `orx copy` between every ordered pair of RLA, PNG, TIFF and EXR, and into
 // JPEG, of pictures holding what some of them cannot: a matte, 16-bit and
-// float samples, a data window beyond the display window, an ICC profile
-// and a text.  Each copy says in at most one line what it narrowed or
+// float samples, a data window beyond a display window away from the
+// origin, an ICC profile and texts.  Each copy says in at most one line what it narrowed or
 // dropped; every attribute the copy lacks is named there, every one it
 // holds has its value; and a copy that says nothing has lost nothing:
-// copied back it is the file it came from (but for the rounding of
-// associated colour through PNG's straight alpha).
+// copied back it is the file it came from, windows included (but for the
+// rounding of associated colour through PNG's straight alpha).
 TEST(Copy, BetweenEveryPairOfFormats) {
   TempDir dir;
   const std::string icc = dir.file("p.icc");
@@ -233,7 +235,7 @@ TEST(Copy, BetweenEveryPairOfFormats) {
       {"rgb8.rla", "pattern {out} --size 45x27 --type int8 --channels 3", 0},
       {"matte16.rla", "pattern {out} --size 45x27 --type int16 --channels 3 --matte", 2.0 / 65535},
       {"window.exr", "oiiotool --pattern fill:left=0,0,0,0:right=1,0.5,0.25,1 40x20 4 -d float "
-                     "--origin +10+12 --fullsize 45x27+0+0 -o {out}", 1e-6},
+                     "--origin +10+12 --fullsize 45x27+3+2 -o {out}", 1e-6},
       {"icc.png", "convert -size 45x27 gradient:red-blue -profile {icc} -set comment 'a note' {out}",
        0},
   };
@@ -268,7 +270,7 @@ TEST(Copy, BetweenEveryPairOfFormats) {
         EXPECT_LE(std::count(copied.output.begin(), copied.output.end(), '\n'), 1) << copied.output;
         const std::map<std::string, std::string> kept = attributes(out);
         for (const auto &[name, value] : held) {
-          if (name.rfind("orx:", 0) == 0) continue;
+          if (name.rfind("orx:", 0) == 0 || name[0] == '[') continue;
           if (kept.count(name) != 0) EXPECT_EQ(kept.at(name), value) << name;
           else EXPECT_NE(copied.output.find(name), std::string::npos) << name << copied.output;
         }
@@ -279,6 +281,8 @@ TEST(Copy, BetweenEveryPairOfFormats) {
         if (!copied.output.empty()) continue;
         expect_runs(orx("copy '" + out + "' '" + back + "'"));
         expect_same(in, back, from == "png" || format == "png" ? s.straight : 0);
+        const std::map<std::string, std::string> again = attributes(back);
+        for (const char *window : {"[window]", "[active]"}) EXPECT_EQ(again.at(window), held.at(window));
       }
     }
   }
