@@ -4,8 +4,9 @@
  * gives the pixel aspect.  Writing takes the quality from the capability
  * settings; deeper or floating-point samples are stored in 8 bits, and
  * mattes and auxiliary channels, which JPEG has no place for, are left out
- * (the colour as it stands: over black).  Both are said as narrowed.  libjpeg reports errors through
- * an error manager that longjmps back to the caller's setjmp. */
+ * (the colour as it stands: over black), each said as narrowed.  libjpeg
+ * reports errors through an error manager that longjmps back to the
+ * caller's setjmp. */
 #include <setjmp.h>
 #include <stdio.h>
 #include <stdlib.h>
