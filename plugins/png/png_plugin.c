@@ -351,7 +351,8 @@ static int take_text_chunk(ORX_INFO *to, const unsigned char *type, const unsign
  * or 0 after a report. */
 static int describe_late_texts(ORX_OBJECT *object, Png *p) {
   const long here = ftell(p->file);
-  long at = here - 8;  /* libpng stopped after the first image data's length and type */
+  if (here < 0) return 1; /* a stream that cannot seek: the texts before the data only */
+  long at = here - 8;     /* libpng stopped after the first image data's length and type */
   unsigned char head[8];
   int taken = 1;
   while (taken && at > 8 && fseek(p->file, at, SEEK_SET) == 0 && fread(head, 1, 8, p->file) == 8 &&
@@ -370,8 +371,7 @@ static int describe_late_texts(ORX_OBJECT *object, Png *p) {
     at += 12 + (long)length;
   }
   if (!taken) return kit_fail(ORX_E_NO_MEMORY, "png: no memory to read %s", p->path);
-  if (here < 0 || fseek(p->file, here, SEEK_SET) != 0)
-    return kit_fail(ORX_E_READ, "png: cannot read %s", p->path);
+  if (fseek(p->file, here, SEEK_SET) != 0) return kit_fail(ORX_E_READ, "png: cannot read %s", p->path);
   return 1;
 }
 
