@@ -371,7 +371,8 @@ static int describe_late_texts(ORX_OBJECT *object, Png *p) {
     at += 12 + (long)length;
   }
   if (!taken) return kit_fail(ORX_E_NO_MEMORY, "png: no memory to read %s", p->path);
-  if (fseek(p->file, here, SEEK_SET) != 0) return kit_fail(ORX_E_READ, "png: cannot read %s", p->path);
+  if (fseek(p->file, here, SEEK_SET) != 0)
+    return kit_fail(ORX_E_READ, "png: cannot read %s", p->path);
   return 1;
 }
 
