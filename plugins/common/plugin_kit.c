@@ -192,6 +192,12 @@ int kit_narrowed(ORX_OBJECT *object, int32_t image, const char *format, ...) {
   return ORX_attr_set_string(&object->info, image, "orx:narrowed", joined) == 0;
 }
 
+int kit_window_at_origin(ORX_OBJECT *object, int32_t image) {
+  const ORX_WINDOW *w = &object->info.images[image].window;
+  return (w->left == 0 && w->bottom == 0) ||
+         kit_narrowed(object, image, "window at %d,%d stored at 0,0", (int)w->left, (int)w->bottom);
+}
+
 /* --- Colour metadata ------------------------------------------------------- */
 
 const float kit_rec709[8] = {0.64f, 0.33f, 0.30f, 0.60f, 0.15f, 0.06f, 0.3127f, 0.3290f};

@@ -219,6 +219,10 @@ int kit_narrowed(ORX_OBJECT *object, int32_t image, const char *format, ...)
     __attribute__((format(printf, 3, 4)))
 #endif
     ;
+/* For formats whose pixels start at column 0, row 0: notes as narrowed
+ * that a window starting elsewhere loses its position.  0 when memory is
+ * short. */
+int kit_window_at_origin(ORX_OBJECT *object, int32_t image);
 
 /* Colour metadata is never invented.  kit_rec709 holds the x, y pairs of
  * red, green, blue and white of Rec.709 with a D65 white, which OpenEXR

@@ -87,9 +87,12 @@ int check_window(const char *path, const KitPlane *plane, const Window &dw) {
 // laid out for its data window; 0 or a status after a report.
 int decode_luminance_chroma(const char *path, KitPlane *plane);
 
-// Decodes part of the deep file at path flattened front to back into a
-// plane of floats laid out for its data window, names[c] the file channel
-// of plane channel c; 0 or a status after a report.
+// Why a deep part with these channels cannot be flattened, or null.
+const char *deep_problem(const std::vector<std::string> &names);
+
+// Decodes part of the deep file at path (scanline or tiled) flattened front
+// to back into a plane of floats laid out for its data window, names[c] the
+// file channel of plane channel c; 0 or a status after a report.
 int decode_deep(const char *path, int part, const std::vector<std::string> &names,
                 KitPlane *plane);
 

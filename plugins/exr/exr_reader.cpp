@@ -137,7 +137,7 @@ const char *chunk_problem(exr_const_context_t context, int part) {
       if (exr_read_scanline_chunk_info(context, part, static_cast<int>(y), &chunk) !=
           EXR_ERR_SUCCESS)
         return kDamaged;
-  } else if (storage == EXR_STORAGE_TILED) {
+  } else if (storage == EXR_STORAGE_TILED || storage == EXR_STORAGE_DEEP_TILED) {
     int32_t levels_x = 0, levels_y = 0;
     if (exr_get_tile_levels(context, part, &levels_x, &levels_y) != EXR_ERR_SUCCESS)
       return kDamaged;
@@ -502,9 +502,7 @@ bool describe(InImage &image, ORX_INFO &info, int32_t index) {
       exr_get_data_window(context, part, &data) != EXR_ERR_SUCCESS ||
       exr_get_channels(context, part, &list) != EXR_ERR_SUCCESS || list == nullptr)
     return kit_fail(ORX_E_NOT_OUR_FILE, "exr: %s: part %d lacks a required attribute", path, part);
-  image.deep = storage == EXR_STORAGE_DEEP_SCANLINE;
-  if (storage != EXR_STORAGE_SCANLINE && storage != EXR_STORAGE_TILED && !image.deep)
-    return kit_fail(ORX_E_UNSUPPORTED, "exr: %s: part %d holds deep tiles", path, part);
+  image.deep = storage == EXR_STORAGE_DEEP_SCANLINE || storage == EXR_STORAGE_DEEP_TILED;
   int parts = 0;
   exr_get_count(context, &parts);
   image.luminance_chroma = luminance_chroma(*list);
@@ -550,13 +548,11 @@ bool describe(InImage &image, ORX_INFO &info, int32_t index) {
       image.names.push_back(names.substr(at, end - at));
       at = end + 1;
     }
-    const auto has = [&](const char *n) {
-      return std::find(image.names.begin(), image.names.end(), n) != image.names.end();
-    };
-    if (!has("Z") || !has("A"))
-      return kit_fail(ORX_E_UNSUPPORTED, "exr: %s: part %d holds deep data without Z and A", path,
-                      part);
-    if (ORX_attr_set_int(&info, index, "openexr:deep", 1) != 0) return false;
+    if (const char *problem = deep_problem(image.names))
+      return kit_fail(ORX_E_UNSUPPORTED, "exr: %s: part %d %s", path, part, problem);
+    if (ORX_attr_set_string(&info, index, "orx:flattened",
+                            "deep samples composited front to back") != 0)
+      return false;
   }
   kit_layout_apply(&layout, &ifd);
   // Group names: "rgb" or the image channel's own name, and the auxiliary

@@ -186,7 +186,7 @@ void add_attributes(Imf::Header &h, const ORX_INFO &info, int32_t i) {
   for (int32_t k = 0; const ORX_ATTR *a = ORX_attr_at(&info, i, k); ++k) {
     if (strncasecmp(a->name, "openexr:", 8) != 0) continue;
     const std::string name = a->name + 8;
-    if (name == "displayWindow" || name == "view" || name == "deep" || h.find(name) != h.end())
+    if (name == "displayWindow" || name == "view" || h.find(name) != h.end())
       continue;
     const auto *f = static_cast<const float *>(a->data);
     const auto *n = static_cast<const int32_t *>(a->data);

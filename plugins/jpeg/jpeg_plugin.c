@@ -2,9 +2,11 @@
  * as RGB, CMYK and YCCK files converted to RGB, Adobe's inverted CMYK
  * included).  The comment marker carries the description; the JFIF density
  * gives the pixel aspect.  Writing takes the quality from the capability
- * settings; deeper or floating-point samples are stored in 8 bits and
- * mattes or auxiliary channels are refused.  libjpeg reports errors through
- * an error manager that longjmps back to the caller's setjmp. */
+ * settings; deeper or floating-point samples are stored in 8 bits, and
+ * mattes and auxiliary channels, which JPEG has no place for, are left out
+ * (the colour as it stands: over black), each said as narrowed.  libjpeg
+ * reports errors through an error manager that longjmps back to the
+ * caller's setjmp. */
 #include <setjmp.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -303,9 +305,9 @@ int imageWriteOpen(ORX_OBJECT *object) {
   if (ifd->image.count != 1 && ifd->image.count != 3)
     return kit_fail(ORX_E_UNSUPPORTED, "jpeg: %s: cannot store %d image channels (1 or 3)", path,
                     (int)ifd->image.count);
-  if (ifd->matte.count > 0 || ifd->aux.count > 0)
-    return kit_fail(ORX_E_UNSUPPORTED, "jpeg: %s: cannot store mattes or auxiliary channels",
-                    path);
+  if (ifd->matte.count > 0 && !kit_narrowed(object, 0, "matte dropped")) return 0;
+  if (ifd->aux.count > 0 && !kit_narrowed(object, 0, "auxiliary channels dropped")) return 0;
+  if (!kit_window_at_origin(object, 0)) return 0;
   if (ifd->image.type != ORX_C_INTEGER || ifd->image.bits > 8)
     if (!kit_narrowed(object, 0, "samples stored in 8 bits")) return 0;
   if (!kit_new_cell(object, 1)) return 0;
@@ -317,6 +319,7 @@ int imageWriteOpen(ORX_OBJECT *object) {
   KitLayout layout = kit_layout_of(j->ifd);
   layout.type[0] = ORX_C_INTEGER;
   layout.bits[0] = 8;
+  layout.count[1] = layout.count[2] = 0; /* the image channels come first in a host's rows */
   if (kit_plane_init(&j->plane, &layout, j->ifd->window, j->ifd->window,
                      KIT_PLANE_INTERLEAVED | KIT_PLANE_WRITE, kWho, path) != 0 ||
       !kit_claim(kWho, path, &j->created)) {

@@ -197,18 +197,20 @@ static int close_object(ORX_OBJECT *object, intptr_t argument);
 /* The text chunks (tEXt, zTXt, iTXt): those of the header's keywords go
  * into its texts, every other (a Comment, a Copyright...) becomes a string
  * attribute named by its keyword, which the writer stores again. */
+static int take_text(ORX_INFO *to, const char *key, const char *text) {
+  int field = -1;
+  for (int i = 0; i < kTextCount; ++i)
+    if (strcmp(key, kTexts[i].keyword) == 0) field = i;
+  return field >= 0 ? kit_save(text_field(to, field), text)
+                    : ORX_attr_set_string(to, 0, key, text) == 0;
+}
+
 static int describe_texts(ORX_INFO *to, png_structp png, png_infop info) {
   png_textp texts;
   int count = 0;
   png_get_text(png, info, &texts, &count);
-  for (int t = 0; t < count; ++t) {
-    int field = -1;
-    for (int i = 0; i < kTextCount; ++i)
-      if (strcmp(texts[t].key, kTexts[i].keyword) == 0) field = i;
-    if (field >= 0 ? !kit_save(text_field(to, field), texts[t].text)
-                   : ORX_attr_set_string(to, 0, texts[t].key, texts[t].text) != 0)
-      return 0;
-  }
+  for (int t = 0; t < count; ++t)
+    if (!take_text(to, texts[t].key, texts[t].text)) return 0;
   return 1;
 }
 
@@ -293,6 +295,87 @@ static int describe(ORX_OBJECT *object, Png *p) {
   return kit_plane_init(&p->plane, &layout, window, window, 0, kWho, p->path) == 0;
 }
 
+/* The text of a zTXt or compressed iTXt chunk, inflated within the chunk
+ * memory limit (NUL-terminated, to free), or NULL when it does not inflate. */
+static char *inflate_text(const unsigned char *in, size_t n) {
+  for (uLongf size = (uLongf)n * 4 + 256; size <= kChunkMemory; size *= 4) {
+    char *out = (char *)malloc(size + 1);
+    uLongf length = size;
+    const int r = out != NULL ? uncompress((Bytef *)out, &length, in, (uLong)n) : Z_MEM_ERROR;
+    if (r == Z_OK) {
+      out[length] = 0;
+      return out;
+    }
+    free(out);
+    if (r != Z_BUF_ERROR) break;
+  }
+  return NULL;
+}
+
+/* A text chunk (tEXt, zTXt or iTXt) of n bytes as the header text or the
+ * attribute its keyword names; a damaged one says nothing.  1, or 0 when
+ * memory ran out. */
+static int take_text_chunk(ORX_INFO *to, const unsigned char *type, const unsigned char *data,
+                           size_t n) {
+  const unsigned char *end = (const unsigned char *)memchr(data, 0, n);
+  if (end == NULL) return 1;
+  size_t at = (size_t)(end - data) + 1;
+  int compressed = memcmp(type, "zTXt", 4) == 0;
+  if (compressed) ++at;  /* the compression method */
+  if (memcmp(type, "iTXt", 4) == 0) {
+    if (at + 2 > n) return 1;
+    compressed = data[at];
+    at += 2;  /* the flag and the method, then the language and the translated keyword */
+    for (int k = 0; k < 2; ++k) {
+      const unsigned char *z = at < n ? (const unsigned char *)memchr(data + at, 0, n - at) : NULL;
+      if (z == NULL) return 1;
+      at = (size_t)(z - data) + 1;
+    }
+  }
+  if (at > n) return 1;
+  char *text = compressed ? inflate_text(data + at, n - at) : (char *)malloc(n - at + 1);
+  if (text == NULL) return 1;
+  if (!compressed) {
+    memcpy(text, data + at, n - at);
+    text[n - at] = 0;
+  }
+  const int taken = take_text(to, (const char *)data, text);
+  free(text);
+  return taken;
+}
+
+/* Text chunks after the image data (ImageMagick writes its comment and
+ * dates there) reach libpng only at the end of the pixels: they are read
+ * at open by walking the chunks from the first image data on (chunks_fit
+ * found every chunk within the file).  Leaves the stream where it was; 1,
+ * or 0 after a report. */
+static int describe_late_texts(ORX_OBJECT *object, Png *p) {
+  const long here = ftell(p->file);
+  if (here < 0) return 1; /* a stream that cannot seek: the texts before the data only */
+  long at = here - 8;     /* libpng stopped after the first image data's length and type */
+  unsigned char head[8];
+  int taken = 1;
+  while (taken && at > 8 && fseek(p->file, at, SEEK_SET) == 0 && fread(head, 1, 8, p->file) == 8 &&
+         memcmp(head + 4, "IEND", 4) != 0) {
+    const uint32_t length = (uint32_t)head[0] << 24 | (uint32_t)head[1] << 16 |
+                            (uint32_t)head[2] << 8 | head[3];
+    if (length > kChunkMemory) break;
+    if (memcmp(head + 4, "tEXt", 4) == 0 || memcmp(head + 4, "zTXt", 4) == 0 ||
+        memcmp(head + 4, "iTXt", 4) == 0) {
+      unsigned char *data = (unsigned char *)malloc(length + 1);
+      if (data == NULL) return kit_fail(ORX_E_NO_MEMORY, "png: no memory to read %s", p->path);
+      if (fread(data, 1, length, p->file) == length)
+        taken = take_text_chunk(&object->info, head + 4, data, length);
+      free(data);
+    }
+    at += 12 + (long)length;
+  }
+  if (!taken) return kit_fail(ORX_E_NO_MEMORY, "png: no memory to read %s", p->path);
+  if (fseek(p->file, here, SEEK_SET) != 0)
+    return kit_fail(ORX_E_READ, "png: cannot read %s", p->path);
+  return 1;
+}
+
 /* libpng allocates (and clears) a chunk's declared length before reading
  * its data, so a short file whose text chunk claims 2 GB would cost 2 GB:
  * every chunk but the image data, which is streamed, must fit in the file.
@@ -359,7 +442,7 @@ int imageReadOpen(ORX_OBJECT *object) {
   png_set_sig_bytes(p->png, 8);
   p->straight = kit_setting_int(object, kCapUnassociated, 0) != 0;
   png_read_info(p->png, p->info);
-  if (!describe(object, p)) {
+  if (!describe(object, p) || !describe_late_texts(object, p)) {
     return release(object);
   }
   object->scan = scan_read;
@@ -386,8 +469,8 @@ static int plan(ORX_OBJECT *object, int *colour, int *depth) {
   if (matte->count > 1)
     return kit_fail(ORX_E_UNSUPPORTED, "png: %s: cannot store %d mattes (at most 1)", path,
                     (int)matte->count);
-  if (ifd->aux.count > 0)
-    return kit_fail(ORX_E_UNSUPPORTED, "png: %s: cannot store auxiliary channels", path);
+  if (ifd->aux.count > 0 && !kit_narrowed(object, 0, "auxiliary channels dropped")) return 0;
+  if (!kit_window_at_origin(object, 0)) return 0;
   /* One depth for all channels: the widest asked for, floating point as 16
    * bits; widths PNG lacks are widened (which loses nothing). */
   int widest = 0;
@@ -432,10 +515,12 @@ static int is_keyword(const char *name) {
   return 1;
 }
 
-/* Whether a PNG file holds the attribute: the ICC profile and texts. */
+/* Whether a PNG file holds the attribute: the ICC profile and texts (but
+ * not another format's channel names: a PNG's follow from its colour type). */
 static int png_holds(const ORX_ATTR *a) {
   return a->image == 0 && ((a->type == ORX_ATTR_BYTES && strcmp(a->name, "ICCProfile") == 0) ||
-                           (a->type == ORX_ATTR_STRING && is_keyword(a->name)));
+                           (a->type == ORX_ATTR_STRING && is_keyword(a->name) &&
+                            strcmp(a->name, "channelnames") != 0));
 }
 
 /* Drops from the object the attributes the file will not carry, which
@@ -471,6 +556,7 @@ int imageWriteOpen(ORX_OBJECT *object) {
     layout.type[g] = ORX_C_INTEGER;
     layout.bits[g] = depth;
   }
+  layout.count[2] = 0; /* auxiliary channels come last in a host's rows */
   if (kit_plane_init(&p->plane, &layout, p->ifd->window, p->ifd->window,
                      KIT_PLANE_INTERLEAVED | KIT_PLANE_WRITE, kWho, p->path) != 0 ||
       !kit_claim(kWho, p->path, &p->created)) {

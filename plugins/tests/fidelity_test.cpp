@@ -48,6 +48,15 @@ struct Row {
   "oiiotool --pattern fill:topleft=0,0,0:topright=1,0,0:bottomleft=0,1,1:bottomright=1,1,0.5 " \
   "64x48 3 -d uint8 -o {dir}/s.png -o {dir}/s.tif --pattern noise:type=uniform:min=0:max=1 "   \
   "64x48 1 --chappend --chnames R,G,B,A -o {dir}/a.png && "
+// Deep layers of a size: half red at depth 1 (near), opaque blue at depth
+// 2, merged far one first.
+#define LAYER(colour, size) "--pattern constant:color=" colour " " size " 5 --chnames R,G,B,A,Z --deepen "
+#define NEAR(size) LAYER("0.5,0,0,0.5,1", size)
+#define DEEP(size) "oiiotool " LAYER("0,0,1,1,2", size) NEAR(size) "--deepmerge "
+#define LAB_ORACLE "convert {out} -colorspace sRGB -depth 16 {dir}/ref.png"
+#define WARM                                                                                   \
+  "oiiotool --pattern fill:topleft=1,0,0:topright=1,0.5,0:bottomleft=0.6,0.3,0.2:"              \
+  "bottomright=1,0.8,0.7 64x48 3 -d uint8 -o {dir}/w.png && "
 #define ICC                                                                                    \
   "/usr/bin/python3 -c \"from PIL import ImageCms as C; open('{dir}/p.icc', 'wb').write("     \
   "C.ImageCmsProfile(C.createProfile('sRGB')).tobytes())\" && "
@@ -74,9 +83,9 @@ const Row kRows[] = {
                    "exrmaketiled -m -t 16 16 {dir}/s.exr {out}", "exr", 0},
     {"exr_maketx", "oiiotool --pattern fill:left=0,0,0:right=1,0.5,0.25 37x21 3 -d half -o {dir}/s.exr && "
                    "{orx} maketx {dir}/s.exr {out}", "exr", 0},
-    {"exr_deep", "oiiotool --pattern constant:color=0.5,0,0,0.5,1 8x4 5 --chnames R,G,B,A,Z --deepen "
-                 "--pattern constant:color=0,0,1,1,2 8x4 5 --chnames R,G,B,A,Z --deepen --deepmerge "
-                 "-o {out}", "exr", 1e-6},
+    {"exr_deep", DEEP("8x4") "-o {out}", "exr", 1e-6},
+    {"exr_deep_tiled", DEEP("40x20") "--tile 16 16 -o {out}", "exr", 1e-6},
+    {"exr_deep_without_z", "oiiotool " NEAR("8x4") "--ch R,G,B,A -o {out}", "exr", 0},
     {"exr_luminance_chroma", "{make_exr_yc} {out} {dir}/ref.exr", "exr", 0, "{dir}/ref.exr"},
     // TIFF, PNG and JPEG variants made by ImageMagick, libtiff's tools and
     // OpenImageIO from one picture ({dir}/s.png, and {dir}/a.png with a
@@ -98,14 +107,26 @@ const Row kRows[] = {
     // OpenImageIO associates in float, we in the file's 8 bits.
     {"tiff_unassociated", BASE "convert {dir}/a.png -define tiff:alpha=unassociated {out}", "tif",
      0.5 / 255 + 1e-6, nullptr, 1e-6},
+    // CIE L*a*b* against ImageMagick's conversion to sRGB, the exact one
+    // (libtiff's tiff2rgba models a display with a pure 2.4 power and is
+    // up to 49 levels of 255 off).  ImageMagick reads negative 8-bit a*, b*
+    // one unit high and 16-bit ones in units of 255/65535 rather than
+    // TIFF's 1/256, so the picture is warm (a*, b* positive) and 16 bits
+    // agree within what that 0.4% of chroma moves.
+    {"tiff_lab8", WARM "convert {dir}/w.png -colorspace Lab {out} && " LAB_ORACLE, "tif",
+     1.0 / 255, "{dir}/ref.png", 1e-6},
+    {"tiff_lab16", WARM "convert {dir}/w.png -depth 16 -colorspace Lab {out} && " LAB_ORACLE, "tif",
+     0.015, "{dir}/ref.png", 1e-6},
     {"tiff_orientation", BASE "cp {dir}/s.tif {out} && tiffset -s 274 6 {out}", "tif", 1e-6},
     {"tiff_icc", BASE ICC "convert {dir}/s.png -profile {dir}/p.icc {out}", "tif", 1e-6},
     {"png_straight_alpha", BASE "cp {dir}/a.png {out}", "png", 1e-6},
     {"png_straight_alpha16", BASE "oiiotool {dir}/a.png -d uint16 -o {out}", "png", 1e-6},
     {"png_trns", BASE "convert {dir}/a.png -channel A -threshold 50% +channel -colors 16 PNG8:{out}",
      "png", 1e-6},
-    {"png_comment_gamma", BASE "convert {dir}/s.png -set comment 'made by hand' -set gamma 0.35 {out}",
-     "png", 1e-6},
+    // ImageMagick writes its texts after the image data, where OpenImageIO
+    // does not look: the comment comes from OpenImageIO, before it.
+    {"png_gamma", BASE "convert {dir}/s.png -set gamma 0.35 {out}", "png", 1e-6},
+    {"png_comment", BASE "oiiotool {dir}/s.png --attrib Comment 'made by hand' -o {out}", "png", 1e-6},
     {"png_icc", BASE ICC "convert {dir}/s.png -profile {dir}/p.icc {out}", "png", 1e-6},
     {"jpeg_cmyk_adobe", BASE "convert {dir}/s.png -colorspace CMYK -quality 95 {out}", "jpg", 1e-6, nullptr, 0.1},
     {"jpeg_orientation_icc",
@@ -114,6 +135,8 @@ const Row kRows[] = {
 #undef OIIO
 #undef BASE
 #undef ICC
+#undef LAB_ORACLE
+#undef WARM
 
 #ifndef ORX_MAKE_EXR_YC
 #define ORX_MAKE_EXR_YC "false"
@@ -267,6 +290,17 @@ TEST_P(Fidelity, ReadAsOpenImageIOReadsAndCopiedWhole) {
   EXPECT_EQ(copied.output, "");
   const std::vector<Theirs> again = oiio_read(copy, dir);
   ASSERT_EQ(again.size(), theirs.size());
+  // ImageMagick reads the copy's colour as OpenImageIO does (it reads no
+  // EXR here, and divides associated alpha out).
+  if (row.ext != std::string("exr") && again[0].channels == 3 && have_tool("convert")) {
+    const std::string png = dir.file("magick.png");
+    ASSERT_EQ(run("convert '" + copy + "' -depth 16 '" + png + "'").status, 0);
+    const std::vector<Theirs> magick = oiio_read(png, dir);
+    ASSERT_EQ(magick.size(), 1u);
+    ASSERT_EQ(magick[0].pixels.size(), again[0].pixels.size());
+    for (std::size_t k = 0; k < again[0].pixels.size(); ++k)
+      ASSERT_NEAR(magick[0].pixels[k], again[0].pixels[k], 0.5 / 65535) << "sample " << k;
+  }
   if (row.copy_tolerance >= 0) {
     FormatPlugins plugins;
     ORX_OBJECT *object = open_image(file, nullptr);
@@ -343,6 +377,29 @@ TEST(FidelityCopy, SaysOnceWhatTheOutputDrops) {
   const ToolRun same = run(kOrx + " diff '" + dir.file("o.exr") + "' '" + dir.file("o.rla") + "'");
   EXPECT_EQ(same.status, 0) << same.output;
 }
+
+// Deep samples that say nothing of what they cover (no alpha), or of their
+// order (no Z, several to a pixel), are refused with the reason, and the
+// copy leaves nothing behind.
+TEST(FidelityDeep, UndefinedFlatteningIsRefused) {
+  if (!built("exr")) GTEST_SKIP() << "exr plug-in not built";
+  ORX_REQUIRE_TOOL("oiiotool");
+  TempDir dir;
+  const struct {
+    const char *make, *said;
+  } files[] = {{DEEP("8x4") "--ch R,G,B,Z -o {out}", "without alpha (A)"},
+               {DEEP("8x4") "--ch R,G,B,A -o {out}", "holds 2 deep samples and no Z"}};
+  for (const auto &f : files) {
+    ASSERT_EQ(run(expand(f.make, dir.path(), dir.file("d.exr"))).status, 0);
+    const ToolRun r = run(kOrx + " copy '" + dir.file("d.exr") + "' '" + dir.file("d.tif") + "'");
+    EXPECT_NE(r.status, 0);
+    EXPECT_NE(r.output.find(f.said), std::string::npos) << r.output;
+    EXPECT_FALSE(std::filesystem::exists(dir.file("d.tif")));
+  }
+}
+#undef LAYER
+#undef NEAR
+#undef DEEP
 
 INSTANTIATE_TEST_SUITE_P(Files, Fidelity, ::testing::ValuesIn(kRows),
                          [](const ::testing::TestParamInfo<Row> &i) { return i.param.name; });

@@ -72,6 +72,10 @@ int imageWriteOpen(ORX_OBJECT *object) {
   for (int32_t i = 0; i < object->info.image_count; ++i) {
     TiffImage *image = (TiffImage *)object->private_cell[i];
     plan(image->ifd, path, &layout);
+    if (!kit_window_at_origin(object, i)) {
+      tiff_release(object, file);
+      return 0;
+    }
     if (kit_plane_init(&image->plane, &layout, image->ifd->window, image->ifd->window,
                        KIT_PLANE_INTERLEAVED | KIT_PLANE_WRITE, TIFF_WHO, path) != 0) {
       tiff_release(object, file);

@@ -27,10 +27,10 @@ bool save(char **field, const char *text) {
 }
 
 // What the text holds of x and y replaces them (a half-written field
-// changes x only); z always follows.
+// changes x only), and z follows.  A blank field says nothing: the record
+// keeps its placeholder values, which stand for "not known".
 void chromaticity(const char *text, float *xyz) {
-  (void)std::sscanf(text, "%f %f", &xyz[0], &xyz[1]);
-  xyz[2] = 1.0f - xyz[0] - xyz[1];
+  if (std::sscanf(text, "%f %f", &xyz[0], &xyz[1]) >= 1) xyz[2] = 1.0f - xyz[0] - xyz[1];
 }
 
 // Resolution and aspect ratio: those of the named format when the format

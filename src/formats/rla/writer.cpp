@@ -2,6 +2,7 @@
 // header, the row writer, and the completion of the file on close (headers
 // of later images, next-image links, offset tables, elapsed time).
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -79,6 +80,22 @@ void put_xy(std::array<char, layout::kRedPrimary.size + 1> &dst, const float *xy
                 static_cast<double>(xyz[1]));
 }
 
+// Whether the record's chromaticities say anything: a record starts with
+// placeholder values (ORX_info_init) that stand for "not known", and RLA has
+// no colour space of its own to fall back on, so those leave the four
+// fields blank, as a file without colour information has them.
+bool chromaticities_known(const ORX_INFO &info) {
+  ORX_INFO fresh;
+  ORX_info_init(&fresh);
+  const float *have[] = {info.red, info.green, info.blue, info.white};
+  const float *placeholder[] = {fresh.red, fresh.green, fresh.blue, fresh.white};
+  bool known = false;
+  for (int i = 0; i < 4; ++i)
+    for (int k = 0; k < 2; ++k) known = known || std::fabs(have[i][k] - placeholder[i][k]) > 1e-4f;
+  ORX_info_cleanup(&fresh, 0);
+  return known;
+}
+
 void build_header(const ORX_OBJECT *object, int index, Header &h) {
   const ORX_INFO &info = object->info;
   const ORX_IFD &ifd = info.images[index];
@@ -97,10 +114,12 @@ void build_header(const ORX_OBJECT *object, int index, Header &h) {
   put_group(h.aux, ifd.aux);
   h.job = info.job;
   std::snprintf(h.gamma.data(), h.gamma.size(), "%7.4f", static_cast<double>(ifd.curve.gamma));
-  put_xy(h.red, info.red);
-  put_xy(h.green, info.green);
-  put_xy(h.blue, info.blue);
-  put_xy(h.white, info.white);
+  if (chromaticities_known(info)) {
+    put_xy(h.red, info.red);
+    put_xy(h.green, info.green);
+    put_xy(h.blue, info.blue);
+    put_xy(h.white, info.white);
+  }
   put_text(h.name, info.name);
   put_text(h.desc, info.desc);
   put_text(h.program, info.program);

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 
@@ -27,6 +28,24 @@ TEST_F(RlaWriter, FrameNumbersAreClampedToSixteenBits) {
     const std::vector<uint8_t> bytes = empty_file(path, frame);
     EXPECT_EQ(bytes[16] * 256 + bytes[17], stored) << frame;
   }
+}
+
+// A record whose chromaticities were never set leaves the four fields
+// blank, and reads back as such a record again.
+TEST_F(RlaWriter, UnknownChromaticitiesStayBlank) {
+  const std::string path = dir.file("c.rla");
+  const std::vector<uint8_t> bytes = empty_file(path, 1);
+  EXPECT_EQ(std::count(bytes.begin() + 44, bytes.begin() + 140, 0), 96);
+  ORX_OBJECT *object = reader_object(path);
+  ASSERT_EQ(ORX_rla_r_open(object), 1);
+  ORX_INFO fresh;
+  ORX_info_init(&fresh);
+  const float *read[] = {object->info.red, object->info.green, object->info.blue, object->info.white};
+  const float *placeholder[] = {fresh.red, fresh.green, fresh.blue, fresh.white};
+  for (int i = 0; i < 4; ++i)
+    EXPECT_EQ(std::vector<float>(read[i], read[i] + 3), std::vector<float>(placeholder[i], placeholder[i] + 3));
+  ORX_info_cleanup(&fresh, 0);
+  EXPECT_EQ(object->close(object, 0), 0);
 }
 
 TEST_F(RlaWriter, WritesExactPacketsPatchesTheTableAndStampsTheTime) {
