@@ -8,8 +8,8 @@
 #include <cstring>
 #include <initializer_list>
 
-#include "err/heap.hpp"
 #include "err/messages.hpp"
+#include "operators/layer.hpp"
 #include "orx/err.h"
 #include "orx/registry.h"
 #include "texture/mipmap.hpp"
@@ -30,9 +30,7 @@ struct Level {
 };
 
 struct Mipmap {
-  ORX_SCAN_FN saved_scan;
-  ORX_CLOSE_FN saved_close;
-  void **saved_cell;
+  operators::LayerHeader header;  // next_entries: the file's entry of each level
   void *cell[1];
   int32_t type;
   int32_t count;             // levels
@@ -56,8 +54,6 @@ int32_t levels_for(int32_t w, int32_t h) {
   }
   return n;
 }
-
-void *allocate(std::size_t n) { return heap::allocate(n > 0 ? n : 1); }
 
 void free_mipmap(Mipmap *m) {
   if (m == nullptr) return;
@@ -99,7 +95,7 @@ void reduce_pairs(int32_t channels, const float *row, float *sum, int32_t n) {
 int emit(Mipmap &m, int32_t k, int32_t y, const float *row) {
   Level &level = m.levels[k];
   for (int32_t c = 0; c < m.channels; ++c) float_to_row(m.stored[c], row + c, m.channels, level.out[c], level.w);
-  const int status = m.saved_scan(m.saved_cell[k], y, level.out);
+  const int status = m.header.next_scan(m.header.next_entries[k], y, level.out);
   if (status != 0 || k + 1 == m.count) return status;
   Level &next = m.levels[k + 1];
   if (next.rows == 0 && next.next_y == 0 && y == 0) report(Msg::kMipmapLevel, k + 1);
@@ -167,15 +163,11 @@ int scan(void *data, int32_t line, void *channels) {
   return status;
 }
 
-int close(ORX_OBJECT *object, intptr_t argument) {
-  auto *m = static_cast<Mipmap *>(object->private_cell[0]);
-  object->scan = m->saved_scan;
-  object->close = m->saved_close;
-  object->private_cell = m->saved_cell;
-  const ORX_CLOSE_FN saved = m->saved_close;
-  free_mipmap(m);
-  return saved(object, argument);
+void release(ORX_OBJECT *, operators::LayerHeader *header) {
+  free_mipmap(reinterpret_cast<Mipmap *>(header));
 }
+
+using Layer = operators::Kind<release>;
 
 // The descriptor of level k: the host's image, resized, with the channels
 // the texture type keeps.
@@ -209,8 +201,9 @@ bool supported(const ORX_IFD &host, int32_t type) {
 }
 
 bool install(ORX_OBJECT *object, const ORX_IFD &host, int32_t type, int32_t count) {
-  auto *m = static_cast<Mipmap *>(allocate(sizeof(Mipmap)));
-  if (m == nullptr) return fail(ORX_E_NO_MEMORY, Msg::kNoMemory), false;
+  using operators::allocate_array;
+  Mipmap *m = nullptr;
+  if (!allocate_array(m, 1)) return false;
   *m = Mipmap{};
   m->type = type;
   m->count = count;
@@ -218,34 +211,26 @@ bool install(ORX_OBJECT *object, const ORX_IFD &host, int32_t type, int32_t coun
   m->expected = host.window.bottom;
   m->channels = colour_channels(object->info.images[0], m->stored, kMaxTextureChannels);
   m->inputs = colour_channels(host, m->given, kMaxTextureChannels);
-  m->levels = static_cast<Level *>(allocate(sizeof(Level) * static_cast<std::size_t>(count)));
   const int32_t w0 = object->info.images[0].window.right + 1;
-  m->row = static_cast<float *>(allocate(sizeof(float) * static_cast<std::size_t>(w0) * m->channels));
+  bool ok = allocate_array(m->levels, count) &&
+            allocate_array(m->row, static_cast<uint64_t>(w0) * m->channels);
   if (m->levels != nullptr) std::memset(m->levels, 0, sizeof(Level) * static_cast<std::size_t>(count));
-  bool ok = m->levels != nullptr && m->row != nullptr;
-  for (int i = 0; ok && type == IMP_TEXTURE_BUMP && i < 3; ++i)
-    ok = (m->heights[i] = static_cast<float *>(allocate(sizeof(float) * static_cast<std::size_t>(w0)))) != nullptr;
+  for (int i = 0; ok && type == IMP_TEXTURE_BUMP && i < 3; ++i) ok = allocate_array(m->heights[i], w0);
   for (int32_t k = 0; ok && k < count; ++k) {
     ORX_IFD &ifd = object->info.images[k];
     Level &level = m->levels[k];
     level.w = ifd.window.right + 1;
     level.h = ifd.window.top + 1;
     const std::size_t n = static_cast<std::size_t>(level.w) * m->channels;
-    level.sum = static_cast<float *>(heap::allocate_zeroed(n * sizeof(float) + 1));
-    level.out = ORX_chan_alloc(&ifd, level.w, "mipmap", nullptr);
-    ok = level.sum != nullptr && level.out != nullptr;
+    ok = allocate_array(level.sum, n) &&
+         (level.out = operators::channel_rows(ifd, level.w, "mipmap")) != nullptr;
+    if (ok) std::memset(level.sum, 0, n * sizeof(float));
   }
   if (!ok) {
     free_mipmap(m);
-    return fail(ORX_E_NO_MEMORY, Msg::kNoMemory), false;
+    return false;
   }
-  m->saved_scan = object->scan;
-  m->saved_close = object->close;
-  m->saved_cell = object->private_cell;
-  m->cell[0] = m;
-  object->private_cell = m->cell;
-  object->scan = scan;
-  object->close = close;
+  operators::push_entries(object, &m->header, operators::kMipmap, scan, Layer::close, m->cell, false);
   return true;
 }
 
@@ -276,9 +261,9 @@ ORX_OBJECT *mipmap_write(ORX_INFO *image, IMP_REQUEST *request) {
   const ORX_IFD &host = image->images[0];
   int32_t w = host.window.right - host.window.left + 1, h = host.window.top - host.window.bottom + 1;
   const int32_t count = levels_for(w, h);
-  auto *levels = static_cast<ORX_IFD *>(allocate(sizeof(ORX_IFD) * static_cast<std::size_t>(count)));
-  if (levels == nullptr) {
-    fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
+  ORX_IFD *levels = nullptr;
+  if (!operators::allocate_array(levels, count)) {
+    orx__err = ORX_E_NO_MEMORY;
     return nullptr;
   }
   for (int32_t k = 0; k < count; ++k) {
