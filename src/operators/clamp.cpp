@@ -73,8 +73,38 @@ struct Pixels {
   void set(int32_t c, int32_t x, T v) const { store_at<T>(at(c, x), 0, v); }
 };
 
+// fit_under over rows of one channel each, written as selections so that
+// the loop vectorises: every lane computes what fit_under computes, in the
+// same order and precision, and keeps the case that applies to it.
+template <class T>
+ORX_ROW_KERNEL void fit_rows(void *red, void *green, void *blue, const void *matte, int32_t x0, int32_t n) {
+  for (auto x = static_cast<std::size_t>(x0); x < static_cast<std::size_t>(x0) + static_cast<std::size_t>(n); ++x) {
+    const T r = load_at<T>(red, x), g = load_at<T>(green, x), b = load_at<T>(blue, x);
+    const T a = load_at<T>(matte, x);
+    const bool over_r = r > a, over_g = g > a, over_b = b > a;
+    const bool out_r = over_r | (r < T(0)), out_g = over_g | (g < T(0)), out_b = over_b | (b < T(0));
+    const T grey = (r + g + b) * T(0.3333333);
+    const T to = a - grey, from = T(0) - grey;
+    const T s_r = (over_r ? to : from) / (r - grey), s_g = (over_g ? to : from) / (g - grey),
+            s_b = (over_b ? to : from) / (b - grey);
+    T t = T(1);
+    t = out_r && s_r < t ? s_r : t;
+    t = out_g && s_g < t ? s_g : t;
+    t = out_b && s_b < t ? s_b : t;
+    const bool keep = !(out_r | out_g | out_b);
+    const auto fit = [&](T v) {
+      const T pulled = grey > a ? a : (v - grey) * t + grey;
+      return a == T(0) ? T(0) : keep ? v : grey <= T(0) ? T(0) : pulled;
+    };
+    store_at<T>(red, x, fit(r));
+    store_at<T>(green, x, fit(g));
+    store_at<T>(blue, x, fit(b));
+  }
+}
+
 template <class T, bool Interleaved, bool Premultiplied>
 void clamp_rows(void **rows, int32_t x0, int32_t n, int32_t image, int32_t extra) {
+  if constexpr (Premultiplied && !Interleaved) return fit_rows<T>(rows[0], rows[1], rows[2], rows[image], x0, n);
   const Pixels<T, Interleaved> p{rows, image + extra};
   for (int32_t x = x0; x < x0 + n; ++x) {
     if constexpr (Premultiplied) {
