@@ -76,29 +76,38 @@ struct Pixels {
 // fit_under over rows of one channel each, written as selections so that
 // the loop vectorises: every lane computes what fit_under computes, in the
 // same order and precision, and keeps the case that applies to it.
+// (The samples move through memcpy written out here: a helper built
+// without that assumption would not be inlined into the loop.)
 template <class T>
-ORX_ROW_KERNEL void fit_rows(void *red, void *green, void *blue, const void *matte, int32_t x0, int32_t n) {
+ORX_SELECT_KERNEL void fit_rows(void *red, void *green, void *blue, const void *matte, int32_t x0, int32_t n) {
+  unsigned char *const rows[3] = {static_cast<unsigned char *>(red), static_cast<unsigned char *>(green),
+                                  static_cast<unsigned char *>(blue)};
+  const auto *mattes = static_cast<const unsigned char *>(matte);
   for (auto x = static_cast<std::size_t>(x0); x < static_cast<std::size_t>(x0) + static_cast<std::size_t>(n); ++x) {
-    const T r = load_at<T>(red, x), g = load_at<T>(green, x), b = load_at<T>(blue, x);
-    const T a = load_at<T>(matte, x);
-    const bool over_r = r > a, over_g = g > a, over_b = b > a;
-    const bool out_r = over_r | (r < T(0)), out_g = over_g | (g < T(0)), out_b = over_b | (b < T(0));
-    const T grey = (r + g + b) * T(0.3333333);
-    const T to = a - grey, from = T(0) - grey;
-    const T s_r = (over_r ? to : from) / (r - grey), s_g = (over_g ? to : from) / (g - grey),
-            s_b = (over_b ? to : from) / (b - grey);
+    T a, v[3];
+    std::memcpy(&a, mattes + x * sizeof(T), sizeof(T));
+    bool over[3], out[3];
+    for (int c = 0; c < 3; ++c) {
+      std::memcpy(&v[c], rows[c] + x * sizeof(T), sizeof(T));
+      over[c] = v[c] > a;
+      out[c] = over[c] | (v[c] < T(0));
+    }
+    const T grey = (v[0] + v[1] + v[2]) * T(0.3333333);
     T t = T(1);
-    t = out_r && s_r < t ? s_r : t;
-    t = out_g && s_g < t ? s_g : t;
-    t = out_b && s_b < t ? s_b : t;
-    const bool keep = !(out_r | out_g | out_b);
-    const auto fit = [&](T v) {
-      const T pulled = grey > a ? a : (v - grey) * t + grey;
-      return a == T(0) ? T(0) : keep ? v : grey <= T(0) ? T(0) : pulled;
-    };
-    store_at<T>(red, x, fit(r));
-    store_at<T>(green, x, fit(g));
-    store_at<T>(blue, x, fit(b));
+    for (int c = 0; c < 3; ++c) {
+      const T s = (over[c] ? a - grey : T(0) - grey) / (v[c] - grey);
+      t = out[c] & (s < t) ? s : t;
+    }
+    const bool keep = !(out[0] | out[1] | out[2]) & (a != T(0));
+    const bool black = (a == T(0)) | (grey <= T(0));
+    const bool under = grey > a;
+    for (int c = 0; c < 3; ++c) {
+      T w = (v[c] - grey) * t + grey;
+      w = under ? a : w;
+      w = black ? T(0) : w;
+      w = keep ? v[c] : w;
+      std::memcpy(rows[c] + x * sizeof(T), &w, sizeof(T));
+    }
   }
 }
 
