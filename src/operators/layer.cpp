@@ -62,6 +62,7 @@ void push_entries(ORX_OBJECT *handle, LayerHeader *record, int32_t tag, ORX_SCAN
 
 bool images_apart(const ORX_OBJECT *handle) {
   if (!has_layers(handle)) return true;
+  if (handle->private_cell == nullptr) return false;
   const auto *top = static_cast<const LayerHeader *>(handle->private_cell[0]);
   return top != nullptr && top->entry_per_image;
 }

@@ -157,7 +157,7 @@ void release(ORX_OBJECT *object, operators::LayerHeader *header) {
 using Layer = operators::Kind<release>;
 
 // Layer the process onto object, whose last image is the swatch; false when
-// memory ran out (reported, orx__err -10; the object is left as it was).
+// memory ran out (the allocator reported it; the object is left as it was).
 bool install(ORX_OBJECT *object, int32_t source, bool reading) {
   ORX_INFO &info = object->info;
   Swatch *s = nullptr;
