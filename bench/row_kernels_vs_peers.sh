@@ -94,8 +94,8 @@ if [ -n "${ORX_BENCH:-}" ]; then
          "cast (memory):BM_OpCast8ToFloat:BM_OiioConvert8ToFloat"
          "colour (memory):BM_RgbTransformFloat:BM_OiioColorMatrixFloat"
          "lookups (memory):BM_TextureLookup:BM_OiioTextureLookup")
-  filter=$(printf '%s\n' "${pairs[@]}" | awk -F: '{printf "%s%s|%s", NR > 1 ? "|" : "", $2, $3}')
-  "$ORX_BENCH" --benchmark_filter="^($filter)\$" --benchmark_repetitions="$runs" \
+  filter=$(printf '%s\n' "${pairs[@]}" | awk -F: '{printf "%s%s|%s", (NR > 1 ? "|" : ""), $2, $3}')
+  "$ORX_BENCH" --benchmark_filter="^($filter)\$" --benchmark_repetitions="$((runs > 1 ? runs : 2))" \
     --benchmark_report_aggregates_only=true --benchmark_format=csv 2>/dev/null >mem.csv
   for p in "${pairs[@]}"; do
     IFS=: read -r name ours theirs <<<"$p"
