@@ -11,8 +11,9 @@ packages=(
   cmake ninja-build g++ clang libclang-rt-14-dev libcli11-dev pkgconf
   # Codec libraries of the format plug-ins (each plug-in is skipped when missing).
   libpng-dev libjpeg62-turbo-dev libtiff-dev libopenexr-dev
-  # Tests and benchmarks.
-  libgtest-dev libgmock-dev libbenchmark-dev
+  # Tests and benchmarks (the benchmarks time OpenImageIO's kernels beside
+  # ours when its development files are there).
+  libgtest-dev libgmock-dev libbenchmark-dev libopenimageio-dev
   # Image tools the interoperability tests compare against (skipped when missing).
   openimageio-tools graphicsmagick imagemagick
   # OpenEXR's own tools make files for the fidelity tests, which read them

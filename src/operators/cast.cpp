@@ -12,18 +12,13 @@ namespace {
 struct CastRecord {
   LayerHeader header;
   float gamma;
-  int32_t types[3], widths[3];  // image, matte, auxiliary, as they were
+  GroupTypes saved;  // as they were
   int32_t width;
   int32_t counts[3];
   float *gamma_table;
   void **buffers;
   CastConverter converters[3];
 };
-
-ORX_CHANNELS *groups_of(ORX_IFD &d, int g) {
-  ORX_CHANNELS *groups[] = {&d.image, &d.matte, &d.aux};
-  return groups[g];
-}
 
 int cast_rows(CastRecord &r, int32_t, void ***rows, int) {
   void **src = *rows;
@@ -36,7 +31,7 @@ int cast_rows(CastRecord &r, int32_t, void ***rows, int) {
         for (int32_t x = 0; x < r.width; ++x) out[x] = r.gamma_table[in[x]];
       }
     } else if (r.converters[g] != nullptr) {
-      r.converters[g](r.buffers + at, r.width, r.widths[g], r.counts[g], src + at);
+      r.converters[g](r.buffers + at, r.width, r.saved.widths[g], r.counts[g], src + at);
     }
     at += r.counts[g];
   }
@@ -47,10 +42,7 @@ int cast_rows(CastRecord &r, int32_t, void ***rows, int) {
 void restore(ORX_OBJECT *handle, const CastRecord &r) {
   ORX_IFD &d = handle->info.images[0];
   d.curve.gamma = r.gamma;
-  for (int g = 0; g < 3; ++g) {
-    groups_of(d, g)->type = r.types[g];
-    groups_of(d, g)->bits = r.widths[g];
-  }
+  r.saved.restore(d);
 }
 
 void release(ORX_OBJECT *handle, LayerHeader *header) {
@@ -80,30 +72,25 @@ ORX_OBJECT *orx__cast_operator(ORX_OBJECT *handle) {
   if (r == nullptr) return handle;
   r->width = span_of(d).width;
   r->gamma = d.curve.gamma;
-  for (int g = 0; g < 3; ++g) {
-    r->types[g] = groups_of(d, g)->type;
-    r->widths[g] = groups_of(d, g)->bits;
-  }
+  r->saved.save(d);
   // The description is rewritten before the buffers exist: a failed buffer
   // leaves it rewritten, as it always has.
   d.curve.gamma = 1.0f;
   for (int g = 0; g < 3; ++g) {
-    groups_of(d, g)->type = ORX_C_FLOAT;
-    groups_of(d, g)->bits = 32;
+    group_of(d, g)->type = ORX_C_FLOAT;
+    group_of(d, g)->bits = 32;
   }
-  r->buffers = orx__chan_alloc(&d, r->width, "cast operator");
+  r->buffers = channel_rows(d, r->width, "cast operator");
   if (r->buffers == nullptr) {
     ERR_free(r);
-    // The buffer reports its own refusals; a shortage gets the operator's report.
-    if (orx::err::last_status() == ORX_E_NO_MEMORY) no_memory();
     return handle;
   }
   r->counts[0] = d.image.count;
   r->counts[1] = d.matte.count;
   r->counts[2] = d.aux.count;
   for (int g = 0; g < 3; ++g)
-    r->converters[g] = cast_converter(r->types[g], r->widths[g], r->counts[g]);
-  if (r->types[0] == ORX_C_INTEGER && r->widths[0] == 8 && r->gamma != 1.0f && r->counts[0] > 0) {
+    r->converters[g] = cast_converter(r->saved.types[g], r->saved.widths[g], r->counts[g]);
+  if (r->saved.types[0] == ORX_C_INTEGER && r->saved.widths[0] == 8 && r->gamma != 1.0f && r->counts[0] > 0) {
     r->gamma_table = ORX_gamma_btof(r->gamma);
     if (r->gamma_table == nullptr) {
       restore(handle, *r);

@@ -73,8 +73,47 @@ struct Pixels {
   void set(int32_t c, int32_t x, T v) const { store_at<T>(at(c, x), 0, v); }
 };
 
+// fit_under over rows of one channel each, written as selections so that
+// the loop vectorises: every lane computes what fit_under computes, in the
+// same order and precision, and keeps the case that applies to it.
+// (The samples move through memcpy written out here: a helper built
+// without that assumption would not be inlined into the loop.)
+template <class T>
+ORX_SELECT_KERNEL void fit_rows(void *red, void *green, void *blue, const void *matte, int32_t x0, int32_t n) {
+  unsigned char *const rows[3] = {static_cast<unsigned char *>(red), static_cast<unsigned char *>(green),
+                                  static_cast<unsigned char *>(blue)};
+  const auto *mattes = static_cast<const unsigned char *>(matte);
+  for (auto x = static_cast<std::size_t>(x0); x < static_cast<std::size_t>(x0) + static_cast<std::size_t>(n); ++x) {
+    T a, v[3];
+    std::memcpy(&a, mattes + x * sizeof(T), sizeof(T));
+    bool over[3], out[3];
+    for (int c = 0; c < 3; ++c) {
+      std::memcpy(&v[c], rows[c] + x * sizeof(T), sizeof(T));
+      over[c] = v[c] > a;
+      out[c] = over[c] | (v[c] < T(0));
+    }
+    const T grey = (v[0] + v[1] + v[2]) * T(0.3333333);
+    T t = T(1);
+    for (int c = 0; c < 3; ++c) {
+      const T s = (over[c] ? a - grey : T(0) - grey) / (v[c] - grey);
+      t = out[c] & (s < t) ? s : t;
+    }
+    const bool keep = !(out[0] | out[1] | out[2]) & (a != T(0));
+    const bool black = (a == T(0)) | (grey <= T(0));
+    const bool under = grey > a;
+    for (int c = 0; c < 3; ++c) {
+      T w = (v[c] - grey) * t + grey;
+      w = under ? a : w;
+      w = black ? T(0) : w;
+      w = keep ? v[c] : w;
+      std::memcpy(rows[c] + x * sizeof(T), &w, sizeof(T));
+    }
+  }
+}
+
 template <class T, bool Interleaved, bool Premultiplied>
 void clamp_rows(void **rows, int32_t x0, int32_t n, int32_t image, int32_t extra) {
+  if constexpr (Premultiplied && !Interleaved) return fit_rows<T>(rows[0], rows[1], rows[2], rows[image], x0, n);
   const Pixels<T, Interleaved> p{rows, image + extra};
   for (int32_t x = x0; x < x0 + n; ++x) {
     if constexpr (Premultiplied) {

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "err/messages.hpp"
+#include "operators/convert.hpp"
 #include "operators/layer.hpp"
 #include "orx/err.h"
 #include "orx/matrix.h"
@@ -21,18 +22,25 @@ struct ColourRecord {
   bool pushed_cast;
 };
 
+// The matrix is read into locals so that the rows, which may be the
+// record's neighbours in memory, cannot change it under the loop.
+ORX_ROW_KERNEL void apply_matrix(const float *matrix, float *red, float *green, float *blue,
+                                 int32_t n) {
+  const float m0 = matrix[0], m1 = matrix[1], m2 = matrix[2], m3 = matrix[3], m4 = matrix[4],
+              m5 = matrix[5], m6 = matrix[6], m7 = matrix[7], m8 = matrix[8];
+  for (int32_t x = 0; x < n; ++x) {
+    const float a = red[x], b = green[x], c = blue[x];
+    red[x] = m0 * a + m1 * b + m2 * c;
+    green[x] = m3 * a + m4 * b + m5 * c;
+    blue[x] = m6 * a + m7 * b + m8 * c;
+  }
+}
+
 int colour_rows(ColourRecord &r, int32_t, void ***rows, int status) {
   void **channels = *rows;
   // The cast's rows: float and float-aligned.
-  float *red = static_cast<float *>(channels[0]), *green = static_cast<float *>(channels[1]),
-        *blue = static_cast<float *>(channels[2]);
-  const float *m = r.m;
-  for (int32_t x = 0; x < r.width; ++x) {
-    const float a = red[x], b = green[x], c = blue[x];
-    red[x] = m[0] * a + m[1] * b + m[2] * c;
-    green[x] = m[3] * a + m[4] * b + m[5] * c;
-    blue[x] = m[6] * a + m[7] * b + m[8] * c;
-  }
+  apply_matrix(r.m, static_cast<float *>(channels[0]), static_cast<float *>(channels[1]),
+               static_cast<float *>(channels[2]), r.width);
   return status;
 }
 

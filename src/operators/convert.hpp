@@ -21,6 +21,16 @@
 #define ORX_ROW_KERNEL
 #endif
 
+// A row kernel whose lanes work out every case and then select one: it
+// evaluates comparisons and divisions that scalar code would have skipped,
+// which the compiler does only when told that they raise no trap (the
+// library never enables floating-point traps).  The values are the same.
+#if defined(__GNUC__) && !defined(__clang__)
+#define ORX_SELECT_KERNEL ORX_ROW_KERNEL __attribute__((optimize("no-trapping-math")))
+#else
+#define ORX_SELECT_KERNEL ORX_ROW_KERNEL
+#endif
+
 namespace orx::operators {
 
 template <class T>

@@ -4,6 +4,7 @@
 #include <atomic>
 
 #include "err/messages.hpp"
+#include "err/status_word.hpp"
 #include "orx/err.h"
 #include "orx/operators.h"
 
@@ -42,9 +43,28 @@ void push(ORX_OBJECT *handle, LayerHeader *record, int32_t tag, ORX_SCAN_FN scan
   record->next_scan = handle->scan;
   record->next_close = handle->close;
   record->next_data = handle->private_cell != nullptr ? handle->private_cell[0] : nullptr;
+  record->next_entries = nullptr;
+  record->entry_per_image = false;
   handle->scan = scan;
   handle->close = close;
   if (handle->private_cell != nullptr) handle->private_cell[0] = record;
+}
+
+void push_entries(ORX_OBJECT *handle, LayerHeader *record, int32_t tag, ORX_SCAN_FN scan,
+                  ORX_CLOSE_FN close, void **entries, bool entry_per_image) {
+  void **own = handle->private_cell;
+  handle->private_cell = entries;
+  entries[0] = own != nullptr ? own[0] : nullptr;
+  push(handle, record, tag, scan, close);
+  record->next_entries = own;
+  record->entry_per_image = entry_per_image;
+}
+
+bool images_apart(const ORX_OBJECT *handle) {
+  if (!has_layers(handle)) return true;
+  if (handle->private_cell == nullptr) return false;
+  const auto *top = static_cast<const LayerHeader *>(handle->private_cell[0]);
+  return top != nullptr && top->entry_per_image;
 }
 
 LayerHeader *top(const ORX_OBJECT *handle, ORX_CLOSE_FN close) {
@@ -55,6 +75,7 @@ LayerHeader *top(const ORX_OBJECT *handle, ORX_CLOSE_FN close) {
 LayerHeader *pop(ORX_OBJECT *handle, LayerHeader *record) {
   handle->scan = record->next_scan;
   handle->close = record->next_close;
+  if (record->next_entries != nullptr) handle->private_cell = record->next_entries;
   handle->private_cell[0] = record->next_data;
   return record;
 }
@@ -86,11 +107,13 @@ void *allocate(uint64_t bytes) {
   return ERR_malloc(static_cast<uint32_t>(bytes));
 }
 
-void **float_rows(ORX_IFD &d, int32_t width, const char *who) {
+void **channel_rows(ORX_IFD &d, int32_t width, const char *who) {
   void **rows = orx__chan_alloc(&d, width, who);
-  if (rows == nullptr) no_memory();
+  if (rows == nullptr && err::last_status() == ORX_E_NO_MEMORY) no_memory();
   return rows;
 }
+
+void **float_rows(ORX_IFD &d, int32_t width, const char *who) { return channel_rows(d, width, who); }
 
 namespace {
 

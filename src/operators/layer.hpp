@@ -1,7 +1,9 @@
 // The layer protocol every operator follows.  A layer is pushed onto an
 // open handle: its record saves the handle's scan function, close function
 // and first private-data entry, and takes their places; closing the handle
-// unwinds the layers from the top, each calling the one below.
+// unwinds the layers from the top, each calling the one below.  A layer that
+// works on several images of the handle (the texture processes) brings a
+// private-data array of its own and keeps the handle's in its record.
 #pragma once
 
 #include <cstdint>
@@ -22,6 +24,8 @@ enum Tag : int32_t {
   kDisplay = 19,
   kQuantize = 22,
   kResample = 25,
+  kSwatch = 33,
+  kMipmap = 34,
 };
 
 // The start of every operator record.
@@ -30,6 +34,12 @@ struct LayerHeader {
   ORX_SCAN_FN next_scan;
   ORX_CLOSE_FN next_close;
   void *next_data;
+  // The handle's private-data array when the layer brought one of its own
+  // (push_entries), else null: pop puts it back.
+  void **next_entries;
+  // Every entry of the layer's own array is a record of the layer's, one
+  // for each image of the handle, so any one image can be selected.
+  bool entry_per_image;
 };
 
 // Push record (whose first member is a LayerHeader) onto handle with the
@@ -37,8 +47,19 @@ struct LayerHeader {
 void push(ORX_OBJECT *handle, LayerHeader *record, int32_t tag, ORX_SCAN_FN scan,
           ORX_CLOSE_FN close);
 
+// Push a layer that replaces the handle's whole private-data array with
+// entries (which the layer owns; its first entry becomes record, as with
+// push).  entry_per_image: entries holds a record of the layer's for every
+// image the handle describes.
+void push_entries(ORX_OBJECT *handle, LayerHeader *record, int32_t tag, ORX_SCAN_FN scan,
+                  ORX_CLOSE_FN close, void **entries, bool entry_per_image);
+
 // Whether the handle has an operator layer on top (of any kind).
 bool has_layers(const ORX_OBJECT *handle);
+
+// Whether an image other than the first can be read on its own: no layer
+// on top, or one with a record for every image.
+bool images_apart(const ORX_OBJECT *handle);
 
 // The layer on top of handle when it is of the kind whose close function is
 // close, else null.  A layer is recognised by its close function being the
@@ -69,9 +90,22 @@ void no_memory();
 // reported as ERR_malloc reports, when it does not.
 void *allocate(uint64_t bytes);
 
-// Channel rows of width samples for d, whose groups are all float by now
-// (so that the only refusal left is memory running out): null, reported
-// as ERR_malloc reports, when memory ran out.
+// p becomes an array of n elements (at least one) from allocate: whether
+// memory allowed it (when not, the allocator reported it).  Chained with
+// &&, a record's arrays stop at the first refusal, reported once.
+template <class T>
+bool allocate_array(T *&p, uint64_t n) {
+  p = static_cast<T *>(allocate(sizeof(T) * (n > 0 ? n : 1)));
+  return p != nullptr;
+}
+
+// The channel rows orx__chan_alloc makes for d, with one rule for a
+// refusal: a type or width it cannot hold is reported by the buffer itself
+// (as who), memory running out as ERR_malloc reports it.  Null on either.
+void **channel_rows(ORX_IFD &d, int32_t width, const char *who);
+
+// channel_rows for d whose groups are all float by now, so that the only
+// refusal left is memory running out.
 void **float_rows(ORX_IFD &d, int32_t width, const char *who);
 
 // A zeroed operator record from ERR_malloc, or null with orx__err -10 (the
@@ -184,6 +218,24 @@ inline Span span_of(const ORX_IFD &d) {
               d.active.left - d.window.left, d.active.right - d.active.left + 1,
               d.active.bottom, d.active.top};
 }
+
+// The image, matte and auxiliary groups of d, by index 0, 1, 2.
+inline ORX_CHANNELS *group_of(ORX_IFD &d, int g) {
+  ORX_CHANNELS *groups[] = {&d.image, &d.matte, &d.aux};
+  return groups[g];
+}
+
+// The types and widths of the three groups, kept while a layer retypes the
+// description and put back when it comes off.
+struct GroupTypes {
+  int32_t types[3], widths[3];  // image, matte, auxiliary
+  void save(ORX_IFD &d) {
+    for (int g = 0; g < 3; ++g) types[g] = group_of(d, g)->type, widths[g] = group_of(d, g)->bits;
+  }
+  void restore(ORX_IFD &d) const {
+    for (int g = 0; g < 3; ++g) group_of(d, g)->type = types[g], group_of(d, g)->bits = widths[g];
+  }
+};
 
 // Channels of the image, matte and auxiliary groups together.
 inline int32_t channel_count(const ORX_IFD &d) {

@@ -20,16 +20,11 @@ struct GroupConverter {
 struct QuantizeRecord {
   LayerHeader header;
   Span span;  // its last line one further when writing
-  int32_t saved_types[3], saved_widths[3];
+  GroupTypes saved;
   GroupConverter groups[3];
   void **buffers;   // integer rows of the window's width
   void **pointers;  // what is handed on: own rows or the rows given
 };
-
-ORX_CHANNELS *group(ORX_IFD &d, int g) {
-  ORX_CHANNELS *groups[] = {&d.image, &d.matte, &d.aux};
-  return groups[g];
-}
 
 // The converter from floating-point type `from` to integers of bits.
 QuantizeConverter to_integers(int32_t from, int32_t bits) {
@@ -65,17 +60,9 @@ int quantize_write_rows(QuantizeRecord &r, int32_t line, void *rows) {
   return forward(&r.header, line, r.pointers);
 }
 
-void restore(ORX_OBJECT *handle, const QuantizeRecord &r) {
-  ORX_IFD &d = handle->info.images[0];
-  for (int g = 0; g < 3; ++g) {
-    group(d, g)->type = r.saved_types[g];
-    group(d, g)->bits = r.saved_widths[g];
-  }
-}
-
 void release(ORX_OBJECT *handle, LayerHeader *header) {
   auto *r = reinterpret_cast<QuantizeRecord *>(header);
-  restore(handle, *r);
+  r->saved.restore(handle->info.images[0]);
   ERR_free(r->pointers);
   orx__chan_free(r->buffers);
   ERR_free(r);
@@ -103,7 +90,7 @@ ORX_OBJECT *install(ORX_OBJECT *handle, const int32_t *const target[3], bool wri
   if (d.pixel_flags != 1) return handle;  // one row per channel only
   bool wanted = false;
   for (int g = 0; g < 3; ++g) {
-    const ORX_CHANNELS &c = *group(d, g);
+    const ORX_CHANNELS &c = *group_of(d, g);
     if (writing)
       wanted |= c.count > 0 && differs(c, target[g]) &&
                 (target[g][0] == ORX_C_FLOAT || target[g][0] == ORX_C_DOUBLE);
@@ -118,10 +105,9 @@ ORX_OBJECT *install(ORX_OBJECT *handle, const int32_t *const target[3], bool wri
   // window is converted too.
   r->span.last_line += writing ? 1 : 0;
   ORX_IFD integers = d;  // the layout of the operator's own rows
+  r->saved.save(d);
   for (int g = 0; g < 3; ++g) {
-    ORX_CHANNELS &c = *group(d, g);
-    r->saved_types[g] = c.type;
-    r->saved_widths[g] = c.bits;
+    ORX_CHANNELS &c = *group_of(d, g);
     GroupConverter &conv = r->groups[g];
     conv.count = c.count > 0 ? c.count : 0;
     if (!differs(c, target[g])) continue;
@@ -131,23 +117,21 @@ ORX_OBJECT *install(ORX_OBJECT *handle, const int32_t *const target[3], bool wri
     } else {
       if (target[g][0] == ORX_C_INTEGER && c.count > 0) conv.convert = to_integers(c.type, target[g][1]);
       conv.bits = target[g][1];
-      group(integers, g)->type = target[g][0];
-      group(integers, g)->bits = target[g][1];
+      group_of(integers, g)->type = target[g][0];
+      group_of(integers, g)->bits = target[g][1];
     }
     c.type = target[g][0];
     c.bits = target[g][1];
   }
   const int32_t width = r->span.width;
   const int32_t channels = r->groups[0].count + r->groups[1].count + r->groups[2].count;
-  r->buffers = orx__chan_alloc(&integers, width, "quantize operator");
-  r->pointers = static_cast<void **>(ERR_malloc(sizeof(void *) * static_cast<uint32_t>(channels + 1)));
-  if (r->buffers == nullptr || r->pointers == nullptr) {
-    const bool unreported = r->buffers == nullptr && r->pointers != nullptr;
-    restore(handle, *r);
-    ERR_free(r->pointers);
+  r->buffers = channel_rows(integers, width, "quantize operator");
+  if (r->buffers != nullptr)
+    r->pointers = static_cast<void **>(allocate(sizeof(void *) * static_cast<uint64_t>(channels + 1)));
+  if (r->pointers == nullptr) {
+    r->saved.restore(handle->info.images[0]);
     orx__chan_free(r->buffers);
     ERR_free(r);
-    if (unreported) no_memory();
     orx__err = ORX_E_NO_MEMORY;
     return handle;
   }

@@ -53,8 +53,9 @@ ORX_OBJECT *ORX__select(ORX_OBJECT *handle, int32_t image) {
   // cannot be read from, so it is refused here rather than read past.
   if (image < 0 || image >= count) return handle;
   // Under a layer, another image's private data would reach that layer's
-  // scan as if it were the layer's own record: only image 0 can be chosen.
-  if (image != 0 && has_layers(handle)) {
+  // scan as if it were the layer's own record: only image 0 can be chosen,
+  // unless the layer keeps a record for every image.
+  if (image != 0 && !images_apart(handle)) {
     orx::fail(ORX_E_UNSUPPORTED, orx::Msg::kCannotHandleAction, "select operator");
     return handle;
   }

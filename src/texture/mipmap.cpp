@@ -8,8 +8,8 @@
 #include <cstring>
 #include <initializer_list>
 
-#include "err/heap.hpp"
 #include "err/messages.hpp"
+#include "operators/layer.hpp"
 #include "orx/err.h"
 #include "orx/registry.h"
 #include "texture/mipmap.hpp"
@@ -21,6 +21,8 @@ namespace {
 
 constexpr const char *kTypeNames[] = {"color", "scalar", "bump"};
 
+// Rows of float samples are planar: channel c of a row of level k is the
+// level's width of samples from c times that width on.
 struct Level {
   int32_t w, h;
   float *sum;      // the row being accumulated, channels x w
@@ -30,9 +32,7 @@ struct Level {
 };
 
 struct Mipmap {
-  ORX_SCAN_FN saved_scan;
-  ORX_CLOSE_FN saved_close;
-  void **saved_cell;
+  operators::LayerHeader header;  // next_entries: the file's entry of each level
   void *cell[1];
   int32_t type;
   int32_t count;             // levels
@@ -45,6 +45,7 @@ struct Mipmap {
   int32_t expected;          // the next host line
   float *row;                // the host's row as float, channels x w0
   float *heights[3];         // bump: the last three height rows
+  bool stored_as_given;      // level 0 is stored from the host's rows as they are
 };
 
 int32_t levels_for(int32_t w, int32_t h) {
@@ -56,8 +57,6 @@ int32_t levels_for(int32_t w, int32_t h) {
   }
   return n;
 }
-
-void *allocate(std::size_t n) { return heap::allocate(n > 0 ? n : 1); }
 
 void free_mipmap(Mipmap *m) {
   if (m == nullptr) return;
@@ -71,55 +70,48 @@ void free_mipmap(Mipmap *m) {
   ERR_free(m);
 }
 
-// sum[x] += (row[2x] + row[2x + 1]) / 2 for the first n pixels, channel by
-// channel (pixels of channels samples): the box reduction's columns that
-// have two source columns.  The halving is exact, so multiplying by 0.5
-// gives what dividing by 2 gives.
-template <int32_t Channels>
-void reduce_pairs_of(int32_t channels, const float *row, float *sum, int32_t n) {
-  const auto ch = static_cast<std::size_t>(Channels > 0 ? Channels : channels);
-  for (std::size_t x = 0; x < static_cast<std::size_t>(n); ++x) {
-    const float *a = row + 2 * x * ch;
-    float *s = sum + x * ch;
-    for (std::size_t c = 0; c < ch; ++c) s[c] += (a[c] + a[c + ch]) * 0.5f;
-  }
+// sum[x] += (row[2x] + row[2x + 1]) / 2 for the first n samples: the
+// box reduction's columns that have two source columns.  The halving is
+// exact, so multiplying by 0.5 gives what dividing by 2 gives.
+ORX_ROW_KERNEL void reduce_pairs(const float *row, float *sum, int32_t n) {
+  for (std::size_t x = 0; x < static_cast<std::size_t>(n); ++x)
+    sum[x] += (row[2 * x] + row[2 * x + 1]) * 0.5f;
 }
 
-void reduce_pairs(int32_t channels, const float *row, float *sum, int32_t n) {
-  switch (channels) {
-    case 1: return reduce_pairs_of<1>(channels, row, sum, n);
-    case 3: return reduce_pairs_of<3>(channels, row, sum, n);
-    case 4: return reduce_pairs_of<4>(channels, row, sum, n);
-    default: return reduce_pairs_of<0>(channels, row, sum, n);
-  }
+ORX_ROW_KERNEL void divide(float *sum, std::size_t n, float by) {
+  for (std::size_t i = 0; i < n; ++i) sum[i] /= by;
 }
 
 // Store a finished row of level k and feed it to level k + 1.  The depth of
 // the calls is the number of levels, at most 16.
-int emit(Mipmap &m, int32_t k, int32_t y, const float *row) {
+// given: the host's rows of level 0 when they are stored as they are.
+int emit(Mipmap &m, int32_t k, int32_t y, const float *row, void **given = nullptr) {
   Level &level = m.levels[k];
-  for (int32_t c = 0; c < m.channels; ++c) float_to_row(m.stored[c], row + c, m.channels, level.out[c], level.w);
-  const int status = m.saved_scan(m.saved_cell[k], y, level.out);
+  const auto plane = [](const Level &l, int32_t c) { return static_cast<std::size_t>(c) * l.w; };
+  if (given == nullptr)
+    for (int32_t c = 0; c < m.channels; ++c)
+      float_to_row(m.stored[c], row + plane(level, c), 1, level.out[c], level.w);
+  const int status = m.header.next_scan(m.header.next_entries[k], y, given != nullptr ? given : level.out);
   if (status != 0 || k + 1 == m.count) return status;
   Level &next = m.levels[k + 1];
   if (next.rows == 0 && next.next_y == 0 && y == 0) report(Msg::kMipmapLevel, k + 1);
   // Box reduction: output column x covers source columns 2x and 2x + 1, and
   // the last one also the odd column left over.
-  reduce_pairs(m.channels, row, next.sum, next.w - 1);
-  for (int32_t x = next.w - 1; x < next.w; ++x) {
-    const int32_t x0 = 2 * x < level.w ? 2 * x : level.w - 1;
-    const int32_t x1 = x == next.w - 1 ? level.w : (2 * x + 2 < level.w ? 2 * x + 2 : level.w);
-    for (int32_t c = 0; c < m.channels; ++c) {
-      float v = 0.0f;
-      for (int32_t s = x0; s < x1; ++s) v += row[static_cast<std::size_t>(s) * m.channels + c];
-      next.sum[static_cast<std::size_t>(x) * m.channels + c] += v / static_cast<float>(x1 - x0);
-    }
+  const int32_t x = next.w - 1;
+  const int32_t x0 = 2 * x < level.w ? 2 * x : level.w - 1;
+  for (int32_t c = 0; c < m.channels; ++c) {
+    const float *in = row + plane(level, c);
+    float *sum = next.sum + plane(next, c);
+    reduce_pairs(in, sum, next.w - 1);
+    float v = 0.0f;
+    for (int32_t s = x0; s < level.w; ++s) v += in[s];
+    sum[x] += v / static_cast<float>(level.w - x0);
   }
   ++next.rows;
   const int32_t end = next.next_y == next.h - 1 ? level.h : 2 * next.next_y + 2;
   if (y + 1 < end) return 0;
   const std::size_t n = static_cast<std::size_t>(next.w) * m.channels;
-  for (std::size_t i = 0; i < n; ++i) next.sum[i] /= static_cast<float>(next.rows);
+  divide(next.sum, n, static_cast<float>(next.rows));
   const int done = emit(m, k + 1, next.next_y, next.sum);
   std::memset(next.sum, 0, n * sizeof(float));
   next.rows = 0;
@@ -139,10 +131,11 @@ int emit_bump(Mipmap &m, int32_t r) {
   for (int32_t x = 0; x < w; ++x) {
     const int32_t l = x > 0 ? x - 1 : x, rr = x + 1 < w ? x + 1 : x;
     const float dx = static_cast<float>(rr - l);
-    float *out = m.row + static_cast<std::size_t>(x) * 3;
+    float *out = m.row + x;
+    const auto plane = static_cast<std::size_t>(w);
     out[0] = row[x];
-    out[1] = dx > 0.0f ? (row[rr] - row[l]) / dx * static_cast<float>(w) : 0.0f;
-    out[2] = dy > 0.0f ? (above[x] - below[x]) / dy * static_cast<float>(h) : 0.0f;
+    out[plane] = dx > 0.0f ? (row[rr] - row[l]) / dx * static_cast<float>(w) : 0.0f;
+    out[2 * plane] = dy > 0.0f ? (above[x] - below[x]) / dy * static_cast<float>(h) : 0.0f;
   }
   return emit(m, 0, r, m.row);
 }
@@ -156,8 +149,9 @@ int scan(void *data, int32_t line, void *channels) {
   auto **rows = static_cast<void **>(channels);
   const int32_t w = m.levels[0].w;
   if (m.type != IMP_TEXTURE_BUMP) {
-    for (int32_t c = 0; c < m.channels; ++c) row_to_float(m.given[c], rows[c], m.row + c, w, m.channels);
-    return emit(m, 0, r, m.row);
+    for (int32_t c = 0; c < m.channels; ++c)
+      row_to_float(m.given[c], rows[c], m.row + static_cast<std::size_t>(c) * w, w, 1);
+    return emit(m, 0, r, m.row, m.stored_as_given ? rows : nullptr);
   }
   row_to_float(m.given[0], rows[0], m.heights[r % 3], w, 1);
   // A row's slope needs the row above it: each row goes out one row late,
@@ -167,15 +161,11 @@ int scan(void *data, int32_t line, void *channels) {
   return status;
 }
 
-int close(ORX_OBJECT *object, intptr_t argument) {
-  auto *m = static_cast<Mipmap *>(object->private_cell[0]);
-  object->scan = m->saved_scan;
-  object->close = m->saved_close;
-  object->private_cell = m->saved_cell;
-  const ORX_CLOSE_FN saved = m->saved_close;
-  free_mipmap(m);
-  return saved(object, argument);
+void release(ORX_OBJECT *, operators::LayerHeader *header) {
+  free_mipmap(reinterpret_cast<Mipmap *>(header));
 }
+
+using Layer = operators::Kind<release>;
 
 // The descriptor of level k: the host's image, resized, with the channels
 // the texture type keeps.
@@ -209,8 +199,9 @@ bool supported(const ORX_IFD &host, int32_t type) {
 }
 
 bool install(ORX_OBJECT *object, const ORX_IFD &host, int32_t type, int32_t count) {
-  auto *m = static_cast<Mipmap *>(allocate(sizeof(Mipmap)));
-  if (m == nullptr) return fail(ORX_E_NO_MEMORY, Msg::kNoMemory), false;
+  using operators::allocate_array;
+  Mipmap *m = nullptr;
+  if (!allocate_array(m, 1)) return false;
   *m = Mipmap{};
   m->type = type;
   m->count = count;
@@ -218,34 +209,31 @@ bool install(ORX_OBJECT *object, const ORX_IFD &host, int32_t type, int32_t coun
   m->expected = host.window.bottom;
   m->channels = colour_channels(object->info.images[0], m->stored, kMaxTextureChannels);
   m->inputs = colour_channels(host, m->given, kMaxTextureChannels);
-  m->levels = static_cast<Level *>(allocate(sizeof(Level) * static_cast<std::size_t>(count)));
   const int32_t w0 = object->info.images[0].window.right + 1;
-  m->row = static_cast<float *>(allocate(sizeof(float) * static_cast<std::size_t>(w0) * m->channels));
+  // Codes that come back from float as they were are stored as given.
+  m->stored_as_given = type != IMP_TEXTURE_BUMP;
+  for (int32_t c = 0; c < m->channels; ++c)
+    m->stored_as_given = m->stored_as_given && round_trips(m->given[c]) &&
+                         m->given[c].type == m->stored[c].type && m->given[c].bits == m->stored[c].bits;
+  bool ok = allocate_array(m->levels, count) &&
+            allocate_array(m->row, static_cast<uint64_t>(w0) * m->channels);
   if (m->levels != nullptr) std::memset(m->levels, 0, sizeof(Level) * static_cast<std::size_t>(count));
-  bool ok = m->levels != nullptr && m->row != nullptr;
-  for (int i = 0; ok && type == IMP_TEXTURE_BUMP && i < 3; ++i)
-    ok = (m->heights[i] = static_cast<float *>(allocate(sizeof(float) * static_cast<std::size_t>(w0)))) != nullptr;
+  for (int i = 0; ok && type == IMP_TEXTURE_BUMP && i < 3; ++i) ok = allocate_array(m->heights[i], w0);
   for (int32_t k = 0; ok && k < count; ++k) {
     ORX_IFD &ifd = object->info.images[k];
     Level &level = m->levels[k];
     level.w = ifd.window.right + 1;
     level.h = ifd.window.top + 1;
     const std::size_t n = static_cast<std::size_t>(level.w) * m->channels;
-    level.sum = static_cast<float *>(heap::allocate_zeroed(n * sizeof(float) + 1));
-    level.out = ORX_chan_alloc(&ifd, level.w, "mipmap", nullptr);
-    ok = level.sum != nullptr && level.out != nullptr;
+    ok = allocate_array(level.sum, n) &&
+         (level.out = operators::channel_rows(ifd, level.w, "mipmap")) != nullptr;
+    if (ok) std::memset(level.sum, 0, n * sizeof(float));
   }
   if (!ok) {
     free_mipmap(m);
-    return fail(ORX_E_NO_MEMORY, Msg::kNoMemory), false;
+    return false;
   }
-  m->saved_scan = object->scan;
-  m->saved_close = object->close;
-  m->saved_cell = object->private_cell;
-  m->cell[0] = m;
-  object->private_cell = m->cell;
-  object->scan = scan;
-  object->close = close;
+  operators::push_entries(object, &m->header, operators::kMipmap, scan, Layer::close, m->cell, false);
   return true;
 }
 
@@ -276,9 +264,9 @@ ORX_OBJECT *mipmap_write(ORX_INFO *image, IMP_REQUEST *request) {
   const ORX_IFD &host = image->images[0];
   int32_t w = host.window.right - host.window.left + 1, h = host.window.top - host.window.bottom + 1;
   const int32_t count = levels_for(w, h);
-  auto *levels = static_cast<ORX_IFD *>(allocate(sizeof(ORX_IFD) * static_cast<std::size_t>(count)));
-  if (levels == nullptr) {
-    fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
+  ORX_IFD *levels = nullptr;
+  if (!operators::allocate_array(levels, count)) {
+    orx__err = ORX_E_NO_MEMORY;
     return nullptr;
   }
   for (int32_t k = 0; k < count; ++k) {

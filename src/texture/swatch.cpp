@@ -8,6 +8,7 @@
 #include "core/info_copy.hpp"
 #include "err/heap.hpp"
 #include "err/messages.hpp"
+#include "operators/layer.hpp"
 #include "orx/err.h"
 #include "orx/registry.h"
 #include "texture/process.hpp"
@@ -21,17 +22,15 @@ constexpr int32_t kNone = -2;
 struct Swatch;
 
 // One per image of the object; the object's private entries point here.
+// The first one's header is the layer's: it keeps what the object had.
 struct Record {
+  operators::LayerHeader header;
   Swatch *owner;
-  void *saved_private;
+  void *saved_private;  // the format's entry for the image
   bool is_swatch;
 };
 
 struct Swatch {
-  ORX_OBJECT *object;
-  ORX_SCAN_FN saved_scan;
-  ORX_CLOSE_FN saved_close;
-  void **saved_cell;
   bool reading;
   int32_t count;       // images, the swatch included
   Record *records;
@@ -122,15 +121,15 @@ void subsample(Swatch &s, void *const *source_rows) {
 int scan(void *data, int32_t line, void *channels) {
   auto *r = static_cast<Record *>(data);
   Swatch &s = *r->owner;
+  const ORX_SCAN_FN below = s.records[0].header.next_scan;
   if (!r->is_swatch) {
-    const int status = s.saved_scan(r->saved_private, line, channels);
+    const int status = below(r->saved_private, line, channels);
     if (status != 0 || s.reading || r != &s.records[s.source]) return status;
     // A written line of the source: store the swatch rows it feeds.
     while (s.next_row < s.height && s.rows[s.next_row] < line) ++s.next_row;
     while (s.next_row < s.height && s.rows[s.next_row] == line) {
       subsample(s, static_cast<void **>(channels));
-      const int stored =
-          s.saved_scan(s.records[s.count - 1].saved_private, s.next_row, s.buffer);
+      const int stored = below(s.records[s.count - 1].saved_private, s.next_row, s.buffer);
       if (stored != 0) return stored;
       ++s.next_row;
     }
@@ -138,40 +137,34 @@ int scan(void *data, int32_t line, void *channels) {
   }
   if (line < 0 || line >= s.height) return orx__err = ORX_E_BAD_SCANLINE;
   void **source_rows = nullptr;
-  const int status = s.saved_scan(s.records[s.source].saved_private, s.rows[line], &source_rows);
+  const int status = below(s.records[s.source].saved_private, s.rows[line], &source_rows);
   if (status != 0) return status;
   subsample(s, source_rows);
   *static_cast<void ***>(channels) = s.buffer;
   return 0;
 }
 
-int close(ORX_OBJECT *object, intptr_t argument) {
-  auto *r = static_cast<Record *>(object->private_cell[0]);
-  Swatch *s = r->owner;
-  object->scan = s->saved_scan;
-  object->close = s->saved_close;
-  object->private_cell = s->saved_cell;
+// The layer comes off: a swatch computed when reading goes with it.
+void release(ORX_OBJECT *object, operators::LayerHeader *header) {
+  Swatch *s = reinterpret_cast<Record *>(header)->owner;
   if (s->reading) {
     core::release_image(&object->info.images[s->count - 1]);
     --object->info.image_count;
   }
-  const ORX_CLOSE_FN saved_close = s->saved_close;
   free_swatch(s);
-  return saved_close(object, argument);
 }
 
-void *allocate(std::size_t bytes) { return heap::allocate(bytes > 0 ? bytes : 1); }
+using Layer = operators::Kind<release>;
 
 // Layer the process onto object, whose last image is the swatch; false when
-// memory ran out (reported, orx__err -10; the object is left as it was).
+// memory ran out (the allocator reported it; the object is left as it was).
 bool install(ORX_OBJECT *object, int32_t source, bool reading) {
   ORX_INFO &info = object->info;
-  auto *s = static_cast<Swatch *>(allocate(sizeof(Swatch)));
-  if (s == nullptr) return fail(ORX_E_NO_MEMORY, Msg::kNoMemory), false;
+  Swatch *s = nullptr;
+  if (!operators::allocate_array(s, 1)) return false;
   *s = Swatch{};
   const ORX_IFD &swatch = info.images[info.image_count - 1];
   const ORX_IFD &src = info.images[source];
-  s->object = object;
   s->reading = reading;
   s->count = info.image_count;
   s->source = source;
@@ -180,21 +173,13 @@ bool install(ORX_OBJECT *object, int32_t source, bool reading) {
   const ORX_CHANNELS *groups[] = {&swatch.image, &swatch.matte, &swatch.aux, &swatch.index};
   for (int g = 0; g < 4; ++g)
     if (groups[g]->count > 0 && (g < 3 || swatch.image.count <= 0)) s->channels += groups[g]->count;
-  s->records = static_cast<Record *>(allocate(sizeof(Record) * static_cast<std::size_t>(s->count)));
-  s->cell = static_cast<void **>(allocate(sizeof(void *) * static_cast<std::size_t>(s->count)));
-  s->columns = static_cast<int32_t *>(allocate(sizeof(int32_t) * static_cast<std::size_t>(s->width)));
-  s->rows = static_cast<int32_t *>(allocate(sizeof(int32_t) * static_cast<std::size_t>(s->height)));
-  s->bytes = static_cast<uint32_t *>(allocate(sizeof(uint32_t) * static_cast<std::size_t>(s->channels)));
-  if (s->records == nullptr || s->cell == nullptr || s->columns == nullptr ||
-      s->rows == nullptr || s->bytes == nullptr) {
-    free_swatch(s);
-    return fail(ORX_E_NO_MEMORY, Msg::kNoMemory), false;
-  }
-  s->buffer = ORX_chan_alloc(const_cast<ORX_IFD *>(&swatch), s->width, "swatch", nullptr);
+  using operators::allocate_array;
+  if (allocate_array(s->records, s->count) && allocate_array(s->cell, s->count) &&
+      allocate_array(s->columns, s->width) && allocate_array(s->rows, s->height) &&
+      allocate_array(s->bytes, s->channels))
+    s->buffer = operators::channel_rows(const_cast<ORX_IFD &>(swatch), s->width, "swatch");
   if (s->buffer == nullptr) {
     free_swatch(s);
-    // The buffer does not report.
-    if (orx::err::last_status() == ORX_E_NO_MEMORY) report(Msg::kNoMemory);
     return false;
   }
   int32_t c = 0;
@@ -209,16 +194,12 @@ bool install(ORX_OBJECT *object, int32_t source, bool reading) {
                    src.window.bottom, src_h);
   const int32_t formats_entries = reading ? s->count - 1 : s->count;
   for (int32_t i = 0; i < s->count; ++i) {
-    s->records[i] = Record{s, i < formats_entries ? object->private_cell[i] : nullptr,
+    s->records[i] = Record{{}, s, i < formats_entries ? object->private_cell[i] : nullptr,
                            reading && i == s->count - 1};
     s->cell[i] = &s->records[i];
   }
-  s->saved_scan = object->scan;
-  s->saved_close = object->close;
-  s->saved_cell = object->private_cell;
-  object->private_cell = s->cell;
-  object->scan = scan;
-  object->close = close;
+  operators::push_entries(object, &s->records[0].header, operators::kSwatch, scan, Layer::close,
+                          s->cell, true);
   return true;
 }
 
@@ -295,9 +276,9 @@ ORX_OBJECT *swatch_write(ORX_INFO *image, IMP_REQUEST *request) {
   }
   // The host's record stays untouched: the open gets a copy whose image list
   // ends with the swatch (the open copies every string it is given).
-  auto *images = static_cast<ORX_IFD *>(allocate(sizeof(ORX_IFD) * (static_cast<std::size_t>(n) + 1)));
-  if (images == nullptr) {
-    fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
+  ORX_IFD *images = nullptr;
+  if (!operators::allocate_array(images, static_cast<uint64_t>(n) + 1)) {
+    orx__err = ORX_E_NO_MEMORY;
     return nullptr;
   }
   std::memcpy(images, image->images, sizeof(ORX_IFD) * static_cast<std::size_t>(n));

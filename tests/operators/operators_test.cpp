@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <algorithm>
 #include <functional>
+#include <random>
 #include <string>
+#include <vector>
 
 #include "operator_images.hpp"
 #include "orx/operators.h"
@@ -110,6 +113,37 @@ TEST_F(Operators, ThePremultipliedClampKeepsTheHueAndTheLinesOutsideTheActiveWin
   }
   EXPECT_NEAR(at(0, 0, 0), 1.2, 1e-6);  // outside the active lines
   EXPECT_NEAR(at(3, 0, 0), 1.2, 1e-6);
+  ORX_close(h);
+}
+
+// The premultiplied clamp against the formula pixel by pixel, over values
+// inside, above and below the matte, zero mattes and greys on both sides.
+TEST_F(Operators, ThePremultipliedClampMatchesTheFormulaEverywhere) {
+  Groups g;
+  g.image = {const_cast<char *>("rgb"), 3, ORX_C_FLOAT, 32, 0};
+  g.matte = {nullptr, 1, ORX_C_FLOAT, 32, 0};
+  g.window = g.active = {0, 99, 0, 2};
+  std::mt19937 rng(7);
+  std::vector<float> v(100 * 3 * 4);
+  for (float &x : v) x = rng() % 5 == 0 ? 0.0f : float(int(rng() % 2000) - 500) / 1000.0f;
+  const auto at = [&](int c, int32_t x, int32_t y) { return double{v[std::size_t((y * 100 + x) * 4 + c)]}; };
+  ORX_OBJECT *h = open_image(file(g, at));
+  orx__clamp_operator(h);
+  for (int32_t y = 0; y < 3; ++y)
+    for (int32_t x = 0; x < 100; ++x) {
+      float p[3] = {float(at(0, x, y)), float(at(1, x, y)), float(at(2, x, y))};
+      const float a = float(at(3, x, y)), grey = (p[0] + p[1] + p[2]) * 0.3333333f;
+      const auto out = [a](float s) { return s < 0.0f || s > a; };
+      if (a == 0.0f || ((out(p[0]) || out(p[1]) || out(p[2])) && grey <= 0.0f)) {
+        p[0] = p[1] = p[2] = 0.0f;
+      } else if (out(p[0]) || out(p[1]) || out(p[2])) {
+        float t = 1.0f;
+        for (float s : p)
+          if (out(s)) t = std::min(t, ((s > a ? a : 0.0f) - grey) / (s - grey));
+        for (float &s : p) s = grey > a ? a : (s - grey) * t + grey;
+      }
+      for (int c = 0; c < 3; ++c) ASSERT_EQ(read_sample(h, y, c, x), double{p[c]}) << x << "," << y;
+    }
   ORX_close(h);
 }
 
@@ -264,6 +298,9 @@ TEST_F(Operators, InstallsSurviveFailedAllocations) {
       },
       [&](ORX_OBJECT *h) { return orx__gamma_operator(h, &linear); },
       [](ORX_OBJECT *h) { return orx__min_max_operator(h, 0.25, 1.0); },
+      // Operators that push the cast below themselves take it off again.
+      [](ORX_OBJECT *h) { return orx__xyz_transform_operator(h, 1); },
+      [](ORX_OBJECT *h) { return orx__spectral_transform_operator(h, 1); },
   };
   for (const auto &install : installs) {
     for_each_allocation_failure([&] {

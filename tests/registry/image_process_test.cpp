@@ -5,7 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "operators/layer.hpp"
 #include "orx/imp.h"
+#include "orx/operators.h"
 #include "registry/registry_fixture.hpp"
 #include "support/error_capture.hpp"
 #include "support/images.hpp"
@@ -173,6 +175,53 @@ TEST_F(ImageProcess, SwatchesArePointSamplesWhetherReadOrWritten) {
     }
     ASSERT_EQ(ORX_close(object), 0);
   }
+}
+
+// The swatch is a layer like any operator: the layer queries see it, other
+// kinds' removes refuse it, and its own image can be selected under it but
+// not under a layer that keeps only the first entry.
+TEST_F(ImageProcess, TheSwatchIsALayer) {
+  TempDir dir;
+  const std::string path = dir.file("p.rla");
+  write_pattern(nullptr, path, 100, 50);
+  Request r(nullptr, path);
+  ORX_OBJECT *object = open_swatch(r, 16, "r");
+  ASSERT_NE(object, nullptr);
+  EXPECT_TRUE(orx::operators::has_layers(object));
+  EXPECT_EQ(orx__cast_remove(object), 0);
+  const ORX_SCAN_FN swatch_scan = object->scan;
+  orx__cast_operator(object);
+  ASSERT_NE(object->scan, swatch_scan);
+  ErrorCapture errors;
+  ORX__select(object, 1);
+  EXPECT_EQ(ORX_last_status(), ORX_E_UNSUPPORTED);
+  EXPECT_EQ(object->info.image_count, 2);
+  EXPECT_EQ(orx__cast_remove(object), 1);
+  EXPECT_EQ(object->scan, swatch_scan);
+
+  ORX__select(object, 1);
+  ASSERT_EQ(ORX_last_status(), 0);
+  ASSERT_EQ(object->info.image_count, 1);
+  void **rows = nullptr;
+  ASSERT_EQ(ORX_scan_read(object, 2, &rows), 0);
+  const auto cols = positions(16, 100.0f / 16.0f);
+  const auto lines = positions(8, 50.0f / 8.0f);
+  for (int32_t x = 0; x < 16; ++x)
+    EXPECT_EQ(static_cast<uint8_t *>(rows[2])[x], uint8_t(pattern(cols[x], lines[2], 2))) << x;
+  EXPECT_EQ(ORX_close(object), 0);  // the select, then the swatch, then the file
+
+  // The mipmap writer keeps one entry: no level can be selected under it.
+  const std::string out = dir.file("t.rla");
+  Request target(nullptr, out, rgba(8, 8, ORX_C_INTEGER, 8));
+  IMP_REQUEST mipmap{"mipmap", 0, IMP_TEXTURE_COLOR, 0, 0};
+  object = IMP_open(&target.info, &mipmap, "w");
+  ASSERT_NE(object, nullptr);
+  EXPECT_TRUE(orx::operators::has_layers(object));
+  ORX__select(object, 1);
+  EXPECT_EQ(ORX_last_status(), ORX_E_UNSUPPORTED);
+  EXPECT_EQ(object->info.image_count, 4);
+  EXPECT_EQ(write_lines(object, [](int c, int32_t x, int32_t y) { return uint8_t(pattern(x, y, c)); }),
+            0);
 }
 
 TEST_F(ImageProcess, AFormatOfOneImageIsWrittenWithoutASwatchAndWithoutAMessage) {
