@@ -8,6 +8,7 @@
 #include "orx/str.h"
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
+#include "support/messages.hpp"
 
 namespace {
 
@@ -105,21 +106,21 @@ TEST_F(Records, ChannelRowsTakeTheirStorageSizeRoundedEven) {
 TEST_F(Records, ChannelBufferRefusalsNameTheFormat) {
   orx::test::ErrorCapture cap;
   struct Case {
-    const char *message;
+    orx::Msg message;
     void (*set)(ORX_IFD &);
   } cases[] = {
-      {"fmt cannot handle image channel type", [](ORX_IFD &d) { d.image = {nullptr, 1, 7, 8, 0}; }},
-      {"fmt cannot handle image channel width",
+      {orx::Msg::kImageType, [](ORX_IFD &d) { d.image = {nullptr, 1, 7, 8, 0}; }},
+      {orx::Msg::kImageWidth,
        [](ORX_IFD &d) { d.image = {nullptr, 1, ORX_C_INTEGER, 33, 0}; }},
-      {"fmt cannot handle matte channel type", [](ORX_IFD &d) { d.matte = {nullptr, 1, 0, 8, 0}; }},
-      {"fmt cannot handle matte channel width",
+      {orx::Msg::kMatteType, [](ORX_IFD &d) { d.matte = {nullptr, 1, 0, 8, 0}; }},
+      {orx::Msg::kMatteWidth,
        [](ORX_IFD &d) { d.matte = {nullptr, 1, ORX_C_INTEGER, 40, 0}; }},
-      {"fmt cannot handle auxiliary channel type", [](ORX_IFD &d) { d.aux = {nullptr, 1, 4, 8, 0}; }},
-      {"fmt cannot handle auxiliary channel width",
+      {orx::Msg::kAuxType, [](ORX_IFD &d) { d.aux = {nullptr, 1, 4, 8, 0}; }},
+      {orx::Msg::kAuxWidth,
        [](ORX_IFD &d) { d.aux = {nullptr, 1, ORX_C_INTEGER, 33, 0}; }},
-      {"fmt cannot handle color index channel type",
+      {orx::Msg::kIndexType,
        [](ORX_IFD &d) { d.index = {nullptr, 1, ORX_C_FLOAT, 16, 0}; }},
-      {"fmt cannot handle color index channel width",
+      {orx::Msg::kIndexWidth,
        [](ORX_IFD &d) { d.index = {nullptr, 1, ORX_C_INTEGER, 17, 0}; }},
   };
   for (const auto &c : cases) {
@@ -127,9 +128,9 @@ TEST_F(Records, ChannelBufferRefusalsNameTheFormat) {
     orx__init_ifd(&ifd);
     c.set(ifd);
     orx__err = 0;
-    EXPECT_EQ(ORX_chan_alloc(&ifd, 4, "fmt", nullptr), nullptr) << c.message;
+    EXPECT_EQ(ORX_chan_alloc(&ifd, 4, "fmt", nullptr), nullptr);
     EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED);
-    EXPECT_EQ(cap.last(), c.message);
+    EXPECT_EQ(cap.last(), orx::test::message(c.message, "fmt"));
   }
   // An empty group's type does not matter.
   ORX_IFD ifd;
