@@ -85,4 +85,3 @@ TEST_F(Colour, ExhaustionKeepsTheBuiltInValues) {
 }
 
 }  // namespace
-#include "support/messages.hpp"

@@ -119,4 +119,3 @@ TEST_F(ConfigFile, RandomBytesNeverCrashAnyDatabase) {
 }
 
 }  // namespace
-#include "support/messages.hpp"

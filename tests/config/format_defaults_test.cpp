@@ -20,7 +20,7 @@ TEST_F(FormatDefaults, BuiltInValuesStandWithoutAFile) {
   orx::test::ErrorCapture cap;
   ERR_unmask_s(ERR_DEBUG);
   EXPECT_STREQ(FMT_def_aspect(), "ntsc_640");
-  EXPECT_TRUE(cap.last() == orx::test::message(orx::Msg::kConfigInitDatabase, "fmt", "FMT_def_aspect"));
+  EXPECT_EQ(cap.last(), orx::test::message(orx::Msg::kConfigInitDatabase, "fmt", "FMT_def_aspect"));
   EXPECT_EQ(FMT_def_gamma_tab_res(), 4096);
   EXPECT_EQ(FMT_def_gamma(), 2.2f);
   EXPECT_EQ(FMT_def_input_gamma(), 1.0f);
@@ -111,4 +111,3 @@ TEST_F(FormatDefaults, ExhaustionIsReportedAndLeavesNothingBehind) {
 }
 
 }  // namespace
-#include "support/messages.hpp"

@@ -21,7 +21,7 @@ TEST_F(Framebuffers, WithoutAFileOnlyTheBuiltInsInOrder) {
   orx::test::ErrorCapture cap;
   ERR_unmask_s(ERR_DEBUG);
   EXPECT_STREQ(FB_def_framebuffer(), "full");
-  EXPECT_TRUE(cap.last() == orx::test::message(orx::Msg::kConfigInitDatabase, "fb", "FB_def_framebuffer"));
+  EXPECT_EQ(cap.last(), orx::test::message(orx::Msg::kConfigInitDatabase, "fb", "FB_def_framebuffer"));
   EXPECT_EQ(names(), (std::vector<std::string>{"full", "ntsc", "pal"}));
   EXPECT_EQ(cap.size(), 1u);  // announced once
 
@@ -119,4 +119,3 @@ TEST(FramebufferSymbols, PrintsANoteForApplications) {
 }
 
 }  // namespace
-#include "support/messages.hpp"
