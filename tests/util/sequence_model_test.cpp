@@ -2,6 +2,7 @@
 // grows by reallocation and shrinks in place.  Random edits of both families
 // are checked against one std::vector model after every step.
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -83,7 +84,8 @@ void edit_against_model(unsigned seed) {
         src.assign(model.begin() + static_cast<long>(off), model.end());
         from = heap + off;
       }
-      const int index = static_cast<int>(rng() % (model.size() + 5)) - 2;
+      int index = static_cast<int>(rng() % (model.size() + 5)) - 2;
+      if (rng() % 16 == 0) index = rng() % 2 ? INT32_MIN : INT32_MAX;  // no overflow at the ends
       const auto at = model.begin() + std::clamp<long>(index, 0, static_cast<long>(model.size()));
       const auto n = static_cast<uint32_t>(rng() % (src.size() + 2));
       const auto src_n = src.begin() + std::min<long>(n, static_cast<long>(src.size()));
@@ -111,7 +113,7 @@ void edit_against_model(unsigned seed) {
         }
         case 6: F::remove_all(heap, e), std::erase(model, e); break;
         case 7: {
-          const int count = static_cast<int>(rng() % 6) - 2;
+          const int count = rng() % 8 == 0 ? INT32_MAX : static_cast<int>(rng() % 6) - 2;
           F::n_remove_index(heap, index, count), model_remove_range(model, index, count);
           break;
         }
@@ -126,7 +128,8 @@ void edit_against_model(unsigned seed) {
     T *copy = F::save(heap), *part = F::n_save(heap, n), *joined = F::save_n(heap, copy);
     EXPECT_NE(copy, heap);
     EXPECT_EQ(F::contents(copy), model);
-    EXPECT_EQ(F::contents(part), std::vector<T>(model.begin(), model.begin() + std::min<long>(n, static_cast<long>(model.size()))));
+    const auto kept = std::min<long>(n, static_cast<long>(model.size()));
+    EXPECT_EQ(F::contents(part), std::vector<T>(model.begin(), model.begin() + kept));
     std::vector<T> twice = model;
     twice.insert(twice.end(), model.begin(), model.end());
     EXPECT_EQ(F::contents(joined), twice);
