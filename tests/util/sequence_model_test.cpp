@@ -199,7 +199,10 @@ TEST_F(Sequences, FamilyEdges) {
   EXPECT_EQ(PTR_cat(PTR_copy(dest, src), src), dest);
   PTR_n_cat(PTR_reverse(dest), src, 1);
   EXPECT_EQ(Ptrs::contents(dest), (std::vector<void *>{c, b, a, c, b, a, a}));
-  void **none = PTR_save_n(0);
+  char *empty = STR_save_n(-2);
+  EXPECT_STREQ(empty, "");
+  std::free(empty);
+  void **none = PTR_save_n(-2);
   ASSERT_NE(none, nullptr);
   EXPECT_EQ(PTR_length(none) + PTR_length(nullptr), 0u);
   std::free(none);
@@ -214,6 +217,7 @@ TEST_F(Sequences, FamilyEdges) {
   EXPECT_STREQ(s, "abc");
   EXPECT_EQ(STR_append(s, nullptr), s);
   EXPECT_EQ(STR_n_insert(s, nullptr, 3, 0), s);
+  EXPECT_EQ(STR_n_append(s, nullptr, 3), s);
   EXPECT_STREQ(STR_remove(STR_remove_all(s, 0), 0), "abc");
   std::free(s);
   const char unterminated[3] = {'x', 'y', 'z'};  // only n bytes may be looked at
