@@ -1,11 +1,15 @@
 // The message catalogue, pinned once: the set and number, severity and
 // default text of every message.  Behaviour tests elsewhere check which
 // message a failure reports, never its wording.
+#include <cstdio>
 #include <iterator>
+#include <string>
 
 #include <gtest/gtest.h>
 
 #include "err/messages.hpp"
+#include "orx/res.h"
+#include "res/catalogue.hpp"
 #include "support/fixtures.hpp"
 #include "support/messages.hpp"
 
@@ -135,6 +139,27 @@ TEST_F(MessageCatalogue, EveryMessageHasItsSetNumberSeverityAndText) {
   const auto unknown = static_cast<orx::Msg>(902001);
   EXPECT_EQ(orx::msg_text(unknown), nullptr);
   EXPECT_EQ(orx::msg_severity(unknown), ERR_ERROR);
+}
+
+// The library's own texts written out as a catalogue: every entry is
+// accepted and answers for its set and number with the same text.
+TEST_F(MessageCatalogue, TheDefaultsMakeACatalogueThatChangesNothing) {
+  orx::test::TempDir dir;
+  const std::string source = dir.file("en.txt"), path = dir.file("en.res");
+  std::FILE *out = std::fopen(source.c_str(), "w");
+  ASSERT_EQ(ORX_msg_cat_write_defaults(out), 0);
+  std::fclose(out);
+  ASSERT_EQ(ORX_res_build_text(source.c_str(), path.c_str()), 0);
+  orx::test::ErrorCapture cap;
+  void *cat = ORX_msg_cat_open(path.c_str());
+  ASSERT_NE(cat, nullptr);
+  EXPECT_EQ(cap.size(), 0u);
+  for (const Pinned &p : kMessages) {
+    const char *text = orx::res::catalogue_text(cat, p.id / 1000, p.id % 1000, p.text);
+    EXPECT_NE(text, p.text) << p.id;  // the catalogue's copy, not the default passed in
+    EXPECT_STREQ(text, p.text);
+  }
+  ORX_msg_cat_close(cat);
 }
 
 // Reports carry their default text as the name handlers see, at their own
