@@ -22,7 +22,8 @@ using orx::test::Token;
 std::string random_syntax(std::mt19937 &rng) {
   static const char *const kPieces[] = {"name", "NAME", "Name", "ext", "EXT", "#",  "##",
                                         ".",    "_",    "-",    "[",   "/",   "x",  " ",
-                                        "\x80", "e",    "na",   "nam", "ex",  "%%", "."};
+                                        "\x80", "e",    "na",   "nam", "ex",  "%%", ".",
+                                        "@",    "{~"};
   std::uniform_int_distribution<int> count(0, 7);
   std::uniform_int_distribution<std::size_t> piece(0, std::size(kPieces) - 1);
   std::string s;
