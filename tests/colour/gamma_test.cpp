@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <optional>
 #include <string>
@@ -32,90 +33,41 @@ class GammaTables : public orx::test::ConfigTest {
   std::optional<orx::test::ErrorCapture> capture_;
 };
 
-TEST_F(GammaTables, EightBitToLinearCodesRoundAndKeepTheFloor) {
-  uint16_t *flat = ORX_gamma_btos(1.0f);
-  ASSERT_NE(flat, nullptr);
-  EXPECT_EQ(flat[0], 0);
-  EXPECT_EQ(flat[1], 16);      // 4095 / 255 = 16.06
-  EXPECT_EQ(flat[128], 2056);  // 2055.53 rounds up
-  EXPECT_EQ(flat[255], 4095);
-  uint16_t *dark = ORX_gamma_btos(2.2f);
-  ASSERT_NE(dark, nullptr);
-  EXPECT_EQ(dark[1], 1);  // pow rounds to 0; the floor i lifts it
-  EXPECT_EQ(dark[255], 4095);
-  for (int i = 0; i < 256; ++i) EXPECT_GE(dark[i], i) << i;
-  EXPECT_EQ(ORX_gamma_done(flat), 1);
-  EXPECT_EQ(ORX_gamma_done(dark), 1);
+double round_half(double v) { return std::trunc(v + 0.5); }
 
-  float *f = ORX_gamma_btof(2.2f);
-  ASSERT_NE(f, nullptr);
-  EXPECT_EQ(f[0], 0.0f);
-  EXPECT_EQ(f[1], 1.0f / 4095.0f);  // the linear floor beats pow(1/255, 2.2)
-  EXPECT_EQ(f[128], static_cast<float>(std::pow(128 / 255.0, 2.2f)));
-  EXPECT_EQ(f[255], 1.0f);
-  ORX_gamma_done(f);
-}
-
-TEST_F(GammaTables, LinearToEightBitCapsAtTheCodeAndEndsAt254Point9) {
-  uint8_t *b = ORX_gamma_tob(2.2f);
-  ASSERT_NE(b, nullptr);
-  EXPECT_EQ(b[0], 0);
-  EXPECT_EQ(b[1], 1);  // pow gives 6; the cap j holds it to 1
-  EXPECT_EQ(b[5], 5);
-  EXPECT_EQ(b[2048], 186);  // round(pow(0.50012, 1 / 2.2) * 255)
-  EXPECT_EQ(b[4095], 255);
-  ORX_gamma_done(b);
-
-  float *f = ORX_gamma_tof(2.2f);
-  ASSERT_NE(f, nullptr);
-  EXPECT_EQ(f[0], 0.0f);
-  EXPECT_EQ(f[1], 1.0f);
-  EXPECT_EQ(f[4095], 254.9f);
-  EXPECT_LT(f[4094], 254.9f);
-  ORX_gamma_done(f);
+// Every entry of the four tables against their formulas, for a resolution
+// from the configuration held to 2..65536 (no steps would divide by zero;
+// linear codes must fit 16 bits).
+TEST_F(GammaTables, EveryEntryFollowsItsFormulaAtEveryResolution) {
+  const std::pair<const char *, int> resolutions[] = {
+      {nullptr, 4096}, {"256", 256}, {"1", 2}, {"0", 2}, {"-5", 2}, {"100000", 65536}};
+  for (const auto &[setting, r] : resolutions) {
+    if (setting != nullptr) use_resolution(setting);
+    ASSERT_EQ(orx::colour::gamma_table_res(), r);
+    for (float gamma : {1.0f, 2.2f, 0.45f}) {
+      SCOPED_TRACE(testing::Message() << "resolution " << r << " gamma " << gamma);
+      float *btof = ORX_gamma_btof(gamma), *tof = ORX_gamma_tof(gamma);
+      uint16_t *btos = ORX_gamma_btos(gamma);
+      uint8_t *tob = ORX_gamma_tob(gamma);
+      ASSERT_TRUE(btof != nullptr && tof != nullptr && btos != nullptr && tob != nullptr);
+      for (int i = 0; i < 256; ++i) {
+        const double p = std::pow(i / 255.0, static_cast<double>(gamma));
+        ASSERT_EQ(btof[i], std::max(static_cast<float>(p), static_cast<float>(i) / static_cast<float>(r - 1)));
+        ASSERT_EQ(btos[i], std::max(round_half(p * (r - 1)), static_cast<double>(i))) << i;
+      }
+      const auto e = static_cast<double>(static_cast<float>(1.0 / gamma));
+      for (int j = 0; j < r; ++j) {
+        const double p = std::pow(static_cast<double>(static_cast<float>(j) / static_cast<float>(r - 1)), e);
+        const auto low8 = static_cast<uint8_t>(static_cast<long>(round_half(p * 255.0)));
+        ASSERT_EQ(tob[j], low8 > j ? j : low8) << j;
+        ASSERT_EQ(tof[j], std::min(static_cast<float>(p * 254.9), static_cast<float>(j))) << j;
+      }
+      for (void *table : {static_cast<void *>(btof), static_cast<void *>(tof),
+                          static_cast<void *>(btos), static_cast<void *>(tob)})
+        EXPECT_EQ(ORX_gamma_done(table), 1);
+    }
+  }
   EXPECT_EQ(capture_->size(), 0u);
-}
-
-TEST_F(GammaTables, ResolutionComesFromTheConfigurationAndIsHeldToTwoAtLeast) {
-  use_resolution("256");
-  EXPECT_EQ(orx::colour::gamma_table_res(), 256);
-  uint16_t *s = ORX_gamma_btos(1.0f);
-  uint8_t *b = ORX_gamma_tob(1.0f);
-  float *f = ORX_gamma_tof(1.0f);
-  ASSERT_TRUE(s != nullptr && b != nullptr && f != nullptr);
-  for (int i = 0; i < 256; ++i) {
-    EXPECT_EQ(s[i], i);
-    EXPECT_EQ(b[i], i);
-  }
-  EXPECT_EQ(f[255], 254.9f);
-  ORX_gamma_done(s);
-  ORX_gamma_done(b);
-  ORX_gamma_done(f);
-
-  // A resolution without steps would divide by zero: it is taken as 2.
-  for (const char *setting : {"1", "0", "-5"}) {
-    use_resolution(setting);
-    EXPECT_EQ(orx::colour::gamma_table_res(), 2) << setting;
-  }
-  uint8_t *two = ORX_gamma_tob(2.2f);
-  float *twof = ORX_gamma_tof(2.2f);
-  uint16_t *codes = ORX_gamma_btos(1.0f);
-  ASSERT_TRUE(two != nullptr && twof != nullptr && codes != nullptr);
-  EXPECT_EQ(two[0], 0);
-  EXPECT_EQ(two[1], 1);
-  EXPECT_EQ(twof[1], 1.0f);
-  EXPECT_EQ(codes[1], 1);
-  ORX_gamma_done(two);
-  ORX_gamma_done(twof);
-  ORX_gamma_done(codes);
-
-  // Linear codes must fit the 16-bit table.
-  use_resolution("100000");
-  EXPECT_EQ(orx::colour::gamma_table_res(), 65536);
-  uint16_t *wide = ORX_gamma_btos(1.0f);
-  ASSERT_NE(wide, nullptr);
-  EXPECT_EQ(wide[255], 65535);
-  ORX_gamma_done(wide);
 }
 
 TEST_F(GammaTables, OutOfMemoryReturnsNullWithoutReport) {

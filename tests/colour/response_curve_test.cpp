@@ -9,6 +9,7 @@
 #include "orx/orx.h"
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
+#include "support/messages.hpp"
 
 namespace {
 
@@ -112,13 +113,12 @@ TEST_F(ResponseCurve, CopyIsDeepAndValidatesTypeAndDepth) {
   ORX_RESPONSE_CURVE bad = curve(ORX_CURVE_TABULATED, 1.0f, 1, 4, 3, 8);
   bad.curves = tables;
   EXPECT_EQ(ORX_response_curve_copy(&dst, &bad), -1);
-  EXPECT_EQ(capture_->last(),
-            "Invalid curve type 3 found: must be of type ORX_C_INTEGER or ORX_C_FLOAT");
+  EXPECT_EQ(capture_->last(), orx::test::message(orx::Msg::kCurveType, 3));
   EXPECT_EQ(dst.curves, nullptr);
   bad.type = ORX_C_INTEGER;
   bad.depth = 20;
   EXPECT_EQ(ORX_response_curve_copy(&dst, &bad), -1);
-  EXPECT_EQ(capture_->last(), "Invalid curve depth 20 found: must be in the range 8 to 16");
+  EXPECT_EQ(capture_->last(), orx::test::message(orx::Msg::kCurveDepth, 20, 8, 16));
   EXPECT_EQ(capture_->reports().back().severity, 3);
 }
 
@@ -210,16 +210,12 @@ TEST_F(ResponseCurve, ComposeReportsIncompatibleCurvesAndLeavesOutAlone) {
   shallow.curves = a.curves;
   ORX_RESPONSE_CURVE out = curve(0, 3.0f, 0, 0, 0, 0);
   EXPECT_EQ(ORX_response_curve_comp(&a, &one, &out), -1);
-  EXPECT_EQ(capture_->last(),
-            "Incompatible response curve channel counts (channel counts must be the same for "
-            "composited response curves)");
+  EXPECT_TRUE(orx::test::reported_last(*capture_, orx::Msg::kCurveChannelCounts));
   EXPECT_EQ(ORX_response_curve_comp(&a, &floats, &out), -1);
-  EXPECT_EQ(capture_->last(),
-            "Incompatible response curve channel type (channel must be of type ORX_C_INTEGER "
-            "for composited response curve)");
+  EXPECT_TRUE(orx::test::reported_last(*capture_, orx::Msg::kCurveChannelType));
   for (ORX_RESPONSE_CURVE *b : {&wide, &shallow}) {
     EXPECT_EQ(ORX_response_curve_comp(&a, b, &out), -1);
-    EXPECT_EQ(capture_->last(), "Incompatible response curve channel element counts");
+    EXPECT_TRUE(orx::test::reported_last(*capture_, orx::Msg::kCurveElementCounts));
   }
   // A parametric a is tabulated to b's codes, so b must be an index curve.
   ORX_RESPONSE_CURVE pa = curve(ORX_CURVE_PARAMETRIC, 2.2f, 2, 0, ORX_C_INTEGER, 8);
@@ -228,7 +224,7 @@ TEST_F(ResponseCurve, ComposeReportsIncompatibleCurvesAndLeavesOutAlone) {
   ORX_RESPONSE_CURVE deep = curve(ORX_CURVE_TABULATED, 1.0f, 2, 256, ORX_C_INTEGER, 31);
   deep.curves = a.curves;
   EXPECT_EQ(ORX_response_curve_comp(&pa, &deep, &out), -1);
-  EXPECT_EQ(capture_->last(), "Invalid curve depth 31 found: must be in the range 8 to 16");
+  EXPECT_EQ(capture_->last(), orx::test::message(orx::Msg::kCurveDepth, 31, 8, 16));
   EXPECT_EQ(out.kind, 0);
   EXPECT_EQ(out.gamma, 3.0f);
   EXPECT_EQ(out.curves, nullptr);
@@ -265,7 +261,7 @@ TEST_F(ResponseCurve, OutOfMemoryFailsWithStatusAndLeavesNothing) {
       ORX_RESPONSE_CURVE out{};
       if (op(&out) != 0) {
         EXPECT_EQ(orx__err, ORX_E_NO_MEMORY);
-        EXPECT_EQ(capture_->last(), "No more internal memory");
+        EXPECT_TRUE(orx::test::reported_last(*capture_, orx::Msg::kNoMemory));
         EXPECT_EQ(out.curves, nullptr);
         return false;
       }

@@ -51,7 +51,7 @@ TEST_F(Colour, FileOverridesPrimariesSamplingAndTable) {
   EXPECT_NEAR(r[2], 0.03f, 1e-6);
   EXPECT_EQ(g[0], 0.21f);
   EXPECT_EQ(w[0], 0.3127f);
-  EXPECT_EQ(cap.last(), config_path() + ": Invalid configuration file syntax, line 3");
+  EXPECT_EQ(cap.last(), orx::test::message(orx::Msg::kConfigSyntax, config_path().c_str(), 3));
   float start, step;
   CLR_def_wavelengths(&start, nullptr, &step);
   EXPECT_EQ(start, 400.0f);

@@ -10,6 +10,7 @@
 #include "orx/fmt.h"
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
+#include "support/messages.hpp"
 
 namespace orx::test {
 
@@ -40,7 +41,7 @@ class ConfigTest : public CleanErrors {
       if (status == 0) return built();
       EXPECT_TRUE(status == -1 || (minus_ten && status == -10)) << status;
       EXPECT_EQ(orx__err, -10);
-      EXPECT_EQ(cap.last(), "No more internal memory");
+      EXPECT_TRUE(orx::test::reported_last(cap, orx::Msg::kConfigNoMemory));
       return false;
     });
   }

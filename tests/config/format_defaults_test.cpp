@@ -20,7 +20,7 @@ TEST_F(FormatDefaults, BuiltInValuesStandWithoutAFile) {
   orx::test::ErrorCapture cap;
   ERR_unmask_s(ERR_DEBUG);
   EXPECT_STREQ(FMT_def_aspect(), "ntsc_640");
-  EXPECT_TRUE(cap.has(ERR_DEBUG, "fmt, initializing database for FMT_def_aspect request"));
+  EXPECT_EQ(cap.last(), orx::test::message(orx::Msg::kConfigInitDatabase, "fmt", "FMT_def_aspect"));
   EXPECT_EQ(FMT_def_gamma_tab_res(), 4096);
   EXPECT_EQ(FMT_def_gamma(), 2.2f);
   EXPECT_EQ(FMT_def_input_gamma(), 1.0f);
@@ -87,7 +87,7 @@ TEST_F(FormatDefaults, AspectTableEntriesCommentsAndRedefinitions) {
   orx::test::ErrorCapture cap;
   EXPECT_EQ(names(), (std::vector<std::string>{"hd", "ntsc_640", "odd"}));
   ASSERT_EQ(cap.size(), 1u);
-  EXPECT_EQ(cap.last(), config_path() + ": Invalid configuration file syntax, line 6");
+  EXPECT_EQ(cap.last(), orx::test::message(orx::Msg::kConfigSyntax, config_path().c_str(), 6));
   EXPECT_STREQ(FMT_def_aspect(), "hd");
   EXPECT_EQ(FMT_def_frame_rate(), 24);
   FMT_FORMAT *ntsc = FMT_find("ntsc_640");

@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <optional>
+#include <random>
+#include <vector>
 #include <string>
 
 #include "orx/orx.h"
@@ -8,6 +11,7 @@
 #include "orx/str.h"
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
+#include "support/messages.hpp"
 
 namespace {
 
@@ -56,88 +60,83 @@ TEST_F(Records, CleanupWithoutFreeOnlyClearsTheMarker) {
   EXPECT_EQ(info.name, name);
 }
 
-// Byte distance between consecutive rows of a channel buffer.
-std::ptrdiff_t gap(void **rows, int a, int b) {
-  return static_cast<char *>(rows[b]) - static_cast<char *>(rows[a]);
-}
-
-TEST_F(Records, ChannelRowsTakeTheirStorageSizeRoundedEven) {
-  ORX_IFD ifd;
-  orx__init_ifd(&ifd);
-  ifd.image = {nullptr, 3, ORX_C_INTEGER, 9, 0};
-  ifd.matte = {nullptr, 1, ORX_C_INTEGER, 17, 0};
-  ifd.aux = {nullptr, 2, ORX_C_FLOAT, 32, 0};
-  ifd.index = {nullptr, 2, ORX_C_INTEGER, 16, 0};
-  uint32_t size = 0;
-  void **rows = ORX_chan_alloc(&ifd, 3, "test", &size);
-  ASSERT_NE(rows, nullptr);
-  EXPECT_EQ(ifd.index.count, 0);  // image channels make the colour index unused
-  EXPECT_EQ(gap(rows, 0, 1), 6);  // 3 x 2 bytes
-  EXPECT_EQ(gap(rows, 2, 3), 6);
-  EXPECT_EQ(gap(rows, 3, 4), 12);  // 17 bits: 4-byte samples
-  EXPECT_EQ(gap(rows, 4, 5), 12);  // float
-  EXPECT_EQ(rows[6], nullptr);
-  EXPECT_EQ(size, 3u * 6 + 12 + 2 * 12);
-  for (uint32_t i = 0; i < size; ++i) EXPECT_EQ(static_cast<char *>(rows[0])[i], 0);
-  ORX_chan_free(rows);
-
-  ORX_IFD index;
-  orx__init_ifd(&index);
-  index.index.count = 2;
-  rows = ORX_chan_alloc(&index, 5, "test", &size);
-  ASSERT_NE(rows, nullptr);
-  EXPECT_EQ(gap(rows, 0, 1), 10);
-  EXPECT_EQ(size, 20u);
-  EXPECT_EQ(orx__chan_free(rows), 1);
-
-  ORX_IFD odd;
-  orx__init_ifd(&odd);
-  odd.image = {nullptr, 2, ORX_C_INTEGER, 8, 0};
-  odd.matte = {nullptr, 1, ORX_C_DOUBLE, 64, 0};
-  rows = orx__chan_alloc(&odd, 3, "test");
-  ASSERT_NE(rows, nullptr);
-  EXPECT_EQ(gap(rows, 0, 1), 4);  // three bytes rounded up
-  EXPECT_EQ(gap(rows, 1, 2), 4);
-  ORX_chan_free(rows);
-  ORX_chan_free(nullptr);
-}
-
-TEST_F(Records, ChannelBufferRefusalsNameTheFormat) {
+// Channel buffers of random descriptors against a model of the layout: a row
+// per channel in group order (no colour index beside image channels), each
+// the width times the sample's storage size, rounded up to even.  A group
+// the buffer cannot hold is refused with its message naming the format;
+// an empty group's type does not matter.
+TEST_F(Records, ChannelBuffersFollowTheLayoutModel) {
+  using orx::Msg;
+  const Msg refusals[4][2] = {{Msg::kImageType, Msg::kImageWidth},
+                              {Msg::kMatteType, Msg::kMatteWidth},
+                              {Msg::kAuxType, Msg::kAuxWidth},
+                              {Msg::kIndexType, Msg::kIndexWidth}};
   orx::test::ErrorCapture cap;
-  struct Case {
-    const char *message;
-    void (*set)(ORX_IFD &);
-  } cases[] = {
-      {"fmt cannot handle image channel type", [](ORX_IFD &d) { d.image = {nullptr, 1, 7, 8, 0}; }},
-      {"fmt cannot handle image channel width",
-       [](ORX_IFD &d) { d.image = {nullptr, 1, ORX_C_INTEGER, 33, 0}; }},
-      {"fmt cannot handle matte channel type", [](ORX_IFD &d) { d.matte = {nullptr, 1, 0, 8, 0}; }},
-      {"fmt cannot handle matte channel width",
-       [](ORX_IFD &d) { d.matte = {nullptr, 1, ORX_C_INTEGER, 40, 0}; }},
-      {"fmt cannot handle auxiliary channel type", [](ORX_IFD &d) { d.aux = {nullptr, 1, 4, 8, 0}; }},
-      {"fmt cannot handle auxiliary channel width",
-       [](ORX_IFD &d) { d.aux = {nullptr, 1, ORX_C_INTEGER, 33, 0}; }},
-      {"fmt cannot handle color index channel type",
-       [](ORX_IFD &d) { d.index = {nullptr, 1, ORX_C_FLOAT, 16, 0}; }},
-      {"fmt cannot handle color index channel width",
-       [](ORX_IFD &d) { d.index = {nullptr, 1, ORX_C_INTEGER, 17, 0}; }},
-  };
-  for (const auto &c : cases) {
+  std::mt19937 rng(11);
+  for (int round = 0; round < 600; ++round) {
     ORX_IFD ifd;
     orx__init_ifd(&ifd);
-    c.set(ifd);
+    ORX_CHANNELS *groups[] = {&ifd.image, &ifd.matte, &ifd.aux, &ifd.index};
+    for (int g = 0; g < 4; ++g) {
+      const bool index = g == 3;
+      const int pick = static_cast<int>(rng() % 10);  // 8 and 9: a bad type or width
+      const int type = index ? ORX_C_INTEGER : 1 + pick % 3;
+      const int bits = type == ORX_C_FLOAT    ? 32
+                       : type == ORX_C_DOUBLE ? 64
+                                              : 1 + static_cast<int>(rng() % (index ? 16 : 32));
+      *groups[g] = {nullptr, static_cast<int32_t>(rng() % 3),
+                    pick == 8 ? (index ? ORX_C_FLOAT : 4) : type,
+                    pick == 9 ? (index ? 17 : 33) : bits, 0};
+    }
+    if (ifd.image.count + ifd.matte.count + ifd.aux.count + ifd.index.count == 0) ifd.aux.count = 1;
+    const int32_t width = 1 + static_cast<int32_t>(rng() % 7);
+    std::vector<std::ptrdiff_t> rows_model;
+    std::optional<Msg> refused;
+    for (int g = 0; g < 4 && !refused; ++g) {
+      const ORX_CHANNELS &c = *groups[g];
+      if (c.count == 0 || (g == 3 && ifd.image.count > 0)) continue;
+      if (g == 3 ? c.type != ORX_C_INTEGER : (c.type < 1 || c.type > 3)) refused = refusals[g][0];
+      else if (c.type == ORX_C_INTEGER && c.bits > (g == 3 ? 16 : 32)) refused = refusals[g][1];
+      const int sample = g == 3 ? 2
+                         : c.type != ORX_C_INTEGER ? c.bits / 8
+                                                   : (c.bits <= 8 ? 1 : c.bits <= 16 ? 2 : 4);
+      rows_model.insert(rows_model.end(), c.count, (width * sample + 1) / 2 * 2);
+    }
+    SCOPED_TRACE(round);
     orx__err = 0;
-    EXPECT_EQ(ORX_chan_alloc(&ifd, 4, "fmt", nullptr), nullptr) << c.message;
-    EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED);
-    EXPECT_EQ(cap.last(), c.message);
+    uint32_t size = 0;
+    void **rows = ORX_chan_alloc(&ifd, width, "fmt", &size);
+    if (refused) {
+      EXPECT_EQ(rows, nullptr);
+      EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED);
+      EXPECT_EQ(cap.last(), orx::test::message(*refused, "fmt"));
+      continue;
+    }
+    ASSERT_NE(rows, nullptr);
+    std::ptrdiff_t total = 0;
+    for (std::size_t k = 0; k < rows_model.size(); ++k) {
+      ASSERT_EQ(static_cast<char *>(rows[k]) - static_cast<char *>(rows[0]), total) << k;
+      total += rows_model[k];
+    }
+    EXPECT_EQ(rows[rows_model.size()], nullptr);
+    EXPECT_EQ(size, static_cast<uint32_t>(total));
+    if (ifd.image.count > 0) {
+      EXPECT_EQ(ifd.index.count, 0);
+    }
+    for (uint32_t i = 0; i < size; ++i) ASSERT_EQ(static_cast<char *>(rows[0])[i], 0);
+    if (round % 2 == 0) {
+      EXPECT_EQ(orx__chan_free(rows), 1);
+    } else {
+      ORX_chan_free(rows);
+    }
   }
-  // An empty group's type does not matter.
   ORX_IFD ifd;
   orx__init_ifd(&ifd);
   ifd.matte.type = 0;
-  void **rows = ORX_chan_alloc(&ifd, 4, "fmt", nullptr);
+  void **rows = orx__chan_alloc(&ifd, 3, "fmt");
   EXPECT_NE(rows, nullptr);
   ORX_chan_free(rows);
+  ORX_chan_free(nullptr);
 }
 
 TEST_F(Records, ChannelBufferExhaustionIsSilentWithStatus) {

@@ -10,6 +10,7 @@
 #include "orx/err.h"
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
+#include "support/messages.hpp"
 
 namespace {
 
@@ -311,7 +312,7 @@ TEST_F(ErrReport, AllocationFailureIsReportedAndOldBlockKept) {
     orx::test::FailNthAllocation fail(1);
     EXPECT_EQ(ERR_realloc(p, 64), nullptr);
   }
-  EXPECT_TRUE(cap.has(ERR_ERROR, "No more internal memory"));
+  EXPECT_TRUE(orx::test::reported(cap, orx::Msg::kNoMemory, ERR_ERROR));
   EXPECT_STREQ(static_cast<char *>(p), "1234567");
   {
     orx::test::FailNthAllocation fail(1);
@@ -329,7 +330,7 @@ TEST_F(ErrReport, HandlerNodeAllocationFailureIsReported) {
   ErrorCapture cap;
   orx::test::FailNthAllocation fail(1);
   EXPECT_EQ(ERR_dcl_handler(nullptr, handler_a, 0), 0);
-  EXPECT_TRUE(cap.has(ERR_ERROR, "No more internal memory"));
+  EXPECT_TRUE(orx::test::reported(cap, orx::Msg::kNoMemory, ERR_ERROR));
 }
 
 using ErrReportDeathTest = CleanErrors;

@@ -10,98 +10,15 @@
 
 namespace {
 
-using orx::test::Token;
-using orx::test::tokens_of;
 using NameSyntax = orx::test::NamingTest;
 
-constexpr int kName = ORX_TOKEN_NAME;
-constexpr int kExt = ORX_TOKEN_EXT;
-constexpr int kFrame = ORX_TOKEN_FRAME;
-constexpr int kSep = ORX_TOKEN_SEPARATOR;
-
-struct Case {
-  const char *syntax;
-  int32_t status;  // what verify and parse leave in orx__err
-  bool has_ext;
-};
-
-TEST_F(NameSyntax, TokensIgnoreCaseAndComeInOrderWithTheirLengths) {
-  const std::vector<Token> expected = {
-      {kName, "name"}, {kSep, "."}, {kFrame, "####"}, {kSep, "."}, {kExt, "ext"}};
-  EXPECT_EQ(tokens_of("Name.####.Ext"), expected);
-  EXPECT_EQ(tokens_of("name.####.ext"), expected);
-  EXPECT_EQ(orx__err, ORX_OK);
-  // Repeats of the name token merge; separator runs stop before "#".
-  EXPECT_EQ(tokens_of("NameNAME.ext"),
-            (std::vector<Token>{{kName, "namename"}, {kSep, "."}, {kExt, "ext"}}));
-  EXPECT_EQ(tokens_of("name-_.#"),
-            (std::vector<Token>{{kName, "name"}, {kSep, "-_."}, {kFrame, "#"}}));
-  EXPECT_EQ(tokens_of("##_name.name"), (std::vector<Token>{{kFrame, "##"}, {kSep, "_"},
-                                                           {kName, "name"}, {kSep, "."},
-                                                           {kName, "name"}}));
-}
-
-TEST_F(NameSyntax, VerifyHasExtAndParseAgreeOnValidAndInvalidGroups) {
-  const Case cases[] = {
-      {"Name.####.Ext", ORX_OK, true},
-      {"name.##.##", ORX_E_BAD_SYNTAX, false},  // two frame runs
-      {"name.####", ORX_OK, false},
-      {"####.ext", ORX_OK, true},  // frame only
-      {"#", ORX_OK, false},
-      {".ext", ORX_E_BAD_SYNTAX, false},  // neither name nor frame
-      {"name.ext.ext", ORX_E_BAD_SYNTAX, false},  // double extension
-      {"namename.ext", ORX_OK, true},
-      {"name_name", ORX_OK, false},
-      {"dir/name.####.ext", ORX_E_BAD_SYNTAX, false},
-      {"name.\x80.ext", ORX_E_BAD_SYNTAX, false},
-      {"name ext", ORX_E_BAD_SYNTAX, false},  // space is no separator
-      {"names", ORX_E_BAD_SYNTAX, false},
-      {"nam", ORX_E_BAD_SYNTAX, false},
-      {"ex.name", ORX_E_BAD_SYNTAX, false},
-      {"[name]-{####}@ext~", ORX_OK, true},
-      {"", ORX_E_EMPTY_SYNTAX, false},
-  };
-  for (const Case &c : cases) {
-    SCOPED_TRACE(c.syntax);
-    orx__err = 99;
-    EXPECT_EQ(ORX_name_syntax_verify(c.syntax), c.status == ORX_OK ? 1 : 0);
-    EXPECT_EQ(orx__err, c.status);
-    orx__err = 99;
-    EXPECT_EQ(ORX_name_syntax_has_ext(c.syntax), c.has_ext ? 1 : 0);
-    EXPECT_EQ(orx__err, c.status);
-    ORX_NAME_TOKEN sentinel{};
-    ORX_NAME_TOKEN *tokens = &sentinel;
-    orx__err = 99;
-    const uint8_t parsed = ORX_parse_name_syntax(c.syntax, &tokens, 0);
-    EXPECT_EQ(orx__err, c.status);
-    if (parsed != 0) {
-      EXPECT_EQ(c.status, ORX_OK);
-      std::free(tokens);
-    } else {
-      EXPECT_EQ(tokens, &sentinel);  // untouched on failure
-    }
-  }
+// The grammar is checked against a model in property_test.cpp; here what
+// the generated syntaxes cannot reach: null and empty ones.
+TEST_F(NameSyntax, NullAndEmptySyntaxes) {
   EXPECT_EQ(ORX_name_syntax_verify(nullptr), 0);
   EXPECT_EQ(orx__err, ORX_E_EMPTY_SYNTAX);
-}
-
-TEST_F(NameSyntax, EndsExtLooksOnlyAtTheLastThreeLettersInAnyCase) {
-  EXPECT_EQ(ORX_name_syntax_ends_ext("fooEXT"), 1);  // not a valid syntax
-  EXPECT_EQ(ORX_name_syntax_ends_ext("a/b.eXt"), 1);
-  EXPECT_EQ(ORX_name_syntax_ends_ext("ext"), 1);
-  EXPECT_EQ(orx__err, ORX_OK);
-  EXPECT_EQ(ORX_name_syntax_ends_ext("name.####.ext."), 0);
-  EXPECT_EQ(ORX_name_syntax_ends_ext("xt"), 0);
-  EXPECT_EQ(ORX_name_syntax_ends_ext(""), 0);
-  EXPECT_EQ(orx__err, ORX_E_EMPTY_SYNTAX);
   EXPECT_EQ(ORX_name_syntax_ends_ext(nullptr), 0);
-}
-
-TEST_F(NameSyntax, HasFrameFindsAHashAnywhereWithoutCheckingValidity) {
-  EXPECT_EQ(ORX_name_syntax_has_frame("bad/#"), 1);
-  EXPECT_EQ(ORX_name_syntax_has_frame("name.####.ext"), 1);
-  EXPECT_EQ(ORX_name_syntax_has_frame("name.ext"), 0);
-  EXPECT_EQ(orx__err, ORX_OK);
+  orx__err = ORX_OK;
   EXPECT_EQ(ORX_name_syntax_has_frame(""), 0);
   EXPECT_EQ(orx__err, ORX_E_EMPTY_SYNTAX);  // as every syntax function says of ""
   orx__err = ORX_OK;

@@ -73,23 +73,6 @@ TEST_F(Catalogue, TranslationsReplaceTheTextAndBadOnesAreDropped) {
   EXPECT_EQ(errors.last(), "mode r");
 }
 
-TEST_F(Catalogue, TheLibrarysOwnMessagesMakeACatalogueThatChangesNothing) {
-  TempDir dir;
-  const std::string source = dir.file("en.txt"), path = dir.file("en.res");
-  std::FILE *out = std::fopen(source.c_str(), "w");
-  ASSERT_EQ(ORX_msg_cat_write_defaults(out), 0);
-  std::fclose(out);
-  ASSERT_EQ(ORX_res_build_text(source.c_str(), path.c_str()), 0);
-  ErrorCapture errors;
-  void *cat = ORX_msg_cat_open(path.c_str());
-  ASSERT_NE(cat, nullptr);
-  EXPECT_EQ(errors.size(), 0u);  // every entry accepted
-  ERR_report_cat(cat, 902, 44, 3, "File open mode (\"%s\") not recognized; expecting \"r\" or \"w\"",
-                 "x");
-  EXPECT_EQ(errors.last(), "File open mode (\"x\") not recognized; expecting \"r\" or \"w\"");
-  ORX_msg_cat_close(cat);
-}
-
 TEST_F(Catalogue, NamedMessagesGoToTheGlobalHandlers) {
   TempDir dir;
   const std::string path =

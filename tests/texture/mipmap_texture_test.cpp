@@ -14,6 +14,7 @@
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
 #include "support/images.hpp"
+#include "support/messages.hpp"
 #include "texture/process.hpp"
 
 namespace {
@@ -198,9 +199,7 @@ TEST_F(Mipmap, RefusalsAndOutOfMemory) {
   info.full_path = 1;
   IMP_REQUEST req{"mipmap", 0, IMP_TEXTURE_SCALAR, 0, 0};
   EXPECT_EQ(IMP_open(&info, &req, "r"), nullptr);
-  EXPECT_EQ(errors.last(),
-            "Mismatch between texture type and texture request, color (the pre-filtered mipmap "
-            "texture's type does not match the requested type)");
+  EXPECT_EQ(errors.last(), orx::test::message(orx::Msg::kMipmapMismatch, "color"));
   req.texture_type = IMP_TEXTURE_COLOR;
   ORX_OBJECT *object = IMP_open(&info, &req, "r");
   ASSERT_NE(object, nullptr);

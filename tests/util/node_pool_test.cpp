@@ -2,6 +2,7 @@
 
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
+#include "support/messages.hpp"
 #include "util/node_pool.hpp"
 
 namespace {
@@ -24,7 +25,7 @@ TEST_F(NodePool, ReusesGivenBackNodesNewestFirstAndReportsExhaustion) {
     orx::test::ErrorCapture cap;
     orx::test::FailNthAllocation fail(1);
     EXPECT_EQ(orx::util::pool_take(&pool, 24), nullptr);
-    EXPECT_TRUE(cap.has(ERR_ERROR, "No more internal memory"));
+    EXPECT_TRUE(orx::test::reported(cap, orx::Msg::kNoMemory, ERR_ERROR));
   }
   std::free(a);
   std::free(b);

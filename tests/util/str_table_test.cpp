@@ -13,7 +13,6 @@
 
 namespace {
 
-using StrHash = orx::test::CleanErrors;
 using StrSort = orx::test::CleanErrors;
 
 class StrDefine : public orx::test::CleanErrors {
@@ -27,18 +26,6 @@ class StrDefine : public orx::test::CleanErrors {
     CleanErrors::TearDown();
   }
 };
-
-TEST_F(StrHash, MultipliesBy33OverSignedBytes) {
-  EXPECT_EQ(STR_hash("ab", 1023), (97u * 33u + 98u) % 1023u);
-  EXPECT_EQ(STR_hash("\xff", 1000), 0xffffffffu % 1000u);  // -1 as a signed byte
-  EXPECT_EQ(STR_hash("", 1023), 0u);
-  EXPECT_EQ(STR_hash(nullptr, 1023), 0u);
-  EXPECT_EQ(STR_hash("abc", 0), 0u);
-  // Wraps in 32 bits rather than overflowing.
-  uint32_t h = 0;
-  for (char c : std::string(20, 'z')) h = h * 33u + static_cast<uint32_t>(c);
-  EXPECT_EQ(STR_hash(std::string(20, 'z').c_str(), 0xffffffffu), h % 0xffffffffu);
-}
 
 // Sorts random arrays (with duplicates and high bytes) by both sorts and
 // checks them against std::sort with the same ordering.
