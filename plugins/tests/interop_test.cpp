@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "interop/peers.hpp"
+#include "support/process.hpp"
 #include "support/fixtures.hpp"
 
 namespace orx::test {

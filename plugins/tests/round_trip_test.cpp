@@ -342,7 +342,7 @@ TEST_F(PluginTest, LinesNeverWrittenAreZero) {
       ASSERT_EQ(ORX_scan_read(object, y, &rows), 0);
       for (int c = 0; c < 4; ++c)
         for (int x = 0; x <= ifd.window.right; ++x)
-          EXPECT_EQ(get_sample(ifd.image.type, ifd.image.bits, rows[c], x), 0.0)
+          EXPECT_EQ(get(group_of(ifd, c), rows[c], x), 0.0)
               << ext << " line " << y << " channel " << c << " x " << x;
     }
     ORX_close(object);
