@@ -28,17 +28,6 @@ double pattern_value(const Layout &l, int x, int y, int c, bool smooth) {
   return (h & mask) / top;
 }
 
-ORX_INFO *new_request(const std::string &path, const Layout &l, int width, int height) {
-  ORX_INFO *info = ORX_info_alloc();
-  info->handle = STR_save(path.c_str());
-  info->full_path = 1;
-  info->image_count = 1;
-  info->images = static_cast<ORX_IFD *>(ERR_malloc(sizeof(ORX_IFD)));
-  info->images[0] = describe(sized(width, height, {l.image, l.type, l.bits},
-                                   {l.matte, l.type, l.bits}, {l.aux, l.type, l.bits}));
-  return info;
-}
-
 int write_pattern(ORX_INFO *request, const Layout &l, bool smooth, int step) {
   ORX_OBJECT *object = ORX_open(request, "w");
   if (object == nullptr) return orx__err != 0 ? orx__err : -1;

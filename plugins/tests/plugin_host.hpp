@@ -39,8 +39,11 @@ struct Layout {
 // matte, colour never exceeds it (associated alpha).
 double pattern_value(const Layout &l, int x, int y, int c, bool smooth);
 
-// A request to write one width x height image of the layout to path.
-ORX_INFO *new_request(const std::string &path, const Layout &l, int width, int height);
+// One width x height image of the layout.
+inline ORX_IFD describe(const Layout &l, int width, int height) {
+  return describe(sized(width, height, {l.image, l.type, l.bits}, {l.matte, l.type, l.bits},
+                        {l.aux, l.type, l.bits}));
+}
 
 // Writes the pattern through the plug-ins (lines bottom to top, every
 // step-th only); the status of close, or of the step that failed.

@@ -46,29 +46,6 @@ inline ORX_IFD rgba(int32_t width, int32_t height, int32_t type, int32_t bits) {
   return describe(sized(width, height, {3, type, bits}, {1, type, bits}));
 }
 
-// A request for handle through type (by the name when null), with its
-// strings and the description of its one image, when given, in the library's
-// memory: made before a failure sweep, it leaves only the call's own
-// allocations to fail.
-struct Request {
-  ORX_INFO info;
-  Request(const char *type, const std::string &handle) {
-    ORX_info_init(&info);
-    info.type = type != nullptr ? STR_save(type) : nullptr;
-    info.handle = STR_save(handle.c_str());
-    info.full_path = 1;
-  }
-  Request(const char *type, const std::string &handle, const ORX_IFD &image)
-      : Request(type, handle) {
-    info.image_count = 1;
-    info.images = static_cast<ORX_IFD *>(ERR_malloc(sizeof(ORX_IFD)));
-    info.images[0] = image;
-  }
-  ~Request() { ORX_info_cleanup(&info, 1); }
-  Request(const Request &) = delete;
-  Request &operator=(const Request &) = delete;
-};
-
 // Sample c of pixel x on line y, as the tests write it.
 inline uint16_t pattern(int32_t x, int32_t y, int c) {
   return static_cast<uint16_t>(x * 7 + y * 131 + c * 1009);

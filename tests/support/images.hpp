@@ -12,6 +12,7 @@
 
 #include "orx/plugin.h"
 #include "orx/registry.h"
+#include "orx/str.h"
 #include "support/fixtures.hpp"
 
 namespace orx::test {
@@ -207,6 +208,29 @@ inline double read_sample(ORX_OBJECT *handle, int32_t y, int c, int32_t x) {
   if (rows == nullptr) return -1e30;
   return get(group_of(handle->info.images[0], c), rows[c], x);
 }
+
+// A request for handle through type (by the name when null), with its
+// strings and the description of its one image, when given, in the library's
+// memory: made before a failure sweep, it leaves only the call's own
+// allocations to fail.
+struct Request {
+  ORX_INFO info;
+  Request(const char *type, const std::string &handle) {
+    ORX_info_init(&info);
+    info.type = type != nullptr ? STR_save(type) : nullptr;
+    info.handle = STR_save(handle.c_str());
+    info.full_path = 1;
+  }
+  Request(const char *type, const std::string &handle, const ORX_IFD &image)
+      : Request(type, handle) {
+    info.image_count = 1;
+    info.images = static_cast<ORX_IFD *>(ERR_malloc(sizeof(ORX_IFD)));
+    info.images[0] = image;
+  }
+  ~Request() { ORX_info_cleanup(&info, 1); }
+  Request(const Request &) = delete;
+  Request &operator=(const Request &) = delete;
+};
 
 // A directory of the test's own; the registry is down after every test.
 class ImageTest : public CleanErrors {
