@@ -119,12 +119,6 @@ const Row kRows[] = {
 #define ORX_MAKE_EXR_YC "false"
 #endif
 
-// Whether the plug-in for files ending in ext was built.
-bool built(const std::string &ext) {
-  const std::string module = ext == "tif" ? "tiff" : ext == "jpg" ? "jpeg" : ext;
-  return std::filesystem::exists(std::string(ORX_PLUGIN_BUILD_DIR) + "/" + module + ".so");
-}
-
 const std::string kOrx = std::string("env -u ORX_PLUGIN_PATH '") + ORX_TOOL + "'";
 
 std::string expand(std::string text, const std::string &dir, const std::string &out) {

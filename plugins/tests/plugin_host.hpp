@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -27,6 +28,12 @@ class FormatPlugins : public PluginModules {
   }
   bool has(const char *key) const { return ORX_find(key) != nullptr; }
 };
+
+// Whether the plug-in for files ending in ext was built.
+inline bool built(const std::string &ext) {
+  const std::string module = ext == "tif" ? "tiff" : ext == "jpg" ? "jpeg" : ext;
+  return std::filesystem::exists(std::string(ORX_PLUGIN_BUILD_DIR) + "/" + module + ".so");
+}
 
 // One channel layout of an image.
 struct Layout {

@@ -22,7 +22,8 @@ struct PluginSet : PluginModules {
   explicit PluginSet(const std::vector<std::string> &names) : PluginModules(paths(names)) {}
   static std::vector<std::string> paths(const std::vector<std::string> &names) {
     std::vector<std::string> out;
-    for (const std::string &n : names) out.push_back(std::string(ORX_TEST_PLUGIN_DIR) + "/" + n + ".so");
+    for (const std::string &n : names)
+      out.push_back(std::string(ORX_TEST_PLUGIN_DIR) + "/" + n + ".so");
     return out;
   }
 };

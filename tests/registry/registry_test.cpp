@@ -200,9 +200,12 @@ TEST_F(RegistryTest, SizedNameQueriesStoreWhatFitsAndTellTheSize) {
     std::string text;
     int result;
   } twins[] = {
-      {ORX_getOnlyExtensions, ORX_getOnlyExtensions_sized, "*.tgd;*.a_very_long_multiframe_ext;", 2},
+      {ORX_getOnlyExtensions, ORX_getOnlyExtensions_sized,
+       "*.tgd;*.a_very_long_multiframe_ext;", 2},
       {[](char *b) { return ORX_getPluginNameFromKey("tmulti", b); },
-       [](char *b, size_t c, size_t *n) { return ORX_getPluginNameFromKey_sized("tmulti", b, c, n); },
+       [](char *b, size_t c, size_t *n) {
+         return ORX_getPluginNameFromKey_sized("tmulti", b, c, n);
+       },
        "Multi", 0},
       {[](char *b) { return ORX_getKeyFromPluginName("Test good", b); },
        [](char *b, size_t c, size_t *n) {
@@ -210,7 +213,9 @@ TEST_F(RegistryTest, SizedNameQueriesStoreWhatFitsAndTellTheSize) {
        },
        "tgood", 0},
       {[](char *b) { return ORX_getExtFromPluginName("Multi", b); },
-       [](char *b, size_t c, size_t *n) { return ORX_getExtFromPluginName_sized("Multi", b, c, n); },
+       [](char *b, size_t c, size_t *n) {
+         return ORX_getExtFromPluginName_sized("Multi", b, c, n);
+       },
        ".a_very_long_multiframe_ext", 0},
       {[](char *b) { return ORX_getExtFromPluginName("Test good", b); },
        [](char *b, size_t c, size_t *n) {

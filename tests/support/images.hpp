@@ -83,7 +83,8 @@ struct Group {
   int32_t bits = 8;
   const char *name = nullptr;
   constexpr Group() = default;
-  constexpr Group(int32_t c, int32_t t = ORX_C_INTEGER, int32_t b = 8) : count(c), type(t), bits(b) {}
+  constexpr Group(int32_t c, int32_t t = ORX_C_INTEGER, int32_t b = 8)
+      : count(c), type(t), bits(b) {}
   constexpr Group(const char *n, int32_t c, int32_t t, int32_t b, int32_t /*reserved*/)
       : count(c), type(t), bits(b), name(n) {}
   ORX_CHANNELS channels() const { return {const_cast<char *>(name), count, type, bits, 0}; }
