@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "interop/peers.hpp"
+#include "support/process.hpp"
 #include "orx/attributes.h"
 #include "orx/imp.h"
 #include "orx/texture.h"
@@ -142,12 +142,6 @@ const Row kRows[] = {
 #define ORX_MAKE_EXR_YC "false"
 #endif
 
-// Whether the plug-in for files ending in ext was built.
-bool built(const std::string &ext) {
-  const std::string module = ext == "tif" ? "tiff" : ext == "jpg" ? "jpeg" : ext;
-  return std::filesystem::exists(std::string(ORX_PLUGIN_BUILD_DIR) + "/" + module + ".so");
-}
-
 const std::string kOrx = std::string("env -u ORX_PLUGIN_PATH '") + ORX_TOOL + "'";
 
 std::string expand(std::string text, const std::string &dir, const std::string &out) {
@@ -228,11 +222,8 @@ void compare(ORX_OBJECT *object, int32_t i, const Theirs &t, double tolerance) {
     const int y = flip - line;
     for (int x = w.left; x <= w.right; ++x)
       for (int c = 0; c < count; ++c) {
-        const ORX_CHANNELS &g = c < d.image.count ? d.image
-                                : c < d.image.count + d.matte.count ? d.matte
-                                                                     : d.aux;
         // As OpenImageIO hands samples out: 32-bit floats.
-        const double v = static_cast<float>(get_sample(g.type, g.bits, rows[c], x - w.left));
+        const double v = static_cast<float>(get_unit(group_of(d, c), rows[c], x - w.left));
         const bool stored = x >= t.x && x < t.x + t.w && y >= t.y && y < t.y + t.h;
         const double want =
             stored ? t.pixels[(static_cast<std::size_t>(y - t.y) * t.w + (x - t.x)) * count + map[c]]

@@ -13,7 +13,8 @@
 #include <utility>
 #include <vector>
 
-#include "interop/peers.hpp"
+#include "support/process.hpp"
+#include "plugin_host.hpp"
 #include "support/fixtures.hpp"
 
 namespace orx::test {
@@ -32,12 +33,6 @@ void expect_same(const std::string &a, const std::string &b, double error = 0) {
 void expect_runs(const std::string &command) {
   ToolRun r = run(command);
   ASSERT_EQ(r.status, 0) << command << "\n" << r.output;
-}
-
-// Whether the plug-in for files ending in ext was built.
-bool built(const std::string &ext) {
-  const std::string module = ext == "tif" ? "tiff" : ext == "jpg" ? "jpeg" : ext;
-  return std::filesystem::exists(std::string(ORX_PLUGIN_BUILD_DIR) + "/" + module + ".so");
 }
 
 struct Peer {

@@ -2,13 +2,9 @@
 // pieces of an image the tests write and read through them.
 #pragma once
 
-#include <dlfcn.h>
-
-#include <cmath>
 #include <cstdint>
-#include <cstring>
+#include <filesystem>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -17,22 +13,27 @@
 #include "orx/plugin.h"
 #include "orx/registry.h"
 #include "orx/str.h"
+#include "support/images.hpp"
+#include "support/plugins.hpp"
 
 namespace orx::test {
 
-// Loads every module of the build's plug-in directory and starts the
-// library with them; stops the library and unloads them at the end.
-class FormatPlugins {
+// Every module of the build's plug-in directory, the library started with
+// them; stopped and unloaded at the end.
+class FormatPlugins : public PluginModules {
  public:
-  FormatPlugins();
-  ~FormatPlugins();
+  FormatPlugins() : PluginModules(in_directory(ORX_PLUGIN_BUILD_DIR)) {
+    ORX_exit();
+    EXPECT_EQ(init(), 0);
+  }
   bool has(const char *key) const { return ORX_find(key) != nullptr; }
-
- private:
-  static uint8_t enumerate(void **module, const char **name);
-  std::vector<void *> handles_;
-  std::vector<std::string> names_;
 };
+
+// Whether the plug-in for files ending in ext was built.
+inline bool built(const std::string &ext) {
+  const std::string module = ext == "tif" ? "tiff" : ext == "jpg" ? "jpeg" : ext;
+  return std::filesystem::exists(std::string(ORX_PLUGIN_BUILD_DIR) + "/" + module + ".so");
+}
 
 // One channel layout of an image.
 struct Layout {
@@ -45,12 +46,11 @@ struct Layout {
 // matte, colour never exceeds it (associated alpha).
 double pattern_value(const Layout &l, int x, int y, int c, bool smooth);
 
-// A sample of a channel row as a value (integers scaled to 0..1) and back.
-double get_sample(int32_t type, int32_t bits, const void *row, int x);
-void put_sample(int32_t type, int32_t bits, void *row, int x, double v);
-
-// A request to write one width x height image of the layout to path.
-ORX_INFO *new_request(const std::string &path, const Layout &l, int width, int height);
+// One width x height image of the layout.
+inline ORX_IFD describe(const Layout &l, int width, int height) {
+  return describe(sized(width, height, {l.image, l.type, l.bits}, {l.matte, l.type, l.bits},
+                        {l.aux, l.type, l.bits}));
+}
 
 // Writes the pattern through the plug-ins (lines bottom to top, every
 // step-th only); the status of close, or of the step that failed.

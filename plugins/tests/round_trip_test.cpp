@@ -120,9 +120,8 @@ TEST_P(RoundTrip, ReadsBackWhatWasWritten) {
   if (!has(c.key)) GTEST_SKIP() << c.key << " plug-in not built";
   TempDir dir;
   const std::string path = dir.file(std::string("image") + c.extension);
-  ORX_INFO *request = new_request(path, c.layout, 37, 23);
-  ASSERT_EQ(write_pattern(request, c.layout, c.smooth), 0) << "writing " << path;
-  ORX_info_free(request, 1);
+  Request r(nullptr, path, describe(c.layout, 37, 23));
+  ASSERT_EQ(write_pattern(&r.info, c.layout, c.smooth), 0) << "writing " << path;
 
   ORX_IFD ifd;
   EXPECT_LE(read_difference(path, c.layout, c.smooth, &ifd), c.tolerance);
@@ -157,16 +156,15 @@ TEST_F(PluginTest, MetadataGammaChromaticitiesAndTextsComeBack) {
     const std::string path = dir.file(std::string("meta") + ext);
     const bool gamma = std::string(ext) == ".png";  // TIFF has no gamma, EXR is linear
     const Layout l{3, 0, 0, I, 8};
-    ORX_INFO *request = new_request(path, l, 5, 4);
-    request->name = STR_save("shot 12");
-    request->desc = STR_save("a test");
-    request->program = STR_save("renderer");
-    request->images[0].curve.gamma = 1.8f;
+    Request r(nullptr, path, describe(l, 5, 4));
+    r.info.name = STR_save("shot 12");
+    r.info.desc = STR_save("a test");
+    r.info.program = STR_save("renderer");
+    r.info.images[0].curve.gamma = 1.8f;
     const float red[3] = {0.64f, 0.33f, 0.03f}, white[3] = {0.3127f, 0.329f, 0.3583f};
-    std::memcpy(request->red, red, sizeof red);
-    std::memcpy(request->white, white, sizeof white);
-    ASSERT_EQ(write_pattern(request, l, false), 0);
-    ORX_info_free(request, 1);
+    std::memcpy(r.info.red, red, sizeof red);
+    std::memcpy(r.info.white, white, sizeof white);
+    ASSERT_EQ(write_pattern(&r.info, l, false), 0);
 
     ORX_OBJECT *object = open_image(path, nullptr);
     ASSERT_NE(object, nullptr) << ext;
@@ -215,8 +213,7 @@ TEST_F(PluginTest, SettingsEveryValueOfASettingRoundTrips) {
     std::vector<std::uintmax_t> sizes;
     for (int32_t value : s.values) {
       const std::string path = dir.file("set" + std::to_string(value) + s.extension);
-      ORX_INFO *request = new_request(path, s.layout, 64, 40);
-      request->type = STR_save(s.key);
+      Request r(s.key, path, describe(s.layout, 64, 40));
       std::vector<ORX_CAP_SETTING> settings(static_cast<std::size_t>(s.index) + 1);
       std::vector<ORX_CAP_SETTING *> pointers;
       for (auto &one : settings) {
@@ -226,10 +223,10 @@ TEST_F(PluginTest, SettingsEveryValueOfASettingRoundTrips) {
       pointers.push_back(nullptr);
       settings.back().code = ORX_CAP_INTEGER;
       settings.back().value.i = value;
-      request->settings = pointers.data();
-      ASSERT_EQ(write_pattern(request, s.layout, true), 0) << s.key << " " << value;
-      request->settings = nullptr;
-      ORX_info_free(request, 1);
+      r.info.settings = pointers.data();
+      const int written = write_pattern(&r.info, s.layout, true);
+      r.info.settings = nullptr;  // the test's own
+      ASSERT_EQ(written, 0) << s.key << " " << value;
       const double d = read_difference(path, s.layout, true, nullptr);
       EXPECT_GE(d, 0.0) << s.key << " " << value;
       EXPECT_LE(d, s.tolerance) << s.key << " " << value;
@@ -257,10 +254,9 @@ TEST_F(PluginTest, RefusalsLayoutsAFormatCannotStoreAreRefusedAtOpen) {
   for (const auto &r : refused) {
     if (!has_extension(r.ext)) continue;
     TempDir dir;
-    ORX_INFO *request = new_request(dir.file(std::string("no") + r.ext), r.layout, 4, 4);
-    EXPECT_EQ(ORX_open(request, "w"), nullptr) << r.ext;
+    Request q(nullptr, dir.file(std::string("no") + r.ext), describe(r.layout, 4, 4));
+    EXPECT_EQ(ORX_open(&q.info, "w"), nullptr) << r.ext;
     EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED) << r.ext;
-    ORX_info_free(request, 1);
   }
 }
 
@@ -272,9 +268,8 @@ TEST_F(PluginTest, PngClaimingMoreThanItsBytesHoldIsRefused) {
   TempDir dir;
   const std::string path = dir.file("claims.png");
   const Layout l{3, 0, 0, I, 8};
-  ORX_INFO *request = new_request(path, l, 9, 7);
-  ASSERT_EQ(write_pattern(request, l, false), 0);
-  ORX_info_free(request, 1);
+  Request r(nullptr, path, describe(l, 9, 7));
+  ASSERT_EQ(write_pattern(&r.info, l, false), 0);
   std::ifstream in(path, std::ios::binary);
   const std::string good((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   const auto crc = [](const std::string &b, std::size_t from, std::size_t n) {
@@ -329,9 +324,8 @@ TEST_F(PluginTest, LinesNeverWrittenAreZero) {
     TempDir dir;
     const std::string path = dir.file(std::string("gaps") + ext);
     const Layout l{3, 1, 0, I, 8};
-    ORX_INFO *request = new_request(path, l, 9, 7);
-    ASSERT_EQ(write_pattern(request, l, false, 2), 0) << ext;
-    ORX_info_free(request, 1);
+    Request r(nullptr, path, describe(l, 9, 7));
+    ASSERT_EQ(write_pattern(&r.info, l, false, 2), 0) << ext;
     ORX_OBJECT *object = open_image(path, nullptr);
     ASSERT_NE(object, nullptr) << ext;
     const ORX_IFD &ifd = object->info.images[0];
@@ -340,7 +334,7 @@ TEST_F(PluginTest, LinesNeverWrittenAreZero) {
       ASSERT_EQ(ORX_scan_read(object, y, &rows), 0);
       for (int c = 0; c < 4; ++c)
         for (int x = 0; x <= ifd.window.right; ++x)
-          EXPECT_EQ(get_sample(ifd.image.type, ifd.image.bits, rows[c], x), 0.0)
+          EXPECT_EQ(get(group_of(ifd, c), rows[c], x), 0.0)
               << ext << " line " << y << " channel " << c << " x " << x;
     }
     ORX_close(object);
@@ -355,10 +349,9 @@ TEST_F(PluginTest, OutOfMemoryOpenAndScanReportEveryFailure) {
     TempDir dir;
     const std::string path = dir.file(std::string("oom") + ext);
     const Layout l{3, 0, 0, I, 8};
-    ORX_INFO *request = new_request(path, l, 9, 7);
-    ASSERT_EQ(write_pattern(request, l, false), 0);
-    for_each_reported_allocation_failure([&] { return write_pattern(request, l, false); });
-    ORX_info_free(request, 1);
+    Request r(nullptr, path, describe(l, 9, 7));
+    ASSERT_EQ(write_pattern(&r.info, l, false), 0);
+    for_each_reported_allocation_failure([&] { return write_pattern(&r.info, l, false); });
     for_each_reported_allocation_failure([&] {
       const double d = read_difference(path, l, false, nullptr);
       return d >= 0.0 ? 0 : orx__err;

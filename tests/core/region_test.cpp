@@ -19,7 +19,7 @@ class Region : public ImageTest {
 // The stored sample of channel c at column x of line y (0 outside the
 // active window), as expected_row lays it out.
 uint32_t stored(const ORX_IFD &ifd, int c, int x, int y) {
-  const ORX_CHANNELS &g = *channel_groups(ifd)[static_cast<std::size_t>(c)];
+  const ORX_CHANNELS &g = group_of(ifd, c);
   return static_cast<uint32_t>(get(g, expected_row(ifd, c, y).data(), x - ifd.window.left));
 }
 

@@ -1,7 +1,7 @@
 #include <tuple>
 
 #include "formats/rla/rla_files.hpp"
-#include "peers.hpp"
+#include "support/process.hpp"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <array>
 #include <string>
 
-#include "operator_images.hpp"
+#include "support/images.hpp"
 #include "orx/matrix.h"
 #include "orx/operators.h"
 #include "support/fixtures.hpp"

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <string>
 
-#include "operator_images.hpp"
+#include "support/images.hpp"
 #include "orx/fmt.h"
 #include "orx/operators.h"
 #include "support/error_capture.hpp"

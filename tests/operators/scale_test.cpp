@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "operator_images.hpp"
+#include "support/images.hpp"
 #include "orx/operators.h"
 #include "support/fixtures.hpp"
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "operator_images.hpp"
+#include "support/images.hpp"
 #include "orx/operators.h"
 #include "support/fixtures.hpp"
 

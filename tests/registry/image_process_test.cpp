@@ -55,19 +55,19 @@ TEST_F(ImageProcess, TheFrameListsDispatchesAndRefusesAsDocumented) {
   }
   EXPECT_EQ(keys, (std::vector<std::string>{"none", "mipmap", "swatch"}));
   EXPECT_EQ(IMP_info(), nullptr);  // never rewound
-  EXPECT_TRUE(errors.has(ERR_DEBUG, "imp, initializing database for IMP_info request"));
+  EXPECT_TRUE(errors.has(Msg::kInitDatabase));
   errors.clear();
 
   ORX_INFO info;
   ORX_info_init(&info);
   IMP_REQUEST request{"mipmap", 0, 0, 0, 0};
   EXPECT_EQ(IMP_open(&info, &request, "rw"), nullptr);
-  EXPECT_EQ(errors.last(), "\"rw\" access not recognized");
+  EXPECT_EQ(errors.last_id(), int(Msg::kAccessUnknown));
   EXPECT_EQ(IMP_error(), 0);
   for (const char *key : {"Mipmap", static_cast<const char *>(nullptr)}) {
     request.key = key;
     EXPECT_EQ(IMP_open(&info, &request, "r"), nullptr);
-    EXPECT_EQ(errors.last(), "Invalid image process type none");
+    EXPECT_EQ(errors.last_id(), int(Msg::kProcessTypeInvalid));
     EXPECT_EQ(IMP_error(), -1);
   }
   errors.clear();
@@ -100,7 +100,7 @@ TEST_F(ImageProcess, SwatchSizesFitsAndRefusals) {
     if (c.images == 0) {
       EXPECT_EQ(object, nullptr);
       EXPECT_EQ(orx__err, ORX_E_DIMENSIONS);
-      EXPECT_EQ(errors.last(), "Swatch dimension incompatible with image dimension");
+      EXPECT_EQ(errors.last_id(), int(Msg::kSwatchDimension));
       continue;
     }
     ASSERT_NE(object, nullptr) << c.w;
@@ -119,7 +119,7 @@ TEST_F(ImageProcess, SwatchSizesFitsAndRefusals) {
   Request none(nullptr, dir.file("none.rla"));
   EXPECT_EQ(open_swatch(none, 64, "w"), nullptr);
   EXPECT_EQ(orx__err, ORX_E_DIMENSIONS);
-  EXPECT_EQ(errors.last(), "Swatch dimension incompatible with image dimension");
+  EXPECT_EQ(errors.last_id(), int(Msg::kSwatchDimension));
 }
 
 // The swatch read from a file equals point sampling of the source, and the

@@ -35,13 +35,13 @@ TEST_F(Open, ModesOtherThanReadAndWriteAreRefused) {
   ORX_info_init(&info);
   info.handle = const_cast<char *>("pic");
   EXPECT_EQ(ORX_open(&info, "rw"), nullptr);
-  EXPECT_TRUE(errors.has(3, "File open mode (\"rw\") not recognized; expecting \"r\" or \"w\""));
+  EXPECT_EQ(errors.last_id(), int(Msg::kOpenModeUnknown));
+  errors.clear();
   EXPECT_EQ(ORX_open(&info, ""), nullptr);
-  EXPECT_TRUE(errors.has(3, "File open mode (\"\") not recognized; expecting \"r\" or \"w\""));
+  EXPECT_EQ(errors.last_id(), int(Msg::kOpenModeUnknown));
   info.handle = nullptr;
   EXPECT_EQ(ORX_open(&info, "w"), nullptr);
-  EXPECT_EQ(orx__err, ORX_E_FIELD_MISSING);
-  EXPECT_EQ(errors.last(), "Required field, handle, uninitialized");
+  EXPECT_TRUE(errors.failed_with(ORX_E_FIELD_MISSING, Msg::kFieldMissing));
 }
 
 TEST_F(Open, TheFormatComesFromTheTypeThenTheExtensionThenRla) {
@@ -80,10 +80,7 @@ TEST_F(Open, TheFormatComesFromTheTypeThenTheExtensionThenRla) {
 
   ErrorCapture errors;
   EXPECT_EQ(open_image("x", "nope"), nullptr);
-  EXPECT_EQ(orx__err, ORX_E_INVALID_TYPE);
-  EXPECT_TRUE(errors.has(3,
-                         "Invalid type nope (either the output file format type or the "
-                         "channel type stored in the file is incorrect)"));
+  EXPECT_TRUE(errors.failed_with(ORX_E_INVALID_TYPE, Msg::kInvalidType));
 }
 
 TEST_F(Open, WrittenImagesGetMachineUserDateAndJobDefaults) {

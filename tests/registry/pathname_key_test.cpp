@@ -35,8 +35,7 @@ TEST_F(PathnameByKey, UsesTheFormatsSyntaxAndExtension) {
 
   orx::test::ErrorCapture cap;
   EXPECT_EQ(ORX_pathname_build("nosuch", "a", 1), nullptr);
-  EXPECT_EQ(orx__err, ORX_E_INVALID_TYPE);
-  EXPECT_TRUE(cap.has(ERR_ERROR, "Invalid type nosuch")) << cap.last();
+  EXPECT_TRUE(cap.failed_with(ORX_E_INVALID_TYPE, orx::Msg::kInvalidType));
 }
 
 }  // namespace

@@ -2,6 +2,15 @@
 
 namespace orx::test {
 
+int msg_id_of(std::string_view name) {
+  for (std::size_t i = 0; i < msg_count(); ++i) {
+    const Msg m = msg_at(i);
+    if (const char *text = msg_text(m); text != nullptr && name == text)
+      return static_cast<int>(m);
+  }
+  return 0;
+}
+
 ErrorCapture::ErrorCapture(bool pass_on) : pass_on_(pass_on) {
   ERR_dcl_handler(nullptr, &ErrorCapture::handle, reinterpret_cast<intptr_t>(this));
 }
@@ -11,8 +20,16 @@ ErrorCapture::~ErrorCapture() { ERR_can_handler(nullptr); }
 int ErrorCapture::handle(const char *name, int severity, const char *message, ERR_RECORD *,
                          intptr_t data) {
   auto *self = reinterpret_cast<ErrorCapture *>(data);
-  self->reports_.push_back({severity, name ? name : "", message ? message : ""});
+  const std::string key = name ? name : "";
+  self->reports_.push_back({severity, key, message ? message : "", msg_id_of(key)});
   return self->pass_on_ ? 1 : 0;
+}
+
+bool ErrorCapture::has(Msg m, std::string_view arg) const {
+  const char *text = msg_text(m);
+  for (const auto &r : reports_)
+    if (text != nullptr && r.name == text && r.message.find(arg) != std::string::npos) return true;
+  return false;
 }
 
 bool ErrorCapture::has(int severity, std::string_view text) const {
@@ -22,5 +39,17 @@ bool ErrorCapture::has(int severity, std::string_view text) const {
 }
 
 std::string ErrorCapture::last() const { return reports_.empty() ? "" : reports_.back().message; }
+
+int ErrorCapture::last_id() const { return reports_.empty() ? 0 : reports_.back().id; }
+
+::testing::AssertionResult ErrorCapture::failed_with(int status, Msg m) const {
+  if (ORX_last_status() != status)
+    return ::testing::AssertionFailure() << "status " << ORX_last_status() << ", not " << status
+                                         << " (" << last() << ")";
+  if (!has(m))
+    return ::testing::AssertionFailure() << "no message " << static_cast<int>(m) << " among "
+                                         << size() << " reports; last: " << last();
+  return ::testing::AssertionSuccess();
+}
 
 }  // namespace orx::test

@@ -1,19 +1,32 @@
 // Records the reports that reach a handler declared for the scope of a test.
+// Behaviour tests check what failed by the status and the catalogue message
+// (orx::Msg), never by the wording, which only the catalogue test pins.
 #pragma once
 
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include "err/messages.hpp"
 #include "orx/err.h"
 
 namespace orx::test {
 
+using Msg = orx::Msg;
+
 struct Captured {
   int severity;
-  std::string name;
-  std::string message;
+  std::string name;     // the catalogue's default format for catalogue reports
+  std::string message;  // the text as formatted
+  int id;               // set * 1000 + number, 0 when not from the catalogue
 };
+
+// The catalogue message whose default format is name; 0 when none is.  The
+// handlers see the default format, not the number, so two messages of one
+// text share the first one's id; has(Msg) matches either.
+int msg_id_of(std::string_view name);
 
 class ErrorCapture {
  public:
@@ -26,11 +39,18 @@ class ErrorCapture {
 
   const std::vector<Captured> &reports() const { return reports_; }
   std::size_t size() const { return reports_.size(); }
-  // True when some report of this severity contains text.
+  // True when some report was catalogue message m (and, when given, one
+  // of its arguments, a file name or a count, reads arg).
+  bool has(Msg m, std::string_view arg = {}) const;
+  // True when some report of this severity contains text (for reports that
+  // are not in the catalogue: system errors, plug-ins' own texts).
   bool has(int severity, std::string_view text) const;
-  // The newest message, or "" when none.
+  // The newest message, or "" when none; the newest catalogue id, or 0.
   std::string last() const;
+  int last_id() const;
   void clear() { reports_.clear(); }
+  // The calling thread's status and message m among the reports.
+  ::testing::AssertionResult failed_with(int status, Msg m) const;
 
  private:
   static int handle(const char *name, int severity, const char *message, ERR_RECORD *,

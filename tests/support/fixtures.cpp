@@ -43,7 +43,7 @@ long for_each_reported_allocation_failure(const std::function<int()> &op,
       return n - 1;
     }
     EXPECT_EQ(status, ORX_E_NO_MEMORY) << "allocation " << n << ": " << errors.last();
-    EXPECT_TRUE(errors.has(ERR_ERROR, "No more internal memory"))
+    EXPECT_TRUE(errors.has(Msg::kNoMemory))
         << "allocation " << n << " failed without a report";
     if (clean) {
       EXPECT_TRUE(clean()) << "left behind after allocation " << n << " failed";

@@ -2,6 +2,7 @@
 // back through a handle by its description, whatever the channel types.
 #pragma once
 
+#include <cmath>
 #include <cstring>
 #include <functional>
 #include <string>
@@ -9,7 +10,9 @@
 
 #include <gtest/gtest.h>
 
+#include "orx/plugin.h"
 #include "orx/registry.h"
+#include "orx/str.h"
 #include "support/fixtures.hpp"
 
 namespace orx::test {
@@ -64,6 +67,69 @@ inline double get(const ORX_CHANNELS &g, const void *row, int32_t x) {
   return s;
 }
 
+// A sample as a value: integers scaled to 0..1, floating point as stored.
+inline double unit_scale(const ORX_CHANNELS &g) {
+  return g.type == ORX_C_INTEGER ? std::ldexp(1.0, g.bits) - 1.0 : 1.0;
+}
+inline double get_unit(const ORX_CHANNELS &g, const void *row, int32_t x) {
+  return get(g, row, x) / unit_scale(g);
+}
+
+// One channel group in a few fields: {count}, {count, type, bits}, or the
+// library's own record.
+struct Group {
+  int32_t count = 0;
+  int32_t type = ORX_C_INTEGER;
+  int32_t bits = 8;
+  const char *name = nullptr;
+  constexpr Group() = default;
+  constexpr Group(int32_t c, int32_t t = ORX_C_INTEGER, int32_t b = 8)
+      : count(c), type(t), bits(b) {}
+  constexpr Group(const char *n, int32_t c, int32_t t, int32_t b, int32_t /*reserved*/)
+      : count(c), type(t), bits(b), name(n) {}
+  ORX_CHANNELS channels() const { return {const_cast<char *>(name), count, type, bits, 0}; }
+};
+
+// An image described in a few fields: a 10 x 6 window of three 8-bit
+// channels unless told otherwise.  A gamma of 0 keeps the library's default.
+struct ImageShape {
+  ORX_WINDOW window{0, 9, 0, 5};
+  ORX_WINDOW active{0, 9, 0, 5};
+  Group image{3, ORX_C_INTEGER, 8};
+  Group matte{};
+  Group aux{};
+  float gamma = 0.0f;
+};
+
+// A descriptor with the library's defaults and the shape's fields.
+inline ORX_IFD describe(const ImageShape &shape) {
+  ORX_IFD d;
+  orx__init_ifd(&d);
+  d.window = shape.window;
+  d.active = shape.active;
+  d.image = shape.image.channels();
+  d.matte = shape.matte.channels();
+  d.aux = shape.aux.channels();
+  if (shape.gamma != 0.0f) d.curve.gamma = shape.gamma;
+  return d;
+}
+
+// The operator tests' image: 8 x 4, linear.
+struct Groups : ImageShape {
+  Groups() {
+    window = active = {0, 7, 0, 3};
+    gamma = 1.0f;
+  }
+};
+
+// width x height, the active window the whole window, of the given groups.
+inline ImageShape sized(int32_t width, int32_t height, Group image = {3},
+                        Group matte = {}, Group aux = {}) {
+  return {{0, width - 1, 0, height - 1}, {0, width - 1, 0, height - 1}, image, matte, aux};
+}
+
+inline int channel_count(const ORX_IFD &d) { return d.image.count + d.matte.count + d.aux.count; }
+
 // The group of channel c in buffer order.
 inline const ORX_CHANNELS &group_of(const ORX_IFD &d, int c) {
   if (c < d.image.count) return d.image;
@@ -87,11 +153,13 @@ inline ORX_OBJECT *open_write(const std::string &handle, ORX_IFD *d, int32_t cou
 
 // Writes every line of image 0 of object, bottom up or in the given order,
 // each sample from sample stored as the description says, then closes the
-// object.  Returns the first non-zero status of the writes and the close.
-inline int write_lines(ORX_OBJECT *object, const Sample &sample, std::vector<int32_t> order = {}) {
+// object.  Returns the first non-zero status of the writes and the close;
+// with stop, no line is written after one fails.
+inline int write_lines(ORX_OBJECT *object, const Sample &sample, std::vector<int32_t> order = {},
+                       bool stop = false) {
   const ORX_IFD &d = object->info.images[0];
   const int32_t width = d.window.right - d.window.left + 1;
-  const int channels = d.image.count + d.matte.count + d.aux.count;
+  const int channels = channel_count(d);
   std::vector<std::vector<double>> storage(static_cast<std::size_t>(channels),
                                            std::vector<double>(static_cast<std::size_t>(width)));
   std::vector<void *> rows;
@@ -101,6 +169,7 @@ inline int write_lines(ORX_OBJECT *object, const Sample &sample, std::vector<int
     for (int32_t y = d.window.bottom; y <= d.window.top; ++y) order.push_back(y);
   int status = 0;
   for (int32_t y : order) {
+    if (stop && status != 0) break;
     for (int c = 0; c < channels; ++c)
       for (int32_t x = 0; x < width; ++x)
         put(group_of(d, c), rows[static_cast<std::size_t>(c)], x, sample(c, x, y));
@@ -119,6 +188,11 @@ inline void write_image(const std::string &handle, ORX_IFD d, const Sample &samp
   ASSERT_EQ(write_lines(object, sample), 0);
 }
 
+inline void write_image(const std::string &handle, const ImageShape &shape, const Sample &sample,
+                        const char *type = "rla") {
+  write_image(handle, describe(shape), sample, type);
+}
+
 inline ORX_OBJECT *open_image(const std::string &path, const char *type = "rla") {
   ORX_INFO info;
   ORX_info_init(&info);
@@ -135,6 +209,29 @@ inline double read_sample(ORX_OBJECT *handle, int32_t y, int c, int32_t x) {
   if (rows == nullptr) return -1e30;
   return get(group_of(handle->info.images[0], c), rows[c], x);
 }
+
+// A request for handle through type (by the name when null), with its
+// strings and the description of its one image, when given, in the library's
+// memory: made before a failure sweep, it leaves only the call's own
+// allocations to fail.
+struct Request {
+  ORX_INFO info;
+  Request(const char *type, const std::string &handle) {
+    ORX_info_init(&info);
+    info.type = type != nullptr ? STR_save(type) : nullptr;
+    info.handle = STR_save(handle.c_str());
+    info.full_path = 1;
+  }
+  Request(const char *type, const std::string &handle, const ORX_IFD &image)
+      : Request(type, handle) {
+    info.image_count = 1;
+    info.images = static_cast<ORX_IFD *>(ERR_malloc(sizeof(ORX_IFD)));
+    info.images[0] = image;
+  }
+  ~Request() { ORX_info_cleanup(&info, 1); }
+  Request(const Request &) = delete;
+  Request &operator=(const Request &) = delete;
+};
 
 // A directory of the test's own; the registry is down after every test.
 class ImageTest : public CleanErrors {

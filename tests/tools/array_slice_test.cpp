@@ -72,10 +72,7 @@ TEST(ArraySlice, ToolTakesItsSliceFromTheEnvironment) {
   orx::test::TempDir dir;
   const std::string clean = "env -u SLURM_ARRAY_TASK_ID -u SGE_TASK_ID ";
   const auto orx = [&](const std::string &env, const std::string &args) {
-    const std::string command = "cd '" + dir.path() + "' && " + clean + env + " '" ORX_TOOL "' " +
-                                args + " >log 2>&1";
-    const int raw = std::system(command.c_str());
-    return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    return orx::test::shell_in(dir.path(), clean + env + " '" ORX_TOOL "' " + args + " >log 2>&1");
   };
   for (int f = 1; f <= 5; ++f)
     ASSERT_EQ(orx("", "pattern in." + std::to_string(f) + ".rla --size 8x8"), 0);

@@ -2,8 +2,6 @@
 // command-line conventions and its safe writes.
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -38,11 +36,6 @@ void write_float_rgb(const std::string &path, int w, int h, const orx::test::Sam
 
 class OrxTool : public orx::test::ToolTest {
  protected:
-  // Runs a shell command in the directory; returns its exit status.
-  int shell(const std::string &command) {
-    const int raw = std::system(("cd '" + dir_.path() + "' && " + command).c_str());
-    return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  }
   std::vector<std::string> leftovers() const {
     std::vector<std::string> names;
     for (const auto &e : fs::directory_iterator(dir_.path()))

@@ -41,12 +41,12 @@ TEST_F(RlaReader, RefusesStdinSilentlyAndReportsMissingAndShortFiles) {
 
   EXPECT_EQ(open_or_free(dir.file("missing.rla")), nullptr);
   EXPECT_EQ(orx__err, ORX_E_FIELD_MISSING);
-  EXPECT_TRUE(errors.has(3, "Cannot open file " + dir.file("missing.rla")));
+  EXPECT_TRUE(errors.has(Msg::kCannotOpen, dir.file("missing.rla")));
 
   save_bytes(dir.file("short.rla"), std::vector<uint8_t>(100, 0));
   EXPECT_EQ(open_or_free(dir.file("short.rla")), nullptr);
   EXPECT_EQ(orx__err, ORX_E_NOT_OUR_FILE);
-  EXPECT_TRUE(errors.has(3, "short.rla: This does not appear to be a Korvantel file"));
+  EXPECT_TRUE(errors.has(Msg::kNotOurFile, "short.rla"));
   EXPECT_EQ(ORX_rla_is_file(dir.file("short.rla").c_str(), nullptr), 0);
   EXPECT_EQ(ORX_rla_is_file(dir.file("missing.rla").c_str(), nullptr), 0);
 }
@@ -132,7 +132,7 @@ TEST_F(RlaReader, RowFailuresLeaveTheObjectUsable) {
   EXPECT_EQ(object->scan(object->private_cell[0], -1, &rows), ORX_E_BAD_SCANLINE);
   EXPECT_EQ(object->scan(object->private_cell[0], 1, &rows), ORX_E_READ);
   EXPECT_EQ(orx__err, ORX_E_READ);
-  EXPECT_TRUE(errors.has(3, "Cannot read scanline 1"));
+  EXPECT_TRUE(errors.has(Msg::kCannotRead, "1"));
   ASSERT_EQ(object->scan(object->private_cell[0], 2, &rows), 0);  // seeks past the damage
   EXPECT_TRUE(holds_pattern(object->info.images[0], rows, 2));
   ASSERT_EQ(object->scan(object->private_cell[0], 0, &rows), 0);
@@ -168,7 +168,7 @@ TEST_F(RlaReader, EightBitChunksMustBeExactWiderOnesMayCarryTrailingBytes) {
     }
     object->close(object, 0);
   }
-  EXPECT_TRUE(errors.has(3, "Cannot decode scanline 0"));
+  EXPECT_TRUE(errors.has(Msg::kCannotDecode, "0"));
 }
 
 TEST_F(RlaReader, RetryingAFailedRowReadsItFromItsStartAgain) {
@@ -206,7 +206,7 @@ TEST_F(RlaReader, UnsupportedChannelsAndBrokenLinksFailTheOpen) {
   bad[25] = 1;
   save_bytes(path, bad);
   EXPECT_EQ(open_or_free(path), nullptr);
-  EXPECT_TRUE(errors.has(3, "rla cannot handle auxiliary channel width"));
+  EXPECT_TRUE(errors.has(Msg::kAuxWidth, "rla"));
 
   // The second header's link pointing back at itself would loop for ever.
   bad = bytes;

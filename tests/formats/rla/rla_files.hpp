@@ -21,38 +21,6 @@
 
 namespace orx::test {
 
-struct Group {
-  int count = 0;
-  int type = ORX_C_INTEGER;
-  int bits = 8;
-};
-
-struct ImageShape {
-  ORX_WINDOW window{0, 9, 0, 5};
-  ORX_WINDOW active{0, 9, 0, 5};
-  Group image{3, ORX_C_INTEGER, 8};
-  Group matte{};
-  Group aux{};
-};
-
-inline void set_group(ORX_CHANNELS &dst, const Group &g) {
-  dst.count = g.count;
-  dst.type = g.type;
-  dst.bits = g.bits;
-}
-
-// A descriptor with the defaults and the shape's windows and groups.
-inline ORX_IFD describe(const ImageShape &shape) {
-  ORX_IFD ifd;
-  orx__init_ifd(&ifd);
-  ifd.window = shape.window;
-  ifd.active = shape.active;
-  set_group(ifd.image, shape.image);
-  set_group(ifd.matte, shape.matte);
-  set_group(ifd.aux, shape.aux);
-  return ifd;
-}
-
 // A write object for path (used as given) with one descriptor per shape.
 inline ORX_OBJECT *writer_object(const std::string &path, const std::vector<ImageShape> &shapes) {
   ORX_OBJECT *object = orx__new_obj(ORX_ACCESS_WRITE);
@@ -95,19 +63,11 @@ inline bool opens(const std::string &path) {
   return true;
 }
 
-// The groups of each channel of a descriptor, in buffer order.
-inline std::vector<const ORX_CHANNELS *> channel_groups(const ORX_IFD &ifd) {
-  std::vector<const ORX_CHANNELS *> out;
-  for (const ORX_CHANNELS *g : {&ifd.image, &ifd.matte, &ifd.aux})
-    for (int c = 0; c < g->count; ++c) out.push_back(g);
-  return out;
-}
-
 // The expected bytes of channel c's row y over the whole window: the pattern
 // inside the active window, zeros elsewhere.  Columns come in groups of
 // four equal values so that rows mix runs and literals.
 inline std::vector<uint8_t> expected_row(const ORX_IFD &ifd, int c, int y) {
-  const ORX_CHANNELS &g = *channel_groups(ifd)[static_cast<std::size_t>(c)];
+  const ORX_CHANNELS &g = group_of(ifd, c);
   const int width = ifd.window.right - ifd.window.left + 1;
   std::vector<uint8_t> row(static_cast<std::size_t>(width) * bytes_of(g), 0);
   if (y < ifd.active.bottom || y > ifd.active.top) return row;
@@ -125,7 +85,7 @@ inline std::vector<uint8_t> expected_row(const ORX_IFD &ifd, int c, int y) {
 
 // Fills the channel rows of buffer with the pattern of row y.
 inline void fill_pattern(const ORX_IFD &ifd, void *const *buffer, int y) {
-  const int channels = static_cast<int>(channel_groups(ifd).size());
+  const int channels = channel_count(ifd);
   for (int c = 0; c < channels; ++c) {
     std::vector<uint8_t> row = expected_row(ifd, c, y);
     std::memcpy(buffer[c], row.data(), row.size());
@@ -134,7 +94,7 @@ inline void fill_pattern(const ORX_IFD &ifd, void *const *buffer, int y) {
 
 // Whether every channel row of rows holds the pattern of row y.
 inline ::testing::AssertionResult holds_pattern(const ORX_IFD &ifd, void *const *rows, int y) {
-  const int channels = static_cast<int>(channel_groups(ifd).size());
+  const int channels = channel_count(ifd);
   for (int c = 0; c < channels; ++c) {
     std::vector<uint8_t> want = expected_row(ifd, c, y);
     if (std::memcmp(rows[c], want.data(), want.size()) != 0)
