@@ -22,5 +22,6 @@ filters=(--filter 'src/' --filter 'include/' --filter 'tools/' --filter 'plugins
          --exclude 'plugins/(tests|fuzz|bench)/')
 common=(-r . "$build" "${filters[@]}" --exclude-unreachable-branches
         --exclude-throw-branches --gcov-ignore-parse-errors)
-gcovr "${common[@]}" --json-summary-pretty -o "$build/summary.json"
-gcovr "${common[@]}" --print-summary -o /dev/null
+# One run writes the JSON and prints the totals; gcovr replaces its output
+# file, so it must never be pointed at a device such as /dev/null.
+gcovr "${common[@]}" --json-summary-pretty -o "$build/summary.json" --print-summary
