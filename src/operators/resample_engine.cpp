@@ -109,6 +109,26 @@ void accumulate_portable(const float *row, float weight, int32_t width, float *s
   for (int32_t x = 0; x < width; ++x) sums[x] += weight * row[x];
 }
 
+// Samples x0..n-1 of an integer row, one at a time.
+template <class S>
+void widen_from(const void *in, int32_t x0, int32_t n, float maximum, float *out) {
+  const auto *bytes = static_cast<const unsigned char *>(in);
+  for (int32_t x = x0; x < n; ++x) {
+    S v;
+    std::memcpy(&v, bytes + static_cast<std::size_t>(x) * sizeof(S), sizeof v);
+    out[x] = static_cast<float>(v) / maximum;
+  }
+}
+
+void widen_portable(const void *in, SourceKind kind, int32_t n, float maximum, float *out) {
+  if (kind == SourceKind::kFloat)
+    std::memcpy(out, in, sizeof(float) * static_cast<std::size_t>(n));
+  else if (kind == SourceKind::kU8)
+    widen_from<uint8_t>(in, 0, n, maximum, out);
+  else
+    widen_from<uint16_t>(in, 0, n, maximum, out);
+}
+
 #ifdef ORX_HAVE_AVX2_KERNELS
 
 __attribute__((target("avx2,fma"))) inline __m256 dot(const float *w, const float *s,
@@ -185,14 +205,44 @@ __attribute__((target("avx2,fma"))) void accumulate_avx2(const float *row, float
   for (; x < width; ++x) sums[x] = std::fma(weight, row[x], sums[x]);
 }
 
-const RowKernels kAvx2{horizontal_avx2, vertical_avx2, accumulate_avx2, "avx2", false};
+// Eight samples at a time (one rounding each, as the scalar loop).
+template <class S>
+__attribute__((target("avx2,fma"))) void widen_avx2_of(const void *in, int32_t n, float maximum,
+                                                        float *out) {
+  const auto *bytes = static_cast<const unsigned char *>(in);
+  const __m256 divisor = _mm256_set1_ps(maximum);
+  int32_t x = 0;
+  for (; x + 8 <= n; x += 8) {
+    const unsigned char *at = bytes + static_cast<std::size_t>(x) * sizeof(S);
+    __m256i v;
+    if constexpr (sizeof(S) == 1)
+      v = _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(at)));
+    else
+      v = _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(at)));
+    _mm256_storeu_ps(out + x, _mm256_div_ps(_mm256_cvtepi32_ps(v), divisor));
+  }
+  widen_from<S>(in, x, n, maximum, out);
+}
+
+__attribute__((target("avx2,fma"))) void widen_avx2(const void *in, SourceKind kind, int32_t n,
+                                                    float maximum, float *out) {
+  if (kind == SourceKind::kFloat)
+    std::memcpy(out, in, sizeof(float) * static_cast<std::size_t>(n));
+  else if (kind == SourceKind::kU8)
+    widen_avx2_of<uint8_t>(in, n, maximum, out);
+  else
+    widen_avx2_of<uint16_t>(in, n, maximum, out);
+}
+
+const RowKernels kAvx2{horizontal_avx2, vertical_avx2, accumulate_avx2, widen_avx2, "avx2", false};
 
 #endif
 
-const RowKernels kPortable{horizontal_portable, vertical_portable, accumulate_portable, "portable",
-                           false};
+const RowKernels kPortable{horizontal_portable, vertical_portable, accumulate_portable,
+                           widen_portable, "portable", false};
 // The portable vertical kernels already add rows in order, one rounding each.
-const RowKernels kExact{horizontal_exact, vertical_portable, accumulate_portable, "exact", true};
+const RowKernels kExact{horizontal_exact, vertical_portable, accumulate_portable, widen_portable,
+                        "exact", true};
 
 }  // namespace
 

@@ -56,10 +56,20 @@ using VerticalKernel = void (*)(const float *const *rows, const float *weights, 
 // bit.
 using AccumulateKernel = void (*)(const float *row, float weight, int32_t width, float *sums);
 
+// The storage a source row's samples come in.
+enum class SourceKind : int32_t { kFloat, kU8, kU16 };
+
+// n samples of a source row as float, exactly as the cast operator gives
+// them: integers divided by their maximum (2^bits - 1) in single precision,
+// which for every code of 1 to 16 bits is the float nearest to the cast's
+// double product; floats copied.  Rows need no alignment.
+using WidenKernel = void (*)(const void *in, SourceKind kind, int32_t n, float maximum, float *out);
+
 struct RowKernels {
   HorizontalKernel horizontal;
   VerticalKernel vertical;
   AccumulateKernel accumulate;
+  WidenKernel widen;
   const char *name;  // "avx2", "portable" or "exact"
   bool exact;        // tables keep raw weights and normalisers
 };
