@@ -95,8 +95,7 @@ int32_t cached_width(const ResampleRecord &r) { return r.down_first ? r.source_w
 
 // Filter one source row (Ws floats per channel) into Wd floats per channel.
 void filter_row(const ResampleRecord &r, void **source, void **dest) {
-  const HorizontalKernel horizontal = row_kernels().horizontal;
-  for (int32_t c = 0; c < r.channels; ++c) horizontal(r.across, row_of(source, c), row_of(dest, c));
+  row_kernels().horizontal(r.across, source, dest, r.channels);
 }
 
 // An output line's weighted sum divided by its weights' sum, negatives cut;
@@ -168,14 +167,15 @@ int resample_scan(void *data, int32_t, void *rows) {
   const VerticalKernel vertical = row_kernels().vertical;
   for (int32_t c = 0; c < r.channels; ++c) {
     for (int32_t k = 0; k < taken; ++k) r.tap_rows[k] = row_of(r.tap_entries[k]->rows, c);
-    if (r.down_first) {  // summed as writing accumulates, then across
+    if (r.down_first)  // summed as writing accumulates, then across
       vertical(r.tap_rows, r.tap_weights, taken, r.source_width, 1.0f, false, row_of(r.in, c));
-      row_kernels().horizontal(r.across, row_of(r.in, c), row_of(r.out, c));
-    } else {
+    else
       vertical(r.tap_rows, r.tap_weights, taken, r.dest_width, scale, sum != 1.0f, row_of(r.out, c));
-    }
   }
-  if (r.down_first) finish(r, r.out, sum);
+  if (r.down_first) {
+    row_kernels().horizontal(r.across, r.in, r.out, r.channels);
+    finish(r, r.out, sum);
+  }
   *static_cast<void ***>(rows) = r.out;
   return 0;
 }
@@ -254,6 +254,7 @@ bool make_weights(ResampleRecord &r) {
     r.across.first[j] = first;
     r.across.used[j] = n;
   });
+  if (!exact) tap_table_trim(r.across);
   tap_table_finish(r.across);
   return true;
 }
@@ -307,8 +308,7 @@ int resample_write_scan(void *data, int32_t line, void *rows) {
     }
     void **line_rows = sum.rows;
     if (r.down_first) {
-      for (int32_t c = 0; c < r.channels; ++c)
-        row_kernels().horizontal(r.across, row_of(sum.rows, c), row_of(r.out, c));
+      row_kernels().horizontal(r.across, sum.rows, r.out, r.channels);
       line_rows = r.out;
     }
     finish(r, line_rows, r.sum_weights[r.next_out % r.open]);

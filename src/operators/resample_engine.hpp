@@ -32,7 +32,7 @@ struct TapTable {
   int32_t *used = nullptr;   // count: taps up to the last non-padding one
 };
 
-constexpr int32_t kTapBlock = 8;
+constexpr int32_t kTapBlock = 4;
 
 // Allocates a table for count pixels of at most taps taps each (weights 0);
 // false when memory ran out (reported by the allocator, the table emptied).
@@ -40,11 +40,18 @@ constexpr int32_t kTapBlock = 8;
 bool tap_table_alloc(TapTable &t, int32_t count, int32_t taps, int32_t source,
                      bool normalisers = false);
 void tap_table_free(TapTable &t);
+// Drops each pixel's zero weights at either end of its taps (a kernel's
+// support seldom starts on a source pixel) and narrows the stride to the
+// widest pixel left: fewer multiply-adds for every row filtered.
+void tap_table_trim(TapTable &t);
 // Once every pixel's first and used are set: the fast prefix.
 void tap_table_finish(TapTable &t);
 
-// Filters one source row (t.source floats) into t.count floats.
-using HorizontalKernel = void (*)(const TapTable &t, const float *in, float *out);
+// Filters channels source rows (t.source floats each) into t.count floats
+// each; the channels of a few pixels at a time, so that their weights are
+// read from memory once.
+using HorizontalKernel = void (*)(const TapTable &t, void *const *in, void *const *out,
+                                  int32_t channels);
 // out[j] = (sum over k < n of weights[k] x rows[k][j]) x scale for j < width,
 // then cut below 0 when cut is set.
 using VerticalKernel = void (*)(const float *const *rows, const float *weights, int32_t n,

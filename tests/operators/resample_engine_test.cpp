@@ -59,7 +59,8 @@ TEST(ResampleEngine, KernelsAgreeWithDoublePrecisionSums) {
       tap_table_finish(t);
       std::vector<float> in(static_cast<std::size_t>(source)), out(static_cast<std::size_t>(count));
       for (float &v : in) v = value(rng);
-      k->horizontal(t, in.data(), out.data());
+      void *in_rows[] = {in.data()}, *out_rows[] = {out.data()};
+      k->horizontal(t, in_rows, out_rows, 1);
       for (int32_t j = 0; j < count; ++j) {
         double want = 0, size = 0;
         for (int32_t i = 0; i < t.used[j]; ++i) {
