@@ -32,11 +32,11 @@ oiiotool in.tif -o in.rla
 # the program, the output named after the build.
 orx_cases=("in.rla %s.rla --size ${dw}x${dh}")
 if [ "${SIZES:-$([ "$size" = 3840x2160 ] && echo 1 || echo 0)}" = 1 ]; then
-  oiiotool in.tif -d uint16 -o in16.rla
-  oiiotool in.tif -d float -o inf.rla
+  "$orx" copy in.rla in16.rla --depth int16
+  "$orx" copy in.rla inf.rla --depth float
   oiiotool --pattern noise:type=uniform:min=0:max=1 $((2 * w))x$((2 * h)) 4 -d uint8 -o in2x.rla
   orx_cases+=("in16.rla %s16.rla --size ${dw}x${dh}" "inf.rla %sf.rla --size ${dw}x${dh}"
-              "in2x.rla %s2x.rla --size ${w}x${h}" "in.rla %sup.rla --size $((2 * w))x$((2 * h))")
+              "in2x.rla %s2x.rla --size ${dw}x${dh}" "in.rla %sup.rla --size $((2 * w))x$((2 * h))")
 fi
 orx_command() {  # program, case, output name
   # shellcheck disable=SC2059
