@@ -87,8 +87,10 @@ float *row_of(void **rows, int32_t c) { return static_cast<float *>(rows[c]); }
 
 int32_t larger(int32_t a, int32_t b) { return a > b ? a : b; }
 
-// Bytes a ring of source rows may take before the passes go across first.
-constexpr uint64_t kSourceRingBytes = uint64_t{8} << 20;
+// Bytes one channel's ring of source rows may take before the passes go
+// across first (per channel, so that the choice is the same for any
+// channels of the same size and filter).
+constexpr uint64_t kSourceRingBytes = uint64_t{1} << 20;
 
 // What a cached row or an open output line holds, in samples per channel.
 int32_t cached_width(const ResampleRecord &r) { return r.down_first ? r.source_width : r.dest_width; }
@@ -362,8 +364,7 @@ ResampleRecord *make_record(ORX_IFD &d, const ORX_FILTER *filter, int32_t source
   // Down first unless the exact arithmetic is asked for, or a ring of
   // source rows would outgrow the bound (a large reduction of a wide image).
   r->down_first = !row_kernels().exact &&
-                  static_cast<uint64_t>(spanned) * static_cast<uint64_t>(source_width) *
-                          static_cast<uint64_t>(larger(r->channels, 1)) * sizeof(float) <=
+                  static_cast<uint64_t>(spanned) * static_cast<uint64_t>(source_width) * sizeof(float) <=
                       kSourceRingBytes;
   for (int g = 0; g < 3; ++g) r->kinds[g] = SourceKind::kFloat;
   const auto wd = static_cast<uint64_t>(dest_width), hd = static_cast<uint64_t>(dest_height);

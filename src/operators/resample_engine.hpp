@@ -1,14 +1,16 @@
 // The row engine the resampling filter and the scale operator share: one
 // axis's weights as a table of normalised weights per output pixel, padded
 // with zeros to a fixed tap count so that every pixel's taps are one run of
-// whole vectors, and the two row kernels that apply such tables (across a
-// row, and down a stack of rows with the sums held in registers).
+// whole vectors, the row kernels that apply such tables (across rows, and
+// down a stack of rows with the sums held in registers), and the widening
+// of integer source rows to float.
 //
 // The kernels are chosen once per process from the environment variable
 // ORX_KERNELS, read at the first use: unset (or "auto"), AVX2 with FMA where
 // the processor has them, else the portable loops; "portable", the portable
 // loops whatever the processor (how both are tested on one machine);
-// "exact", the resampling filter's reference arithmetic: each column's taps
+// "exact", the resampling filter's reference arithmetic (with which the
+// filter also keeps its reference order, across first): each column's taps
 // added in order with the weights as the kernel gave them and the sum then
 // divided by theirs, each output line's rows added in order, all in single
 // precision, one rounding per operation (slower; for hosts that must match

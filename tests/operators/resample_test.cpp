@@ -133,7 +133,8 @@ TEST_F(Resample, ReadingFollowsTheFormulasAndWritingStoresWhatReadingGives) {
   const struct {
     int ws, hs, wd, hd;
   } sizes[] = {{37, 23, 37, 23}, {40, 20, 20, 10}, {17, 9, 41, 30}, {64, 3, 63, 4}, {300, 2, 1, 1},
-               {1, 2, 200, 3},   {9, 30, 5, 61},  {64, 5, 7, 2},   {97, 13, 7, 5}, {11, 7, 53, 31}};
+               {1, 2, 200, 3},   {9, 30, 5, 61},  {64, 5, 7, 2},   {97, 13, 7, 5}, {11, 7, 53, 31},
+               {1500, 400, 7, 2}};  // the last too tall a reduction to cache source rows
   int round = 0;
   for (int32_t k = 0; const char *name = ORX_filter_name(k); ++k) {
     const ORX_FILTER *f = ORX_filter_find(name);
