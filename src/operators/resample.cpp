@@ -12,9 +12,10 @@
 //    cache, each output line the vertical sum of cached rows;
 //  - down first (the fast kernels): the cache holds source rows, each
 //    output line is their vertical sum at the source's width, filtered
-//    across once.  A reduction filters across only as many rows as it
-//    writes, and reading an integer image takes its rows from below the
-//    cast, converting them as the cast would straight into the cache.
+//    across once, so a reduction filters across only as many rows as it
+//    writes.
+// Either way, reading an 8- or 16-bit image with the fast kernels takes its
+// rows from below the cast and widens them as the cast would.
 #include <cstring>
 #include <initializer_list>
 #include <utility>
@@ -64,7 +65,7 @@ struct ResampleRecord {
   const ORX_FILTER *filter;
   bool pushed_cast;  // reading: the cast below
   bool down_first;   // the cache holds source rows (see the top of the file)
-  bool fused;        // reading down first: rows come from below the cast
+  bool fused;        // reading with the fast kernels: rows come from below the cast
   SourceKind kinds[3];  // image, matte, auxiliary rows as read
   float maxima[3];
   int32_t counts[3];
@@ -122,14 +123,16 @@ void load_row(ResampleRecord &r, int32_t s, void **entry) {
   // A read error of the layer below is not detected: the entry keeps
   // whatever it held.
   if (forward(below, r.source_bottom + s, &source) < 0 || source == nullptr) return;
-  if (!r.down_first) {
+  if (!r.down_first && !r.fused) {
     filter_row(r, source, entry);
     return;
   }
+  void **floats = r.down_first ? entry : r.in;
   const WidenKernel widen = row_kernels().widen;
   for (int32_t g = 0, c = 0; g < 3; ++g)
     for (int32_t i = 0; i < r.counts[g]; ++i, ++c)
-      widen(source[c], r.kinds[g], r.source_width, r.maxima[g], row_of(entry, c));
+      widen(source[c], r.kinds[g], r.source_width, r.maxima[g], row_of(floats, c));
+  if (!r.down_first) filter_row(r, r.in, entry);
 }
 
 int resample_scan(void *data, int32_t, void *rows) {
@@ -380,7 +383,9 @@ ResampleRecord *make_record(ORX_IFD &d, const ORX_FILTER *filter, int32_t source
     if (r->cache == nullptr) r->cached = 0;
     for (int32_t i = 0; ok && i < r->cached; ++i)
       ok = (r->cache[i].rows = float_rows(d, cached_width(*r), kName)) != nullptr;
-    if (ok && r->down_first) ok = (r->in = float_rows(d, source_width, kName)) != nullptr;
+    // Source rows as float before they are summed or filtered (rows read
+    // from below the cast are widened here when filtered across first).
+    if (ok && !row_kernels().exact) ok = (r->in = float_rows(d, source_width, kName)) != nullptr;
   }
   if (ok && writing) {
     // Output lines open at once: those whose support holds the row just
@@ -472,7 +477,7 @@ ORX_OBJECT *read_install(ORX_OBJECT *handle, const ORX_FILTER *filter, ORX_WINDO
     return handle;
   }
   r->pushed_cast = cast.pushed();
-  r->fused = r->down_first && cast.pushed() && direct;
+  r->fused = !row_kernels().exact && cast.pushed() && direct;
   const ORX_CHANNELS *groups[] = {&d.image, &d.matte, &d.aux};
   for (int g = 0; g < 3; ++g) {
     r->counts[g] = groups[g]->count > 0 ? groups[g]->count : 0;
