@@ -7,10 +7,10 @@
 // Two orders of the passes, chosen at install from the kernels and sizes
 // (the same choice in both directions, so that a write stores what a read
 // gives):
-//  - across first (the exact arithmetic, and rings too large for the
-//    memory bound): each source row filtered horizontally as it enters the
-//    cache, each output line the vertical sum of cached rows;
-//  - down first (the fast kernels): the cache holds source rows, each
+//  - across first (the exact arithmetic, enlargements, and rings too large
+//    for the memory bound): each source row filtered horizontally as it
+//    enters the cache, each output line the vertical sum of cached rows;
+//  - down first (the fast kernels reducing): the cache holds source rows, each
 //    output line is their vertical sum at the source's width, filtered
 //    across once, so a reduction filters across only as many rows as it
 //    writes.
@@ -364,9 +364,11 @@ ResampleRecord *make_record(ORX_IFD &d, const ORX_FILTER *filter, int32_t source
                                  static_cast<int32_t>(r->ry * r->wy) + 2);
   r->cached = writing ? 0 : spanned;
   r->channels = channel_count(d);
-  // Down first unless the exact arithmetic is asked for, or a ring of
-  // source rows would outgrow the bound (a large reduction of a wide image).
-  r->down_first = !row_kernels().exact &&
+  // Down first when reducing vertically (an enlargement filters each
+  // source row across once for several output lines), unless the exact
+  // arithmetic is asked for, or a ring of source rows would outgrow the
+  // bound (a large reduction of a wide image).
+  r->down_first = !row_kernels().exact && r->ry > 1.0f &&
                   static_cast<uint64_t>(spanned) * static_cast<uint64_t>(source_width) * sizeof(float) <=
                       kSourceRingBytes;
   for (int g = 0; g < 3; ++g) r->kinds[g] = SourceKind::kFloat;
