@@ -1,13 +1,27 @@
 // The symmetric separable resampling filter: every output pixel a
 // normalised weighted sum over source pixels, the weights sampled from the
 // caller's horizontal and vertical kernels.  Horizontal weights are made
-// once; each source row is read and filtered horizontally at most once while
-// it stays in a cache of the rows the vertical support needs.
+// once; each source row is read at most once while it stays in a cache of
+// the rows the vertical support needs.
+//
+// Two orders of the passes, chosen at install from the kernels and sizes
+// (the same choice in both directions, so that a write stores what a read
+// gives):
+//  - across first (the exact arithmetic, enlargements, and rings too large
+//    for the memory bound): each source row filtered horizontally as it
+//    enters the cache, each output line the vertical sum of cached rows;
+//  - down first (the fast kernels reducing): the cache holds source rows, each
+//    output line is their vertical sum at the source's width, filtered
+//    across once, so a reduction filters across only as many rows as it
+//    writes.
+// Either way, reading an 8- or 16-bit image with the fast kernels takes its
+// rows from below the cast and widens them as the cast would.
 #include <cstring>
 #include <initializer_list>
 #include <utility>
 
 #include "err/messages.hpp"
+#include "operators/convert.hpp"
 #include "operators/layer.hpp"
 #include "operators/resample_engine.hpp"
 #include "orx/err.h"
@@ -50,6 +64,11 @@ struct ResampleRecord {
   void **out;
   const ORX_FILTER *filter;
   bool pushed_cast;  // reading: the cast below
+  bool down_first;   // the cache holds source rows (see the top of the file)
+  bool fused;        // reading with the fast kernels: rows come from below the cast
+  SourceKind kinds[3];  // image, matte, auxiliary rows as read
+  float maxima[3];
+  int32_t counts[3];
   // Writing: each output line's first source row, last source row and
   // centre, the output lines being accumulated (a ring of `open`), the
   // caller's interleaved row taken apart (Ws floats per channel) and an
@@ -69,24 +88,51 @@ float *row_of(void **rows, int32_t c) { return static_cast<float *>(rows[c]); }
 
 int32_t larger(int32_t a, int32_t b) { return a > b ? a : b; }
 
+// Bytes one channel's ring of source rows may take before the passes go
+// across first (per channel, so that the choice is the same for any
+// channels of the same size and filter).
+constexpr uint64_t kSourceRingBytes = uint64_t{1} << 20;
+
+// What a cached row or an open output line holds, in samples per channel.
+int32_t cached_width(const ResampleRecord &r) { return r.down_first ? r.source_width : r.dest_width; }
+
 // Filter one source row (Ws floats per channel) into Wd floats per channel.
 void filter_row(const ResampleRecord &r, void **source, void **dest) {
-  const HorizontalKernel horizontal = row_kernels().horizontal;
-  for (int32_t c = 0; c < r.channels; ++c) horizontal(r.across, row_of(source, c), row_of(dest, c));
+  row_kernels().horizontal(r.across, source, dest, r.channels);
 }
 
 // An output line's weighted sum divided by its weights' sum, negatives cut;
-// deliberately not at all when the weights sum to exactly 1.0.
+// deliberately not at all when the weights sum to exactly 1.0.  (The
+// vertical kernel over the one row with weight 1 is that and nothing more.)
 void finish(const ResampleRecord &r, void **rows, float sum) {
   if (sum == 1.0f) return;
-  const float scale = sum != 0.0f ? 1.0f / sum : 0.0f;
+  const float scale = sum != 0.0f ? 1.0f / sum : 0.0f, one = 1.0f;
+  const VerticalKernel vertical = row_kernels().vertical;
   for (int32_t c = 0; c < r.channels; ++c) {
-    float *out = row_of(rows, c);
-    for (int32_t j = 0; j < r.dest_width; ++j) {
-      const float v = out[j] * scale;
-      out[j] = v < 0.0f ? 0.0f : v;
-    }
+    const float *row = row_of(rows, c);
+    vertical(&row, &one, 1, r.dest_width, scale, true, row_of(rows, c));
   }
+}
+
+// Source row s into a cache entry: filtered across, or (down first) as
+// float samples of the source's width.
+void load_row(ResampleRecord &r, int32_t s, void **entry) {
+  void **source = nullptr;
+  const auto *cast = static_cast<const LayerHeader *>(r.header.next_data);
+  const LayerHeader *below = r.fused && cast != nullptr ? cast : &r.header;
+  // A read error of the layer below is not detected: the entry keeps
+  // whatever it held.
+  if (forward(below, r.source_bottom + s, &source) < 0 || source == nullptr) return;
+  if (!r.down_first && !r.fused) {
+    filter_row(r, source, entry);
+    return;
+  }
+  void **floats = r.down_first ? entry : r.in;
+  const WidenKernel widen = row_kernels().widen;
+  for (int32_t g = 0, c = 0; g < 3; ++g)
+    for (int32_t i = 0; i < r.counts[g]; ++i, ++c)
+      widen(source[c], r.kinds[g], r.source_width, r.maxima[g], row_of(floats, c));
+  if (!r.down_first) filter_row(r, r.in, entry);
 }
 
 int resample_scan(void *data, int32_t, void *rows) {
@@ -106,11 +152,7 @@ int resample_scan(void *data, int32_t, void *rows) {
   for (auto s = static_cast<int32_t>(r.current_row); static_cast<float>(s) <= last; ++s) {
     CachedRow &entry = r.cache[r.head];
     if (entry.line != s) {
-      void **source = nullptr;
-      // A read error of the layer below is not detected: the row is
-      // filtered from whatever the rows hold.
-      if (forward(&r.header, r.source_bottom + s, &source) >= 0 && source != nullptr)
-        filter_row(r, source, entry.rows);
+      load_row(r, s, entry.rows);
       entry.line = s;
     }
     const auto w = static_cast<float>(r.filter->y_kernel((static_cast<float>(s) - r.cy) * step + r.oy));
@@ -130,7 +172,14 @@ int resample_scan(void *data, int32_t, void *rows) {
   const VerticalKernel vertical = row_kernels().vertical;
   for (int32_t c = 0; c < r.channels; ++c) {
     for (int32_t k = 0; k < taken; ++k) r.tap_rows[k] = row_of(r.tap_entries[k]->rows, c);
-    vertical(r.tap_rows, r.tap_weights, taken, r.dest_width, scale, sum != 1.0f, row_of(r.out, c));
+    if (r.down_first)  // summed as writing accumulates, then across
+      vertical(r.tap_rows, r.tap_weights, taken, r.source_width, 1.0f, false, row_of(r.in, c));
+    else
+      vertical(r.tap_rows, r.tap_weights, taken, r.dest_width, scale, sum != 1.0f, row_of(r.out, c));
+  }
+  if (r.down_first) {
+    row_kernels().horizontal(r.across, r.in, r.out, r.channels);
+    finish(r, r.out, sum);
   }
   *static_cast<void ***>(rows) = r.out;
   return 0;
@@ -210,6 +259,7 @@ bool make_weights(ResampleRecord &r) {
     r.across.first[j] = first;
     r.across.used[j] = n;
   });
+  if (!exact) tap_table_trim(r.across);
   tap_table_finish(r.across);
   return true;
 }
@@ -229,7 +279,9 @@ int resample_write_scan(void *data, int32_t line, void *rows) {
       in[x] = samples[static_cast<std::size_t>(x) * static_cast<std::size_t>(r.channels) +
                       static_cast<std::size_t>(c)];
   }
-  filter_row(r, r.in, r.out);
+  if (!r.down_first) filter_row(r, r.in, r.out);
+  void **added = r.down_first ? r.in : r.out;
+  const int32_t width = cached_width(r);
   // Add the row to every output line whose support holds it, in the order
   // the read direction adds them.
   const float step = 1.0f / r.ry;
@@ -238,7 +290,7 @@ int resample_write_scan(void *data, int32_t line, void *rows) {
     CachedRow &sum = r.sums[i % r.open];
     if (sum.line != i) {
       for (int32_t c = 0; c < r.channels; ++c)
-        std::memset(sum.rows[c], 0, sizeof(float) * static_cast<std::size_t>(r.dest_width));
+        std::memset(sum.rows[c], 0, sizeof(float) * static_cast<std::size_t>(width));
       r.sum_weights[i % r.open] = 0.0f;
       sum.line = i;
     }
@@ -247,7 +299,7 @@ int resample_write_scan(void *data, int32_t line, void *rows) {
     if (w == 0.0f) continue;
     // Added exactly as reading sums its taps, so that both give the same.
     const AccumulateKernel accumulate = row_kernels().accumulate;
-    for (int32_t c = 0; c < r.channels; ++c) accumulate(row_of(r.out, c), w, r.dest_width, row_of(sum.rows, c));
+    for (int32_t c = 0; c < r.channels; ++c) accumulate(row_of(added, c), w, width, row_of(sum.rows, c));
     r.sum_weights[i % r.open] += w;
   }
   // Lines whose support has passed go down; after the last row, all of them.
@@ -256,12 +308,17 @@ int resample_write_scan(void *data, int32_t line, void *rows) {
     CachedRow &sum = r.sums[r.next_out % r.open];
     if (sum.line != r.next_out) {  // no row reached it
       for (int32_t c = 0; c < r.channels; ++c)
-        std::memset(sum.rows[c], 0, sizeof(float) * static_cast<std::size_t>(r.dest_width));
+        std::memset(sum.rows[c], 0, sizeof(float) * static_cast<std::size_t>(width));
       r.sum_weights[r.next_out % r.open] = 0.0f;
     }
-    finish(r, sum.rows, r.sum_weights[r.next_out % r.open]);
+    void **line_rows = sum.rows;
+    if (r.down_first) {
+      row_kernels().horizontal(r.across, sum.rows, r.out, r.channels);
+      line_rows = r.out;
+    }
+    finish(r, line_rows, r.sum_weights[r.next_out % r.open]);
     for (int32_t c = 0; c < r.channels; ++c) {
-      const float *sums = row_of(sum.rows, c);
+      const float *sums = row_of(line_rows, c);
       for (int32_t x = 0; x < r.dest_width; ++x)
         r.packed[static_cast<std::size_t>(x) * static_cast<std::size_t>(r.channels) +
                  static_cast<std::size_t>(c)] = sums[x];
@@ -302,11 +359,19 @@ ResampleRecord *make_record(ORX_IFD &d, const ORX_FILTER *filter, int32_t source
   r->taps = larger(static_cast<int32_t>(r->wx), static_cast<int32_t>((r->rx + 1.0f) * r->wx)) + 1;
   // Reading holds every row an output line spans at once (its taps are
   // summed together): at least the support's length and two more.
-  r->cached = writing ? 0
-                      : larger(larger(static_cast<int32_t>(r->wy),
-                                      static_cast<int32_t>((r->ry + 1.0f) * r->wy)),
-                               static_cast<int32_t>(r->ry * r->wy) + 2);
+  const int32_t spanned = larger(larger(static_cast<int32_t>(r->wy),
+                                        static_cast<int32_t>((r->ry + 1.0f) * r->wy)),
+                                 static_cast<int32_t>(r->ry * r->wy) + 2);
+  r->cached = writing ? 0 : spanned;
   r->channels = channel_count(d);
+  // Down first when reducing vertically (an enlargement filters each
+  // source row across once for several output lines), unless the exact
+  // arithmetic is asked for, or a ring of source rows would outgrow the
+  // bound (a large reduction of a wide image).
+  r->down_first = !row_kernels().exact && r->ry > 1.0f &&
+                  static_cast<uint64_t>(spanned) * static_cast<uint64_t>(source_width) * sizeof(float) <=
+                      kSourceRingBytes;
+  for (int g = 0; g < 3; ++g) r->kinds[g] = SourceKind::kFloat;
   const auto wd = static_cast<uint64_t>(dest_width), hd = static_cast<uint64_t>(dest_height);
   bool ok = make_weights(*r);
   if (ok && !writing) {
@@ -319,7 +384,10 @@ ResampleRecord *make_record(ORX_IFD &d, const ORX_FILTER *filter, int32_t source
     for (int32_t i = 0; r->cache != nullptr && i < r->cached; ++i) r->cache[i] = CachedRow{-1, nullptr};
     if (r->cache == nullptr) r->cached = 0;
     for (int32_t i = 0; ok && i < r->cached; ++i)
-      ok = (r->cache[i].rows = float_rows(d, dest_width, kName)) != nullptr;
+      ok = (r->cache[i].rows = float_rows(d, cached_width(*r), kName)) != nullptr;
+    // Source rows as float before they are summed or filtered (rows read
+    // from below the cast are widened here when filtered across first).
+    if (ok && !row_kernels().exact) ok = (r->in = float_rows(d, source_width, kName)) != nullptr;
   }
   if (ok && writing) {
     // Output lines open at once: those whose support holds the row just
@@ -336,7 +404,7 @@ ResampleRecord *make_record(ORX_IFD &d, const ORX_FILTER *filter, int32_t source
         allocate(sizeof(float) * wd * static_cast<uint64_t>(r->channels > 0 ? r->channels : 1)));
     ok = r->out_first && r->out_last && r->out_centre && r->sums && r->sum_weights && r->packed;
     for (int32_t i = 0; ok && i < r->open; ++i)
-      ok = (r->sums[i].rows = float_rows(d, dest_width, kName)) != nullptr;
+      ok = (r->sums[i].rows = float_rows(d, cached_width(*r), kName)) != nullptr;
     if (ok) ok = (r->in = float_rows(d, source_width, kName)) != nullptr;
   }
   if (ok) ok = (r->out = float_rows(d, dest_width, kName)) != nullptr;
@@ -372,8 +440,30 @@ bool floats_in_layout(const ORX_IFD &d, int32_t layout) {
   return refused == 0;
 }
 
+// How each group's rows are read from below the cast: false when some
+// group's storage has no direct reading (the cast's floats are read then).
+bool source_kinds(const ORX_IFD &d, SourceKind kinds[3], float maxima[3]) {
+  const ORX_CHANNELS *groups[] = {&d.image, &d.matte, &d.aux};
+  // 8-bit images with a gamma are linearised through the cast's table.
+  if (d.image.count > 0 && d.image.type == ORX_C_INTEGER && d.image.bits == 8 && d.curve.gamma != 1.0f)
+    return false;
+  for (int g = 0; g < 3; ++g) {
+    const ORX_CHANNELS &c = *groups[g];
+    kinds[g] = SourceKind::kFloat;
+    maxima[g] = 1.0f;
+    if (c.count <= 0 || c.type == ORX_C_FLOAT) continue;
+    if (c.type != ORX_C_INTEGER || c.bits < 1 || c.bits > 16) return false;
+    kinds[g] = c.bits <= 8 ? SourceKind::kU8 : SourceKind::kU16;
+    maxima[g] = static_cast<float>(max_value(c.bits));
+  }
+  return true;
+}
+
 ORX_OBJECT *read_install(ORX_OBJECT *handle, const ORX_FILTER *filter, ORX_WINDOW dest) {
   ORX_IFD &d = handle->info.images[0];
+  SourceKind kinds[3];
+  float maxima[3];
+  const bool direct = source_kinds(d, kinds, maxima);
   const CastBelow cast(handle);
   if (!cast.ok()) return handle;  // the cast could not be had (reported)
   if (!floats_in_layout(d, 1)) {
@@ -389,6 +479,15 @@ ORX_OBJECT *read_install(ORX_OBJECT *handle, const ORX_FILTER *filter, ORX_WINDO
     return handle;
   }
   r->pushed_cast = cast.pushed();
+  r->fused = !row_kernels().exact && cast.pushed() && direct;
+  const ORX_CHANNELS *groups[] = {&d.image, &d.matte, &d.aux};
+  for (int g = 0; g < 3; ++g) {
+    r->counts[g] = groups[g]->count > 0 ? groups[g]->count : 0;
+    if (r->fused) {
+      r->kinds[g] = kinds[g];
+      r->maxima[g] = maxima[g];
+    }
+  }
   r->source_bottom = d.window.bottom;
   const float start = (r->ry - 1.0f) * 0.5f - r->ry * r->hy;
   r->current_row = start < 0.0f ? 0.0f : static_cast<float>(static_cast<int32_t>(start));

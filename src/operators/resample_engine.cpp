@@ -2,6 +2,7 @@
 // between them.
 #include "operators/resample_engine.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -46,9 +47,43 @@ void tap_table_free(TapTable &t) {
   t = TapTable{};
 }
 
+// The zero weights a pixel's taps start with.
+int32_t leading_zeros(const float *w, int32_t used) {
+  int32_t lead = 0;
+  while (lead < used && w[lead] == 0.0f) ++lead;
+  return lead;
+}
+
+void tap_table_trim(TapTable &t) {
+  const auto old_stride = static_cast<std::size_t>(t.stride);
+  int32_t widest = 1;
+  for (int32_t j = 0; j < t.count; ++j) {
+    const float *w = t.weights + static_cast<std::size_t>(j) * old_stride;
+    int32_t end = t.used[j];
+    while (end > 0 && w[end - 1] == 0.0f) --end;
+    t.used[j] = end;  // leading zeros still counted: they go below
+    widest = std::max(widest, end - leading_zeros(w, end));
+  }
+  const auto stride = static_cast<std::size_t>((widest + kTapBlock - 1) / kTapBlock * kTapBlock);
+  // Rows only move down: row j's new place ends where its old one starts
+  // at the latest, so each is packed in place in turn.
+  for (int32_t j = 0; j < t.count; ++j) {
+    const float *from = t.weights + static_cast<std::size_t>(j) * old_stride;
+    float *to = t.weights + static_cast<std::size_t>(j) * stride;
+    const int32_t lead = leading_zeros(from, t.used[j]);
+    t.first[j] += lead;
+    t.used[j] -= lead;
+    const auto used = static_cast<std::size_t>(t.used[j]);
+    std::memmove(to, from + lead, sizeof(float) * used);
+    std::memset(to + used, 0, sizeof(float) * (stride - used));
+  }
+  t.stride = static_cast<int32_t>(stride);
+}
+
 void tap_table_finish(TapTable &t) {
-  // first[] never decreases along the axis, so the pixels whose whole
-  // stride lies inside the source are a prefix.
+  // The pixels up to the first whose whole stride does not lie inside the
+  // source (first[] seldom decreases along the axis: those are the last
+  // few); the rest are summed tap by tap.
   t.fast = 0;
   while (t.fast < t.count && int64_t{t.first[t.fast]} + t.stride <= t.source) ++t.fast;
 }
@@ -67,22 +102,25 @@ inline void horizontal_ordered(const TapTable &t, int32_t j0, const float *in, f
   }
 }
 
-void horizontal_exact(const TapTable &t, const float *in, float *out) {
-  horizontal_ordered(t, 0, in, out);
+void horizontal_exact(const TapTable &t, void *const *in, void *const *out, int32_t channels) {
+  for (int32_t c = 0; c < channels; ++c)
+    horizontal_ordered(t, 0, static_cast<const float *>(in[c]), static_cast<float *>(out[c]));
 }
 
-void horizontal_portable(const TapTable &t, const float *in, float *out) {
+void horizontal_portable(const TapTable &t, void *const *in, void *const *out, int32_t channels) {
   const auto stride = static_cast<std::size_t>(t.stride);
   for (int32_t j = 0; j < t.fast; ++j) {
     const float *w = t.weights + static_cast<std::size_t>(j) * stride;
-    const float *s = in + t.first[j];
-    float lanes[kTapBlock] = {};
-    for (std::size_t k = 0; k < stride; k += kTapBlock)
-      for (int32_t l = 0; l < kTapBlock; ++l) lanes[l] += w[k + l] * s[k + l];
-    out[j] = ((lanes[0] + lanes[4]) + (lanes[1] + lanes[5])) +
-             ((lanes[2] + lanes[6]) + (lanes[3] + lanes[7]));
+    for (int32_t c = 0; c < channels; ++c) {
+      const float *s = static_cast<const float *>(in[c]) + t.first[j];
+      float lanes[kTapBlock] = {};
+      for (std::size_t k = 0; k < stride; k += kTapBlock)
+        for (int32_t l = 0; l < kTapBlock; ++l) lanes[l] += w[k + l] * s[k + l];
+      static_cast<float *>(out[c])[j] = (lanes[0] + lanes[2]) + (lanes[1] + lanes[3]);
+    }
   }
-  horizontal_ordered(t, t.fast, in, out);
+  for (int32_t c = 0; c < channels; ++c)
+    horizontal_ordered(t, t.fast, static_cast<const float *>(in[c]), static_cast<float *>(out[c]));
 }
 
 inline float finish_one(float v, float scale, bool cut) {
@@ -109,66 +147,127 @@ void accumulate_portable(const float *row, float weight, int32_t width, float *s
   for (int32_t x = 0; x < width; ++x) sums[x] += weight * row[x];
 }
 
+// Samples x0..n-1 of an integer row, one at a time.
+template <class S>
+void widen_from(const void *in, int32_t x0, int32_t n, float maximum, float *out) {
+  const auto *bytes = static_cast<const unsigned char *>(in);
+  for (int32_t x = x0; x < n; ++x) {
+    S v;
+    std::memcpy(&v, bytes + static_cast<std::size_t>(x) * sizeof(S), sizeof v);
+    out[x] = static_cast<float>(v) / maximum;
+  }
+}
+
+void widen_portable(const void *in, SourceKind kind, int32_t n, float maximum, float *out) {
+  if (kind == SourceKind::kFloat)
+    std::memcpy(out, in, sizeof(float) * static_cast<std::size_t>(n));
+  else if (kind == SourceKind::kU8)
+    widen_from<uint8_t>(in, 0, n, maximum, out);
+  else
+    widen_from<uint16_t>(in, 0, n, maximum, out);
+}
+
 #ifdef ORX_HAVE_AVX2_KERNELS
 
+// A pixel's taps in blocks of eight, and a last block of four (strides are
+// multiples of four) added into the low half.
+template <std::size_t kStride>
 __attribute__((target("avx2,fma"))) inline __m256 dot(const float *w, const float *s,
                                                        std::size_t stride) {
-  __m256 acc = _mm256_mul_ps(_mm256_loadu_ps(w), _mm256_loadu_ps(s));
-  for (std::size_t k = kTapBlock; k < stride; k += kTapBlock)
+  if constexpr (kStride != 0) stride = kStride;  // unrolled
+  __m256 acc = _mm256_setzero_ps();
+  std::size_t k = 0;
+  for (; k + 8 <= stride; k += 8)
     acc = _mm256_fmadd_ps(_mm256_loadu_ps(w + k), _mm256_loadu_ps(s + k), acc);
+  if (k < stride) {
+    const __m128 last = _mm_mul_ps(_mm_loadu_ps(w + k), _mm_loadu_ps(s + k));
+    acc = _mm256_add_ps(acc, _mm256_insertf128_ps(_mm256_setzero_ps(), last, 0));
+  }
   return acc;
 }
 
-// Eight pixels at a time: eight vectors of partial sums, added across by a
-// tree of horizontal adds that leaves pixel i in lane i.
-__attribute__((target("avx2,fma"))) void horizontal_avx2(const TapTable &t, const float *in,
-                                                         float *out) {
+// Eight pixels at a time, every channel in turn: eight vectors of partial
+// sums, added across by a tree of horizontal adds that leaves pixel i in
+// lane i.
+// kStride: the table's stride when it is one of the common ones, else 0.
+template <std::size_t kStride>
+__attribute__((target("avx2,fma"))) void horizontal_avx2_of(const TapTable &t, void *const *in_rows,
+                                                            void *const *out_rows, int32_t channels) {
   const auto stride = static_cast<std::size_t>(t.stride);
   int32_t j = 0;
   for (; j + 8 <= t.fast; j += 8) {
     const float *w = t.weights + static_cast<std::size_t>(j) * stride;
     const int32_t *f = t.first + j;
-    const __m256 a0 = dot(w, in + f[0], stride), a1 = dot(w + stride, in + f[1], stride);
-    const __m256 a2 = dot(w + 2 * stride, in + f[2], stride), a3 = dot(w + 3 * stride, in + f[3], stride);
-    const __m256 a4 = dot(w + 4 * stride, in + f[4], stride), a5 = dot(w + 5 * stride, in + f[5], stride);
-    const __m256 a6 = dot(w + 6 * stride, in + f[6], stride), a7 = dot(w + 7 * stride, in + f[7], stride);
-    const __m256 s0 = _mm256_hadd_ps(_mm256_hadd_ps(a0, a1), _mm256_hadd_ps(a2, a3));
-    const __m256 s1 = _mm256_hadd_ps(_mm256_hadd_ps(a4, a5), _mm256_hadd_ps(a6, a7));
-    const __m256 sum = _mm256_add_ps(_mm256_permute2f128_ps(s0, s1, 0x20),
-                                     _mm256_permute2f128_ps(s0, s1, 0x31));
-    _mm256_storeu_ps(out + j, sum);
+    for (int32_t c = 0; c < channels; ++c) {
+      const auto *in = static_cast<const float *>(in_rows[c]);
+      const __m256 a0 = dot<kStride>(w, in + f[0], stride);
+      const __m256 a1 = dot<kStride>(w + stride, in + f[1], stride);
+      const __m256 a2 = dot<kStride>(w + 2 * stride, in + f[2], stride);
+      const __m256 a3 = dot<kStride>(w + 3 * stride, in + f[3], stride);
+      const __m256 a4 = dot<kStride>(w + 4 * stride, in + f[4], stride);
+      const __m256 a5 = dot<kStride>(w + 5 * stride, in + f[5], stride);
+      const __m256 a6 = dot<kStride>(w + 6 * stride, in + f[6], stride);
+      const __m256 a7 = dot<kStride>(w + 7 * stride, in + f[7], stride);
+      const __m256 s0 = _mm256_hadd_ps(_mm256_hadd_ps(a0, a1), _mm256_hadd_ps(a2, a3));
+      const __m256 s1 = _mm256_hadd_ps(_mm256_hadd_ps(a4, a5), _mm256_hadd_ps(a6, a7));
+      const __m256 sum = _mm256_add_ps(_mm256_permute2f128_ps(s0, s1, 0x20),
+                                       _mm256_permute2f128_ps(s0, s1, 0x31));
+      _mm256_storeu_ps(static_cast<float *>(out_rows[c]) + j, sum);
+    }
   }
-  for (; j < t.fast; ++j) {
-    const __m256 a = dot(t.weights + static_cast<std::size_t>(j) * stride, in + t.first[j], stride);
-    const __m128 q = _mm_add_ps(_mm256_castps256_ps128(a), _mm256_extractf128_ps(a, 1));
-    const __m128 p = _mm_add_ps(q, _mm_movehl_ps(q, q));
-    out[j] = _mm_cvtss_f32(_mm_add_ss(p, _mm_shuffle_ps(p, p, 1)));
+  for (int32_t c = 0; c < channels; ++c) {
+    const auto *in = static_cast<const float *>(in_rows[c]);
+    auto *out = static_cast<float *>(out_rows[c]);
+    for (int32_t i = j; i < t.fast; ++i) {
+      const __m256 a = dot<kStride>(t.weights + static_cast<std::size_t>(i) * stride, in + t.first[i], stride);
+      const __m128 q = _mm_add_ps(_mm256_castps256_ps128(a), _mm256_extractf128_ps(a, 1));
+      const __m128 p = _mm_add_ps(q, _mm_movehl_ps(q, q));
+      out[i] = _mm_cvtss_f32(_mm_add_ss(p, _mm_shuffle_ps(p, p, 1)));
+    }
+    horizontal_ordered(t, t.fast, in, out);
   }
-  horizontal_ordered(t, t.fast, in, out);
+}
+
+void horizontal_avx2(const TapTable &t, void *const *in, void *const *out, int32_t channels) {
+  switch (t.stride) {
+    case 4: return horizontal_avx2_of<4>(t, in, out, channels);
+    case 8: return horizontal_avx2_of<8>(t, in, out, channels);
+    case 12: return horizontal_avx2_of<12>(t, in, out, channels);
+    case 16: return horizontal_avx2_of<16>(t, in, out, channels);
+    case 24: return horizontal_avx2_of<24>(t, in, out, channels);
+    default: return horizontal_avx2_of<0>(t, in, out, channels);
+  }
+}
+
+// Blocks of kLanes vectors of sums, each a chain of multiply-adds down the
+// rows: enough independent chains to cover the multiply-add's latency.
+template <int kLanes>
+__attribute__((target("avx2,fma"))) inline void vertical_block(const float *const *rows,
+                                                               const float *weights, int32_t n,
+                                                               int32_t x, __m256 scale, bool cut,
+                                                               float *out) {
+  __m256 s[kLanes];
+  for (int l = 0; l < kLanes; ++l) s[l] = _mm256_setzero_ps();
+  for (int32_t k = 0; k < n; ++k) {
+    const __m256 w = _mm256_set1_ps(weights[k]);
+    const float *row = rows[k] + x;
+    for (int l = 0; l < kLanes; ++l) s[l] = _mm256_fmadd_ps(w, _mm256_loadu_ps(row + 8 * l), s[l]);
+  }
+  for (int l = 0; l < kLanes; ++l) {
+    __m256 v = _mm256_mul_ps(s[l], scale);
+    if (cut) v = _mm256_max_ps(_mm256_setzero_ps(), v);  // a sum that is not a number stays one
+    _mm256_storeu_ps(out + x + 8 * l, v);
+  }
 }
 
 __attribute__((target("avx2,fma"))) void vertical_avx2(const float *const *rows,
                                                        const float *weights, int32_t n,
                                                        int32_t width, float scale, bool cut,
                                                        float *out) {
-  const __m256 vscale = _mm256_set1_ps(scale), zero = _mm256_setzero_ps();
+  const __m256 vscale = _mm256_set1_ps(scale);
   int32_t x = 0;
-  for (; x + 16 <= width; x += 16) {
-    __m256 s0 = zero, s1 = zero;
-    for (int32_t k = 0; k < n; ++k) {
-      const __m256 w = _mm256_set1_ps(weights[k]);
-      s0 = _mm256_fmadd_ps(w, _mm256_loadu_ps(rows[k] + x), s0);
-      s1 = _mm256_fmadd_ps(w, _mm256_loadu_ps(rows[k] + x + 8), s1);
-    }
-    s0 = _mm256_mul_ps(s0, vscale);
-    s1 = _mm256_mul_ps(s1, vscale);
-    if (cut) {
-      s0 = _mm256_max_ps(zero, s0);  // a sum that is not a number stays one
-      s1 = _mm256_max_ps(zero, s1);
-    }
-    _mm256_storeu_ps(out + x, s0);
-    _mm256_storeu_ps(out + x + 8, s1);
-  }
+  for (; x + 64 <= width; x += 64) vertical_block<8>(rows, weights, n, x, vscale, cut, out);
+  for (; x + 8 <= width; x += 8) vertical_block<1>(rows, weights, n, x, vscale, cut, out);
   for (; x < width; ++x) {
     float s = 0.0f;
     for (int32_t k = 0; k < n; ++k) s = std::fma(weights[k], rows[k][x], s);
@@ -185,14 +284,50 @@ __attribute__((target("avx2,fma"))) void accumulate_avx2(const float *row, float
   for (; x < width; ++x) sums[x] = std::fma(weight, row[x], sums[x]);
 }
 
-const RowKernels kAvx2{horizontal_avx2, vertical_avx2, accumulate_avx2, "avx2", false};
+// Eight samples at a time: the quotient by the reciprocal, corrected once
+// by its remainder (exact through the multiply-add), which for every code
+// of 1 to 16 bits is the correctly rounded quotient the scalar loop gives,
+// at a fraction of a division's cost.
+template <class S>
+__attribute__((target("avx2,fma"))) void widen_avx2_of(const void *in, int32_t n, float maximum,
+                                                        float *out) {
+  const auto *bytes = static_cast<const unsigned char *>(in);
+  const __m256 divisor = _mm256_set1_ps(maximum), reciprocal = _mm256_set1_ps(1.0f / maximum);
+  int32_t x = 0;
+  for (; x + 8 <= n; x += 8) {
+    const unsigned char *at = bytes + static_cast<std::size_t>(x) * sizeof(S);
+    __m256i v;
+    if constexpr (sizeof(S) == 1)
+      v = _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(at)));
+    else
+      v = _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(at)));
+    const __m256 code = _mm256_cvtepi32_ps(v);
+    const __m256 guess = _mm256_mul_ps(code, reciprocal);
+    const __m256 remainder = _mm256_fnmadd_ps(guess, divisor, code);
+    _mm256_storeu_ps(out + x, _mm256_fmadd_ps(remainder, reciprocal, guess));
+  }
+  widen_from<S>(in, x, n, maximum, out);
+}
+
+__attribute__((target("avx2,fma"))) void widen_avx2(const void *in, SourceKind kind, int32_t n,
+                                                    float maximum, float *out) {
+  if (kind == SourceKind::kFloat)
+    std::memcpy(out, in, sizeof(float) * static_cast<std::size_t>(n));
+  else if (kind == SourceKind::kU8)
+    widen_avx2_of<uint8_t>(in, n, maximum, out);
+  else
+    widen_avx2_of<uint16_t>(in, n, maximum, out);
+}
+
+const RowKernels kAvx2{horizontal_avx2, vertical_avx2, accumulate_avx2, widen_avx2, "avx2", false};
 
 #endif
 
-const RowKernels kPortable{horizontal_portable, vertical_portable, accumulate_portable, "portable",
-                           false};
+const RowKernels kPortable{horizontal_portable, vertical_portable, accumulate_portable,
+                           widen_portable, "portable", false};
 // The portable vertical kernels already add rows in order, one rounding each.
-const RowKernels kExact{horizontal_exact, vertical_portable, accumulate_portable, "exact", true};
+const RowKernels kExact{horizontal_exact, vertical_portable, accumulate_portable, widen_portable,
+                        "exact", true};
 
 }  // namespace
 

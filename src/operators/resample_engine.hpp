@@ -1,14 +1,16 @@
 // The row engine the resampling filter and the scale operator share: one
 // axis's weights as a table of normalised weights per output pixel, padded
 // with zeros to a fixed tap count so that every pixel's taps are one run of
-// whole vectors, and the two row kernels that apply such tables (across a
-// row, and down a stack of rows with the sums held in registers).
+// whole vectors, the row kernels that apply such tables (across rows, and
+// down a stack of rows with the sums held in registers), and the widening
+// of integer source rows to float.
 //
 // The kernels are chosen once per process from the environment variable
 // ORX_KERNELS, read at the first use: unset (or "auto"), AVX2 with FMA where
 // the processor has them, else the portable loops; "portable", the portable
 // loops whatever the processor (how both are tested on one machine);
-// "exact", the resampling filter's reference arithmetic: each column's taps
+// "exact", the resampling filter's reference arithmetic (with which the
+// filter also keeps its reference order, across first): each column's taps
 // added in order with the weights as the kernel gave them and the sum then
 // divided by theirs, each output line's rows added in order, all in single
 // precision, one rounding per operation (slower; for hosts that must match
@@ -32,7 +34,7 @@ struct TapTable {
   int32_t *used = nullptr;   // count: taps up to the last non-padding one
 };
 
-constexpr int32_t kTapBlock = 8;
+constexpr int32_t kTapBlock = 4;
 
 // Allocates a table for count pixels of at most taps taps each (weights 0);
 // false when memory ran out (reported by the allocator, the table emptied).
@@ -40,11 +42,18 @@ constexpr int32_t kTapBlock = 8;
 bool tap_table_alloc(TapTable &t, int32_t count, int32_t taps, int32_t source,
                      bool normalisers = false);
 void tap_table_free(TapTable &t);
+// Drops each pixel's zero weights at either end of its taps (a kernel's
+// support seldom starts on a source pixel) and narrows the stride to the
+// widest pixel left: fewer multiply-adds for every row filtered.
+void tap_table_trim(TapTable &t);
 // Once every pixel's first and used are set: the fast prefix.
 void tap_table_finish(TapTable &t);
 
-// Filters one source row (t.source floats) into t.count floats.
-using HorizontalKernel = void (*)(const TapTable &t, const float *in, float *out);
+// Filters channels source rows (t.source floats each) into t.count floats
+// each; the channels of a few pixels at a time, so that their weights are
+// read from memory once.
+using HorizontalKernel = void (*)(const TapTable &t, void *const *in, void *const *out,
+                                  int32_t channels);
 // out[j] = (sum over k < n of weights[k] x rows[k][j]) x scale for j < width,
 // then cut below 0 when cut is set.
 using VerticalKernel = void (*)(const float *const *rows, const float *weights, int32_t n,
@@ -56,10 +65,20 @@ using VerticalKernel = void (*)(const float *const *rows, const float *weights, 
 // bit.
 using AccumulateKernel = void (*)(const float *row, float weight, int32_t width, float *sums);
 
+// The storage a source row's samples come in.
+enum class SourceKind : int32_t { kFloat, kU8, kU16 };
+
+// n samples of a source row as float, exactly as the cast operator gives
+// them: integers divided by their maximum (2^bits - 1) in single precision,
+// which for every code of 1 to 16 bits is the float nearest to the cast's
+// double product; floats copied.  Rows need no alignment.
+using WidenKernel = void (*)(const void *in, SourceKind kind, int32_t n, float maximum, float *out);
+
 struct RowKernels {
   HorizontalKernel horizontal;
   VerticalKernel vertical;
   AccumulateKernel accumulate;
+  WidenKernel widen;
   const char *name;  // "avx2", "portable" or "exact"
   bool exact;        // tables keep raw weights and normalisers
 };

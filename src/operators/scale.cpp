@@ -90,9 +90,7 @@ void **scaled_row(ScaleRecord &r, int32_t s) {
     for (int32_t c = 0; c < r.channels; ++c) std::memset(dest[c], 0, sizeof(float) * static_cast<std::size_t>(r.x.count));
     return dest;
   }
-  const HorizontalKernel horizontal = row_kernels().horizontal;
-  for (int32_t c = 0; c < r.channels; ++c)
-    horizontal(r.x, static_cast<const float *>(source[c]), static_cast<float *>(dest[c]));
+  row_kernels().horizontal(r.x, source, dest, r.channels);
   return dest;
 }
 

@@ -1,10 +1,12 @@
 // The shared resampling kernels, portable and AVX2 alike, against sums in
 // double precision over random tables: odd widths, tap counts either side
 // of the padding, pixels near the source's end (the tail path), and the
-// accumulating kernel giving the vertical kernel's result to the bit.
+// accumulating kernel giving the vertical kernel's result to the bit, and
+// source rows widened to float exactly as the cast gives them.
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <random>
 #include <vector>
 
@@ -25,6 +27,23 @@ TEST(ResampleEngine, KernelsAgreeWithDoublePrecisionSums) {
   std::uniform_real_distribution<float> value(-1.0f, 2.0f);
   for (const RowKernels *k : every_kernel_set()) {
     SCOPED_TRACE(k->name);
+    // Every code of 1 to 16 bits from a row at an odd address: the cast's
+    // value (the double product rounded once) to the bit; floats copied.
+    for (int bits = 1; bits <= 16; ++bits) {
+      const int32_t codes = 1 << bits;
+      const std::size_t size = bits <= 8 ? 1 : 2;
+      std::vector<unsigned char> bytes(size * std::size_t(codes) + 2);
+      for (int32_t v = 0; v < codes; ++v) std::memcpy(&bytes[1 + size * std::size_t(v)], &v, size);
+      std::vector<float> got(static_cast<std::size_t>(codes));
+      const double maximum = codes - 1.0;
+      k->widen(&bytes[1], size == 1 ? SourceKind::kU8 : SourceKind::kU16, codes,
+               static_cast<float>(maximum), got.data());
+      for (int32_t v = 0; v < codes; ++v)
+        ASSERT_EQ(got[std::size_t(v)], static_cast<float>(v * (1.0 / maximum))) << bits << " bits, " << v;
+      std::vector<float> copied(got.size());
+      k->widen(got.data(), SourceKind::kFloat, codes, 0.0f, copied.data());
+      ASSERT_EQ(copied, got);
+    }
     for (int trial = 0; trial < 200; ++trial) {
       const int32_t source = 1 + static_cast<int32_t>(rng() % 97);
       const int32_t count = 1 + static_cast<int32_t>(rng() % 53);
@@ -40,7 +59,8 @@ TEST(ResampleEngine, KernelsAgreeWithDoublePrecisionSums) {
       tap_table_finish(t);
       std::vector<float> in(static_cast<std::size_t>(source)), out(static_cast<std::size_t>(count));
       for (float &v : in) v = value(rng);
-      k->horizontal(t, in.data(), out.data());
+      void *in_rows[] = {in.data()}, *out_rows[] = {out.data()};
+      k->horizontal(t, in_rows, out_rows, 1);
       for (int32_t j = 0; j < count; ++j) {
         double want = 0, size = 0;
         for (int32_t i = 0; i < t.used[j]; ++i) {

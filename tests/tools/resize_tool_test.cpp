@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "run_tool.hpp"
@@ -25,6 +26,13 @@ TEST_F(OrxResize, SizesFiltersAndAgreementWithOpenImageIO) {
   EXPECT_EQ(run("resize p.rla r.rla --size 10x10 --filter sharpest"), 2);
   EXPECT_NE(log_.find("the filters are box"), std::string::npos);
   EXPECT_EQ(run("resize p.rla r.rla"), 2);
+  // A damaged frame fails with the reader's reason and leaves no output,
+  // though the filter itself reads past its missing lines.
+  const std::string whole = orx::test::slurp(dir_.file("p.rla"));
+  orx::test::write_text(dir_.file("cut.rla"), whole.substr(0, whole.size() / 2));
+  EXPECT_EQ(run("resize cut.rla cut_r.rla --size 200x150"), 2) << log_;
+  EXPECT_NE(log_.find("cut.rla: "), std::string::npos) << log_;
+  EXPECT_FALSE(std::filesystem::exists(dir_.file("cut_r.rla")));
   if (!orx::test::have_tool("oiiotool")) return;
   ASSERT_EQ(run("resize p.rla half.rla --size 200x150"), 0);
   ASSERT_EQ(shell("oiiotool p.rla --resize 200x150 -o theirs.rla"), 0);

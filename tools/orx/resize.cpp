@@ -88,6 +88,10 @@ int resize_one(const std::string &in_path, const std::string &out_path, const Re
   for (int32_t y = 0; y < hd; ++y) {
     void **rows = nullptr;
     if (!in.read_row(0, y, &rows)) return complain(in_path);
+    // The filter reads the rows it needs without checking them (a damaged
+    // file's missing lines give it whatever its rows held): the frame fails
+    // on the reader's report, which is the thread's status after the line.
+    if (ORX_last_status() != 0) return complain(in_path, last_error());
     for (int c = 0; c < channels; ++c)
       ORX_convert_row(&group_of(filtered, c), rows[c], &group_of(written, c), storage.row(c), wd);
     if (!out.write_row(0, y, storage.rows())) return complain(out_path);
