@@ -136,7 +136,7 @@ TEST(PeerTools, PalettePngReadsAsRgb) {
 
 // Every directory of a TIFF file and every part of an EXR file is an image:
 // a peer's file of two images, copied by us, keeps its second image for
-// OpenImageIO to find.
+// OpenImageIO to find; copied to PNG it keeps the first.
 TEST(PeerTools, EveryImageOfAFileIsCopied) {
   ORX_REQUIRE_TOOL("convert");
   ORX_REQUIRE_TOOL("oiiotool");
@@ -167,6 +167,12 @@ TEST(PeerTools, EveryImageOfAFileIsCopied) {
     expect_runs("oiiotool " + f("ours" + ext) + " --subimage 1 -o " + f("second" + ext));
     expect_same(dir.file("a" + ext), dir.file("ours" + ext));
     expect_same(dir.file("b" + ext), dir.file("second" + ext));
+    // A format of one image per file keeps the first, and says so.
+    if (!built("png")) continue;
+    const ToolRun single = run(orx("copy " + f("peer" + ext) + " " + f("first.png")));
+    EXPECT_EQ(single.status, 0) << single.output;
+    EXPECT_NE(single.output.find("kept the first of 2 images"), std::string::npos) << single.output;
+    expect_same(dir.file("a" + ext), dir.file("first.png"), 2.0 / 65535);  // half to 16 bits
   }
 }
 

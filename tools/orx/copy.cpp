@@ -17,14 +17,15 @@ namespace {
 
 // What the written file will not hold of the source, in one line: what the
 // format says it narrowed ("orx:narrowed" on each written image) and the
-// attributes its write open dropped.  "" when nothing.
+// attributes its write open dropped from the images it writes.  "" when nothing.
 std::string losses(const ORX_INFO &from, const ORX_INFO &to) {
   std::string narrowed, dropped;
   for (int32_t i = 0; i < to.image_count; ++i)
     if (const char *n = ORX_attr_get_string(&to, i, "orx:narrowed"))
       narrowed += (narrowed.empty() ? "" : "; ") + std::string(n);
   for (int32_t k = 0; const ORX_ATTR *a = ORX_attr_at(&from, ORX_ATTR_ANY_IMAGE, k); ++k)
-    if (std::strncmp(a->name, "orx:", 4) != 0 && ORX_attr_find(&to, a->image, a->name) == nullptr &&
+    if (a->image < to.image_count && std::strncmp(a->name, "orx:", 4) != 0 &&
+        ORX_attr_find(&to, a->image, a->name) == nullptr &&
         dropped.find(std::string(" ") + a->name + ",") == std::string::npos)
       dropped += std::string(" ") + a->name + ",";
   if (!dropped.empty()) dropped = "dropped attributes" + dropped.substr(0, dropped.size() - 1);
@@ -53,13 +54,24 @@ int copy_one(const std::string &in_path, const std::string &out_path, const Copy
   Image out;
   std::vector<std::pair<std::string, std::string>> settings = alpha;
   if (o.depth == "float") settings.emplace_back("pixel type", "float");
-  if (!out.open_write(out_path, o.type, in.info(), settings)) return complain(out_path);
-  if (const std::string lost = losses(in.info(), out.info()); !lost.empty())
-    say(out_path + ": " + lost);
+  // A format that holds one image per file refuses a request of several;
+  // the copy then keeps the first and says so, as it does for any other
+  // narrowing.
+  std::string kept_first;
+  if (!out.open_write(out_path, o.type, in.info(), settings)) {
+    if (in.images() < 2 || ORX_last_status() != ORX_E_UNSUPPORTED) return complain(out_path);
+    ORX_INFO first = in.info();
+    first.image_count = 1;
+    if (!out.open_write(out_path, o.type, first, settings)) return complain(out_path);
+    kept_first = "kept the first of " + std::to_string(in.images()) + " images";
+  }
+  const std::string lost = losses(in.info(), out.info());
+  if (!kept_first.empty() || !lost.empty())
+    say(out_path + ": " + kept_first + (!kept_first.empty() && !lost.empty() ? "; " : "") + lost);
   long rows = 0;
-  for (int i = 0; i < in.images(); ++i) rows += height_of(in.ifd(i));
+  for (int i = 0; i < out.images(); ++i) rows += height_of(in.ifd(i));
   Progress progress(rows);
-  for (int i = 0; i < in.images(); ++i) {
+  for (int i = 0; i < out.images(); ++i) {
     const ORX_IFD &d = in.ifd(i);
     for (int32_t y = d.window.bottom; y <= d.window.top; ++y) {
       void **row = nullptr;
