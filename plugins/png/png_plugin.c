@@ -466,9 +466,7 @@ static int plan(ORX_OBJECT *object, int *colour, int *depth) {
   if (image->count != 1 && image->count != 3)
     return kit_fail(ORX_E_UNSUPPORTED, "png: %s: cannot store %d image channels (1 or 3)", path,
                     (int)image->count);
-  if (matte->count > 1)
-    return kit_fail(ORX_E_UNSUPPORTED, "png: %s: cannot store %d mattes (at most 1)", path,
-                    (int)matte->count);
+  if (matte->count > 1 && !kit_narrowed(object, 0, "mattes after the first dropped")) return 0;
   if (ifd->aux.count > 0 && !kit_narrowed(object, 0, "auxiliary channels dropped")) return 0;
   if (!kit_window_at_origin(object, 0)) return 0;
   /* One depth for all channels: the widest asked for, floating point as 16
@@ -486,7 +484,7 @@ static int plan(ORX_OBJECT *object, int *colour, int *depth) {
   if (widest > 16 && !kit_narrowed(object, 0, "%d-bit samples stored in 16 bits", widest))
     return 0;
   *depth = floating || widest > 8 ? 16 : widest;
-  const int alpha = matte->count == 1;
+  const int alpha = matte->count >= 1;
   if (*depth < 8 && (image->count != 1 || alpha || (*depth != 1 && *depth != 2 && *depth != 4)))
     *depth = 8;
   *colour = image->count == 3 ? (alpha ? PNG_COLOR_TYPE_RGBA : PNG_COLOR_TYPE_RGB)
@@ -556,7 +554,10 @@ int imageWriteOpen(ORX_OBJECT *object) {
     layout.type[g] = ORX_C_INTEGER;
     layout.bits[g] = depth;
   }
-  layout.count[2] = 0; /* auxiliary channels come last in a host's rows */
+  /* Mattes after the first and auxiliary channels come last in a host's
+   * rows, so the plane simply stops before them. */
+  if (layout.count[1] > 1) layout.count[1] = 1;
+  layout.count[2] = 0;
   if (kit_plane_init(&p->plane, &layout, p->ifd->window, p->ifd->window,
                      KIT_PLANE_INTERLEAVED | KIT_PLANE_WRITE, kWho, p->path) != 0 ||
       !kit_claim(kWho, p->path, &p->created)) {

@@ -50,6 +50,8 @@ const Case kCases[] = {
     // Widths PNG lacks are widened, which keeps every value.
     {"png", ".png", {3, 0, 0, I, 5}, 1.0 / 255, false, {3, 0, 0, I, 8}},
     {"png", ".png", {3, 1, 0, I, 12}, 1.0 / 65535, false, {3, 1, 0, I, 16}},
+    // Mattes after the first are dropped (said as narrowed), not refused.
+    {"png", ".png", {3, 2, 0, I, 8}, 0, false, {3, 1, 0, I, 8}},
     {"tiff", ".tif", {1, 0, 0, I, 8}, 0, false, {1, 0, 0, I, 8}},
     {"tiff", ".tif", {3, 1, 0, I, 8}, 0, false, {3, 1, 0, I, 8}},
     {"tiff", ".tif", {3, 1, 2, I, 16}, 0, false, {3, 1, 2, I, 16}},
@@ -246,7 +248,6 @@ TEST_F(PluginTest, RefusalsLayoutsAFormatCannotStoreAreRefusedAtOpen) {
     Layout layout;
   } refused[] = {
       {".png", {2, 0, 0, I, 8}},
-      {".png", {3, 2, 0, I, 8}},
       {".tif", {2, 0, 0, I, 8}},
       {".tif", {3, 2, 0, I, 8}},
       {".jpg", {2, 0, 0, I, 8}},
