@@ -3,6 +3,8 @@
 // good frame its output.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -24,8 +26,9 @@ constexpr int kRepeats = 20;
 class OrxDamagedFrames : public orx::test::ToolTest {
  protected:
   // in.0001.EXT .. in.COUNT.EXT: odd frames good, even ones cut in half.
-  bool make(const std::string &ext, int count, const std::string &size = "40x30") {
-    if (run("pattern good." + ext + " --size " + size + " --type int8") != 0) return false;
+  bool make(const std::string &ext, int count, const std::string &size = "40x30",
+            const std::string &type = "int8") {
+    if (run("pattern good." + ext + " --size " + size + " --type " + type) != 0) return false;
     const std::string bytes = slurp(dir_.file("good." + ext));
     for (int f = 1; f <= count; ++f) {
       char name[32];
@@ -56,6 +59,23 @@ class OrxDamagedFrames : public orx::test::ToolTest {
   int status_ = 0;
 };
 
+// The same bytes but for the elapsed time that the RLA header records
+// ("hh:mm:ss"): a slow build on a busy machine may take a second longer on
+// one run than the other.
+bool same_but_elapsed_time(const std::string &a, const std::string &b) {
+  if (a.size() != b.size()) return false;
+  std::size_t first = a.size(), last = 0;
+  for (std::size_t i = 0; i < a.size(); ++i)
+    if (a[i] != b[i]) first = std::min(first, i), last = i;
+  if (first == a.size()) return true;
+  if (last - first >= 8) return false;
+  for (std::size_t i = first; i <= last; ++i)
+    if (!std::isdigit(static_cast<unsigned char>(a[i])) ||
+        !std::isdigit(static_cast<unsigned char>(b[i])))
+      return false;
+  return true;
+}
+
 // A resize over 36 EXR frames, half of them damaged, repeated on eight
 // threads: every run writes the frames, and the bytes, of one thread's run.
 // Wide, short frames keep the good frames' threads long in installing the
@@ -71,11 +91,12 @@ TEST_F(OrxDamagedFrames, EightThreadsWriteWhatOneThreadWrites) {
         << "run " << r << "\n" << log_;
 }
 
-// Every frame command over good and damaged frames of every format, on one
-// thread and on four (under ThreadSanitizer, a race fails the run).
+// Every frame command over good and damaged frames of every format writes
+// on four threads what it writes on one (under ThreadSanitizer, a race
+// fails the run).
 TEST_F(OrxDamagedFrames, EveryCommandAndFormatOnThreads) {
   for (const std::string ext : {"rla", "png", "tif", "exr"}) {
-    ASSERT_TRUE(make(ext, 8)) << ext << ": " << log_;
+    ASSERT_TRUE(make(ext, 8, "40x30", ext == "rla" ? "int16 --matte" : "int8")) << ext << ": " << log_;
     for (const std::string command : {"copy --depth int16", "resize --size 20x11", "maketx"}) {
       SCOPED_TRACE(command + " " + ext);
       const auto one = frames(command, ext, "one" + ext + command[0], 8, 1);
@@ -84,7 +105,9 @@ TEST_F(OrxDamagedFrames, EveryCommandAndFormatOnThreads) {
       EXPECT_EQ(status_, status);
       EXPECT_GE(one.size(), 4u);  // the filter reads past a damaged RLA's missing lines
       if (command != "maketx") {
-        EXPECT_EQ(one, four);
+        ASSERT_EQ(one.size(), four.size());
+        for (const auto &[frame, bytes] : one)
+          EXPECT_TRUE(same_but_elapsed_time(bytes, four.at(frame))) << frame;
       } else {  // textures carry the time they were made
         for (const auto &[frame, bytes] : one)
           EXPECT_EQ(run("diff one" + ext + "m" + frame + " four" + ext + "m" + frame), 0) << log_;

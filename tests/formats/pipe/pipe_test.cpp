@@ -20,26 +20,13 @@ class PipeFormat : public ImageTest {
   }
 };
 
-// A request for handle through the pipe format, describing the shape when
-// there is one; the caller cleans it up.
-ORX_INFO pipe_request(const std::string &handle, const ImageShape *shape) {
-  ORX_INFO info;
-  ORX_info_init(&info);
-  info.handle = STR_save(handle.c_str());
-  info.type = STR_save("pipe");
-  if (shape != nullptr) {
-    info.image_count = 1;
-    info.images = static_cast<ORX_IFD *>(ERR_malloc(sizeof(ORX_IFD)));
-    info.images[0] = describe(*shape);
-  }
-  return info;
-}
-
 ORX_OBJECT *open_pipe(const std::string &handle, const char *mode, const ImageShape *shape) {
-  ORX_INFO info = pipe_request(handle, shape);
-  ORX_OBJECT *object = ORX_open(&info, mode);
-  ORX_info_cleanup(&info, 1);
-  return object;
+  if (shape == nullptr) {
+    Request request("pipe", handle);
+    return ORX_open(&request.info, mode);
+  }
+  Request request("pipe", handle, describe(*shape));
+  return ORX_open(&request.info, mode);
 }
 
 // Writes every row; false when the rows could not be had or written.
@@ -197,27 +184,25 @@ TEST_F(PipeFormat, ExhaustionLeavesNothingBehind) {
   ImageShape shape;
   write_file(file, {shape});
   ASSERT_EQ(ORX_init(nullptr, nullptr), 0);
-  ORX_INFO info = pipe_request(file, nullptr);
+  Request reading("pipe", file);
   ErrorCapture cap;
   for_each_allocation_failure([&] {
-    ORX_OBJECT *in = ORX_open(&info, "r");
+    ORX_OBJECT *in = ORX_open(&reading.info, "r");
     if (in == nullptr) return false;
     ORX_close(in);
     return true;
   });
-  ORX_info_cleanup(&info, 1);
 
   // Writing through a command: whatever allocation fails, the object and
   // the command are gone afterwards and nothing leaks.
   const std::string out = dir_.file("oom-out.rla");
-  info = pipe_request("|cat > '" + out + "'", &shape);
+  Request writing("pipe", "|cat > '" + out + "'", describe(shape));
   for_each_allocation_failure([&] {
-    ORX_OBJECT *object = ORX_open(&info, "w");
+    ORX_OBJECT *object = ORX_open(&writing.info, "w");
     if (object == nullptr) return false;
     const bool written = write_pattern(object);
     return ORX_close(object) == 0 && written;
   });
-  ORX_info_cleanup(&info, 1);
   expect_read(out, shape, 0);
 }
 

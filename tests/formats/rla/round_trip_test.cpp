@@ -1,3 +1,5 @@
+#include <random>
+
 #include "formats/rla/rla_files.hpp"
 
 namespace {
@@ -24,24 +26,30 @@ void round_trip(const std::string &path, const std::vector<ImageShape> &shapes) 
   EXPECT_EQ(object->close(object, 0), 0);
 }
 
-TEST_F(RlaRoundTrip, EveryIntegerWidthFloatAndDoubleWithMatteAuxAndPadding) {
-  const Group groups[] = {{1, ORX_C_INTEGER, 8},  {3, ORX_C_INTEGER, 8},  {3, ORX_C_INTEGER, 12},
-                          {3, ORX_C_INTEGER, 16}, {1, ORX_C_INTEGER, 24}, {3, ORX_C_INTEGER, 32},
-                          {3, ORX_C_FLOAT, 32},   {1, ORX_C_DOUBLE, 64},  {3, ORX_C_INTEGER, 5}};
-  int n = 0;
-  for (const Group &g : groups) {
-    ImageShape shape;
-    // Odd widths wider than one 128-sample packet; padding columns on both
-    // sides and padding rows above and below the active window.
-    shape.window = {2, 302, 1, 7};
-    shape.active = {5, 290, 2, 5};
-    shape.image = g;
-    shape.matte = {1, g.type, g.bits};
-    shape.aux = {1, ORX_C_FLOAT, 32};
-    round_trip(dir.file("k" + std::to_string(n++) + ".rla"), {shape});
-    shape.matte = {};
-    shape.aux = {2, g.type, g.bits};
-    round_trip(dir.file("k" + std::to_string(n++) + ".rla"), {shape});
+// Files of one to three random descriptions: every integer width, float
+// and double groups, mattes and auxiliaries, windows up to several 128-sample
+// packets wide, active windows padded on any side.
+TEST_F(RlaRoundTrip, RandomDescriptionsReadBackAsWritten) {
+  std::mt19937 rng(20240611);
+  const auto pick = [&](int lo, int hi) { return lo + static_cast<int>(rng() % unsigned(hi - lo + 1)); };
+  const auto group = [&](int least, int most) -> Group {
+    const int count = pick(least, most), kind = pick(0, 5);
+    if (kind == 0) return {count, ORX_C_FLOAT, 32};
+    if (kind == 1) return {count, ORX_C_DOUBLE, 64};
+    return {count, ORX_C_INTEGER, pick(1, 32)};
+  };
+  for (int file = 0; file < 40; ++file) {
+    std::vector<ImageShape> shapes(static_cast<std::size_t>(pick(1, 3)));
+    for (ImageShape &s : shapes) {
+      ORX_WINDOW &w = s.window, &a = s.active;
+      w.left = pick(0, 3), w.right = w.left + pick(0, 300);
+      w.bottom = pick(0, 2), w.top = w.bottom + pick(0, 7);
+      a.left = pick(w.left, w.right), a.right = pick(a.left, w.right);
+      a.bottom = pick(w.bottom, w.top), a.top = pick(a.bottom, w.top);
+      s.image = group(1, 3), s.matte = group(0, 1), s.aux = group(0, 2);
+    }
+    SCOPED_TRACE(file);
+    round_trip(dir.file("r" + std::to_string(file) + ".rla"), shapes);
   }
 }
 
