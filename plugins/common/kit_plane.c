@@ -366,8 +366,8 @@ static int interleave_same(KitPlane *plane, const KitLayout *from, void **rows, 
   const uint8_t size = plane->sample_bytes[0];
   const void *src[kMostChannels];
   for (int32_t c = 0; c < n; ++c) {
-    const int g = group_of(&plane->layout, c);
-    if (from->type[g] != plane->layout.type[g] || from->bits[g] != plane->layout.bits[g] ||
+    const int g = group_of(&plane->layout, c), h = group_of(from, c);
+    if (from->type[h] != plane->layout.type[g] || from->bits[h] != plane->layout.bits[g] ||
         plane->sample_bytes[c] != size)
       return 0;
     src[c] = rows[c];
@@ -400,19 +400,22 @@ int kit_plane_store(KitPlane *plane, const ORX_IFD *host, int32_t line, void **r
   const size_t left = (size_t)(plane->active.left - plane->window.left);
   const int32_t width = kit_plane_width(plane);
   if (interleave_same(plane, &from, rows, left, r)) return 0;
+  /* Channel c of the plane is the host's channel c, though a format may
+   * file it in another group (a second matte stored as an extra sample):
+   * the host's group gives its sample type, the plane's the stored one. */
   for (int32_t c = 0; c < plane->channels; ++c) {
-    const int g = group_of(&plane->layout, c);
-    const uint8_t in_size = sample_size(from.type[g], from.bits[g]);
+    const int g = group_of(&plane->layout, c), h = group_of(&from, c);
+    const uint8_t in_size = sample_size(from.type[h], from.bits[h]);
     const unsigned char *src = (const unsigned char *)rows[c] + left * in_size;
     unsigned char *dst = kit_plane_at(plane, r, c);
     const size_t step = kit_plane_step(plane, c);
-    if (from.type[g] == plane->layout.type[g] && from.bits[g] == plane->layout.bits[g]) {
+    if (from.type[h] == plane->layout.type[g] && from.bits[h] == plane->layout.bits[g]) {
       shuffle(dst, step, src, in_size, in_size, width);
       continue;
     }
     for (int32_t x = 0; x < width; ++x)
       put(plane->layout.type[g], plane->layout.bits[g], dst + (size_t)x * step,
-          get(from.type[g], from.bits[g], src + (size_t)x * in_size));
+          get(from.type[h], from.bits[h], src + (size_t)x * in_size));
   }
   return 0;
 }

@@ -60,6 +60,8 @@ const Case kCases[] = {
     {"tiff", ".tif", {3, 1, 1, F, 32}, 0, false, {3, 1, 1, F, 32}},
     {"tiff", ".tif", {1, 1, 0, F, 32}, 0, false, {1, 1, 0, F, 32}},
     {"tiff", ".tif", {3, 0, 0, I, 10}, 1.0 / 65535, false, {3, 0, 0, I, 16}},
+    // One matte: a second is stored as an extra sample and reads as one.
+    {"tiff", ".tif", {3, 2, 1, I, 8}, 0, false, {3, 1, 2, I, 8}},
     // Written as half by default: the float pattern is exact in half.
     {"exr", ".exr", {3, 1, 0, F, 32}, 0, false, {3, 1, 0, F, 32}},
     {"exr", ".exr", {1, 0, 0, F, 32}, 0, false, {1, 0, 0, F, 32}},
@@ -249,7 +251,6 @@ TEST_F(PluginTest, RefusalsLayoutsAFormatCannotStoreAreRefusedAtOpen) {
   } refused[] = {
       {".png", {2, 0, 0, I, 8}},
       {".tif", {2, 0, 0, I, 8}},
-      {".tif", {3, 2, 0, I, 8}},
       {".jpg", {2, 0, 0, I, 8}},
   };
   for (const auto &r : refused) {

@@ -18,9 +18,12 @@ static int plan(const ORX_IFD *ifd, const char *path, KitLayout *layout) {
   if (layout->count[0] != 1 && layout->count[0] != 3)
     return kit_fail(ORX_E_UNSUPPORTED, "tiff: %s: cannot store %d image channels (1 or 3)", path,
                     (int)layout->count[0]);
-  if (layout->count[1] > 1)
-    return kit_fail(ORX_E_UNSUPPORTED, "tiff: %s: cannot store %d mattes (at most 1)", path,
-                    (int)layout->count[1]);
+  /* TIFF has one associated alpha: further mattes follow it as extra
+   * samples of no stated meaning, which read back as auxiliary channels. */
+  if (layout->count[1] > 1) {
+    layout->count[2] += layout->count[1] - 1;
+    layout->count[1] = 1;
+  }
   int widest = 0, floating = 0, doubles = 0;
   for (int g = 0; g < 3; ++g) {
     if (layout->count[g] == 0) continue;
@@ -53,8 +56,12 @@ int imageWriteOpen(ORX_OBJECT *object) {
   if (object->info.image_count < 1)
     return kit_fail(ORX_E_UNSUPPORTED, "tiff: %s: no image to write", path);
   KitLayout layout;
-  for (int32_t i = 0; i < object->info.image_count; ++i)
+  for (int32_t i = 0; i < object->info.image_count; ++i) {
     if (!plan(&object->info.images[i], path, &layout)) return 0;
+    if (object->info.images[i].matte.count > 1 &&
+        !kit_narrowed(object, i, "mattes after the first stored as extra samples"))
+      return 0;
+  }
   if (!kit_new_cell(object, object->info.image_count)) return 0;
   TiffFile *file = tiff_new_file(path);
   if (file == NULL) return 0;
