@@ -58,7 +58,7 @@ TEST_F(Lut, OutOfMemoryReportsAndFreesTheRecord) {
     capture.clear();
     ORX_LUT *lut = ORX_lut_alloc(16);
     if (lut == nullptr) {
-      EXPECT_TRUE(orx::test::reported_last(capture, orx::Msg::kNoMemory));
+      EXPECT_TRUE(capture.last_is(orx::Msg::kNoMemory));
       return false;
     }
     ORX_LUT *copy = ORX_lut_copy(lut);
@@ -67,7 +67,7 @@ TEST_F(Lut, OutOfMemoryReportsAndFreesTheRecord) {
     // A failed resize frees the record: nothing may be left to leak.
     copy = ORX_lut_realloc(copy, 4096);
     if (copy == nullptr) {
-      EXPECT_TRUE(orx::test::reported_last(capture, orx::Msg::kNoMemory));
+      EXPECT_TRUE(capture.last_is(orx::Msg::kNoMemory));
       return false;
     }
     ORX_lut_free(copy);
@@ -76,7 +76,7 @@ TEST_F(Lut, OutOfMemoryReportsAndFreesTheRecord) {
   // Counts the allocator can never serve are refused like a shortage.
   capture.clear();
   EXPECT_EQ(ORX_lut_alloc(0x40000000u), nullptr);
-  EXPECT_TRUE(orx::test::reported_last(capture, orx::Msg::kNoMemory));
+  EXPECT_TRUE(capture.last_is(orx::Msg::kNoMemory));
   EXPECT_EQ(ORX_lut_realloc(kept, 0x40000000u), nullptr);
 }
 

@@ -78,7 +78,7 @@ TEST_F(Matrix, SingularAndDegenerateInputsAreRefused) {
   float zero[16] = {}, out[16];
   EXPECT_EQ(ORX_matrix_invert(zero, out), -1);
   EXPECT_EQ(orx__err, ORX_E_INVALID_TYPE);
-  EXPECT_TRUE(orx::test::reported_last(errors, orx::Msg::kSingularMatrix));
+  EXPECT_TRUE(errors.last_is(orx::Msg::kSingularMatrix));
   const float line[8] = {0.1f, 0.1f, 0.2f, 0.2f, 0.3f, 0.3f, 0.3127f, 0.329f};
   EXPECT_EQ(ORX_matrix_rgb_to_xyz(line, out), -1);
   const float no_y[2] = {0.3f, 0.0f};

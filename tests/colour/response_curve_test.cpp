@@ -210,12 +210,12 @@ TEST_F(ResponseCurve, ComposeReportsIncompatibleCurvesAndLeavesOutAlone) {
   shallow.curves = a.curves;
   ORX_RESPONSE_CURVE out = curve(0, 3.0f, 0, 0, 0, 0);
   EXPECT_EQ(ORX_response_curve_comp(&a, &one, &out), -1);
-  EXPECT_TRUE(orx::test::reported_last(*capture_, orx::Msg::kCurveChannelCounts));
+  EXPECT_TRUE(capture_->last_is(orx::Msg::kCurveChannelCounts));
   EXPECT_EQ(ORX_response_curve_comp(&a, &floats, &out), -1);
-  EXPECT_TRUE(orx::test::reported_last(*capture_, orx::Msg::kCurveChannelType));
+  EXPECT_TRUE(capture_->last_is(orx::Msg::kCurveChannelType));
   for (ORX_RESPONSE_CURVE *b : {&wide, &shallow}) {
     EXPECT_EQ(ORX_response_curve_comp(&a, b, &out), -1);
-    EXPECT_TRUE(orx::test::reported_last(*capture_, orx::Msg::kCurveElementCounts));
+    EXPECT_TRUE(capture_->last_is(orx::Msg::kCurveElementCounts));
   }
   // A parametric a is tabulated to b's codes, so b must be an index curve.
   ORX_RESPONSE_CURVE pa = curve(ORX_CURVE_PARAMETRIC, 2.2f, 2, 0, ORX_C_INTEGER, 8);
@@ -261,7 +261,7 @@ TEST_F(ResponseCurve, OutOfMemoryFailsWithStatusAndLeavesNothing) {
       ORX_RESPONSE_CURVE out{};
       if (op(&out) != 0) {
         EXPECT_EQ(orx__err, ORX_E_NO_MEMORY);
-        EXPECT_TRUE(orx::test::reported_last(*capture_, orx::Msg::kNoMemory));
+        EXPECT_TRUE(capture_->last_is(orx::Msg::kNoMemory));
         EXPECT_EQ(out.curves, nullptr);
         return false;
       }

@@ -77,7 +77,7 @@ TEST_F(ConfigFile, ExhaustionWhileReadingIsReportedAndFreesTheLines) {
     cap.clear();
     ReadStatus s = orx::config::read_config(nullptr);
     if (s != ReadStatus::kOk) {
-      EXPECT_TRUE(orx::test::reported_last(cap, orx::Msg::kConfigNoMemory));
+      EXPECT_TRUE(cap.last_is(orx::Msg::kConfigNoMemory));
       return false;
     }
     orx__config_free();

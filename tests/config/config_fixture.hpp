@@ -41,7 +41,7 @@ class ConfigTest : public CleanErrors {
       if (status == 0) return built();
       EXPECT_TRUE(status == -1 || (minus_ten && status == -10)) << status;
       EXPECT_EQ(orx__err, -10);
-      EXPECT_TRUE(orx::test::reported_last(cap, orx::Msg::kConfigNoMemory));
+      EXPECT_TRUE(cap.last_is(orx::Msg::kConfigNoMemory));
       return false;
     });
   }

@@ -168,13 +168,13 @@ TEST_F(MessageCatalogue, ReportsNameTheirMessage) {
   orx::test::ErrorCapture cap;
   orx::report(orx::Msg::kCannotOpen, "f", "gone");
   EXPECT_EQ(cap.last(), "Cannot open file f; gone");
-  EXPECT_TRUE(orx::test::reported_last(cap, orx::Msg::kCannotOpen));
+  EXPECT_TRUE(cap.last_is(orx::Msg::kCannotOpen));
   EXPECT_EQ(orx::fail(-5, orx::Msg::kSingularMatrix), -5);
   EXPECT_EQ(orx__err, -5);
   orx::report_at(ERR_WARNING, orx::Msg::kNoMemory);
-  EXPECT_TRUE(orx::test::reported(cap, orx::Msg::kSingularMatrix, ERR_ERROR));
-  EXPECT_TRUE(orx::test::reported(cap, orx::Msg::kNoMemory, ERR_WARNING));
-  EXPECT_FALSE(orx::test::reported(cap, orx::Msg::kCannotRead));
+  EXPECT_TRUE(cap.has_at(orx::Msg::kSingularMatrix, ERR_ERROR));
+  EXPECT_TRUE(cap.has_at(orx::Msg::kNoMemory, ERR_WARNING));
+  EXPECT_FALSE(cap.has(orx::Msg::kCannotRead));
 }
 
 }  // namespace

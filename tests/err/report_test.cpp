@@ -312,7 +312,7 @@ TEST_F(ErrReport, AllocationFailureIsReportedAndOldBlockKept) {
     orx::test::FailNthAllocation fail(1);
     EXPECT_EQ(ERR_realloc(p, 64), nullptr);
   }
-  EXPECT_TRUE(orx::test::reported(cap, orx::Msg::kNoMemory, ERR_ERROR));
+  EXPECT_TRUE(cap.has_at(orx::Msg::kNoMemory, ERR_ERROR));
   EXPECT_STREQ(static_cast<char *>(p), "1234567");
   {
     orx::test::FailNthAllocation fail(1);
@@ -330,7 +330,7 @@ TEST_F(ErrReport, HandlerNodeAllocationFailureIsReported) {
   ErrorCapture cap;
   orx::test::FailNthAllocation fail(1);
   EXPECT_EQ(ERR_dcl_handler(nullptr, handler_a, 0), 0);
-  EXPECT_TRUE(orx::test::reported(cap, orx::Msg::kNoMemory, ERR_ERROR));
+  EXPECT_TRUE(cap.has_at(orx::Msg::kNoMemory, ERR_ERROR));
 }
 
 using ErrReportDeathTest = CleanErrors;

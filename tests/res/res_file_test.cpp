@@ -205,7 +205,7 @@ TEST_F(ResFile, TextSyntaxErrorsNameTheLine) {
     EXPECT_EQ(ORX_res_build_text(dir.file("t.txt").c_str(), dir.file("t.res").c_str()),
               ORX_E_UNDECODABLE)
         << text;
-    EXPECT_TRUE(orx::test::reported_last(errors, orx::Msg::kResSyntax)) << errors.last();
+    EXPECT_TRUE(errors.last_is(orx::Msg::kResSyntax)) << errors.last();
   }
   EXPECT_FALSE(std::filesystem::exists(dir.file("t.res")));
 }

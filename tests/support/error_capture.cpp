@@ -32,6 +32,18 @@ bool ErrorCapture::has(Msg m, std::string_view arg) const {
   return false;
 }
 
+bool ErrorCapture::has_at(Msg m, int severity) const {
+  const char *text = msg_text(m);
+  for (const auto &r : reports_)
+    if (text != nullptr && r.name == text && r.severity == severity) return true;
+  return false;
+}
+
+bool ErrorCapture::last_is(Msg m) const {
+  const char *text = msg_text(m);
+  return text != nullptr && !reports_.empty() && reports_.back().name == text;
+}
+
 bool ErrorCapture::has(int severity, std::string_view text) const {
   for (const auto &r : reports_)
     if (r.severity == severity && r.message.find(text) != std::string::npos) return true;

@@ -42,6 +42,10 @@ class ErrorCapture {
   // True when some report was catalogue message m (and, when given, one
   // of its arguments, a file name or a count, reads arg).
   bool has(Msg m, std::string_view arg = {}) const;
+  // True when some report was message m at this severity.
+  bool has_at(Msg m, int severity) const;
+  // True when the newest report was message m.
+  bool last_is(Msg m) const;
   // True when some report of this severity contains text (for reports that
   // are not in the catalogue: system errors, plug-ins' own texts).
   bool has(int severity, std::string_view text) const;

@@ -1,7 +1,6 @@
-// Which catalogue message a failure reported.  Handlers receive a message's
-// default text as the report's name whatever language the catalogue speaks,
-// so behaviour tests compare that identity and leave the wording to the
-// catalogue's own table test.
+// A catalogue message with its arguments filled in, for the few tests that
+// check a report's whole text; which message a failure reported is asked of
+// ErrorCapture (has, has_at, last_is, failed_with).
 #pragma once
 
 #include <cstdio>
@@ -11,19 +10,6 @@
 #include "support/error_capture.hpp"
 
 namespace orx::test {
-
-// Whether some report (or, with last, the newest one) was message m, at
-// the given severity when one is given.
-inline bool reported(const ErrorCapture &cap, Msg m, int severity = -1, bool last = false) {
-  const auto &all = cap.reports();
-  for (auto r = all.rbegin(); r != all.rend(); ++r) {
-    if (r->name == msg_text(m) && (severity < 0 || r->severity == severity)) return true;
-    if (last) break;
-  }
-  return false;
-}
-
-inline bool reported_last(const ErrorCapture &cap, Msg m) { return reported(cap, m, -1, true); }
 
 // Message m with its arguments filled in, as a report of it reads.
 #pragma GCC diagnostic push

@@ -25,7 +25,7 @@ TEST_F(NodePool, ReusesGivenBackNodesNewestFirstAndReportsExhaustion) {
     orx::test::ErrorCapture cap;
     orx::test::FailNthAllocation fail(1);
     EXPECT_EQ(orx::util::pool_take(&pool, 24), nullptr);
-    EXPECT_TRUE(orx::test::reported(cap, orx::Msg::kNoMemory, ERR_ERROR));
+    EXPECT_TRUE(cap.has_at(orx::Msg::kNoMemory, ERR_ERROR));
   }
   std::free(a);
   std::free(b);
