@@ -1,3 +1,4 @@
+#include <array>
 #include <random>
 
 #include "formats/rla/rla_files.hpp"
@@ -7,38 +8,39 @@ namespace {
 using namespace orx::test;
 using RlaRoundTrip = RlaTest;
 
-void round_trip(const std::string &path, const std::vector<ImageShape> &shapes) {
-  write_file(path, shapes);
-  ORX_OBJECT *object = reader_object(path);
-  ASSERT_EQ(ORX_rla_r_open(object), 1) << path;
-  ASSERT_EQ(object->info.image_count, static_cast<int32_t>(shapes.size()));
-  for (std::size_t i = 0; i < shapes.size(); ++i) {
-    const ORX_IFD &ifd = object->info.images[i];
-    EXPECT_EQ(ifd.version, i == 0 ? 1 : 2);
-    EXPECT_EQ(ifd.window.right, shapes[i].window.right);
-    EXPECT_EQ(ifd.active.left, shapes[i].active.left);
-    EXPECT_EQ(ifd.image.count, shapes[i].image.count);
-    EXPECT_EQ(ifd.matte.count, shapes[i].matte.count);
-    EXPECT_EQ(ifd.aux.count, shapes[i].aux.count);
-    EXPECT_EQ(ifd.image.type, shapes[i].image.type);
-  }
-  expect_pattern(object);
-  EXPECT_EQ(object->close(object, 0), 0);
-}
+// The record's texts and the widths of their fields: a text keeps at most
+// the width less one characters.
+struct TextField {
+  char *ORX_INFO::*text;
+  std::size_t width;
+};
+const TextField kTexts[] = {{&ORX_INFO::name, 128},   {&ORX_INFO::desc, 128},
+                            {&ORX_INFO::program, 64}, {&ORX_INFO::machine, 32},
+                            {&ORX_INFO::user, 32},    {&ORX_INFO::date, 20},
+                            {&ORX_INFO::filter, 32}};
 
 // Files of one to three random descriptions: every integer width, float
 // and double groups, mattes and auxiliaries, windows up to several 128-sample
-// packets wide, active windows padded on any side.
+// packets wide, active windows padded on any side; random header texts of
+// any length, numbers and chromaticities (or none).  Read back with the
+// images' rows interleaved, each image backwards.
 TEST_F(RlaRoundTrip, RandomDescriptionsReadBackAsWritten) {
   std::mt19937 rng(20240611);
   const auto pick = [&](int lo, int hi) { return lo + static_cast<int>(rng() % unsigned(hi - lo + 1)); };
   const auto group = [&](int least, int most) -> Group {
     const int count = pick(least, most), kind = pick(0, 5);
-    if (kind == 0) return {count, ORX_C_FLOAT, 32};
-    if (kind == 1) return {count, ORX_C_DOUBLE, 64};
+    // Float and double groups may come described at any width.
+    if (kind == 0) return {count, ORX_C_FLOAT, pick(1, 64)};
+    if (kind == 1) return {count, ORX_C_DOUBLE, pick(1, 64)};
     return {count, ORX_C_INTEGER, pick(1, 32)};
   };
+  const auto text = [&](int most) {
+    std::string s(static_cast<std::size_t>(pick(0, most)), ' ');
+    for (char &c : s) c = "abc xyz_0.9:"[pick(0, 11)];
+    return s;
+  };
   for (int file = 0; file < 40; ++file) {
+    SCOPED_TRACE(file);
     std::vector<ImageShape> shapes(static_cast<std::size_t>(pick(1, 3)));
     for (ImageShape &s : shapes) {
       ORX_WINDOW &w = s.window, &a = s.active;
@@ -47,98 +49,108 @@ TEST_F(RlaRoundTrip, RandomDescriptionsReadBackAsWritten) {
       a.left = pick(w.left, w.right), a.right = pick(a.left, w.right);
       a.bottom = pick(w.bottom, w.top), a.top = pick(a.bottom, w.top);
       s.image = group(1, 3), s.matte = group(0, 1), s.aux = group(0, 2);
+      s.gamma = static_cast<float>(pick(5000, 30000)) / 10000.0f;
     }
-    SCOPED_TRACE(file);
-    round_trip(dir.file("r" + std::to_string(file) + ".rla"), shapes);
-  }
-}
+    const std::string path = dir.file("r" + std::to_string(file) + ".rla");
+    ORX_OBJECT *object = writer_object(path, shapes);
+    ORX_INFO &info = object->info;
+    std::vector<std::string> texts;
+    for (const TextField &f : kTexts) {
+      texts.push_back(text(150));
+      info.*f.text = STR_save(texts.back().c_str());
+    }
+    const std::string channels = text(40), aux = text(40);
+    info.images[0].image.name = STR_save(channels.c_str());
+    info.images[0].aux.name = STR_save(aux.c_str());
+    const int field = info.images[0].field = pick(0, 2);
+    info.job = static_cast<int32_t>(rng());
+    const int given_frame = std::array{-5, -1, 40000, pick(0, 32767)}[pick(0, 3)];
+    info.frame = given_frame;  // stored clamped to 16 bits, -1 kept
+    const bool chromaticities = pick(0, 3) != 0;
+    for (float *xy : {info.red, info.green, info.blue, info.white})
+      for (int k = 0; k < 2 && chromaticities; ++k) xy[k] = static_cast<float>(pick(1, 9000)) / 10000;
+    const int32_t job = info.job;
+    const int32_t frame = given_frame > 32767 ? 32767 : given_frame < -1 ? 0 : given_frame;
+    std::vector<float> want;
+    for (const float *xyz : {info.red, info.green, info.blue, info.white})
+      want.insert(want.end(), xyz, xyz + 3);
+    ASSERT_EQ(ORX_rla_w_open(object), 1);
+    // Once open, the object says at which width each group is stored.
+    for (std::size_t i = 0; i < shapes.size(); ++i)
+      for (const ORX_CHANNELS *g : {&info.images[i].image, &info.images[i].matte, &info.images[i].aux})
+        EXPECT_TRUE(g->count == 0 || g->type == ORX_C_INTEGER ||
+                    g->bits == (g->type == ORX_C_FLOAT ? 32 : 64));
+    write_all_rows_and_close(object);
 
-TEST_F(RlaRoundTrip, MultiImageFilesLinkEveryHeaderAndReadInAnyOrder) {
-  const ImageShape b{{0, 20, 0, 7}, {3, 17, 2, 5}, {1, ORX_C_INTEGER, 16}, {1, ORX_C_FLOAT, 32}};
-  const ImageShape c{.window = {0, 3, 0, 2}, .active = {0, 3, 0, 2}};
-  const std::string path = dir.file("multi.rla");
-  round_trip(path, {ImageShape{}, b, c});
+    // Every header links to the next, the last to nothing; a record without
+    // chromaticities leaves their fields blank.
+    const std::vector<uint8_t> bytes = load(path);
+    uint32_t at = 0;
+    for (std::size_t i = 1; i < shapes.size(); ++i) ASSERT_GT(at = be32(bytes, at + 736), 0u);
+    EXPECT_EQ(be32(bytes, at + 736), 0u);
+    EXPECT_EQ(std::count(bytes.begin() + 44, bytes.begin() + 140, 0) == 96, !chromaticities);
 
-  // Next links: image 0 -> image 1 -> image 2 -> 0.
-  std::vector<uint8_t> bytes = load(path);
-  const uint32_t second = be32(bytes, 736);
-  ASSERT_GT(second, 740u);
-  const uint32_t third = be32(bytes, second + 736);
-  ASSERT_GT(third, second);
-  EXPECT_EQ(be32(bytes, third + 736), 0u);
-  // The last header's time and filter stand for the file.
-  std::memcpy(&bytes[third + 614], "11:11:11", 9);
-  std::memcpy(&bytes[third + 626], "box", 4);
-  save_bytes(path, bytes);
-
-  // Interleaved reading across images and backwards within one.
-  ORX_OBJECT *object = reader_object(path);
-  ASSERT_EQ(ORX_rla_r_open(object), 1);
-  EXPECT_STREQ(object->info.time, "11:11:11");
-  EXPECT_STREQ(object->info.filter, "box");
-  for (int y = 5; y >= 0; --y) {
-    for (int i : {1, 0, 2}) {
+    object = reader_object(path);
+    ASSERT_EQ(ORX_rla_r_open(object), 1) << path;
+    ASSERT_EQ(object->info.image_count, static_cast<int32_t>(shapes.size()));
+    for (std::size_t k = 0; k < texts.size(); ++k)
+      EXPECT_EQ(object->info.*kTexts[k].text, texts[k].substr(0, kTexts[k].width - 1));
+    // The writing time is stamped in the first header; the last one's is read.
+    EXPECT_STREQ(object->info.time, shapes.size() == 1 ? "00:00:00" : "");
+    EXPECT_EQ(object->info.job, job);
+    EXPECT_EQ(object->info.frame, frame);
+    // Written chromaticities come back with z following x and y; none, as
+    // the placeholders of a fresh record.
+    const float *read[] = {object->info.red, object->info.green, object->info.blue, object->info.white};
+    for (std::size_t c = 0; c < 4; ++c) {
+      const float *w = &want[3 * c];
+      EXPECT_NEAR(read[c][0], w[0], 1e-4);
+      EXPECT_NEAR(read[c][1], w[1], 1e-4);
+      EXPECT_NEAR(read[c][2], chromaticities ? 1 - w[0] - w[1] : w[2], 1e-4);
+    }
+    const ORX_IFD &first = object->info.images[0];
+    EXPECT_EQ(first.image.name, channels.substr(0, 31));
+    EXPECT_EQ(first.aux.name, aux.substr(0, 31));
+    EXPECT_EQ(first.field, field);
+    EXPECT_STREQ(first.aspect, "ntsc_640");
+    for (std::size_t i = 0; i < shapes.size(); ++i) {
       const ORX_IFD &ifd = object->info.images[i];
-      if (y > ifd.window.top) continue;
-      void **rows = nullptr;
-      ASSERT_EQ(object->scan(object->private_cell[i], y, &rows), 0);
-      EXPECT_TRUE(holds_pattern(ifd, rows, y)) << "image " << i;
+      EXPECT_EQ(ifd.version, i == 0 ? 1 : 2);
+      EXPECT_EQ(ifd.window.right, shapes[i].window.right);
+      EXPECT_EQ(ifd.active.left, shapes[i].active.left);
+      EXPECT_EQ(ifd.image.count, shapes[i].image.count);
+      EXPECT_EQ(ifd.matte.count, shapes[i].matte.count);
+      EXPECT_EQ(ifd.aux.count, shapes[i].aux.count);
+      EXPECT_EQ(ifd.image.type, shapes[i].image.type);
+      EXPECT_NEAR(ifd.curve.gamma, shapes[i].gamma, 1e-4);
     }
+    for (int y = 9; y >= 0; --y)
+      for (int i = object->info.image_count - 1; i >= 0; --i) {
+        const ORX_IFD &ifd = object->info.images[i];
+        if (y < ifd.window.bottom || y > ifd.window.top) continue;
+        void **rows = nullptr;
+        ASSERT_EQ(object->scan(object->private_cell[i], y, &rows), 0);
+        ASSERT_TRUE(holds_pattern(ifd, rows, y)) << "image " << i;
+      }
+    EXPECT_EQ(object->close(object, 0), 0);
   }
-  EXPECT_EQ(object->close(object, 0), 0);
 }
 
-TEST_F(RlaRoundTrip, HeaderTextsAndChromaticitiesSurvive) {
-  const std::string path = dir.file("texts.rla");
-  ORX_OBJECT *object = writer_object(path, {ImageShape{}});
-  ORX_INFO &info = object->info;
-  info.name = STR_save("shot_010");
-  info.desc = STR_save(std::string(200, 'd').c_str());  // longer than its field
-  info.program = STR_save("render");
-  info.machine = STR_save("host1");
-  info.user = STR_save("ann");
-  info.date = STR_save("Jan  1 2025");
-  info.filter = STR_save("box");
-  info.job = 77;
-  info.frame = 12;
-  info.red[0] = 0.64f;
-  info.red[1] = 0.33f;
-  info.images[0].curve.gamma = 1.8f;
-  info.images[0].image.name = STR_save("rgb");
-  info.images[0].aux.name = STR_save("depth");
-  info.images[0].field = 2;
-  ASSERT_EQ(ORX_rla_w_open(object), 1);
-  write_all_rows_and_close(object);
-
-  object = reader_object(path);
-  ASSERT_EQ(ORX_rla_r_open(object), 1);
-  EXPECT_STREQ(object->info.name, "shot_010");
-  EXPECT_EQ(std::string(object->info.desc), std::string(127, 'd'));
-  EXPECT_STREQ(object->info.program, "render");
-  EXPECT_STREQ(object->info.machine, "host1");
-  EXPECT_STREQ(object->info.user, "ann");
-  EXPECT_STREQ(object->info.date, "Jan  1 2025");
-  EXPECT_STREQ(object->info.filter, "box");
-  EXPECT_STREQ(object->info.time, "00:00:00");
-  EXPECT_EQ(object->info.job, 77);
-  EXPECT_EQ(object->info.frame, 12);
-  EXPECT_NEAR(object->info.red[0], 0.64, 1e-4);
-  EXPECT_NEAR(object->info.red[2], 0.03, 1e-4);
-  EXPECT_NEAR(object->info.white[1], 0.316, 1e-4);
-  const ORX_IFD &ifd = object->info.images[0];
-  EXPECT_NEAR(ifd.curve.gamma, 1.8, 1e-4);
-  EXPECT_STREQ(ifd.aspect, "ntsc_640");
-  EXPECT_STREQ(ifd.image.name, "rgb");
-  EXPECT_STREQ(ifd.aux.name, "depth");
-  EXPECT_EQ(ifd.field, 2);
-  EXPECT_EQ(object->close(object, 0), 0);
-
-  // A chromaticity holding x alone changes x; z follows what x and y are.
+// The last header's time and filter stand for the file; a chromaticity
+// holding x alone changes x, and z follows what x and y are.
+TEST_F(RlaRoundTrip, LastHeaderTimeAndFilterAndChromaticityXAlone) {
+  const std::string path = dir.file("multi.rla");
+  write_file(path, {ImageShape{}, ImageShape{}});
   std::vector<uint8_t> bytes = load(path);
+  const uint32_t last = be32(bytes, 736);
+  std::memcpy(&bytes[last + 614], "11:11:11", 9);
+  std::memcpy(&bytes[last + 626], "box", 4);
   std::memcpy(&bytes[68], "0.5", 4);
   save_bytes(path, bytes);
-  object = reader_object(path);
-  ASSERT_EQ(ORX_rla_r_open(object), 1);
+  ORX_OBJECT *object = open_or_free(path);
+  ASSERT_NE(object, nullptr);
+  EXPECT_STREQ(object->info.time, "11:11:11");
+  EXPECT_STREQ(object->info.filter, "box");
   EXPECT_EQ(object->info.green[0], 0.5f);
   EXPECT_FLOAT_EQ(object->info.green[2], 1.0f - 0.5f - object->info.green[1]);
   EXPECT_EQ(object->close(object, 0), 0);

@@ -13,71 +13,6 @@ namespace {
 using namespace orx::test;
 using RlaWriter = RlaTest;
 
-// Opens a writer for path and closes it without rows; returns the bytes.
-std::vector<uint8_t> empty_file(const std::string &path, int frame) {
-  ORX_OBJECT *object = writer_object(path, {ImageShape{}});
-  object->info.frame = frame;
-  EXPECT_EQ(ORX_rla_w_open(object), 1);
-  EXPECT_EQ(object->close(object, 0), 0);
-  return load(path);
-}
-
-TEST_F(RlaWriter, FrameNumbersAreClampedToSixteenBits) {
-  const std::string path = dir.file("f.rla");
-  for (const auto &[frame, stored] : {std::pair{40000, 0x7fff}, {-1, 0xffff}, {-5, 0}, {321, 321}}) {
-    const std::vector<uint8_t> bytes = empty_file(path, frame);
-    EXPECT_EQ(bytes[16] * 256 + bytes[17], stored) << frame;
-  }
-}
-
-// A record whose chromaticities were never set leaves the four fields
-// blank, and reads back as such a record again.
-TEST_F(RlaWriter, UnknownChromaticitiesStayBlank) {
-  const std::string path = dir.file("c.rla");
-  const std::vector<uint8_t> bytes = empty_file(path, 1);
-  EXPECT_EQ(std::count(bytes.begin() + 44, bytes.begin() + 140, 0), 96);
-  ORX_OBJECT *object = reader_object(path);
-  ASSERT_EQ(ORX_rla_r_open(object), 1);
-  ORX_INFO fresh;
-  ORX_info_init(&fresh);
-  const float *read[] = {object->info.red, object->info.green, object->info.blue, object->info.white};
-  const float *placeholder[] = {fresh.red, fresh.green, fresh.blue, fresh.white};
-  for (int i = 0; i < 4; ++i)
-    EXPECT_EQ(std::vector<float>(read[i], read[i] + 3), std::vector<float>(placeholder[i], placeholder[i] + 3));
-  ORX_info_cleanup(&fresh, 0);
-  EXPECT_EQ(object->close(object, 0), 0);
-}
-
-TEST_F(RlaWriter, WritesExactPacketsPatchesTheTableAndStampsTheTime) {
-  const std::string path = dir.file("runs.rla");
-  const ImageShape shape{{0, 299, 0, 1}, {0, 299, 0, 1}, {1, ORX_C_INTEGER, 8}};
-  ORX_OBJECT *object = writer_object(path, {shape});
-  ASSERT_EQ(ORX_rla_w_open(object), 1);
-  void **buffer = orx__chan_alloc(&object->info.images[0], 300, "test");
-  std::memset(buffer[0], 0x5a, 300);
-  ASSERT_EQ(object->scan(object->private_cell[0], 0, buffer), 0);
-  for (int x = 0; x < 129; ++x) static_cast<uint8_t *>(buffer[0])[x] = static_cast<uint8_t>(x);
-  for (int x = 129; x < 300; ++x) static_cast<uint8_t *>(buffer[0])[x] = 7;
-  ASSERT_EQ(object->scan(object->private_cell[0], 1, buffer), 0);
-  orx__chan_free(buffer);
-  ASSERT_EQ(object->close(object, 0), 0);
-
-  const std::vector<uint8_t> bytes = load(path);
-  EXPECT_EQ(be32(bytes, 736), 0u);  // a single image
-  EXPECT_STREQ(reinterpret_cast<const char *>(bytes.data() + 614), "00:00:00");
-  const uint32_t row0 = be32(bytes, 740);
-  const uint32_t row1 = be32(bytes, 744);
-  EXPECT_EQ(row0, 748u);
-  const std::vector<uint8_t> runs = {0, 6, 127, 0x5a, 127, 0x5a, 43, 0x5a};
-  EXPECT_TRUE(std::equal(runs.begin(), runs.end(), bytes.begin() + row0));
-  EXPECT_EQ(row1, row0 + runs.size());
-  // 129 differing bytes: a full literal of 128, a literal of 1, then the run of 171.
-  std::vector<uint8_t> chunk = {0x80};
-  for (int x = 0; x < 128; ++x) chunk.push_back(static_cast<uint8_t>(x));
-  chunk.insert(chunk.end(), {0xff, 128, 127, 7, 42, 7});
-  EXPECT_EQ(std::vector<uint8_t>(bytes.begin() + row1 + 2, bytes.end()), chunk);
-}
-
 TEST_F(RlaWriter, RowsGoStrictlyInOrderFromTheWindowBottom) {
   const ImageShape shape{.window = {0, 3, 2, 6}, .active = {0, 3, 3, 4}};
   ORX_OBJECT *object = writer_object(dir.file("order.rla"), {shape});
@@ -92,31 +27,6 @@ TEST_F(RlaWriter, RowsGoStrictlyInOrderFromTheWindowBottom) {
   EXPECT_EQ(object->scan(object->private_cell[0], 4, buffer), 0);
   orx__chan_free(buffer);
   EXPECT_EQ(object->close(object, 0), 0);
-}
-
-TEST_F(RlaWriter, FloatChannelsAreWrittenThirtyTwoBitsWideInHostOrder) {
-  const std::string path = dir.file("float.rla");
-  const ImageShape shape{
-      {0, 1, 0, 0}, {0, 1, 0, 0}, {1, ORX_C_FLOAT, 16}, {}, {1, ORX_C_DOUBLE, 8}};
-  ORX_OBJECT *object = writer_object(path, {shape});
-  ASSERT_EQ(ORX_rla_w_open(object), 1);
-  EXPECT_EQ(object->info.images[0].image.bits, 32);  // the object says what is stored
-  EXPECT_EQ(object->info.images[0].aux.bits, 64);
-  void **buffer = orx__chan_alloc(&object->info.images[0], 2, "test");
-  static_cast<float *>(buffer[0])[0] = 1.5f;
-  ASSERT_EQ(object->scan(object->private_cell[0], 0, buffer), 0);
-  orx__chan_free(buffer);
-  ASSERT_EQ(object->close(object, 0), 0);
-  const std::vector<uint8_t> bytes = load(path);
-  EXPECT_EQ(bytes[18] * 256 + bytes[19], 4);    // float storage
-  EXPECT_EQ(bytes[658] * 256 + bytes[659], 32);  // described as 32 bits
-  EXPECT_EQ(bytes[664] * 256 + bytes[665], 5);   // double storage
-  EXPECT_EQ(bytes[666] * 256 + bytes[667], 64);
-  const uint32_t row = be32(bytes, 740);
-  EXPECT_EQ(bytes[row + 1], 8);
-  float first = 0;
-  std::memcpy(&first, bytes.data() + row + 2, 4);
-  EXPECT_EQ(first, 1.5f);
 }
 
 // A failed open takes away the file it created and nothing else: not a
