@@ -70,17 +70,6 @@ void expect_read(const std::string &handle, const ImageShape &shape, int from) {
   EXPECT_EQ(ORX_close(in), 0);
 }
 
-TEST_F(PipeFormat, RoundTripsThroughShellCommands) {
-  const ImageShape shapes[] = {
-      {{0, 12, 0, 6}, {2, 10, 1, 5}, {3, ORX_C_INTEGER, 16}, {1, ORX_C_INTEGER, 16}, {}},
-      {{0, 7, 0, 3}, {0, 7, 0, 3}, {3, ORX_C_FLOAT, 32}, {}, {1, ORX_C_FLOAT, 32}}};
-  for (const ImageShape &shape : shapes) {
-    const std::string file = dir_.file("stream.pipe");
-    write_through("|cat > '" + file + "'", shape);
-    expect_read("|cat '" + file + "'", shape, shape.window.bottom);
-  }
-}
-
 // Points a standard descriptor somewhere else for the life of the object.
 class Redirect {
  public:
