@@ -17,12 +17,10 @@ def corrupt(tmp_path, ext):
 
 
 CASES = [  # (what, extension, call, exception, words of the message)
-    ("missing", "rla", lambda p, ext: orx.read(p / "nope.rla"), orx.NotFoundError, "nope.rla"),
-    ("missing", "png", lambda p, ext: orx.open(p / "nope.png"), orx.NotFoundError, "nope.png"),
-    ("missing", "exr", lambda p, ext: orx.open(p / "nope.exr"), orx.NotFoundError, "nope.exr"),
-    ("cut short", "rla", lambda p, ext: orx.read(corrupt(p, ext)), orx.BadInputError, "bad.rla"),
-    ("cut short", "png", lambda p, ext: orx.read(corrupt(p, ext)), orx.BadInputError, "bad.png"),
-    ("cut short", "exr", lambda p, ext: orx.read(corrupt(p, ext)), orx.BadInputError, "bad.exr"),
+    *[("missing", ext, lambda p, ext: orx.open(p / f"nope.{ext}"), orx.NotFoundError, "nope.")
+      for ext in ("rla", "png", "exr")],
+    *[("cut short", ext, lambda p, ext: orx.read(corrupt(p, ext)), orx.BadInputError, "bad.")
+      for ext in ("rla", "png", "exr")],
     ("unknown extension", "rla", lambda p, ext: orx.write(p / "a.xyz", np.zeros((2, 2, 3), np.uint8)),
      orx.UnsupportedError, "\".xyz\""),
     ("wrong dtype", "rla", lambda p, ext: orx.write(p / "a.rla", np.zeros((2, 2, 3), np.int8)),
