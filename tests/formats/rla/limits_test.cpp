@@ -1,7 +1,7 @@
 // Hostile headers: channel counts, windows and offset tables that a small
 // file claims, refused before the reader allocates what they would size;
 // the limits' environment variables and setter; rows outside the active
-// window written only where the buffer may hold something else.
+// window zeroed where a layer above may have written over the buffer.
 
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -221,49 +221,27 @@ TEST_F(RlaLimits, HostileFilesStayWithinAMemoryCap) {
 #endif
 }
 
-// A layer above the reader that records whether the rows it got held zeros
-// where they must, then scribbles over them as a layer transforming in place may.
-struct Scribbler {
-  ORX_SCAN_FN below = nullptr;
-  int width = 0, left = 0, right = 0;  // window width and active columns
-  int active_bottom = 0, active_top = 0;
-  int wrong = 0;
-};
-Scribbler g_scribbler;
-
-int scribble(void *data, int32_t y, void *out) {
-  Scribbler &s = g_scribbler;
-  const int status = s.below(data, y, out);
-  if (status != 0) return status;
-  auto **rows = *static_cast<void ***>(out);
-  const bool active = y >= s.active_bottom && y <= s.active_top;
-  for (int c = 0; c < 3; ++c) {
-    auto *row = static_cast<uint8_t *>(rows[c]);
-    for (int x = 0; x < s.width; ++x)
-      if ((!active || x < s.left || x > s.right) && row[x] != 0) ++s.wrong;
-    std::memset(row, 0xAA, static_cast<std::size_t>(s.width));
-  }
-  return 0;
-}
+// A layer above the reader that hands its rows on: the reader must then take
+// them as written over, which the test does, as a layer transforming in place may.
+ORX_SCAN_FN g_reader = nullptr;
+int layer(void *data, int32_t y, void *out) { return g_reader(data, y, out); }
 
 TEST_F(RlaLimits, RowsOutsideTheActiveWindowStayZerosUnderALayerThatWritesInPlace) {
   const std::string path = dir.file("layer.rla");
   write_file(path, {{.window = {0, 19, 0, 19}, .active = {5, 14, 5, 14}}});
   ORX_OBJECT *object = open_or_free(path);
   ASSERT_NE(object, nullptr);
-  g_scribbler = Scribbler{object->scan, 20, 5, 14, 5, 14, 0};
-  const int order[] = {0, 1, 5, 6, 15, 16, 7, 2, 19};
-  void **rows = nullptr;
+  g_reader = object->scan;
   // Without the layer, then with it, then without it again.
   for (int pass = 0; pass < 3; ++pass) {
-    object->scan = pass == 1 ? scribble : g_scribbler.below;
-    for (int y : order) {
+    object->scan = pass == 1 ? layer : g_reader;
+    for (int y : {0, 1, 5, 6, 15, 16, 7, 2, 19}) {
+      void **rows = nullptr;
       ASSERT_EQ(object->scan(object->private_cell[0], y, &rows), 0) << y;
-      if (pass == 1) continue;
-      EXPECT_TRUE(holds_pattern(object->info.images[0], rows, y)) << pass;
+      EXPECT_TRUE(holds_pattern(object->info.images[0], rows, y)) << "pass " << pass << ", row " << y;
+      for (int c = 0; c < 3 && pass == 1; ++c) std::memset(rows[c], 0xAA, 20);
     }
   }
-  EXPECT_EQ(g_scribbler.wrong, 0);
   EXPECT_EQ(object->close(object, 0), 0);
 }
 
