@@ -253,40 +253,4 @@ TEST_F(RlaReader, RandomlyDamagedFilesNeverCrashOrLeak) {
   }
 }
 
-// The writer stores the descriptor's aspect ratio, else the window's shape;
-// the reader takes the resolution and the ratio from the format database when
-// it knows the aspect name, else from the window and the stored ratio.
-TEST_F(RlaReader, AspectRatioStoredFromTheDescriptorOrTheWindowAndReadDatabaseFirst) {
-  ScopedEnv home("HOME", dir.path());
-  FMT_exit();
-  const std::string path = dir.file("aspect.rla");
-  ORX_OBJECT *writer = writer_object(path, {ImageShape{}, {}});  // 10 x 6 windows
-  writer->info.images[0].aspect_ratio = 1.5f;
-  ASSERT_EQ(ORX_rla_w_open(writer), 1);
-  write_all_rows_and_close(writer);
-  auto bytes = load(path);
-  EXPECT_STREQ(reinterpret_cast<const char *>(&bytes[572]), "1.500");
-  const uint32_t second = be32(bytes, 736);
-  ASSERT_LT(second + 580, bytes.size());
-  EXPECT_STREQ(reinterpret_cast<const char *>(&bytes[second + 572]), "1.667");
-  // The ratio and the resolution read back, with the compression name.
-  auto expect_read = [&](float ratio, int x, int y) {
-    ORX_OBJECT *object = open_or_free(path);
-    ASSERT_NE(object, nullptr);
-    EXPECT_EQ(object->info.images[0].aspect_ratio, ratio);
-    EXPECT_EQ(object->info.images[0].x_resolution, x);
-    EXPECT_EQ(object->info.images[0].y_resolution, y);
-    EXPECT_STREQ(object->info.compression, "run length encoded");
-    object->close(object, 0);
-  };
-  expect_read(1.33f, 640, 486);  // "ntsc_640" is a built-in format
-  std::memcpy(&bytes[548], "custom\0", 7);
-  save_bytes(path, bytes);
-  expect_read(1.5f, 10, 6);
-  std::memcpy(&bytes[572], "0.000\0\0", 7);  // not positive: the window's shape
-  save_bytes(path, bytes);
-  expect_read(10.0f / 6.0f, 10, 6);
-  FMT_exit();
-}
-
 }  // namespace

@@ -2,6 +2,7 @@
 #include <random>
 
 #include "formats/rla/rla_files.hpp"
+#include "orx/fmt.h"
 
 namespace {
 
@@ -25,6 +26,8 @@ const TextField kTexts[] = {{&ORX_INFO::name, 128},   {&ORX_INFO::desc, 128},
 // any length, numbers and chromaticities (or none).  Read back with the
 // images' rows interleaved, each image backwards.
 TEST_F(RlaRoundTrip, RandomDescriptionsReadBackAsWritten) {
+  ScopedEnv home("HOME", dir.path());  // the built-in formats only
+  FMT_exit();
   std::mt19937 rng(20240611);
   const auto pick = [&](int lo, int hi) { return lo + static_cast<int>(rng() % unsigned(hi - lo + 1)); };
   const auto group = [&](int least, int most) -> Group {
@@ -54,6 +57,14 @@ TEST_F(RlaRoundTrip, RandomDescriptionsReadBackAsWritten) {
     const std::string path = dir.file("r" + std::to_string(file) + ".rla");
     ORX_OBJECT *object = writer_object(path, shapes);
     ORX_INFO &info = object->info;
+    // An aspect the format database knows, or not; a ratio of the image's
+    // own, or none (the window's shape is stored).
+    std::vector<float> ratios;
+    for (std::size_t i = 0; i < shapes.size(); ++i) {
+      ORX_IFD &ifd = info.images[i];
+      if (pick(0, 1) == 0) ERR_free(ifd.aspect), ifd.aspect = STR_save("custom");
+      ratios.push_back(ifd.aspect_ratio = pick(0, 1) == 0 ? 0.0f : float(pick(500, 3000)) / 1000);
+    }
     std::vector<std::string> texts;
     for (const TextField &f : kTexts) {
       texts.push_back(text(150));
@@ -89,6 +100,11 @@ TEST_F(RlaRoundTrip, RandomDescriptionsReadBackAsWritten) {
     for (std::size_t i = 1; i < shapes.size(); ++i) ASSERT_GT(at = be32(bytes, at + 736), 0u);
     EXPECT_EQ(be32(bytes, at + 736), 0u);
     EXPECT_EQ(std::count(bytes.begin() + 44, bytes.begin() + 140, 0) == 96, !chromaticities);
+    const ORX_WINDOW &w0 = shapes[0].window;
+    const float shape = float(w0.right - w0.left + 1) / float(w0.top - w0.bottom + 1);
+    char ratio[8];
+    std::snprintf(ratio, sizeof ratio, "%5.3f", double(ratios[0] > 0 ? ratios[0] : shape));
+    EXPECT_STREQ(reinterpret_cast<const char *>(&bytes[572]), ratio);
 
     object = reader_object(path);
     ASSERT_EQ(ORX_rla_r_open(object), 1) << path;
@@ -112,9 +128,21 @@ TEST_F(RlaRoundTrip, RandomDescriptionsReadBackAsWritten) {
     EXPECT_EQ(first.image.name, channels.substr(0, 31));
     EXPECT_EQ(first.aux.name, aux.substr(0, 31));
     EXPECT_EQ(first.field, field);
-    EXPECT_STREQ(first.aspect, "ntsc_640");
+    EXPECT_STREQ(object->info.compression, "run length encoded");
     for (std::size_t i = 0; i < shapes.size(); ++i) {
       const ORX_IFD &ifd = object->info.images[i];
+      const int width = ifd.window.right - ifd.window.left + 1;
+      const int height = ifd.window.top - ifd.window.bottom + 1;
+      if (std::string(ifd.aspect) == "ntsc_640") {  // the database's
+        EXPECT_EQ(ifd.aspect_ratio, 1.33f);
+        EXPECT_EQ(ifd.x_resolution, 640);
+        EXPECT_EQ(ifd.y_resolution, 486);
+      } else {
+        EXPECT_STREQ(ifd.aspect, "custom");
+        EXPECT_NEAR(ifd.aspect_ratio, ratios[i] > 0 ? ratios[i] : float(width) / float(height), 5e-4);
+        EXPECT_EQ(ifd.x_resolution, width);
+        EXPECT_EQ(ifd.y_resolution, height);
+      }
       EXPECT_EQ(ifd.version, i == 0 ? 1 : 2);
       EXPECT_EQ(ifd.window.right, shapes[i].window.right);
       EXPECT_EQ(ifd.active.left, shapes[i].active.left);
@@ -134,11 +162,13 @@ TEST_F(RlaRoundTrip, RandomDescriptionsReadBackAsWritten) {
       }
     EXPECT_EQ(object->close(object, 0), 0);
   }
+  FMT_exit();
 }
 
 // The last header's time and filter stand for the file; a chromaticity
-// holding x alone changes x, and z follows what x and y are.
-TEST_F(RlaRoundTrip, LastHeaderTimeAndFilterAndChromaticityXAlone) {
+// holding x alone changes x, and z follows what x and y are; a stored
+// aspect ratio that is not positive gives way to the window's shape.
+TEST_F(RlaRoundTrip, PatchedHeaderFieldsReadAsTheRulesSay) {
   const std::string path = dir.file("multi.rla");
   write_file(path, {ImageShape{}, ImageShape{}});
   std::vector<uint8_t> bytes = load(path);
@@ -146,6 +176,8 @@ TEST_F(RlaRoundTrip, LastHeaderTimeAndFilterAndChromaticityXAlone) {
   std::memcpy(&bytes[last + 614], "11:11:11", 9);
   std::memcpy(&bytes[last + 626], "box", 4);
   std::memcpy(&bytes[68], "0.5", 4);
+  std::memcpy(&bytes[548], "custom\0", 7);
+  std::memcpy(&bytes[572], "0.000\0\0", 7);
   save_bytes(path, bytes);
   ORX_OBJECT *object = open_or_free(path);
   ASSERT_NE(object, nullptr);
@@ -153,6 +185,7 @@ TEST_F(RlaRoundTrip, LastHeaderTimeAndFilterAndChromaticityXAlone) {
   EXPECT_STREQ(object->info.filter, "box");
   EXPECT_EQ(object->info.green[0], 0.5f);
   EXPECT_FLOAT_EQ(object->info.green[2], 1.0f - 0.5f - object->info.green[1]);
+  EXPECT_EQ(object->info.images[0].aspect_ratio, 10.0f / 6.0f);
   EXPECT_EQ(object->close(object, 0), 0);
 }
 
