@@ -64,18 +64,17 @@ TEST(RlaHeader, EveryFieldSurvivesEncodeAndDecodeAtItsOffset) {
   decode_header(bytes, false, &back);
   EXPECT_TRUE(back == h);
 
-  EXPECT_EQ(load_be16(bytes + 2), 1919);
-  EXPECT_EQ(load_be16(bytes + 16), 0xFFFF);  // frame -1
-  EXPECT_EQ(load_be16(bytes + 18), 0);
-  EXPECT_EQ(load_be16(bytes + 660), 4);
-  EXPECT_EQ(load_be16(bytes + 664), 5);
-  EXPECT_EQ(bytes[26], 0xFF);  // revision -2
-  EXPECT_EQ(bytes[27], 0xFE);
-  EXPECT_EQ(static_cast<std::int32_t>(load_be32(bytes + 140)), -123456);
+  // Where numbers land: window right, frame -1, the storage codes, revision
+  // -2, job, field, the auxiliary width and the link.
+  const struct {
+    std::size_t at, size;
+    std::uint32_t value;
+  } numbers[] = {{2, 2, 1919},     {16, 2, 0xFFFF}, {18, 2, 0},   {660, 2, 4},
+                 {664, 2, 5},      {26, 2, 0xFFFE}, {140, 4, std::uint32_t(-123456)},
+                 {612, 2, 2},      {666, 2, 64},    {736, 4, 0x01020304u}};
+  for (const auto &n : numbers)
+    EXPECT_EQ(n.size == 2 ? load_be16(bytes + n.at) : load_be32(bytes + n.at), n.value) << n.at;
   EXPECT_STREQ(reinterpret_cast<const char *>(bytes + 548), "hd_1080");
-  EXPECT_EQ(load_be16(bytes + 612), 2);
-  EXPECT_EQ(load_be16(bytes + 666), 64);
-  EXPECT_EQ(load_be32(bytes + 736), 0x01020304u);
   for (std::size_t i = 700; i < 736; ++i) EXPECT_EQ(bytes[i], 0) << "reserved byte " << i;
 
   // A file that fills a whole text field without a NUL still reads terminated.
