@@ -3,6 +3,7 @@
 #include "err/messages.hpp"
 #include "operators/convert.hpp"
 #include "operators/layer.hpp"
+#include "operators/lookup.hpp"
 #include "orx/err.h"
 #include "orx/operators.h"
 
@@ -16,6 +17,7 @@ struct CastRecord {
   int32_t width;
   int32_t counts[3];
   float *gamma_table;
+  FloatTable lookup;  // of gamma_table
   void **buffers;
   CastConverter converters[3];
 };
@@ -26,7 +28,7 @@ int cast_rows(CastRecord &r, int32_t, void ***rows, int) {
   for (int g = 0; g < 3; ++g) {
     if (g == 0 && r.gamma_table != nullptr) {
       for (int32_t c = r.counts[0] - 1; c >= 0; --c)
-        linearise_row(r.gamma_table, src[c], r.width, static_cast<float *>(r.buffers[c]));
+        lookup_floats(r.lookup, src[c], r.width, static_cast<float *>(r.buffers[c]));
     } else if (r.converters[g] != nullptr) {
       r.converters[g](r.buffers + at, r.width, r.saved.widths[g], r.counts[g], src + at);
     }
@@ -59,27 +61,9 @@ bool cast_source(const ORX_OBJECT *handle, CastSource *source) {
   if (layer == nullptr) return false;
   const auto *r = reinterpret_cast<const CastRecord *>(layer);
   source->types = r->saved;
-  source->table = r->gamma_table;
+  source->table = r->gamma_table != nullptr ? &r->lookup : nullptr;
   return true;
 }
-
-void linearise_row(const float *table, const void *codes, int32_t n, float *out) {
-  // Four lookups issued before their stores: a table lookup does not
-  // vectorise (gathers are slower than scalar loads on common processors),
-  // but independent loads overlap where a one-at-a-time loop is held to
-  // about a sample a cycle.
-  const auto *in = static_cast<const uint8_t *>(codes);
-  int32_t x = 0;
-  for (; x + 4 <= n; x += 4) {
-    const float a = table[in[x]], b = table[in[x + 1]], c = table[in[x + 2]], d = table[in[x + 3]];
-    out[x] = a;
-    out[x + 1] = b;
-    out[x + 2] = c;
-    out[x + 3] = d;
-  }
-  for (; x < n; ++x) out[x] = table[in[x]];
-}
-
 }  // namespace orx::operators
 
 using namespace orx::operators;
@@ -123,6 +107,7 @@ ORX_OBJECT *orx__cast_operator(ORX_OBJECT *handle) {
       no_memory();
       return handle;
     }
+    float_table_init(r->lookup, r->gamma_table);
   }
   push(handle, &r->header, kCast, read_scan<CastRecord, cast_rows>, Layer::close);
   return handle;

@@ -238,21 +238,19 @@ struct GroupTypes {
 };
 
 // What the cast operator reads from the layer below it: each group's type
-// and width as stored there, and the table (256 floats) through which it
-// linearises 8-bit image channels with a gamma (null when it scales them
-// linearly).  A layer sitting on a cast may read from below it instead and
-// widen the rows itself, giving what the cast would.
+// and width as stored there, and the table through which it linearises
+// 8-bit image channels with a gamma (null when it scales them linearly;
+// lookup_floats applies it).  A layer sitting on a cast may read from below
+// it instead and widen the rows itself, giving what the cast would.
+struct FloatTable;
 struct CastSource {
   GroupTypes types;
-  const float *table;
+  const FloatTable *table;
 };
 
 // The source of the cast on top of handle: false when the layer on top is
 // not a cast.
 bool cast_source(const ORX_OBJECT *handle, CastSource *source);
-
-// n 8-bit codes through a cast's table into floats: the cast's own row loop.
-void linearise_row(const float *table, const void *codes, int32_t n, float *out);
 
 // Channels of the image, matte and auxiliary groups together.
 inline int32_t channel_count(const ORX_IFD &d) {

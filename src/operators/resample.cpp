@@ -24,6 +24,7 @@
 #include "err/messages.hpp"
 #include "operators/convert.hpp"
 #include "operators/layer.hpp"
+#include "operators/lookup.hpp"
 #include "operators/resample_engine.hpp"
 #include "orx/err.h"
 #include "orx/operators.h"
@@ -67,7 +68,7 @@ struct ResampleRecord {
   bool pushed_cast;  // reading: the cast below
   bool down_first;   // the cache holds source rows (see the top of the file)
   bool fused;        // reading with the fast kernels: rows come from below the cast
-  const float *table;   // fused: the cast's table for the image channels, or null
+  const FloatTable *table;  // fused: the cast's table for the image channels, or null
   SourceKind kinds[3];  // image, matte, auxiliary rows as read
   float maxima[3];
   int32_t counts[3];
@@ -134,7 +135,7 @@ void load_row(ResampleRecord &r, int32_t s, void **entry) {
   for (int32_t g = 0, c = 0; g < 3; ++g)
     for (int32_t i = 0; i < r.counts[g]; ++i, ++c)
       if (g == 0 && r.table != nullptr)
-        linearise_row(r.table, source[c], r.source_width, row_of(floats, c));
+        lookup_floats(*r.table, source[c], r.source_width, row_of(floats, c));
       else
         widen(source[c], r.kinds[g], r.source_width, r.maxima[g], row_of(floats, c));
   if (!r.down_first) filter_row(r, r.in, entry);
