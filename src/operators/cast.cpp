@@ -64,6 +64,7 @@ bool cast_source(const ORX_OBJECT *handle, CastSource *source) {
   source->table = r->gamma_table != nullptr ? &r->lookup : nullptr;
   return true;
 }
+
 }  // namespace orx::operators
 
 using namespace orx::operators;
