@@ -3,6 +3,7 @@
 #include "err/messages.hpp"
 #include "operators/convert.hpp"
 #include "operators/layer.hpp"
+#include "operators/lookup.hpp"
 #include "orx/err.h"
 #include "orx/operators.h"
 
@@ -16,6 +17,7 @@ struct CastRecord {
   int32_t width;
   int32_t counts[3];
   float *gamma_table;
+  FloatTable lookup;  // of gamma_table
   void **buffers;
   CastConverter converters[3];
 };
@@ -25,11 +27,8 @@ int cast_rows(CastRecord &r, int32_t, void ***rows, int) {
   int32_t at = 0;
   for (int g = 0; g < 3; ++g) {
     if (g == 0 && r.gamma_table != nullptr) {
-      for (int32_t c = r.counts[0] - 1; c >= 0; --c) {
-        const auto *in = static_cast<const uint8_t *>(src[c]);
-        auto *out = static_cast<float *>(r.buffers[c]);
-        for (int32_t x = 0; x < r.width; ++x) out[x] = r.gamma_table[in[x]];
-      }
+      for (int32_t c = r.counts[0] - 1; c >= 0; --c)
+        lookup_floats(r.lookup, src[c], r.width, static_cast<float *>(r.buffers[c]));
     } else if (r.converters[g] != nullptr) {
       r.converters[g](r.buffers + at, r.width, r.saved.widths[g], r.counts[g], src + at);
     }
@@ -56,6 +55,16 @@ void release(ORX_OBJECT *handle, LayerHeader *header) {
 using Layer = Kind<release>;
 
 }  // namespace
+
+bool cast_source(const ORX_OBJECT *handle, CastSource *source) {
+  const LayerHeader *layer = Layer::on_top(handle);
+  if (layer == nullptr) return false;
+  const auto *r = reinterpret_cast<const CastRecord *>(layer);
+  source->types = r->saved;
+  source->table = r->gamma_table != nullptr ? &r->lookup : nullptr;
+  return true;
+}
+
 }  // namespace orx::operators
 
 using namespace orx::operators;
@@ -99,6 +108,7 @@ ORX_OBJECT *orx__cast_operator(ORX_OBJECT *handle) {
       no_memory();
       return handle;
     }
+    float_table_init(r->lookup, r->gamma_table);
   }
   push(handle, &r->header, kCast, read_scan<CastRecord, cast_rows>, Layer::close);
   return handle;

@@ -6,6 +6,7 @@
 
 #include "err/messages.hpp"
 #include "operators/layer.hpp"
+#include "operators/lookup.hpp"
 #include "orx/err.h"
 #include "orx/fmt.h"
 #include "orx/operators.h"
@@ -31,9 +32,8 @@ const uint8_t *table(const GammaRecord &r, int32_t c) {
 int gamma_read_rows(GammaRecord &r, int32_t, void ***rows, int status) {
   void **channels = *rows;
   for (int32_t c = 0; c < r.image_count; ++c) {
-    const uint8_t *t = table(r, c);
     auto *row = static_cast<uint8_t *>(channels[c]) + r.span.x_offset;
-    for (int32_t x = 0; x < r.span.active_width; ++x) row[x] = t[row[x]];
+    lookup_row(table(r, c), row, r.span.active_width, row);
   }
   return status;
 }

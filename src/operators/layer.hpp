@@ -237,6 +237,21 @@ struct GroupTypes {
   }
 };
 
+// What the cast operator reads from the layer below it: each group's type
+// and width as stored there, and the table through which it linearises
+// 8-bit image channels with a gamma (null when it scales them linearly;
+// lookup_floats applies it).  A layer sitting on a cast may read from below
+// it instead and widen the rows itself, giving what the cast would.
+struct FloatTable;
+struct CastSource {
+  GroupTypes types;
+  const FloatTable *table;
+};
+
+// The source of the cast on top of handle: false when the layer on top is
+// not a cast.
+bool cast_source(const ORX_OBJECT *handle, CastSource *source);
+
 // Channels of the image, matte and auxiliary groups together.
 inline int32_t channel_count(const ORX_IFD &d) {
   return (d.image.count > 0 ? d.image.count : 0) + (d.matte.count > 0 ? d.matte.count : 0) +

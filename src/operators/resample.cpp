@@ -15,7 +15,8 @@
 //    across once, so a reduction filters across only as many rows as it
 //    writes.
 // Either way, reading an 8- or 16-bit image with the fast kernels takes its
-// rows from below the cast and widens them as the cast would.
+// rows from below the cast and widens them as the cast would (8-bit image
+// channels with a gamma through the cast's own table).
 #include <cstring>
 #include <initializer_list>
 #include <utility>
@@ -23,6 +24,7 @@
 #include "err/messages.hpp"
 #include "operators/convert.hpp"
 #include "operators/layer.hpp"
+#include "operators/lookup.hpp"
 #include "operators/resample_engine.hpp"
 #include "orx/err.h"
 #include "orx/operators.h"
@@ -66,6 +68,7 @@ struct ResampleRecord {
   bool pushed_cast;  // reading: the cast below
   bool down_first;   // the cache holds source rows (see the top of the file)
   bool fused;        // reading with the fast kernels: rows come from below the cast
+  const FloatTable *table;  // fused: the cast's table for the image channels, or null
   SourceKind kinds[3];  // image, matte, auxiliary rows as read
   float maxima[3];
   int32_t counts[3];
@@ -131,7 +134,10 @@ void load_row(ResampleRecord &r, int32_t s, void **entry) {
   const WidenKernel widen = row_kernels().widen;
   for (int32_t g = 0, c = 0; g < 3; ++g)
     for (int32_t i = 0; i < r.counts[g]; ++i, ++c)
-      widen(source[c], r.kinds[g], r.source_width, r.maxima[g], row_of(floats, c));
+      if (g == 0 && r.table != nullptr)
+        lookup_floats(*r.table, source[c], r.source_width, row_of(floats, c));
+      else
+        widen(source[c], r.kinds[g], r.source_width, r.maxima[g], row_of(floats, c));
   if (!r.down_first) filter_row(r, r.in, entry);
 }
 
@@ -440,30 +446,25 @@ bool floats_in_layout(const ORX_IFD &d, int32_t layout) {
   return refused == 0;
 }
 
-// How each group's rows are read from below the cast: false when some
-// group's storage has no direct reading (the cast's floats are read then).
-bool source_kinds(const ORX_IFD &d, SourceKind kinds[3], float maxima[3]) {
+// How each group's rows are read from below a cast that found them of
+// these types (counts as d has them): false when some group's storage has
+// no direct reading (the cast's floats are read then).
+bool source_kinds(const ORX_IFD &d, const GroupTypes &below, SourceKind kinds[3], float maxima[3]) {
   const ORX_CHANNELS *groups[] = {&d.image, &d.matte, &d.aux};
-  // 8-bit images with a gamma are linearised through the cast's table.
-  if (d.image.count > 0 && d.image.type == ORX_C_INTEGER && d.image.bits == 8 && d.curve.gamma != 1.0f)
-    return false;
   for (int g = 0; g < 3; ++g) {
-    const ORX_CHANNELS &c = *groups[g];
+    const int32_t type = below.types[g], bits = below.widths[g];
     kinds[g] = SourceKind::kFloat;
     maxima[g] = 1.0f;
-    if (c.count <= 0 || c.type == ORX_C_FLOAT) continue;
-    if (c.type != ORX_C_INTEGER || c.bits < 1 || c.bits > 16) return false;
-    kinds[g] = c.bits <= 8 ? SourceKind::kU8 : SourceKind::kU16;
-    maxima[g] = static_cast<float>(max_value(c.bits));
+    if (groups[g]->count <= 0 || type == ORX_C_FLOAT) continue;
+    if (type != ORX_C_INTEGER || bits < 1 || bits > 16) return false;
+    kinds[g] = bits <= 8 ? SourceKind::kU8 : SourceKind::kU16;
+    maxima[g] = static_cast<float>(max_value(bits));
   }
   return true;
 }
 
 ORX_OBJECT *read_install(ORX_OBJECT *handle, const ORX_FILTER *filter, ORX_WINDOW dest) {
   ORX_IFD &d = handle->info.images[0];
-  SourceKind kinds[3];
-  float maxima[3];
-  const bool direct = source_kinds(d, kinds, maxima);
   const CastBelow cast(handle);
   if (!cast.ok()) return handle;  // the cast could not be had (reported)
   if (!floats_in_layout(d, 1)) {
@@ -479,7 +480,13 @@ ORX_OBJECT *read_install(ORX_OBJECT *handle, const ORX_FILTER *filter, ORX_WINDO
     return handle;
   }
   r->pushed_cast = cast.pushed();
-  r->fused = !row_kernels().exact && cast.pushed() && direct;
+  // The cast below, whether pushed here or by whoever built the chain, is
+  // read past when its rows can be widened here.
+  SourceKind kinds[3];
+  float maxima[3];
+  CastSource below{};
+  r->fused = !row_kernels().exact && cast_source(handle, &below) && source_kinds(d, below.types, kinds, maxima);
+  r->table = r->fused ? below.table : nullptr;
   const ORX_CHANNELS *groups[] = {&d.image, &d.matte, &d.aux};
   for (int g = 0; g < 3; ++g) {
     r->counts[g] = groups[g]->count > 0 ? groups[g]->count : 0;

@@ -2,11 +2,13 @@
 // its edge cases, through real RLA images.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "operators/layer.hpp"
 #include "support/images.hpp"
 #include "orx/operators.h"
 #include "orx/plugin.h"
@@ -87,6 +89,25 @@ std::vector<Plane> read_all(ORX_OBJECT *h) {
   return out;
 }
 
+// A layer that hands rows on as they are: the filter above it cannot read
+// past the cast below it, and so reads the cast's floats.
+struct PassRecord {
+  orx::operators::LayerHeader header;
+};
+
+int pass_scan(void *data, int32_t line, void *rows) {
+  return orx::operators::forward(&static_cast<PassRecord *>(data)->header, line, rows);
+}
+
+void pass_release(ORX_OBJECT *, orx::operators::LayerHeader *header) { ERR_free(header); }
+
+ORX_OBJECT *pass_through(ORX_OBJECT *h) {
+  using Pass = orx::operators::Kind<pass_release>;
+  auto *r = orx::operators::new_record<PassRecord>();
+  orx::operators::push(h, &r->header, 99, pass_scan, Pass::close);
+  return h;
+}
+
 // A handle open for writing whose format keeps the lines it is handed:
 // float channels, samples interleaved.
 struct Captured {
@@ -125,9 +146,9 @@ ORX_OBJECT *capture_object(Captured &c, ORX_WINDOW window) {
 // Random sizes up and down (prime ratios, 1:1, extreme ones), every kernel,
 // 8-bit, 16-bit and float sources of 1 to 4 channels, some with an active
 // area inside the window: reading agrees with the direct evaluation and,
-// to the bit, with the filter over a cast the caller pushed (which reads
-// the cast's floats), and resizing while writing hands down what reading
-// hands out.
+// to the bit, with the filter over a cast the caller pushed and a layer
+// between them (which reads the cast's floats), and resizing while writing
+// hands down what reading hands out.
 TEST_F(Resample, ReadingFollowsTheFormulasAndWritingStoresWhatReadingGives) {
   std::mt19937 rng(11);
   const struct {
@@ -170,7 +191,7 @@ TEST_F(Resample, ReadingFollowsTheFormulasAndWritingStoresWhatReadingGives) {
         ASSERT_EQ(orx__err, 0);
         const std::vector<Plane> all = read_all(h);
         EXPECT_EQ(ORX_close(h), 0);
-        h = orx__cast_operator(open_image(path));
+        h = pass_through(orx__cast_operator(open_image(path)));
         orx__resample_operator(h, f, 0, s.wd - 1, 0, s.hd - 1);
         ASSERT_EQ(all, read_all(h));
         EXPECT_EQ(ORX_close(h), 0);
@@ -215,6 +236,40 @@ TEST_F(Resample, ReadingFollowsTheFormulasAndWritingStoresWhatReadingGives) {
       }
     }
   }
+}
+
+// 8- and 16-bit sources, with and without a gamma (8-bit ones with one go
+// through the cast's table), reduced and enlarged, with a matte: the filter
+// reading past its own cast or past one the caller pushed gives, to the
+// bit, what it gives reading the cast's floats.
+TEST_F(Resample, ReadingPastTheCastGivesTheCastsFloats) {
+  std::mt19937 rng(29);
+  const ORX_FILTER *f = ORX_filter_find("mitchell");
+  for (const int bits : {8, 16})
+    for (const float gamma : {1.0f, 2.2f})
+      for (const auto [ws, hs, wd, hd] : {std::array{67, 41, 23, 13}, std::array{19, 7, 45, 22}}) {
+        SCOPED_TRACE(std::to_string(bits) + " bits, gamma " + std::to_string(gamma) + ", " +
+                     std::to_string(ws) + "x" + std::to_string(hs));
+        Groups g;
+        g.gamma = gamma;
+        g.image = {nullptr, 3, ORX_C_INTEGER, bits, 0};
+        g.matte = {nullptr, 1, ORX_C_INTEGER, bits, 0};
+        g.window = g.active = {0, ws - 1, 0, hs - 1};
+        const std::string path = dir_.file("p.rla");
+        write_image(path, g, [&](int, int32_t, int32_t) { return double(rng() % (1u << bits)); });
+        std::vector<std::vector<Plane>> got;
+        for (const int way : {0, 1, 2}) {
+          ORX_OBJECT *h = open_image(path);
+          if (way > 0) orx__cast_operator(h);
+          if (way > 1) pass_through(h);
+          orx__resample_operator(h, f, 0, wd - 1, 0, hd - 1);
+          ASSERT_EQ(orx__err, 0);
+          got.push_back(read_all(h));
+          EXPECT_EQ(ORX_close(h), 0);
+        }
+        EXPECT_EQ(got[0], got[2]);
+        EXPECT_EQ(got[1], got[2]);
+      }
 }
 
 TEST_F(Resample, NegativeLobesAndRefusals) {
