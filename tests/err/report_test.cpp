@@ -10,7 +10,6 @@
 #include "orx/err.h"
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
-#include "support/messages.hpp"
 
 namespace {
 

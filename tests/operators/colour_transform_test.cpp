@@ -66,10 +66,6 @@ TEST_F(ColourTransform, IntegerImagesAreCastAndTheCastComesOffWithTheTransform) 
   ORX_close(h);
 }
 
-}  // namespace
-
-namespace {
-
 // 81 spectral samples (380 to 780 nm by 5) of a flat spectrum become the
 // equal-energy white: XYZ (1, 1, 1) within the table's rounding.
 TEST_F(ColourTransform, AFlatSpectrumBecomesTheEqualEnergyWhite) {
