@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <vector>
 
 #include "orx/err.h"
@@ -20,19 +19,7 @@ namespace {
 using orx::Msg;
 using Table = std::vector<std::vector<double>>;  // [channel][entry]
 
-// The capture is declared after the error service has been reset.
-class ResponseCurve : public orx::test::CleanErrors {
- protected:
-  void SetUp() override {
-    CleanErrors::SetUp();
-    capture_.emplace();
-  }
-  void TearDown() override {
-    capture_.reset();
-    CleanErrors::TearDown();
-  }
-  std::optional<orx::test::ErrorCapture> capture_;
-};
+using ResponseCurve = orx::test::CleanErrors;
 
 ORX_RESPONSE_CURVE curve(int32_t kind, float gamma, int32_t channels, int32_t length, int32_t type,
                          int32_t depth) {
@@ -86,6 +73,7 @@ Table model(const ORX_RESPONSE_CURVE &c) {
 // model, each channel its own copy; the others are refused without a report.
 // A copy of each is deep and equal.
 TEST_F(ResponseCurve, InitFollowsTheModelForEveryShapeAndCopiesAreDeep) {
+  orx::test::ErrorCapture capture;
   for (int32_t type : {ORX_C_INTEGER, ORX_C_FLOAT, ORX_C_DOUBLE})
     for (int32_t depth = type == ORX_C_INTEGER ? 7 : 8; depth <= (type == ORX_C_INTEGER ? 17 : 8); ++depth)
       for (float gamma : {1.0f, 2.2f, 0.45f})
@@ -115,10 +103,11 @@ TEST_F(ResponseCurve, InitFollowsTheModelForEveryShapeAndCopiesAreDeep) {
             EXPECT_EQ(c.curves, nullptr);
             ORX_response_curve_done(&copy);
           }
-  EXPECT_EQ(capture_->size(), 0u);
+  EXPECT_EQ(capture.size(), 0u);
 }
 
 TEST_F(ResponseCurve, CopyValidatesTypeAndDepthAndDoneLeavesParametricCurves) {
+  orx::test::ErrorCapture capture;
   ORX_RESPONSE_CURVE dst{};
   ORX_RESPONSE_CURVE param = curve(ORX_CURVE_PARAMETRIC, 2.2f, 1, 256, ORX_C_DOUBLE, 99);
   EXPECT_EQ(ORX_response_curve_copy(&dst, &param), 0);
@@ -129,13 +118,13 @@ TEST_F(ResponseCurve, CopyValidatesTypeAndDepthAndDoneLeavesParametricCurves) {
   ORX_RESPONSE_CURVE bad = curve(ORX_CURVE_TABULATED, 1.0f, 1, 4, 3, 8);
   bad.curves = tables;
   EXPECT_EQ(ORX_response_curve_copy(&dst, &bad), -1);
-  EXPECT_TRUE(capture_->last_is(Msg::kCurveType));
+  EXPECT_TRUE(capture.last_is(Msg::kCurveType));
   EXPECT_EQ(dst.curves, nullptr);
   bad.type = ORX_C_INTEGER;
   bad.depth = 20;
   EXPECT_EQ(ORX_response_curve_copy(&dst, &bad), -1);
-  EXPECT_TRUE(capture_->last_is(Msg::kCurveDepth));
-  EXPECT_EQ(capture_->reports().back().severity, ERR_ERROR);
+  EXPECT_TRUE(capture.last_is(Msg::kCurveDepth));
+  EXPECT_EQ(capture.reports().back().severity, ERR_ERROR);
 
   // Done leaves a parametric curve alone, whatever its pointer holds.
   param.curves = tables;
@@ -149,6 +138,7 @@ TEST_F(ResponseCurve, CopyValidatesTypeAndDepthAndDoneLeavesParametricCurves) {
 // entry; a parametric a is tabulated over b's codes with the inverse
 // exponent; two parametric curves make one of gamma b / a at b's shape.
 TEST_F(ResponseCurve, CompositionReadsAThroughBForEveryKindAndStorage) {
+  orx::test::ErrorCapture capture;
   struct Storage {
     int32_t type, depth;
   };
@@ -201,12 +191,13 @@ TEST_F(ResponseCurve, CompositionReadsAThroughBForEveryKindAndStorage) {
   EXPECT_EQ(untouched.kind, 0);
   EXPECT_EQ(untouched.gamma, 3.0f);
   EXPECT_EQ(untouched.curves, nullptr);
-  EXPECT_EQ(capture_->size(), 0u);
+  EXPECT_EQ(capture.size(), 0u);
   ORX_response_curve_done(&a);
   ORX_response_curve_done(&b);
 }
 
 TEST_F(ResponseCurve, ComposeReportsIncompatibleCurvesAndLeavesOutAlone) {
+  orx::test::ErrorCapture capture;
   ORX_RESPONSE_CURVE a = table(1.0f, 2, 256, ORX_C_INTEGER, 8);
   ORX_RESPONSE_CURVE one = table(1.0f, 1, 256, ORX_C_INTEGER, 8);
   ORX_RESPONSE_CURVE floats = table(1.0f, 2, 256, ORX_C_FLOAT, 0);
@@ -225,10 +216,10 @@ TEST_F(ResponseCurve, ComposeReportsIncompatibleCurvesAndLeavesOutAlone) {
                {&pa, &floats, Msg::kCurveChannelType}, {&pa, &deep, Msg::kCurveDepth}};
   for (const auto &c : cases) {
     ORX_RESPONSE_CURVE out = curve(0, 3.0f, 0, 0, 0, 0);
-    capture_->clear();
+    capture.clear();
     EXPECT_EQ(ORX_response_curve_comp(c.a, c.b, &out), -1);
-    EXPECT_EQ(capture_->size(), 1u);
-    EXPECT_TRUE(capture_->last_is(c.message)) << capture_->last();
+    EXPECT_EQ(capture.size(), 1u);
+    EXPECT_TRUE(capture.last_is(c.message)) << capture.last();
     EXPECT_EQ(out.kind, 0);
     EXPECT_EQ(out.gamma, 3.0f);
     EXPECT_EQ(out.curves, nullptr);
@@ -237,6 +228,7 @@ TEST_F(ResponseCurve, ComposeReportsIncompatibleCurvesAndLeavesOutAlone) {
 }
 
 TEST_F(ResponseCurve, OutOfMemoryFailsWithStatusAndLeavesNothing) {
+  orx::test::ErrorCapture capture;
   ORX_RESPONSE_CURVE src = table(2.2f, 3, 256, ORX_C_INTEGER, 12);
   ORX_RESPONSE_CURVE b = table(2.2f, 3, 256, ORX_C_INTEGER, 8);
   ORX_RESPONSE_CURVE pa = curve(ORX_CURVE_PARAMETRIC, 2.2f, 3, 0, ORX_C_FLOAT, 0);
@@ -253,12 +245,12 @@ TEST_F(ResponseCurve, OutOfMemoryFailsWithStatusAndLeavesNothing) {
   };
   for (const auto &op : ops) {
     orx::test::for_each_allocation_failure([&] {
-      capture_->clear();
+      capture.clear();
       orx__err = 0;
       ORX_RESPONSE_CURVE out{};
       if (op(&out) != 0) {
         EXPECT_EQ(orx__err, ORX_E_NO_MEMORY);
-        EXPECT_TRUE(capture_->last_is(Msg::kNoMemory));
+        EXPECT_TRUE(capture.last_is(Msg::kNoMemory));
         EXPECT_EQ(out.curves, nullptr);
         return false;
       }

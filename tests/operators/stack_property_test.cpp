@@ -20,8 +20,6 @@ namespace {
 
 using namespace orx::test;
 
-enum class Kind { kInt8, kInt16, kFloat, kInt32 };
-
 double top(int bits) { return std::ldexp(1.0, bits) - 1.0; }
 
 class Stacks : public ImageTest {
@@ -32,27 +30,31 @@ class Stacks : public ImageTest {
   }
 };
 
+// The files: integers of 4 to 32 bits, float and double.  The samples are
+// codes while `bits` is an integer width, values once it is 0 (float).
 TEST_F(Stacks, RandomStacksMatchTheFormulas) {
   std::mt19937 rng(2024);
-  for (int round = 0; round < 60; ++round) {
-    Kind kind = static_cast<Kind>(rng() % 3);  // the file: 8, 16 bits or float
-    const int bits = kind == Kind::kInt8 ? 8 : 16;
+  for (int round = 0; round < 80; ++round) {
+    const int widths[] = {8, 16, 0, 4, 12, 32, 64};
+    int bits = widths[rng() % 7];
+    const int32_t type = bits == 0 ? ORX_C_FLOAT : bits == 64 ? ORX_C_DOUBLE : ORX_C_INTEGER;
     Groups g;
-    const int32_t type = kind == Kind::kFloat ? ORX_C_FLOAT : ORX_C_INTEGER;
-    g.image = {nullptr, 3, type, kind == Kind::kFloat ? 32 : bits, 0};
-    g.matte = {nullptr, 1, type, kind == Kind::kFloat ? 32 : bits, 0};
+    g.image = {nullptr, 3, type, bits == 0 ? 32 : bits, 0};
+    g.matte = {nullptr, 1, type, bits == 0 ? 32 : bits, 0};
     const int32_t w = 1 + static_cast<int32_t>(rng() % 40), h = 1 + static_cast<int32_t>(rng() % 6);
     g.window = g.active = {0, w - 1, 0, h - 1};
     std::vector<double> pixels(static_cast<std::size_t>(w * h * 4));
-    for (double &v : pixels)
-      v = kind == Kind::kFloat ? double(float(int(rng() % 1400) - 200) / 1000.0f) : double(rng() % (1u << bits));
+    for (double &v : pixels) {
+      const double real = double(int(rng() % 1400) - 200) / 1000.0;
+      v = bits == 0 ? double(float(real)) : bits == 64 ? real : double(rng() & uint32_t(top(bits)));
+    }
     const auto at = [&](int c, int32_t x, int32_t y) { return pixels[std::size_t((y * w + x) * 4 + c)]; };
     const std::string path = dir_.file("s.rla");
     write_image(path, g, at);
     ORX_OBJECT *handle = open_image(path);
     ASSERT_NE(handle, nullptr);
 
-    std::vector<double> want = pixels;  // codes (integers) or values (float), as kind says
+    std::vector<double> want = pixels;
     const int layers = 1 + static_cast<int>(rng() % 4);
     // After a cast the auxiliary group is float (it has no channels, but the
     // min-max checks every group's type): min-max then refuses.
@@ -60,8 +62,8 @@ TEST_F(Stacks, RandomStacksMatchTheFormulas) {
     std::string stack;
     for (int l = 0; l < layers; ++l) {
       const unsigned pick = rng() % 2;
-      if (kind != Kind::kFloat && (pick == 0 || kind != Kind::kInt8)) {
-        if (kind == Kind::kInt8 && rng() % 2 == 0) {  // min-max
+      if (bits != 0 && (pick == 0 || bits != 8)) {
+        if (bits == 8 && rng() % 2 == 0) {  // min-max
           const double low = double(rng() % 50) / 100, high = low + double(rng() % 50) / 100;
           orx__min_max_operator(handle, low, high);
           stack += cast_seen ? " minmax(refused)" : " minmax";
@@ -75,18 +77,17 @@ TEST_F(Stacks, RandomStacksMatchTheFormulas) {
             for (double &v : want) v = uint8_t(int32_t(float(v) * scale) + offset);
           continue;
         }
-        orx__cast_operator(handle);  // gamma 1: plain scaling
+        orx__cast_operator(handle);  // gamma 1: plain scaling, doubles rounded to float
         stack += " cast";
         cast_seen = true;
-        const double recip = 1.0 / top(kind == Kind::kInt8 ? 8 : kind == Kind::kInt16 ? 16 : 32);
-        for (double &v : want) v = double(float(v * recip));
-        kind = Kind::kFloat;
-      } else if (kind == Kind::kFloat && pick == 0) {
+        for (double &v : want) v = double(float(bits == 64 ? v : v * (1.0 / top(bits))));
+        bits = 0;
+      } else if (bits == 0 && pick == 0) {
         orx__clamp_operator(handle);
         stack += " clamp";
         for (std::size_t i = 0; i < want.size(); ++i)
           if (i % 4 != 3) want[i] = std::min(1.0, std::max(0.0, want[i]));
-      } else if (kind == Kind::kFloat) {
+      } else if (bits == 0) {
         const int to = rng() % 3 == 0 ? 32 : rng() % 2 ? 8 : 16;
         const int32_t target[2] = {ORX_C_INTEGER, to};
         const int32_t *const targets[3] = {target, target, nullptr};
@@ -97,7 +98,7 @@ TEST_F(Stacks, RandomStacksMatchTheFormulas) {
           const auto whole = static_cast<uint64_t>(static_cast<int64_t>(float(v) * factor));
           v = to == 8 ? double(uint8_t(whole)) : to == 16 ? double(uint16_t(whole)) : double(uint32_t(whole));
         }
-        kind = to == 8 ? Kind::kInt8 : to == 16 ? Kind::kInt16 : Kind::kInt32;
+        bits = to;
       }
     }
     if (stack.find("refused") == std::string::npos) {
