@@ -31,7 +31,8 @@ class Stacks : public ImageTest {
 };
 
 // The files: integers of 4 to 32 bits, float and double.  The samples are
-// codes while `bits` is an integer width, values once it is 0 (float).
+// codes while `bits` is an integer width, values while it is 0 (float) or
+// 64 (double).
 TEST_F(Stacks, RandomStacksMatchTheFormulas) {
   std::mt19937 rng(2024);
   int minmax_calls = 0;
