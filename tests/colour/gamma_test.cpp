@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <optional>
 #include <string>
 
 #include "config/config_fixture.hpp"
@@ -16,22 +15,7 @@ namespace {
 
 // Every test sees a fresh format-defaults database read from a ".orxrc" of
 // its own (none unless written), so the resolution is the built-in 4096.
-class GammaTables : public orx::test::ConfigTest {
- protected:
-  void use_resolution(const std::string &setting) {
-    write_config("fmt__gamma_table_res " + setting + "\n");
-    FMT_exit();
-  }
-  void SetUp() override {
-    ConfigTest::SetUp();
-    capture_.emplace();
-  }
-  void TearDown() override {
-    capture_.reset();
-    ConfigTest::TearDown();
-  }
-  std::optional<orx::test::ErrorCapture> capture_;
-};
+using GammaTables = orx::test::ConfigTest;
 
 double round_half(double v) { return std::trunc(v + 0.5); }
 
@@ -39,10 +23,14 @@ double round_half(double v) { return std::trunc(v + 0.5); }
 // from the configuration held to 2..65536 (no steps would divide by zero;
 // linear codes must fit 16 bits).
 TEST_F(GammaTables, EveryEntryFollowsItsFormulaAtEveryResolution) {
+  orx::test::ErrorCapture capture;
   const std::pair<const char *, int> resolutions[] = {
       {nullptr, 4096}, {"256", 256}, {"1", 2}, {"0", 2}, {"-5", 2}, {"100000", 65536}};
   for (const auto &[setting, r] : resolutions) {
-    if (setting != nullptr) use_resolution(setting);
+    if (setting != nullptr) {
+      write_config(std::string("fmt__gamma_table_res ") + setting + "\n");
+      FMT_exit();
+    }
     ASSERT_EQ(orx::colour::gamma_table_res(), r);
     for (float gamma : {1.0f, 2.2f, 0.45f}) {
       SCOPED_TRACE(testing::Message() << "resolution " << r << " gamma " << gamma);
@@ -67,12 +55,13 @@ TEST_F(GammaTables, EveryEntryFollowsItsFormulaAtEveryResolution) {
         EXPECT_EQ(ORX_gamma_done(table), 1);
     }
   }
-  EXPECT_EQ(capture_->size(), 0u);
+  EXPECT_EQ(capture.size(), 0u);
 }
 
 TEST_F(GammaTables, OutOfMemoryReturnsNullWithoutReport) {
+  orx::test::ErrorCapture capture;
   orx::colour::gamma_table_res();  // build the database before failing allocations
-  capture_->clear();
+  capture.clear();
   orx__err = 0;
   for (auto make : {+[] { return static_cast<void *>(ORX_gamma_btof(2.2f)); },
                     +[] { return static_cast<void *>(ORX_gamma_btos(2.2f)); },
@@ -85,7 +74,7 @@ TEST_F(GammaTables, OutOfMemoryReturnsNullWithoutReport) {
     });
     ORX_gamma_done(table);
   }
-  EXPECT_EQ(capture_->size(), 0u);
+  EXPECT_EQ(capture.size(), 0u);
   EXPECT_EQ(orx__err, 0);
 }
 

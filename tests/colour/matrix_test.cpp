@@ -6,12 +6,10 @@
 #include <vector>
 
 #include "orx/clr.h"
-
 #include "orx/err.h"
 #include "orx/matrix.h"
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
-#include "support/messages.hpp"
 
 namespace {
 
@@ -93,10 +91,6 @@ TEST_F(Matrix, SingularAndDegenerateInputsAreRefused) {
   EXPECT_EQ(ORX_matrix_rgb_to_xyz(chroma, out), 0);
   EXPECT_EQ(ORX_chromaticities_of_framebuffer("no such", chroma), -1);
 }
-
-}  // namespace
-
-namespace {
 
 TEST(Spectrum, AnEqualEnergySpectrumIsTheEqualEnergyWhite) {
   std::vector<float> flat(81, 1.0f);  // 380 to 780 nm by 5

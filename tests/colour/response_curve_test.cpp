@@ -1,31 +1,25 @@
+// Response curves against a model: a table of x^gamma over every storage
+// and shape, composition as one table read through another, and the
+// refusals by their message.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <functional>
-#include <optional>
+#include <vector>
 
 #include "orx/err.h"
 #include "orx/orx.h"
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
-#include "support/messages.hpp"
 
 namespace {
 
-// The capture is declared after the error service has been reset.
-class ResponseCurve : public orx::test::CleanErrors {
- protected:
-  void SetUp() override {
-    CleanErrors::SetUp();
-    capture_.emplace();
-  }
-  void TearDown() override {
-    capture_.reset();
-    CleanErrors::TearDown();
-  }
-  std::optional<orx::test::ErrorCapture> capture_;
-};
+using orx::Msg;
+using Table = std::vector<std::vector<double>>;  // [channel][entry]
+
+using ResponseCurve = orx::test::CleanErrors;
 
 ORX_RESPONSE_CURVE curve(int32_t kind, float gamma, int32_t channels, int32_t length, int32_t type,
                          int32_t depth) {
@@ -46,64 +40,75 @@ double at(const ORX_RESPONSE_CURVE &c, int32_t k, int32_t i) {
   return static_cast<const uint16_t *>(c.curves[k])[i];
 }
 
-double rounded(double v) { return std::trunc(v + 0.5); }
-
-TEST_F(ResponseCurve, InitTabulatesEveryStorageAndRepeatsTheFirstChannel) {
-  ORX_RESPONSE_CURVE c = table(1.0f, 3, 4096, ORX_C_INTEGER, 16);
-  EXPECT_EQ(c.kind, ORX_CURVE_TABULATED);
-  EXPECT_EQ(c.flags, 0);
-  EXPECT_EQ(at(c, 0, 1), 16);  // 65535 / 4095 = 16.0037, not an integer step
-  EXPECT_EQ(at(c, 0, 4095), 65535);
-  for (int32_t k = 1; k < 3; ++k) {
-    EXPECT_EQ(c.curves[k], static_cast<uint16_t *>(c.curves[0]) + k * 4096);
-    for (int32_t i = 0; i < 4096; i += 97) EXPECT_EQ(at(c, k, i), at(c, 0, i));
-  }
-  ORX_response_curve_done(&c);
-  EXPECT_EQ(c.curves, nullptr);
-
-  ORX_RESPONSE_CURVE bytes = table(2.2f, 1, 256, ORX_C_INTEGER, 8);
-  ORX_RESPONSE_CURVE floats = table(2.2f, 2, 100, ORX_C_FLOAT, 0);
-  ORX_RESPONSE_CURVE linear = table(1.0f, 1, 5, ORX_C_FLOAT, 0);
-  for (int32_t i = 0; i < 256; ++i)
-    EXPECT_EQ(at(bytes, 0, i), rounded(std::pow(i / 255.0, 2.2f) * 255)) << i;
-  for (int32_t i = 0; i < 100; ++i)
-    EXPECT_EQ(at(floats, 1, i), static_cast<float>(std::pow(i * (1.0 / 99), 2.2f))) << i;
-  EXPECT_EQ(at(linear, 0, 1), 0.25f);
-  EXPECT_EQ(at(linear, 0, 4), 1.0f);
-  for (ORX_RESPONSE_CURVE *p : {&bytes, &floats, &linear}) ORX_response_curve_done(p);
+Table entries(const ORX_RESPONSE_CURVE &c) {
+  Table t(static_cast<std::size_t>(c.channels));
+  for (int32_t k = 0; k < c.channels; ++k)
+    for (int32_t i = 0; i < c.length; ++i) t[std::size_t(k)].push_back(at(c, k, i));
+  return t;
 }
 
-TEST_F(ResponseCurve, InitRefusesBadShapesSilentlyAndTreatsLengthOneAsConstant) {
-  for (ORX_RESPONSE_CURVE c : {curve(ORX_CURVE_PARAMETRIC, 1.0f, 1, 256, ORX_C_INTEGER, 17),
-                               curve(ORX_CURVE_PARAMETRIC, 1.0f, 1, 256, ORX_C_INTEGER, 7),
-                               curve(ORX_CURVE_PARAMETRIC, 1.0f, 1, 256, ORX_C_DOUBLE, 8),
-                               curve(ORX_CURVE_PARAMETRIC, 1.0f, 0, 256, ORX_C_INTEGER, 8),
-                               curve(ORX_CURVE_PARAMETRIC, 1.0f, 1, 0, ORX_C_FLOAT, 8)}) {
-    EXPECT_EQ(ORX_response_curve_init(&c), -1);
-    EXPECT_EQ(c.curves, nullptr);
+// The model: entry i of `length` is (i / (length - 1))^gamma, integers
+// rounded half up to 2^depth - 1 at the last entry, floats reaching 1; a
+// table of one entry holds the value at 0.
+Table model(float gamma, int32_t channels, int32_t length, int32_t type, int32_t depth) {
+  std::vector<double> one;
+  for (int32_t i = 0; i < length; ++i) {
+    const double steps = length > 1 ? length - 1 : 0, top = std::ldexp(1.0, depth) - 1;
+    if (type == ORX_C_FLOAT)
+      one.push_back(float(std::pow(steps > 0 ? i * (1.0 / steps) : 0.0, double(gamma))));
+    else
+      one.push_back(std::trunc(std::pow(steps > 0 ? i / steps : 0.0, double(gamma)) * top + 0.5));
   }
-  EXPECT_EQ(capture_->size(), 0u);
-
-  for (float gamma : {1.0f, 2.2f}) {
-    ORX_RESPONSE_CURVE i = table(gamma, 2, 1, ORX_C_INTEGER, 12);
-    ORX_RESPONSE_CURVE f = table(gamma, 1, 1, ORX_C_FLOAT, 0);
-    EXPECT_EQ(at(i, 1, 0), 0);
-    EXPECT_EQ(at(f, 0, 0), 0.0f);
-    ORX_response_curve_done(&i);
-    ORX_response_curve_done(&f);
-  }
+  return Table(static_cast<std::size_t>(channels), one);
 }
 
-TEST_F(ResponseCurve, CopyIsDeepAndValidatesTypeAndDepth) {
-  ORX_RESPONSE_CURVE src = table(0.5f, 2, 300, ORX_C_INTEGER, 10);
+// A parametric curve tabulated at its own shape, a tabulated one as it is.
+Table model(const ORX_RESPONSE_CURVE &c) {
+  if (c.kind == ORX_CURVE_TABULATED) return entries(c);
+  return model(c.gamma, c.channels, c.length, c.type, c.depth);
+}
+
+// Every shape and storage, integers of every depth: the ones the tables can
+// take (8 to 16 bits, float; a channel and an entry at least) follow the
+// model, each channel its own copy; the others are refused without a report.
+// A copy of each is deep and equal.
+TEST_F(ResponseCurve, InitFollowsTheModelForEveryShapeAndCopiesAreDeep) {
+  orx::test::ErrorCapture capture;
+  for (int32_t type : {ORX_C_INTEGER, ORX_C_FLOAT, ORX_C_DOUBLE})
+    for (int32_t depth = type == ORX_C_INTEGER ? 7 : 8; depth <= (type == ORX_C_INTEGER ? 17 : 8); ++depth)
+      for (float gamma : {1.0f, 2.2f, 0.45f})
+        for (int32_t channels : {0, 1, 3})
+          for (int32_t length : {0, 1, 2, 100, 256, 4096}) {
+            SCOPED_TRACE(testing::Message() << "type " << type << " depth " << depth << " gamma " << gamma
+                                            << ", " << channels << " x " << length);
+            ORX_RESPONSE_CURVE c = curve(ORX_CURVE_PARAMETRIC, gamma, channels, length, type, depth);
+            const bool valid = (type == ORX_C_FLOAT || (type == ORX_C_INTEGER && depth >= 8 && depth <= 16)) &&
+                               channels > 0 && length > 0;
+            ASSERT_EQ(ORX_response_curve_init(&c), valid ? 0 : -1);
+            EXPECT_EQ(c.kind, ORX_CURVE_TABULATED);
+            EXPECT_EQ(c.flags, 0);
+            if (!valid) {
+              EXPECT_EQ(c.curves, nullptr);
+              continue;
+            }
+            ASSERT_EQ(entries(c), model(gamma, channels, length, type, depth));
+            const std::size_t size = type == ORX_C_FLOAT ? 4 : depth == 8 ? 1 : 2;
+            for (int32_t k = 1; k < channels; ++k)
+              EXPECT_EQ(c.curves[k], static_cast<char *>(c.curves[0]) + std::size_t(k * length) * size);
+            ORX_RESPONSE_CURVE copy{};
+            ASSERT_EQ(ORX_response_curve_copy(&copy, &c), 0);
+            EXPECT_NE(copy.curves, c.curves);
+            EXPECT_EQ(entries(copy), entries(c));
+            ORX_response_curve_done(&c);
+            EXPECT_EQ(c.curves, nullptr);
+            ORX_response_curve_done(&copy);
+          }
+  EXPECT_EQ(capture.size(), 0u);
+}
+
+TEST_F(ResponseCurve, CopyValidatesTypeAndDepthAndDoneLeavesParametricCurves) {
+  orx::test::ErrorCapture capture;
   ORX_RESPONSE_CURVE dst{};
-  ASSERT_EQ(ORX_response_curve_copy(&dst, &src), 0);
-  EXPECT_NE(dst.curves, src.curves);
-  EXPECT_EQ(dst.length, 300);
-  for (int32_t i = 0; i < 300; ++i) EXPECT_EQ(at(dst, 1, i), at(src, 1, i));
-  ORX_response_curve_done(&src);
-  ORX_response_curve_done(&dst);
-
   ORX_RESPONSE_CURVE param = curve(ORX_CURVE_PARAMETRIC, 2.2f, 1, 256, ORX_C_DOUBLE, 99);
   EXPECT_EQ(ORX_response_curve_copy(&dst, &param), 0);
   EXPECT_EQ(dst.curves, nullptr);
@@ -113,38 +118,62 @@ TEST_F(ResponseCurve, CopyIsDeepAndValidatesTypeAndDepth) {
   ORX_RESPONSE_CURVE bad = curve(ORX_CURVE_TABULATED, 1.0f, 1, 4, 3, 8);
   bad.curves = tables;
   EXPECT_EQ(ORX_response_curve_copy(&dst, &bad), -1);
-  EXPECT_EQ(capture_->last(), orx::test::message(orx::Msg::kCurveType, 3));
+  EXPECT_TRUE(capture.last_is(Msg::kCurveType));
   EXPECT_EQ(dst.curves, nullptr);
   bad.type = ORX_C_INTEGER;
   bad.depth = 20;
   EXPECT_EQ(ORX_response_curve_copy(&dst, &bad), -1);
-  EXPECT_EQ(capture_->last(), orx::test::message(orx::Msg::kCurveDepth, 20, 8, 16));
-  EXPECT_EQ(capture_->reports().back().severity, 3);
+  EXPECT_TRUE(capture.last_is(Msg::kCurveDepth));
+  EXPECT_EQ(capture.reports().back().severity, ERR_ERROR);
+
+  // Done leaves a parametric curve alone, whatever its pointer holds.
+  param.curves = tables;
+  EXPECT_EQ(ORX_response_curve_done(&param), 1);
+  EXPECT_EQ(param.curves, tables);
+  EXPECT_EQ(ORX_response_curve_done(nullptr), 1);
 }
 
-// Composition over every storage of a (and out) and of b: b's codes index a.
-TEST_F(ResponseCurve, ComposeTabulatedReadsAThroughBForEveryStorage) {
-  struct Shape {
+// Every pairing of tabulated and parametric curves over the storages of a
+// (and out) and b against the model: b's codes index a, clamped to a's last
+// entry; a parametric a is tabulated over b's codes with the inverse
+// exponent; two parametric curves make one of gamma b / a at b's shape.
+TEST_F(ResponseCurve, CompositionReadsAThroughBForEveryKindAndStorage) {
+  orx::test::ErrorCapture capture;
+  struct Storage {
     int32_t type, depth;
   };
-  for (Shape as : {Shape{ORX_C_INTEGER, 8}, Shape{ORX_C_INTEGER, 12}, Shape{ORX_C_FLOAT, 0}}) {
-    for (int32_t b_depth : {8, 10}) {
-      ORX_RESPONSE_CURVE b = table(0.45f, 2, 64, ORX_C_INTEGER, b_depth);
-      ORX_RESPONSE_CURVE a = table(2.2f, 2, 1 << b_depth, as.type, as.depth);
-      ORX_RESPONSE_CURVE out = curve(0, 0.0f, 0, 0, 0, 0);
-      ASSERT_EQ(ORX_response_curve_comp(&a, &b, &out), 0);
-      EXPECT_EQ(out.kind, ORX_CURVE_TABULATED);
-      EXPECT_EQ(out.gamma, 1.0f);
-      EXPECT_EQ(out.channels, 2);
-      EXPECT_EQ(out.length, 64);
-      EXPECT_EQ(out.type, as.type);
-      EXPECT_EQ(out.depth, as.depth);
-      for (int32_t k = 0; k < 2; ++k)
-        for (int32_t i = 0; i < 64; ++i)
-          EXPECT_EQ(at(out, k, i), at(a, k, static_cast<int32_t>(at(b, k, i))));
-      for (ORX_RESPONSE_CURVE *p : {&a, &b, &out}) ORX_response_curve_done(p);
-    }
-  }
+  for (Storage as : {Storage{ORX_C_INTEGER, 8}, Storage{ORX_C_INTEGER, 12}, Storage{ORX_C_FLOAT, 0}})
+    for (int32_t b_depth : {8, 10})
+      for (int kinds = 0; kinds < 4; ++kinds) {
+        const bool a_table = (kinds & 1) != 0, b_table = (kinds & 2) != 0;
+        SCOPED_TRACE(testing::Message() << "a " << as.type << "/" << as.depth << (a_table ? " table" : "")
+                                        << ", b " << b_depth << (b_table ? " table" : ""));
+        ORX_RESPONSE_CURVE a = curve(ORX_CURVE_PARAMETRIC, 2.2f, 2, 1 << b_depth, as.type, as.depth);
+        ORX_RESPONSE_CURVE b = curve(ORX_CURVE_PARAMETRIC, 0.45f, 2, 64, ORX_C_INTEGER, b_depth);
+        ASSERT_EQ(a_table ? ORX_response_curve_init(&a) : 0, 0);
+        ASSERT_EQ(b_table ? ORX_response_curve_init(&b) : 0, 0);
+        ORX_RESPONSE_CURVE out = curve(0, 0.0f, 0, 0, 0, 0);
+        ASSERT_EQ(ORX_response_curve_comp(&a, &b, &out), 0);
+        Table want;
+        if (!a_table && !b_table) {
+          want = model(b.gamma / a.gamma, b.channels, b.length, a.type, a.depth);
+        } else {
+          const Table from = a_table ? model(a)
+                                     : model(float(1.0 / a.gamma), b.channels, 1 << b.depth, a.type, a.depth);
+          want = model(b);
+          for (std::size_t k = 0; k < want.size(); ++k)
+            for (double &v : want[k]) v = from[k][std::min(std::size_t(v), from[k].size() - 1)];
+        }
+        EXPECT_EQ(out.kind, ORX_CURVE_TABULATED);
+        EXPECT_EQ(out.gamma, a_table || b_table ? 1.0f : b.gamma / a.gamma);
+        EXPECT_EQ(out.type, as.type);
+        EXPECT_EQ(out.depth, as.depth);
+        EXPECT_EQ(entries(out), want);
+        if (!a_table) {
+          EXPECT_EQ(a.curves, nullptr);  // a parametric a is not tabulated in place
+        }
+        for (ORX_RESPONSE_CURVE *p : {&a, &b, &out}) ORX_response_curve_done(p);
+      }
   // A hand-filled b whose codes overrun a reads a's last entry, not past it.
   ORX_RESPONSE_CURVE b = table(1.0f, 1, 2, ORX_C_INTEGER, 9);
   static_cast<uint16_t *>(b.curves[0])[1] = 600;
@@ -152,40 +181,6 @@ TEST_F(ResponseCurve, ComposeTabulatedReadsAThroughBForEveryStorage) {
   ORX_RESPONSE_CURVE out{};
   ASSERT_EQ(ORX_response_curve_comp(&a, &b, &out), 0);
   EXPECT_EQ(at(out, 0, 1), 1.0f);
-  for (ORX_RESPONSE_CURVE *p : {&a, &b, &out}) ORX_response_curve_done(p);
-}
-
-TEST_F(ResponseCurve, ComposeWithAParametricCurveMatchesTheDirectComputation) {
-  // Tabulated after tabulated is checked entry by entry above.
-  ORX_RESPONSE_CURVE b = table(2.2f, 1, 256, ORX_C_INTEGER, 12);
-  ORX_RESPONSE_CURVE a = table(0.5f, 1, 4096, ORX_C_FLOAT, 0);
-  ORX_RESPONSE_CURVE out{};
-
-  // Parametric after tabulated: a is tabulated with the inverse exponent.
-  ORX_RESPONSE_CURVE pa = curve(ORX_CURVE_PARAMETRIC, 2.2f, 1, 256, ORX_C_INTEGER, 8);
-  ASSERT_EQ(ORX_response_curve_comp(&pa, &b, &out), 0);
-  EXPECT_EQ(out.depth, 8);
-  for (int32_t i = 0; i < 256; ++i) {
-    double code = rounded(std::pow(i / 255.0, 2.2f) * 4095);
-    double back = rounded(std::pow(code / 4095, static_cast<float>(1.0 / 2.2f)) * 255);
-    EXPECT_EQ(at(out, 0, i), back) << i;
-  }
-  EXPECT_EQ(pa.curves, nullptr);
-  ORX_response_curve_done(&out);
-
-  // Tabulated after parametric: an identity b gives a back.
-  ORX_RESPONSE_CURVE pb = curve(ORX_CURVE_PARAMETRIC, 1.0f, 1, 4096, ORX_C_INTEGER, 12);
-  ASSERT_EQ(ORX_response_curve_comp(&a, &pb, &out), 0);
-  for (int32_t i = 0; i < 4096; i += 13) EXPECT_EQ(at(out, 0, i), at(a, 0, i));
-  ORX_response_curve_done(&out);
-
-  // Parametric after parametric: one table of gamma b / a.
-  ORX_RESPONSE_CURVE p2 = curve(ORX_CURVE_PARAMETRIC, 2.0f, 3, 256, ORX_C_INTEGER, 8);
-  ASSERT_EQ(ORX_response_curve_comp(&p2, &pb, &out), 0);
-  EXPECT_EQ(out.gamma, 0.5f);
-  EXPECT_EQ(out.channels, 1);
-  EXPECT_EQ(out.length, 4096);
-  EXPECT_EQ(at(out, 0, 1024), rounded(std::pow(1024 / 4095.0, 0.5) * 255));
   ORX_response_curve_done(&out);
 
   // Kinds the library does not know leave out untouched.
@@ -196,50 +191,44 @@ TEST_F(ResponseCurve, ComposeWithAParametricCurveMatchesTheDirectComputation) {
   EXPECT_EQ(untouched.kind, 0);
   EXPECT_EQ(untouched.gamma, 3.0f);
   EXPECT_EQ(untouched.curves, nullptr);
-  EXPECT_EQ(capture_->size(), 0u);
+  EXPECT_EQ(capture.size(), 0u);
   ORX_response_curve_done(&a);
   ORX_response_curve_done(&b);
 }
 
 TEST_F(ResponseCurve, ComposeReportsIncompatibleCurvesAndLeavesOutAlone) {
+  orx::test::ErrorCapture capture;
   ORX_RESPONSE_CURVE a = table(1.0f, 2, 256, ORX_C_INTEGER, 8);
   ORX_RESPONSE_CURVE one = table(1.0f, 1, 256, ORX_C_INTEGER, 8);
   ORX_RESPONSE_CURVE floats = table(1.0f, 2, 256, ORX_C_FLOAT, 0);
   ORX_RESPONSE_CURVE wide = table(1.0f, 2, 256, ORX_C_INTEGER, 10);
   ORX_RESPONSE_CURVE shallow = curve(ORX_CURVE_TABULATED, 1.0f, 2, 16, ORX_C_INTEGER, 4);
   shallow.curves = a.curves;
-  ORX_RESPONSE_CURVE out = curve(0, 3.0f, 0, 0, 0, 0);
-  EXPECT_EQ(ORX_response_curve_comp(&a, &one, &out), -1);
-  EXPECT_TRUE(capture_->last_is(orx::Msg::kCurveChannelCounts));
-  EXPECT_EQ(ORX_response_curve_comp(&a, &floats, &out), -1);
-  EXPECT_TRUE(capture_->last_is(orx::Msg::kCurveChannelType));
-  for (ORX_RESPONSE_CURVE *b : {&wide, &shallow}) {
-    EXPECT_EQ(ORX_response_curve_comp(&a, b, &out), -1);
-    EXPECT_TRUE(capture_->last_is(orx::Msg::kCurveElementCounts));
-  }
-  // A parametric a is tabulated to b's codes, so b must be an index curve.
-  ORX_RESPONSE_CURVE pa = curve(ORX_CURVE_PARAMETRIC, 2.2f, 2, 0, ORX_C_INTEGER, 8);
-  EXPECT_EQ(ORX_response_curve_comp(&pa, &floats, &out), -1);
-  EXPECT_EQ(capture_->size(), 5u);
   ORX_RESPONSE_CURVE deep = curve(ORX_CURVE_TABULATED, 1.0f, 2, 256, ORX_C_INTEGER, 31);
   deep.curves = a.curves;
-  EXPECT_EQ(ORX_response_curve_comp(&pa, &deep, &out), -1);
-  EXPECT_EQ(capture_->last(), orx::test::message(orx::Msg::kCurveDepth, 31, 8, 16));
-  EXPECT_EQ(out.kind, 0);
-  EXPECT_EQ(out.gamma, 3.0f);
-  EXPECT_EQ(out.curves, nullptr);
+  // A parametric a is tabulated to b's codes, so b must be an index curve.
+  ORX_RESPONSE_CURVE pa = curve(ORX_CURVE_PARAMETRIC, 2.2f, 2, 0, ORX_C_INTEGER, 8);
+  const struct {
+    ORX_RESPONSE_CURVE *a, *b;
+    Msg message;
+  } cases[] = {{&a, &one, Msg::kCurveChannelCounts},   {&a, &floats, Msg::kCurveChannelType},
+               {&a, &wide, Msg::kCurveElementCounts},  {&a, &shallow, Msg::kCurveElementCounts},
+               {&pa, &floats, Msg::kCurveChannelType}, {&pa, &deep, Msg::kCurveDepth}};
+  for (const auto &c : cases) {
+    ORX_RESPONSE_CURVE out = curve(0, 3.0f, 0, 0, 0, 0);
+    capture.clear();
+    EXPECT_EQ(ORX_response_curve_comp(c.a, c.b, &out), -1);
+    EXPECT_EQ(capture.size(), 1u);
+    EXPECT_TRUE(capture.last_is(c.message)) << capture.last();
+    EXPECT_EQ(out.kind, 0);
+    EXPECT_EQ(out.gamma, 3.0f);
+    EXPECT_EQ(out.curves, nullptr);
+  }
   for (ORX_RESPONSE_CURVE *p : {&a, &one, &floats, &wide}) ORX_response_curve_done(p);
-
-  // Done leaves a parametric curve alone, whatever its pointer holds.
-  int fake = 0;
-  void *tables[1] = {&fake};
-  pa.curves = tables;
-  EXPECT_EQ(ORX_response_curve_done(&pa), 1);
-  EXPECT_EQ(pa.curves, tables);
-  EXPECT_EQ(ORX_response_curve_done(nullptr), 1);
 }
 
 TEST_F(ResponseCurve, OutOfMemoryFailsWithStatusAndLeavesNothing) {
+  orx::test::ErrorCapture capture;
   ORX_RESPONSE_CURVE src = table(2.2f, 3, 256, ORX_C_INTEGER, 12);
   ORX_RESPONSE_CURVE b = table(2.2f, 3, 256, ORX_C_INTEGER, 8);
   ORX_RESPONSE_CURVE pa = curve(ORX_CURVE_PARAMETRIC, 2.2f, 3, 0, ORX_C_FLOAT, 0);
@@ -256,12 +245,12 @@ TEST_F(ResponseCurve, OutOfMemoryFailsWithStatusAndLeavesNothing) {
   };
   for (const auto &op : ops) {
     orx::test::for_each_allocation_failure([&] {
-      capture_->clear();
+      capture.clear();
       orx__err = 0;
       ORX_RESPONSE_CURVE out{};
       if (op(&out) != 0) {
         EXPECT_EQ(orx__err, ORX_E_NO_MEMORY);
-        EXPECT_TRUE(capture_->last_is(orx::Msg::kNoMemory));
+        EXPECT_TRUE(capture.last_is(Msg::kNoMemory));
         EXPECT_EQ(out.curves, nullptr);
         return false;
       }

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <random>
 
 #include "formats/rla/rla_files.hpp"
 #include "orx/region.h"
@@ -16,32 +17,36 @@ class Region : public ImageTest {
   }
 };
 
-// The stored sample of channel c at column x of line y (0 outside the
-// active window), as expected_row lays it out.
+// The stored sample of channel c at column x of line y, as expected_row
+// lays it out.
 uint32_t stored(const ORX_IFD &ifd, int c, int x, int y) {
   const ORX_CHANNELS &g = group_of(ifd, c);
   return static_cast<uint32_t>(get(g, expected_row(ifd, c, y).data(), x - ifd.window.left));
 }
 
-// Reads the whole window in every layout and checks each component against
-// the stored samples: colour from channels 0, 1, 2 (channel 0 standing in
-// for missing ones), alpha from position min(colours, 3) scaled by the
-// mattes' width, full without a matte.  An image of four colours takes its
-// alpha from the fourth colour channel, sized as a colour sample but scaled
-// by the mattes' width: the last file has three colours and a matte, its
-// descriptor made to say four colours and a 9-bit matte, so that position 3
-// of the rows is the fourth colour.
-TEST_F(Region, EveryLayoutScalesAndPlacesTheComponents) {
+// Rectangles of the window read in every layout, at the rows' own stride
+// or a wider one, each component checked against the stored samples: colour
+// from channels 0, 1, 2 (channel 0 standing in for missing ones), alpha from
+// position min(colours, 3) scaled by the mattes' width, full without a
+// matte, and every component 0 outside the active window.  An image of four
+// colours takes its alpha from the fourth colour channel, sized as a colour
+// sample but scaled by the mattes' width: the file with the four-colour
+// count has three colours and a matte, its descriptor made to say four
+// colours and a 9-bit matte, so that position 3 of the rows is the fourth
+// colour.
+TEST_F(Region, EveryLayoutScalesPlacesAndClipsTheComponents) {
   const struct {
     Group image, matte;
     int colours, matte_bits;  // as the descriptor states them after the open
+    ORX_WINDOW active;
   } shapes[] = {
-      {{3, ORX_C_INTEGER, 10}, {1, ORX_C_INTEGER, 8}, 3, 8},
-      {{3, ORX_C_INTEGER, 8}, {1, ORX_C_INTEGER, 8}, 3, 8},
-      {{3, ORX_C_INTEGER, 16}, {1, ORX_C_INTEGER, 16}, 3, 16},
-      {{2, ORX_C_INTEGER, 12}, {1, ORX_C_INTEGER, 4}, 2, 4},
-      {{1, ORX_C_INTEGER, 8}, {}, 1, 8},
-      {{3, ORX_C_INTEGER, 8}, {1, ORX_C_INTEGER, 8}, 4, 9},
+      {{3, ORX_C_INTEGER, 10}, {1, ORX_C_INTEGER, 8}, 3, 8, {0, 11, 0, 5}},
+      {{3, ORX_C_INTEGER, 8}, {1, ORX_C_INTEGER, 8}, 3, 8, {0, 11, 0, 5}},
+      {{3, ORX_C_INTEGER, 16}, {1, ORX_C_INTEGER, 16}, 3, 16, {2, 9, 0, 5}},
+      {{2, ORX_C_INTEGER, 12}, {1, ORX_C_INTEGER, 4}, 2, 4, {0, 11, 1, 4}},
+      {{1, ORX_C_INTEGER, 8}, {}, 1, 8, {0, 11, 0, 5}},
+      {{3, ORX_C_INTEGER, 8}, {}, 3, 8, {3, 9, 1, 4}},
+      {{3, ORX_C_INTEGER, 8}, {1, ORX_C_INTEGER, 8}, 4, 9, {0, 11, 0, 5}},
   };
   struct Case {
     int layout, bytes, comps;
@@ -49,69 +54,57 @@ TEST_F(Region, EveryLayoutScalesAndPlacesTheComponents) {
   } cases[] = {{ORX_REGION_GREY16, 2, 1, 65535}, {ORX_REGION_RGBA16, 8, 4, 65535},
                {ORX_REGION_RGBA8, 4, 4, 255},   {ORX_REGION_GREY8, 1, 1, 255},
                {ORX_REGION_RGB8, 3, 3, 255}};
+  std::mt19937 rng(5);
   for (const auto &s : shapes) {
-    const ImageShape shape{{0, 11, 0, 5}, {0, 11, 0, 5}, s.image, s.matte, {}};
+    const ImageShape shape{{0, 11, 0, 5}, s.active, s.image, s.matte, {}};
     ORX_OBJECT *object = open(shape);
     ASSERT_NE(object, nullptr) << s.colours << " x " << s.image.bits;
     const ORX_IFD ifd = describe(shape);
     const int colours = s.colours;
     const int source[4] = {0, colours >= 2 ? 1 : 0, colours >= 3 ? 2 : 0, std::min(colours, 3)};
     for (const auto &k : cases) {
-      SCOPED_TRACE(testing::Message() << "layout " << k.layout << " bits " << shape.image.bits
-                                      << " colours " << colours);
-      std::vector<uint8_t> buf(12 * 6 * static_cast<std::size_t>(k.bytes), 0xEE);
-      // Stated again for every read: a read may reopen the file.
-      object->info.images[0].image.count = s.colours;
-      object->info.images[0].matte.bits = s.matte_bits;
-      ASSERT_EQ(ORX_get_region(&object, 0, 11, 0, 5, buf.data(), -1, k.layout), 0);
-      const float fc = k.full / static_cast<float>((1u << shape.image.bits) - 1);
-      const float fa = k.full / static_cast<float>((1u << s.matte_bits) - 1);
-      const std::size_t size = k.full > 255 ? 2 : 1;
-      for (int y = 0; y <= 5; ++y) {
-        for (int x = 0; x <= 11; ++x) {
-          for (int c = 0; c < k.comps; ++c) {
-            const std::size_t at = (static_cast<std::size_t>(y) * 12 + x) * k.bytes + c * size;
-            uint32_t got = buf[at];
-            if (size == 2) got = static_cast<uint32_t>(buf[at] | (buf[at + 1] << 8));
-            const float f = c == 3 ? fa : fc;
-            const auto want =
-                c == 3 && shape.matte.count == 0
-                    ? static_cast<uint32_t>(k.full)
-                    : static_cast<uint32_t>(static_cast<float>(stored(ifd, source[c], x, y)) * f);
-            ASSERT_EQ(got, want) << x << "," << y << " component " << c;
-          }
+      for (int trial = 0; trial < 5; ++trial) {
+        // The whole window, its last two columns (wholly outside an inset
+        // active window), then random rectangles.
+        ORX_WINDOW r{trial == 1 ? 10 : 0, 11, 0, 5};
+        if (trial > 1) {
+          r.left = int32_t(rng() % 12);
+          r.right = r.left + int32_t(rng() % uint32_t(12 - r.left));
+          r.bottom = int32_t(rng() % 6);
+          r.top = r.bottom + int32_t(rng() % uint32_t(6 - r.bottom));
         }
+        SCOPED_TRACE(testing::Message() << "layout " << k.layout << " bits " << shape.image.bits
+                                        << " colours " << colours << " columns " << r.left << "-"
+                                        << r.right << " lines " << r.bottom << "-" << r.top);
+        const int width = r.right - r.left + 1, stride = trial % 2 == 0 ? -1 : width * k.bytes + 5;
+        const auto pitch = static_cast<std::size_t>(stride < 0 ? width * k.bytes : stride);
+        std::vector<uint8_t> buf(pitch * std::size_t(r.top - r.bottom + 1), 0xEE);
+        // Stated again for every read: a read may reopen the file.
+        object->info.images[0].image.count = s.colours;
+        object->info.images[0].matte.bits = s.matte_bits;
+        ASSERT_EQ(ORX_get_region(&object, r.left, r.right, r.bottom, r.top, buf.data(), stride, k.layout),
+                  0);
+        const float fc = k.full / static_cast<float>((1u << shape.image.bits) - 1);
+        const float fa = k.full / static_cast<float>((1u << s.matte_bits) - 1);
+        const std::size_t size = k.full > 255 ? 2 : 1;
+        for (int y = r.bottom; y <= r.top; ++y)
+          for (int x = r.left; x <= r.right; ++x)
+            for (int c = 0; c < k.comps; ++c) {
+              const std::size_t at =
+                  std::size_t(y - r.bottom) * pitch + std::size_t((x - r.left) * k.bytes) + c * size;
+              const uint32_t got = size == 2 ? uint32_t(buf[at] | (buf[at + 1] << 8)) : buf[at];
+              const bool inside = x >= s.active.left && x <= s.active.right && y >= s.active.bottom &&
+                                  y <= s.active.top;
+              const float scaled = float(stored(ifd, source[c], x, y)) * (c == 3 ? fa : fc);
+              const auto want = !inside                            ? 0u
+                                : c == 3 && shape.matte.count == 0 ? static_cast<uint32_t>(k.full)
+                                                                   : static_cast<uint32_t>(scaled);
+              ASSERT_EQ(got, want) << x << "," << y << " component " << c;
+            }
       }
     }
     ORX_close(object);
   }
-}
-
-TEST_F(Region, ClipsToTheActiveWindowWithZeros) {
-  ImageShape shape{{0, 19, 0, 9}, {4, 15, 2, 7}, {3, ORX_C_INTEGER, 8}, {}, {}};
-  ORX_OBJECT *object = open(shape);
-  ASSERT_NE(object, nullptr);
-  const ORX_IFD ifd = describe(shape);
-  // One column left of the active window and two rows beyond its top.
-  const int w = 1 + 12, h = 8;
-  const int stride = w * 3 + 5;
-  std::vector<uint8_t> buf(static_cast<std::size_t>(stride) * h, 0xEE);
-  ASSERT_EQ(ORX_get_region(&object, 3, 15, 2, 9, buf.data(), stride, ORX_REGION_RGB8), 0);
-  for (int r = 0; r < h; ++r) {
-    const int y = 2 + r;
-    for (int x = 3; x <= 15; ++x) {
-      for (int c = 0; c < 3; ++c) {
-        const uint8_t got = buf[static_cast<std::size_t>(r * stride + (x - 3) * 3 + c)];
-        const uint32_t want = (x < 4 || y > 7) ? 0 : stored(ifd, c, x, y);
-        ASSERT_EQ(got, want) << x << "," << y;
-      }
-    }
-  }
-  // Wholly outside: zeros, nothing read.
-  std::vector<uint8_t> outside(4 * 2 * 4, 0xEE);
-  ASSERT_EQ(ORX_get_region(&object, 16, 19, 0, 1, outside.data(), -1, ORX_REGION_RGBA8), 0);
-  for (uint8_t b : outside) EXPECT_EQ(b, 0);
-  ORX_close(object);
 }
 
 int g_region_calls = 0;

@@ -2,8 +2,6 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "err/debug_alloc.hpp"
@@ -134,10 +132,7 @@ TEST(AllocTrace, NestedTracingWritesMemstatUntilTheLastOff) {
   void *plain = hooks().allocate(4, "untraced");
   hooks().free(plain, "untraced");
   EXPECT_EQ(trace_off(), 1);  // already off: nothing happens
-  std::ifstream f(".memstat");
-  std::stringstream s;
-  s << f.rdbuf();
-  std::string log = s.str();
+  const std::string log = orx::test::slurp(".memstat");
   std::filesystem::current_path(cwd);
   EXPECT_NE(log.find("size 16 name buf\n"), std::string::npos);
   EXPECT_NE(log.find("realloc: ptr from "), std::string::npos);

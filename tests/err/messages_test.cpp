@@ -10,8 +10,8 @@
 #include "err/messages.hpp"
 #include "orx/res.h"
 #include "res/catalogue.hpp"
+#include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
-#include "support/messages.hpp"
 
 namespace {
 

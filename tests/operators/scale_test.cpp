@@ -47,28 +47,6 @@ TEST_F(Scale, PansCropsIdentityAndConstants) {
       for (int32_t x = 0; x < c.w; ++x) ASSERT_NEAR(read_sample(h, y, 0, x), 100 / 255.0, 1e-6);
     ORX_close(h);
   }
-  ORX_OBJECT *h = open_image(path);
-  orx__scale_operator(h, 5, 5, 5, 9, 4, 4);
-  EXPECT_EQ(orx__err, ORX_E_DIMENSIONS);
-  ORX_close(h);
-}
-
-TEST_F(Scale, FailedAllocationsTakeTheCastOffAgain) {
-  Groups g;
-  g.window = g.active = {0, 63, 0, 15};
-  const std::string path = dir_.file("o.rla");
-  write_image(path, g, value);
-  for_each_allocation_failure([&] {
-    ORX_OBJECT *h = open_image(path);
-    if (h == nullptr) return false;
-    orx__scale_operator(h, 1.5f, 0.5f, 60.0f, 15.0f, 20, 40);
-    const bool fired = orx::heap::failure_fired();
-    if (fired) {
-      EXPECT_EQ(h->info.images[0].window.right, 63);
-    }
-    EXPECT_EQ(ORX_close(h), 0);
-    return !fired;
-  });
 }
 
 }  // namespace

@@ -2,6 +2,9 @@
 
 namespace orx::test {
 
+namespace {
+
+// The catalogue message whose default format is name; 0 when none is.
 int msg_id_of(std::string_view name) {
   for (std::size_t i = 0; i < msg_count(); ++i) {
     const Msg m = msg_at(i);
@@ -11,7 +14,9 @@ int msg_id_of(std::string_view name) {
   return 0;
 }
 
-ErrorCapture::ErrorCapture(bool pass_on) : pass_on_(pass_on) {
+}  // namespace
+
+ErrorCapture::ErrorCapture() {
   ERR_dcl_handler(nullptr, &ErrorCapture::handle, reinterpret_cast<intptr_t>(this));
 }
 
@@ -22,7 +27,7 @@ int ErrorCapture::handle(const char *name, int severity, const char *message, ER
   auto *self = reinterpret_cast<ErrorCapture *>(data);
   const std::string key = name ? name : "";
   self->reports_.push_back({severity, key, message ? message : "", msg_id_of(key)});
-  return self->pass_on_ ? 1 : 0;
+  return 0;
 }
 
 bool ErrorCapture::has(Msg m, std::string_view arg) const {

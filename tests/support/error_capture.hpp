@@ -20,19 +20,17 @@ struct Captured {
   int severity;
   std::string name;     // the catalogue's default format for catalogue reports
   std::string message;  // the text as formatted
-  int id;               // set * 1000 + number, 0 when not from the catalogue
+  // set * 1000 + number, 0 when not from the catalogue.  Handlers see the
+  // default format, not the number, so two messages of one text share the
+  // first one's id; has(Msg) matches either.
+  int id;
 };
-
-// The catalogue message whose default format is name; 0 when none is.  The
-// handlers see the default format, not the number, so two messages of one
-// text share the first one's id; has(Msg) matches either.
-int msg_id_of(std::string_view name);
 
 class ErrorCapture {
  public:
-  // Declares a global handler.  With pass_on false (the default) reports
-  // stop here and nothing reaches standard error.
-  explicit ErrorCapture(bool pass_on = false);
+  // Declares a global handler; reports stop here and nothing reaches
+  // standard error.
+  ErrorCapture();
   ~ErrorCapture();
   ErrorCapture(const ErrorCapture &) = delete;
   ErrorCapture &operator=(const ErrorCapture &) = delete;
@@ -60,7 +58,6 @@ class ErrorCapture {
   static int handle(const char *name, int severity, const char *message, ERR_RECORD *,
                     intptr_t data);
   std::vector<Captured> reports_;
-  bool pass_on_;
 };
 
 }  // namespace orx::test

@@ -29,28 +29,23 @@ long for_each_allocation_failure(const std::function<bool()> &op, long limit) {
 long for_each_reported_allocation_failure(const std::function<int()> &op,
                                           const std::function<bool()> &clean, long limit) {
   ErrorCapture errors;
-  for (long n = 1; n <= limit; ++n) {
-    errors.clear();
-    int status;
-    bool fired;
-    {
-      FailNthAllocation fail(n);
-      status = op();
-      fired = fail.fired();
-    }
-    if (!fired) {
-      EXPECT_EQ(status, 0) << "failed without an injected failure: " << errors.last();
-      return n - 1;
-    }
-    EXPECT_EQ(status, ORX_E_NO_MEMORY) << "allocation " << n << ": " << errors.last();
-    EXPECT_TRUE(errors.has(Msg::kNoMemory))
-        << "allocation " << n << " failed without a report";
-    if (clean) {
-      EXPECT_TRUE(clean()) << "left behind after allocation " << n << " failed";
-    }
-  }
-  ADD_FAILURE() << "operation still allocating after " << limit << " allocations";
-  return limit;
+  long n = 0;
+  return for_each_allocation_failure(
+      [&] {
+        errors.clear();
+        const int status = op();
+        if (!heap::failure_fired()) {
+          EXPECT_EQ(status, 0) << "failed without an injected failure: " << errors.last();
+          return true;
+        }
+        EXPECT_EQ(status, ORX_E_NO_MEMORY) << "allocation " << ++n << ": " << errors.last();
+        EXPECT_TRUE(errors.has(Msg::kNoMemory)) << "allocation " << n << " failed without a report";
+        if (clean) {
+          EXPECT_TRUE(clean()) << "left behind after allocation " << n << " failed";
+        }
+        return false;
+      },
+      limit);
 }
 
 ScopedEnv::ScopedEnv(const char *name, std::optional<std::string> value) : name_(name) {

@@ -26,45 +26,30 @@ inline std::size_t bytes_of(const ORX_CHANNELS &g) {
   return g.bits <= 8 ? 1 : g.bits <= 16 ? 2 : 4;
 }
 
+// Calls f with a value of the storage type of group g (its type) and the
+// address of sample x of a row of it.
+template <class Byte, class F>
+auto with_sample(const ORX_CHANNELS &g, Byte *row, int32_t x, F f) {
+  Byte *p = row + bytes_of(g) * static_cast<std::size_t>(x);
+  if (g.type == ORX_C_FLOAT) return f(float{}, p);
+  if (g.type == ORX_C_DOUBLE) return f(double{}, p);
+  if (bytes_of(g) == 1) return f(uint8_t{}, p);
+  if (bytes_of(g) == 2) return f(uint16_t{}, p);
+  return f(uint32_t{}, p);
+}
+
 inline void put(const ORX_CHANNELS &g, void *row, int32_t x, double v) {
-  auto *p = static_cast<unsigned char *>(row) + bytes_of(g) * static_cast<std::size_t>(x);
-  if (g.type == ORX_C_FLOAT) {
-    const float f = static_cast<float>(v);
-    std::memcpy(p, &f, 4);
-  } else if (g.type == ORX_C_DOUBLE) {
-    std::memcpy(p, &v, 8);
-  } else if (bytes_of(g) == 1) {
-    *p = static_cast<uint8_t>(v);
-  } else if (bytes_of(g) == 2) {
-    const auto s = static_cast<uint16_t>(v);
-    std::memcpy(p, &s, 2);
-  } else {
-    const auto s = static_cast<uint32_t>(v);
-    std::memcpy(p, &s, 4);
-  }
+  with_sample(g, static_cast<unsigned char *>(row), x, [v](auto type, unsigned char *p) {
+    const auto s = static_cast<decltype(type)>(v);
+    std::memcpy(p, &s, sizeof s);
+  });
 }
 
 inline double get(const ORX_CHANNELS &g, const void *row, int32_t x) {
-  const auto *p = static_cast<const unsigned char *>(row) + bytes_of(g) * static_cast<std::size_t>(x);
-  if (g.type == ORX_C_FLOAT) {
-    float f;
-    std::memcpy(&f, p, 4);
-    return f;
-  }
-  if (g.type == ORX_C_DOUBLE) {
-    double d;
-    std::memcpy(&d, p, 8);
-    return d;
-  }
-  if (bytes_of(g) == 1) return *p;
-  if (bytes_of(g) == 2) {
-    uint16_t s;
-    std::memcpy(&s, p, 2);
-    return s;
-  }
-  uint32_t s;
-  std::memcpy(&s, p, 4);
-  return s;
+  return with_sample(g, static_cast<const unsigned char *>(row), x, [](auto s, const unsigned char *p) {
+    std::memcpy(&s, p, sizeof s);
+    return static_cast<double>(s);
+  });
 }
 
 // A sample as a value: integers scaled to 0..1, floating point as stored.
