@@ -260,12 +260,25 @@ __attribute__((target("avx2,fma"))) inline void vertical_block(const float *cons
   }
 }
 
-__attribute__((target("avx2,fma"))) void vertical_avx2(const float *const *rows,
-                                                       const float *weights, int32_t n,
-                                                       int32_t width, float scale, bool cut,
-                                                       float *out) {
+// The first column (at most width) where the first row's samples start a
+// cache line: rows of one width from one allocator are mostly aligned
+// alike, and whole vectors from there on then never straddle two lines.
+// The columns before it are summed by themselves, each the same sum.
+inline int32_t aligned_column(const float *const *rows, int32_t n, int32_t width) {
+  if (n <= 0) return 0;
+  const auto misaligned = reinterpret_cast<std::uintptr_t>(rows[0]) % 64;
+  if (misaligned % sizeof(float) != 0) return 0;  // never for float rows
+  const auto column = static_cast<int32_t>((64 - misaligned) % 64 / sizeof(float));
+  return column < width ? column : width;
+}
+
+// Columns x0..width-1.
+__attribute__((target("avx2,fma"))) void vertical_columns_avx2(const float *const *rows,
+                                                               const float *weights, int32_t n,
+                                                               int32_t x0, int32_t width,
+                                                               float scale, bool cut, float *out) {
   const __m256 vscale = _mm256_set1_ps(scale);
-  int32_t x = 0;
+  int32_t x = x0;
   for (; x + 64 <= width; x += 64) vertical_block<8>(rows, weights, n, x, vscale, cut, out);
   for (; x + 8 <= width; x += 8) vertical_block<1>(rows, weights, n, x, vscale, cut, out);
   for (; x < width; ++x) {
@@ -273,6 +286,15 @@ __attribute__((target("avx2,fma"))) void vertical_avx2(const float *const *rows,
     for (int32_t k = 0; k < n; ++k) s = std::fma(weights[k], rows[k][x], s);
     out[x] = finish_one(s, scale, cut);
   }
+}
+
+__attribute__((target("avx2,fma"))) void vertical_avx2(const float *const *rows,
+                                                       const float *weights, int32_t n,
+                                                       int32_t width, float scale, bool cut,
+                                                       float *out) {
+  const int32_t aligned = aligned_column(rows, n, width);
+  vertical_columns_avx2(rows, weights, n, 0, aligned, scale, cut, out);
+  vertical_columns_avx2(rows, weights, n, aligned, width, scale, cut, out);
 }
 
 __attribute__((target("avx2,fma"))) void accumulate_avx2(const float *row, float weight,
