@@ -39,24 +39,17 @@ TEST_F(OrxFrames, ListsStepsAndRefusals) {
   EXPECT_EQ(outputs("a."), (std::set<std::string>{"a.01.rla", "a.02.rla", "a.04.rla",
                                                    "a.05.rla", "a.07.rla"}));
   EXPECT_EQ(log_, "orx: 5 of 5 frames written\n");
-  const struct {
-    const char *args, *says;
-  } refused[] = {
-      {"--frames 4-3", "expected A, A-B or A-BxS"},
-      {"--frames 1-", "expected A, A-B or A-BxS"},
-      {"--frames 1-5x0", "expected A, A-B or A-BxS"},
-      {"--frames 1,,2", "expected A, A-B or A-BxS"},
-      {"--frames 0-2000000000", "more than 1000000 frames"},
-      {"--frames 1-4 --chunk 0/3", "--chunk 0/3: expected K/N with 1 <= K <= N"},
-      {"--frames 1-4 --chunk 4/3", "expected K/N"},
-      {"--frames 1-4 -j 0", "-j"},
-  };
-  for (const auto &c : refused) {
-    EXPECT_EQ(run(std::string("copy in.#.rla b.#.rla ") + c.args), 2) << c.args;
-    EXPECT_NE(log_.find(c.says), std::string::npos) << c.args << "\n" << log_;
-  }
-  EXPECT_EQ(run("copy in.#.rla same.rla --frames 1-2"), 2);
-  EXPECT_NE(log_.find("the output name needs a run of # for the frame number"), std::string::npos);
+  script({
+      {"copy in.#.rla b.#.rla --frames 4-3", 2, {"expected A, A-B or A-BxS"}},
+      {"copy in.#.rla b.#.rla --frames 1-", 2, {"expected A, A-B or A-BxS"}},
+      {"copy in.#.rla b.#.rla --frames 1-5x0", 2, {"expected A, A-B or A-BxS"}},
+      {"copy in.#.rla b.#.rla --frames 1,,2", 2, {"expected A, A-B or A-BxS"}},
+      {"copy in.#.rla b.#.rla --frames 0-2000000000", 2, {"more than 1000000 frames"}},
+      {"copy in.#.rla b.#.rla --frames 1-4 --chunk 0/3", 2, {"--chunk 0/3: expected K/N with 1 <= K <= N"}},
+      {"copy in.#.rla b.#.rla --frames 1-4 --chunk 4/3", 2, {"expected K/N"}},
+      {"copy in.#.rla b.#.rla --frames 1-4 -j 0", 2, {"-j"}},
+      {"copy in.#.rla same.rla --frames 1-2", 2, {"the output name needs a run of # for the frame number"}},
+  });
   EXPECT_TRUE(outputs("b.").empty() && !exists("same.rla"));
 }
 
