@@ -115,91 +115,6 @@ INSTANTIATE_TEST_SUITE_P(Formats, PeerTools, ::testing::ValuesIn(kPeers),
                            return std::string(i.param.ext) + std::to_string(i.index);
                          });
 
-// Palette images, with and without transparency, read as the RGB(A) that
-// ImageMagick makes of them.
-TEST(PeerTools, PalettePngReadsAsRgb) {
-  ORX_REQUIRE_TOOL("convert");
-  if (!built("png")) GTEST_SKIP() << "png plug-in not built";
-  TempDir dir;
-  for (const char *matte : {"", " --matte"}) {
-    const std::string source = dir.file("source.rla");
-    const std::string rgb = dir.file("source.png");
-    const std::string palette = dir.file("palette.png");
-    const std::string expanded = dir.file("expanded.png");
-    expect_runs(orx("pattern '" + source + "' --size 40x20 --type int8 --channels 3" + matte));
-    expect_runs(orx("copy '" + source + "' '" + rgb + "'"));
-    expect_runs("convert '" + rgb + "' -colors 16 PNG8:'" + palette + "'");
-    expect_runs("convert '" + palette + "' " + (*matte ? "PNG32:'" : "PNG24:'") + expanded + "'");
-    expect_same(palette, expanded);
-  }
-}
-
-// Every directory of a TIFF file and every part of an EXR file is an image:
-// a peer's file of two images, copied by us, keeps its second image for
-// OpenImageIO to find; copied to PNG it keeps the first.
-TEST(PeerTools, EveryImageOfAFileIsCopied) {
-  ORX_REQUIRE_TOOL("convert");
-  ORX_REQUIRE_TOOL("oiiotool");
-  const struct {
-    const char *ext;
-    const char *second;  // orx pattern arguments of the second image
-    const char *join;    // the peer's command making {a} and {b} one file {out}
-  } kFiles[] = {
-      {"tif", "--size 30x25 --type int16 --channels 1", "convert {a} {b} {out}"},
-      {"exr", "--size 40x20 --type float --channels 1 --matte",
-       "oiiotool {a} {b} --siappend -o {out}"},
-  };
-  for (const auto &k : kFiles) {
-    if (!built(k.ext)) continue;
-    TempDir dir;
-    const std::string ext = std::string(".") + k.ext;
-    auto f = [&](const std::string &name) { return "'" + dir.file(name) + "'"; };
-    expect_runs(orx("pattern " + f("a.rla") + " --size 40x20 --type int8 --channels 3"));
-    expect_runs(orx("pattern " + f("b.rla") + " " + k.second));
-    expect_runs(orx("copy " + f("a.rla") + " " + f("a" + ext)));
-    expect_runs(orx("copy " + f("b.rla") + " " + f("b" + ext)));
-    std::string join = k.join;
-    for (auto [key, value] : {std::pair<std::string, std::string>{"{a}", f("a" + ext)},
-                              {"{b}", f("b" + ext)}, {"{out}", f("peer" + ext)}})
-      join.replace(join.find(key), key.size(), value);
-    expect_runs(join);
-    expect_runs(orx("copy " + f("peer" + ext) + " " + f("ours" + ext)));
-    expect_runs("oiiotool " + f("ours" + ext) + " --subimage 1 -o " + f("second" + ext));
-    expect_same(dir.file("a" + ext), dir.file("ours" + ext));
-    expect_same(dir.file("b" + ext), dir.file("second" + ext));
-    // A format of one image per file keeps the first, and says so.
-    if (!built("png")) continue;
-    const ToolRun single = run(orx("copy " + f("peer" + ext) + " " + f("first.png")));
-    EXPECT_EQ(single.status, 0) << single.output;
-    EXPECT_NE(single.output.find("kept the first of 2 images"), std::string::npos) << single.output;
-    expect_same(dir.file("a" + ext), dir.file("first.png"), 2.0 / 65535);  // half to 16 bits
-  }
-}
-
-// An EXR data window smaller than the display window is the active window:
-// OpenImageIO's crop reads as its zero-padded full picture, and our copy of
-// the crop pads the same way for OpenImageIO.  A mipmapped texture reads as
-// its levels, the first of them the picture.
-TEST(PeerTools, ExrDataWindowIsTheActiveWindow) {
-  ORX_REQUIRE_TOOL("oiiotool");
-  if (!built("exr")) GTEST_SKIP() << "exr plug-in not built";
-  TempDir dir;
-  auto f = [&](const std::string &name) { return "'" + dir.file(name) + "'"; };
-  expect_runs(orx("pattern " + f("p.rla") + " --size 67x31 --type float --channels 3 --matte"));
-  expect_runs(orx("copy " + f("p.rla") + " " + f("p.exr")));
-  expect_runs("oiiotool " + f("p.exr") + " --crop 20x10+5+3 -o " + f("crop.exr"));
-  expect_runs("oiiotool " + f("crop.exr") + " --croptofull -o " + f("full.exr"));
-  expect_same(dir.file("crop.exr"), dir.file("full.exr"));
-  ToolRun info = run(orx("info " + f("crop.exr")));
-  EXPECT_NE(info.output.find("active    5..24 x 18..27"), std::string::npos) << info.output;
-  expect_runs(orx("copy " + f("crop.exr") + " " + f("ours.exr")));
-  expect_runs("oiiotool " + f("ours.exr") + " --croptofull -o " + f("ours_full.exr"));
-  expect_same(dir.file("full.exr"), dir.file("ours_full.exr"));
-  // A mipmapped texture reads as its first level.
-  expect_runs("oiiotool " + f("p.exr") + " -otex " + f("tex.exr"));
-  expect_same(dir.file("p.exr"), dir.file("tex.exr"));
-}
-
 // Image 0's attributes as `orx info --json` gives them, name to JSON value,
 // and its windows as "[window]" and "[active]".
 std::map<std::string, std::string> attributes(const std::string &file) {
@@ -314,24 +229,6 @@ TEST(PeerTools, UnassociatedCopiesKeepStoredColour) {
   if (tags.status == 0) {
     EXPECT_NE(tags.output.find("unassoc-alpha"), std::string::npos);
   }
-}
-
-// An ICC profile goes PNG to TIFF to JPEG and back to PNG byte for byte.
-TEST(PeerTools, IccProfilesCrossFormats) {
-  ORX_REQUIRE_TOOL("convert");
-  if (!built("png") || !built("tif") || !built("jpg")) GTEST_SKIP() << "plug-ins not built";
-  TempDir dir;
-  auto f = [&](const std::string &name) { return "'" + dir.file(name) + "'"; };
-  const ToolRun made = run("/usr/bin/python3 -c \"from PIL import ImageCms as C; open('" +
-                           dir.file("p.icc") +
-                           "', 'wb').write(C.ImageCmsProfile(C.createProfile('sRGB')).tobytes())\"");
-  if (made.status != 0) GTEST_SKIP() << "python3-pil is not installed";
-  expect_runs("convert -size 16x8 gradient:red-blue -profile " + f("p.icc") + " " + f("a.png"));
-  expect_runs(orx("copy " + f("a.png") + " " + f("b.tif")));
-  expect_runs(orx("copy " + f("b.tif") + " " + f("c.jpg")));
-  expect_runs(orx("copy " + f("c.jpg") + " " + f("d.png")));
-  expect_runs("convert " + f("d.png") + " " + f("d.icc"));
-  EXPECT_EQ(slurp(dir.file("d.icc")), slurp(dir.file("p.icc")));
 }
 
 }  // namespace
