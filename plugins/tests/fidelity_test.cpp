@@ -63,7 +63,8 @@ const Row kRows[] = {
                            "bottomright=0,0,1,1 40x24 4 -d half"), "exr", 0},
     {"exr_float_beyond_half", OIIO("--pattern constant:color=70000,0.1,-3 16x8 3 -d float"), "exr", 0},
     {"exr_uint_id", OIIO("--pattern constant:color=0.25 8x4 1 -d uint32 --chnames id"), "exr", 0},
-    {"exr_single_z", OIIO("--pattern checker:color1=0.5:color2=2 8x8 1 --chnames Z -d float"), "exr", 0},
+    {"exr_single_z", OIIO("--pattern checker:color1=0.5:color2=2 8x8 1 --chnames Z -d float "
+                                 "--attrib:type=int frames 24"), "exr", 0},
     {"exr_overscan", OIIO("--pattern checker:width=4:height=4 32x16 3 --origin -6-3 --fullsize 20x10+0+0 "
                           "-d half"), "exr", 0},
     {"exr_data_outside", OIIO("--pattern fill:left=1,0,0:right=0,0,1 12x6 3 --origin +30+12 "
@@ -350,12 +351,19 @@ TEST(FidelityCopy, SaysOnceWhatTheOutputDrops) {
       << moved.output;
   const ToolRun same = run(kOrx + " diff '" + dir.file("o.exr") + "' '" + dir.file("o.rla") + "'");
   EXPECT_EQ(same.status, 0) << same.output;
+  // The data window inside the display window is the active window.
+  ASSERT_EQ(make("exr_data_inside", dir, dir.file("c.exr")), 0);
+  const ToolRun info = run(kOrx + " info '" + dir.file("c.exr") + "'");
+  EXPECT_NE(info.output.find("active    5..24 x 18..27"), std::string::npos) << info.output;
   // A format of one image per file keeps the first of two, and says so.
-  if (!built("png")) return;
-  ASSERT_EQ(make("exr_parts_named", dir, dir.file("p.exr")), 0);
-  const ToolRun first = run(kOrx + " copy '" + dir.file("p.exr") + "' '" + dir.file("first.png") + "'");
-  EXPECT_EQ(first.status, 0) << first.output;
-  EXPECT_NE(first.output.find("kept the first of 2 images"), std::string::npos) << first.output;
+  if (!built("png") || !built("tif")) return;
+  for (const char *row : {"exr_parts_named", "tiff_two_directories"}) {
+    const std::string two = dir.file(row[0] == 'e' ? "two.exr" : "two.tif");
+    ASSERT_EQ(make(row, dir, two), 0) << row;
+    const ToolRun first = run(kOrx + " copy '" + two + "' '" + dir.file("first.png") + "'");
+    EXPECT_EQ(first.status, 0) << first.output;
+    EXPECT_NE(first.output.find("kept the first of 2 images"), std::string::npos) << first.output;
+  }
 }
 
 // Deep samples that say nothing of what they cover (no alpha), or of their
