@@ -78,7 +78,8 @@ const Row kRows[] = {
                   "oiiotool --pattern constant:color=0,1,0,1 8x4 4 -d float -o {dir}/r.exr && "
                   "exrmultipart -combine -i {dir}/l.exr::beauty -view left {dir}/r.exr::beauty_r "
                   "-view right -o {out}", "exr", 0},
-    {"exr_data_inside", OIIO("--pattern checker:width=4:height=4 67x31 3 --crop 20x10+5+3 -d half"), "exr", 0},
+    {"exr_data_inside", OIIO("--pattern checker:width=4:height=4 67x31 3 --crop 20x10+5+3 -d half"),
+     "exr", 0},
     {"exr_mipmap", "oiiotool --pattern fill:left=0,0,0:right=1,0.5,0.25 37x21 3 -d half -o {dir}/s.exr && "
                    "exrmaketiled -m -t 16 16 {dir}/s.exr {out}", "exr", 0},
     {"exr_oiio_texture", "oiiotool --pattern fill:left=0,0,0:right=1,0.5,0.25 37x21 3 -d half -otex {out}",
@@ -120,7 +121,8 @@ const Row kRows[] = {
     {"tiff_lab16", WARM "convert {dir}/w.png -depth 16 -colorspace Lab {out} && " LAB_ORACLE, "tif",
      0.015, "{dir}/ref.png", 1e-6},
     {"tiff_two_directories",
-     BASE "convert {dir}/s.png \\( {dir}/s.png -resize 30x25! -colorspace gray -depth 16 \\) {out}", "tif", 1e-6},
+     BASE "convert {dir}/s.png \\( {dir}/s.png -resize 30x25! -colorspace gray -depth 16 \\) {out}",
+     "tif", 1e-6},
     {"tiff_orientation", BASE "cp {dir}/s.tif {out} && tiffset -s 274 6 {out}", "tif", 1e-6},
     {"tiff_icc", BASE ICC "convert {dir}/s.png -profile {dir}/p.icc {out}", "tif", 1e-6},
     {"png_straight_alpha", BASE "cp {dir}/a.png {out}", "png", 1e-6},

@@ -83,7 +83,8 @@ TEST_F(OrxCommands, ResMessagesBuildDumpAndBuildBack) {
   ASSERT_EQ(shell(orx + "messages >en.txt && " + orx + "build en.txt en.res && " + orx +
                   "dump en.res >dump.txt && " + orx + "build dump.txt again.res"),
             0);
-  EXPECT_NE(slurp(dir_.file("en.txt")).find("resource ERRO \"902.94\"\nmessage 3 \"No more internal memory\""),
+  EXPECT_NE(slurp(dir_.file("en.txt"))
+                .find("resource ERRO \"902.94\"\nmessage 3 \"No more internal memory\""),
             std::string::npos);
   EXPECT_EQ(slurp(dir_.file("again.res")), slurp(dir_.file("en.res")));
   orx::test::write_text(dir_.file("bad.txt"), "resource TEXT \"a\"\nint x\n");

@@ -52,7 +52,8 @@ TEST_F(OrxTool, EveryCommandAsASession) {
   script({
       {"pattern a.rla --size 97x31 --type int16 --matte", 0},
       {"info a.rla", 0,
-       {"format      rla (rla)", "(97 x 31)", "channels  3 x integer 16-bit", "matte     1 x integer 16-bit"}},
+       {"format      rla (rla)", "(97 x 31)", "channels  3 x integer 16-bit",
+        "matte     1 x integer 16-bit"}},
       {"copy a.rla b.rla", 0},
       {"diff a.rla b.rla", 0, {"PSNR             inf"}},
       {"pattern d.rla --size 97x31 --type float --matte", 0},

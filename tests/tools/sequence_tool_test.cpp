@@ -78,7 +78,8 @@ TEST_F(OrxFrames, RerunsDoOnlyWhatIsMissingOrIncomplete) {
   std::ofstream(dir_.file("r.5.rla"), std::ios::trunc) << whole.substr(0, whole.size() / 2);
   fs::remove(dir_.file("r.2.rla"));
   script({{"copy in.#.rla r.#.rla --frames 1-8 --skip-existing --json -j 2", 0,
-            {"{\"frames\": 8, \"written\": 2, \"skipped\": 6,", "r.5.rla is there but does not read back whole"}}});
+            {"{\"frames\": 8, \"written\": 2, \"skipped\": 6,",
+             "r.5.rla is there but does not read back whole"}}});
   EXPECT_EQ(slurp(dir_.file("r.5.rla")), whole);
   EXPECT_TRUE(exists("r.2.rla"));
 }
