@@ -137,6 +137,8 @@ const Row kRows[] = {
     {"png_icc", BASE ICC "convert {dir}/s.png -profile {dir}/p.icc {out}", "png", 1e-6},
     {"jpeg_cmyk_adobe", BASE "convert {dir}/s.png -colorspace CMYK -quality 95 {out}", "jpg", 1e-6, nullptr, 0.1},
     {"jpeg_grey", BASE "convert {dir}/s.png -colorspace gray -quality 90 {out}", "jpg", 1e-6, nullptr, 0.1},
+    // OpenImageIO's JPEG carries an EXIF block (without an orientation).
+    {"jpeg_oiio_grey", BASE "oiiotool {dir}/s.png --ch R -o {out}", "jpg", 1e-6, nullptr, 0.1},
     {"jpeg_orientation_icc",
      BASE ICC "convert {dir}/s.png -profile {dir}/p.icc -orient RightTop {out}", "jpg", 1e-6, nullptr, 0.1},
 };
