@@ -44,83 +44,103 @@ class OrxTool : public orx::test::ToolTest {
   }
 };
 
-TEST_F(OrxTool, PatternInfoCopyDiffAndJson) {
-  ASSERT_EQ(run("pattern a.rla --size 97x31 --type int16 --matte"), 0);
-  EXPECT_EQ(run("info a.rla"), 0);
-  for (const char *part : {"format      rla (rla)", "(97 x 31)", "channels  3 x integer 16-bit",
-                           "matte     1 x integer 16-bit"})
-    EXPECT_TRUE(contains(log_, part)) << part << "\n" << log_;
-  ASSERT_EQ(run("copy a.rla b.rla"), 0) << log_;
-  EXPECT_EQ(run("diff a.rla b.rla"), 0);
-  EXPECT_TRUE(contains(log_, "PSNR             inf")) << log_;
-  ASSERT_EQ(run("pattern d.rla --size 97x31 --type float --matte"), 0);
-  EXPECT_EQ(run("diff a.rla d.rla --fail 0.01"), 0) << log_;
-  ASSERT_EQ(run("pattern c.rla --size 97x31 --channels 2 --matte"), 0);
-  EXPECT_EQ(run("diff a.rla c.rla"), 2) << "channel counts differ";
-
-  EXPECT_EQ(run("info --json a.rla a.rla"), 0);
-  EXPECT_EQ(log_.front(), '[');
-  EXPECT_TRUE(contains(log_, "\"file\": \"a.rla\", \"format\": \"rla\"")) << log_;
-  EXPECT_TRUE(contains(log_, "\"window\": [0, 96, 0, 30]")) << log_;
-  EXPECT_TRUE(contains(log_, "},\n  {")) << log_;
-}
-
-TEST_F(OrxTool, FailuresExitTwoWithTheLibrarysMessage) {
-  ASSERT_EQ(run("pattern a.rla --size 8x4"), 0);
+// Every command in one session: what each writes is read back by the next
+// ones, and each exits with its status and says what it did or why not.
+TEST_F(OrxTool, EveryCommandAsASession) {
   std::ofstream(dir_.file("bad.rla")) << std::string(800, 'x');
-  const struct {
-    const char *args, *says;
-  } cases[] = {
-      {"info missing.rla", "Cannot open file missing.rla"},
-      {"info bad.rla", "This does not appear to be a Korvantel file"},
-      {"copy a.rla out.xyz --type nosuch", "Invalid type nosuch"},
-      {"pattern x.rla --size 0x4", "expected WxH"},
-  };
-  for (const auto &c : cases) {
-    EXPECT_EQ(run(c.args), 2) << c.args;
-    EXPECT_TRUE(contains(log_, c.says)) << c.args << "\n" << log_;
-  }
-}
-
-TEST_F(OrxTool, StreamsThroughThePipeFormat) {
-  ASSERT_EQ(run("pattern a.rla --size 33x9 --type float"), 0);
-  ASSERT_EQ(run("copy a.rla '|cat > b.pipe'"), 0) << log_;
-  EXPECT_EQ(run("diff a.rla '|cat b.pipe'"), 0) << log_;
-  EXPECT_EQ(run("info - --type pipe < b.pipe"), 0) << log_;
-  EXPECT_TRUE(contains(log_, "format      pipe (pipe)")) << log_;
-}
-
-TEST_F(OrxTool, UsageHelpAndVersion) {
-  ASSERT_EQ(run("pattern a.rla --size 8x4"), 0) << log_;
-  const struct {
-    const char *args;
-    int status;
-    const char *says;
-  } cases[] = {
-      {"", 2, "orx: A subcommand is required (see \"orx help\")"},
-      {"frobnicate a.rla", 2, "orx: unknown command \"frobnicate\"; the commands are info, copy"},
-      {"copy a.rla", 2, "orx: copy: out is required (see \"orx help copy\")"},
-      {"diff a.rla a.rla --fail lots", 2, "(see \"orx help diff\")"},
-      {"formats --brief", 2, "orx: formats: The following argument was not expected: --brief"},
-      {"help nosuch", 2, "unknown command \"nosuch\""},
-      {"--version", 0, "orx 0.1.0 (liborx 0.1.0, plug-in protocol 3.2)"},
-      {"help", 0, "stats"},
-      {"help copy", 0, "Usage: orx copy [OPTIONS] in out"},
-      {"copy --help", 0, "--keep-going"},
-      {"help diff", 0, "Exit status: 0 when the largest difference is within --fail, 1"},
-      {"formats", 0, "mem      memory"},
-      {"-v info --brief a.rla", 0, "a.rla :    8 x    4, 3 channel, uint8 rla"},
-      {"info a.rla --brief -v", 0, "a.rla :    8 x    4, 3 channel, uint8 rla"},
+  std::ofstream(dir_.file("x.foo")) << "not an image";
+  script({
+      {"pattern a.rla --size 97x31 --type int16 --matte", 0},
+      {"info a.rla", 0,
+       {"format      rla (rla)", "(97 x 31)", "channels  3 x integer 16-bit",
+        "matte     1 x integer 16-bit"}},
+      {"copy a.rla b.rla", 0},
+      {"diff a.rla b.rla", 0, {"PSNR             inf"}},
+      {"pattern d.rla --size 97x31 --type float --matte", 0},
+      {"diff a.rla d.rla --fail 0.01", 0},
+      {"pattern c.rla --size 97x31 --channels 2 --matte", 0},
+      {"diff a.rla c.rla", 2},  // the channel counts differ
+      {"info --json a.rla a.rla", 0,
+       {"[\n", "\"file\": \"a.rla\", \"format\": \"rla\"", "\"window\": [0, 96, 0, 30]", "},\n  {"}},
+      {"pattern b.rla --size 5x3 --type float", 0},
+      {"info --brief a.rla b.rla", 0,
+       {"a.rla :   97 x   31, 4 channel, uint16 rla\nb.rla :    5 x    3, 3 channel, float rla\n"}},
+      // Through the pipe format, to and from commands and standard input.
+      {"copy b.rla '|cat > b.pipe'", 0},
+      {"diff b.rla '|cat b.pipe'", 0},
+      {"info - --type pipe < b.pipe", 0, {"format      pipe (pipe)"}},
+      // Failures exit 2 with the library's message.
+      {"info missing.rla", 2, {"Cannot open file missing.rla"}},
+      {"info bad.rla", 2, {"This does not appear to be a Korvantel file"}},
+      {"copy a.rla out.xyz --type nosuch", 2, {"Invalid type nosuch"}},
+      {"pattern x.rla --size 0x4", 2, {"expected WxH"}},
       {"info /dev/stdin </dev/null", 2,
-       "orx: no format recognises /dev/stdin; name its format with --type KEY"},
-  };
-  for (const auto &c : cases) {
-    EXPECT_EQ(run(c.args), c.status) << c.args << "\n" << log_;
-    EXPECT_TRUE(contains(log_, c.says)) << c.args << "\n" << log_;
-    if (c.status == 2) {
-      EXPECT_EQ(std::count(log_.begin(), log_.end(), '\n'), 1) << log_;
-    }
-  }
+       {"orx: no format recognises /dev/stdin; name its format with --type KEY"}},
+      // No format claims the output's name: refused, nothing written.
+      {"copy a.rla none.xyz", 2, {"choose one with --type KEY: ", "rla (.rla), pipe (.pipe)"}},
+      {"copy a.rla none", 2, {"the name has no extension", "rla (.rla), pipe (.pipe)"}},
+      {"copy a.rla out.xyz --type rla", 0},
+      {"diff a.rla out.xyz --type rla", 0},
+      // Usage, help and version.
+      {"", 2, {"orx: A subcommand is required (see \"orx help\")"}},
+      {"frobnicate a.rla", 2, {"orx: unknown command \"frobnicate\"; the commands are info, copy"}},
+      {"copy a.rla", 2, {"orx: copy: out is required (see \"orx help copy\")"}},
+      {"diff a.rla a.rla --fail lots", 2, {"(see \"orx help diff\")"}},
+      {"formats --brief", 2, {"orx: formats: The following argument was not expected: --brief"}},
+      {"help nosuch", 2, {"unknown command \"nosuch\""}},
+      {"--version", 0, {"orx 0.1.0 (liborx 0.1.0, plug-in protocol 3.2)"}},
+      {"help", 0, {"stats"}},
+      {"help copy", 0, {"Usage: orx copy [OPTIONS] in out"}},
+      {"copy --help", 0, {"--keep-going"}},
+      {"help diff", 0, {"Exit status: 0 when the largest difference is within --fail, 1"}},
+      {"formats", 0, {"mem      memory"}},
+      {"-v info --brief b.rla", 0, {"b.rla :    5 x    3, 3 channel, float rla"}},
+      {"info b.rla --brief -v", 0, {"b.rla :    5 x    3, 3 channel, float rla"}},
+      // Copy's operators: depth, gamma, range, primaries, display, crop and
+      // the image of a file.
+      {"pattern p.rla --size 64x32 --matte", 0},
+      {"copy p.rla f.rla --depth float --clamp", 0},
+      {"info f.rla", 0, {"3 x float 32-bit", "gamma     1.0000"}},  // linearised on the way
+      {"copy f.rla i.rla --depth int16", 0},
+      {"info i.rla", 0, {"matte     1 x integer 16-bit"}},
+      {"diff f.rla i.rla --fail 0.00002", 0},
+      {"copy i.rla g.rla --gamma 1.8", 2, {"gamma correction operator cannot handle image channel width"}},
+      {"copy p.rla g.rla --gamma 1.0", 0},
+      {"copy p.rla r.rla --range 0.25,1.0", 0},
+      {"copy f.rla r.rla --range 0.25,1.0", 2},
+      {"copy p.rla x.rla --depth int12", 2},
+      {"copy p.rla w.rla --primaries 0.7347,0.2653,0.1152,0.8264,0.1566,0.0177,0.3457,0.3585", 0},
+      {"info w.rla", 0, {"white       0.3457 0.3585"}},
+      {"copy p.rla n.rla --primaries ntsc --xyz", 0},
+      {"copy p.rla n.rla --primaries nowhere", 2},
+      {"copy p.rla shown.rla --display ntsc", 0},
+      {"info shown.rla", 0, {"3 x integer 8-bit"}},
+      {"copy p.rla shown.rla --display nowhere", 2},
+      {"copy p.rla crop.rla --crop 10,4,42,20", 0},
+      {"info crop.rla", 0, {"(32 x 16)", "3 x integer 8-bit"}},
+      {"copy p.rla crop.rla --crop 10,4,5,20", 2},
+      {"copy p.rla whole.rla --crop 0,0,64,32", 0},
+      {"diff p.rla whole.rla", 0},  // a whole crop copies exactly
+      {"maketx p.rla t.rla", 0},
+      {"copy t.rla level2.rla --image 2", 0},
+      {"info level2.rla", 0, {"(16 x 8)"}},
+      {"copy t.rla none.rla --image 9", 2},
+      // Textures and swatches.
+      {"pattern m.rla --size 300x200", 0},
+      {"maketx m.rla mt.rla", 0},
+      {"swatch m.rla s.rla --size 32", 0},
+      {"info s.rla", 0, {"0..31 x 0..20 (32 x 21)"}},
+      {"maketx m.rla u.rla --type shiny", 2, {"color, scalar or bump"}},
+      {"swatch m.rla u.rla --size 400", 2, {"Swatch dimension incompatible"}},
+      {"info mt.rla", 0, {"mipmap color", "0..36 x 0..24 (37 x 25)"}},
+  }, true);
+  EXPECT_FALSE(fs::exists(dir_.file("none.xyz")) || fs::exists(dir_.file("none")));
+  std::size_t levels = 0;  // of the texture of 300x200, down to 1x1
+  for (std::size_t at = log_.find("  image "); at != std::string::npos; at = log_.find("  image ", at + 1))
+    ++levels;
+  EXPECT_EQ(levels, 9u) << log_;
+  EXPECT_EQ(run("info x.foo"), 2);
+  EXPECT_TRUE(contains(log_, "no format recognises x.foo; name its format with --type KEY")) << log_;
 }
 
 // Plug-ins load from ORX_PLUGIN_PATH, a refused one is reported, and -v
@@ -137,64 +157,37 @@ TEST_F(OrxTool, LoadsPluginsFromThePluginPath) {
   }
 }
 
-TEST_F(OrxTool, BriefInfoAndFormatHints) {
-  ASSERT_EQ(run("pattern a.rla --size 97x31 --type int16 --matte"), 0) << log_;
-  ASSERT_EQ(run("pattern b.rla --size 5x3 --type float"), 0) << log_;
-  EXPECT_EQ(run("info --brief a.rla b.rla"), 0);
-  EXPECT_EQ(log_,
-            "a.rla :   97 x   31, 4 channel, uint16 rla\n"
-            "b.rla :    5 x    3, 3 channel, float rla\n");
-
-  std::ofstream(dir_.file("x.foo")) << "not an image";
-  EXPECT_EQ(run("info x.foo"), 2);
-  EXPECT_TRUE(contains(log_, "no format recognises x.foo; name its format with --type KEY")) << log_;
-
-  // No format claims the name: refused, nothing written.
-  for (const char *out : {"out.xyz", "out"}) {
-    EXPECT_EQ(run(std::string("copy a.rla ") + out), 2) << out;
-    EXPECT_TRUE(contains(log_, "choose one with --type KEY: ")) << log_;
-    EXPECT_TRUE(contains(log_, "rla (.rla), pipe (.pipe)")) << log_;
-    EXPECT_FALSE(fs::exists(dir_.file(out)));
-  }
-  EXPECT_TRUE(contains(log_, "the name has no extension")) << log_;
-  EXPECT_EQ(run("copy a.rla out.xyz --type rla"), 0) << log_;
-  EXPECT_EQ(run("diff a.rla out.xyz --type rla"), 0) << log_;
-}
-
-TEST_F(OrxTool, DiffNamesTheLargestDifference) {
+// diff names the largest difference and counts the pixels that differ;
+// stats gives each channel's figures, with NaN and infinity counted apart.
+TEST_F(OrxTool, DiffAndStatsOfKnownSamples) {
   write_float_rgb(dir_.file("a.rla"), 7, 5, [](int, int, int) { return 0.5; });
   write_float_rgb(dir_.file("b.rla"), 7, 5, [](int c, int x, int y) {
     return 0.5 + (x == 4 && y == 1 && c == 2 ? 0.25 : x == 1 && y == 3 ? 0.125 : 0.0);
   });
-  EXPECT_EQ(run("diff a.rla b.rla"), 1);
-  EXPECT_TRUE(contains(log_, "max difference   0.25\nlargest at       x 4, y 1, channel 2 (blue)"))
-      << log_;
-  EXPECT_TRUE(contains(log_, "differing pixels 2 of 35")) << log_;
-  EXPECT_EQ(run("diff a.rla b.rla --fail 0.25"), 0) << log_;
-  EXPECT_EQ(run("diff a.rla missing.rla"), 2) << log_;
-}
-
-TEST_F(OrxTool, StatsPerChannelWithNanAndInfCounts) {
-  write_float_rgb(dir_.file("a.rla"), 4, 1, [](int c, int x, int) {
+  write_float_rgb(dir_.file("s.rla"), 4, 1, [](int c, int x, int) {
     if (c == 1 && x == 3) return double(NAN);
     if (c == 2 && x == 0) return double(INFINITY);
     return double(x);  // 0 1 2 3: mean 1.5, deviation sqrt(1.25)
   });
-  EXPECT_EQ(run("stats a.rla"), 0) << log_;
-  EXPECT_TRUE(contains(log_,
-                       "  image 0: 4 x 1, channels red, green, blue\n"
-                       "    Stats Min: 0.000000 0.000000 1.000000\n"
-                       "    Stats Max: 3.000000 2.000000 3.000000\n"
-                       "    Stats Avg: 1.500000 1.000000 2.000000\n"
-                       "    Stats StdDev: 1.118034 0.816497 0.816497\n"
-                       "    Stats NanCount: 0 1 0\n"
-                       "    Stats InfCount: 0 0 1\n"
-                       "    Stats FiniteCount: 4 3 3\n"))
-      << log_;
-  ASSERT_EQ(run("pattern i.rla --size 3x2"), 0);
-  EXPECT_EQ(run("stats i.rla"), 0);
+  script({
+      {"diff a.rla b.rla", 1,
+       {"max difference   0.25\nlargest at       x 4, y 1, channel 2 (blue)", "differing pixels 2 of 35"}},
+      {"diff a.rla b.rla --fail 0.25", 0},
+      {"diff a.rla missing.rla", 2},
+      {"stats s.rla", 0,
+       {"  image 0: 4 x 1, channels red, green, blue\n"
+        "    Stats Min: 0.000000 0.000000 1.000000\n"
+        "    Stats Max: 3.000000 2.000000 3.000000\n"
+        "    Stats Avg: 1.500000 1.000000 2.000000\n"
+        "    Stats StdDev: 1.118034 0.816497 0.816497\n"
+        "    Stats NanCount: 0 1 0\n"
+        "    Stats InfCount: 0 0 1\n"
+        "    Stats FiniteCount: 4 3 3\n"}},
+      {"pattern i.rla --size 3x2", 0},
+      {"stats i.rla missing.rla", 2},
+      {"stats i.rla", 0},
+  });
   EXPECT_FALSE(contains(log_, "NanCount")) << "integers have no NaN\n" << log_;
-  EXPECT_EQ(run("stats i.rla missing.rla"), 2);
 }
 
 TEST_F(OrxTool, ProgressOnlyOnATerminal) {

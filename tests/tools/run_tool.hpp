@@ -2,7 +2,10 @@
 // test's own.
 #pragma once
 
+#include <algorithm>
+#include <initializer_list>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -17,6 +20,14 @@ inline int run_orx(const std::string &dir, const std::string &args, const std::s
   return shell_in(dir, "'" ORX_TOOL "' " + args + " >'" + out + "' 2>&1");
 }
 
+// One command of a session at the command line: its arguments, its exit
+// status and the parts of what it prints.
+struct Step {
+  const char *args;
+  int status;
+  std::vector<std::string> says = {};
+};
+
 // A directory of the test's own to run orx in; log_ holds what the last
 // run printed.
 class ToolTest : public ::testing::Test {
@@ -27,6 +38,18 @@ class ToolTest : public ::testing::Test {
     const int status = run_orx(dir_.path(), args);
     log_ = slurp(dir_.file("log"));
     return status;
+  }
+  // Runs the steps in order, each to its status and its parts; with
+  // one_line, a refusal (status 2) says why in one line.
+  void script(std::initializer_list<Step> steps, bool one_line = false) {
+    for (const Step &s : steps) {
+      EXPECT_EQ(run(s.args), s.status) << s.args << "\n" << log_;
+      for (const std::string &part : s.says)
+        EXPECT_NE(log_.find(part), std::string::npos) << s.args << ": " << part << "\n" << log_;
+      if (one_line && s.status == 2) {
+        EXPECT_EQ(std::count(log_.begin(), log_.end(), '\n'), 1) << s.args << "\n" << log_;
+      }
+    }
   }
   TempDir dir_;
   std::string log_;

@@ -39,47 +39,35 @@ TEST_F(OrxFrames, ListsStepsAndRefusals) {
   EXPECT_EQ(outputs("a."), (std::set<std::string>{"a.01.rla", "a.02.rla", "a.04.rla",
                                                    "a.05.rla", "a.07.rla"}));
   EXPECT_EQ(log_, "orx: 5 of 5 frames written\n");
-  const struct {
-    const char *args, *says;
-  } refused[] = {
-      {"--frames 4-3", "expected A, A-B or A-BxS"},
-      {"--frames 1-", "expected A, A-B or A-BxS"},
-      {"--frames 1-5x0", "expected A, A-B or A-BxS"},
-      {"--frames 1,,2", "expected A, A-B or A-BxS"},
-      {"--frames 0-2000000000", "more than 1000000 frames"},
-      {"--frames 1-4 --chunk 0/3", "--chunk 0/3: expected K/N with 1 <= K <= N"},
-      {"--frames 1-4 --chunk 4/3", "expected K/N"},
-      {"--frames 1-4 -j 0", "-j"},
-  };
-  for (const auto &c : refused) {
-    EXPECT_EQ(run(std::string("copy in.#.rla b.#.rla ") + c.args), 2) << c.args;
-    EXPECT_NE(log_.find(c.says), std::string::npos) << c.args << "\n" << log_;
-  }
-  EXPECT_EQ(run("copy in.#.rla same.rla --frames 1-2"), 2);
-  EXPECT_NE(log_.find("the output name needs a run of # for the frame number"), std::string::npos);
+  script({
+      {"copy in.#.rla b.#.rla --frames 4-3", 2, {"expected A, A-B or A-BxS"}},
+      {"copy in.#.rla b.#.rla --frames 1-", 2, {"expected A, A-B or A-BxS"}},
+      {"copy in.#.rla b.#.rla --frames 1-5x0", 2, {"expected A, A-B or A-BxS"}},
+      {"copy in.#.rla b.#.rla --frames 1,,2", 2, {"expected A, A-B or A-BxS"}},
+      {"copy in.#.rla b.#.rla --frames 0-2000000000", 2, {"more than 1000000 frames"}},
+      {"copy in.#.rla b.#.rla --frames 1-4 --chunk 0/3", 2, {"--chunk 0/3: expected K/N with 1 <= K <= N"}},
+      {"copy in.#.rla b.#.rla --frames 1-4 --chunk 4/3", 2, {"expected K/N"}},
+      {"copy in.#.rla b.#.rla --frames 1-4 -j 0", 2, {"-j"}},
+      {"copy in.#.rla same.rla --frames 1-2", 2, {"the output name needs a run of # for the frame number"}},
+  });
   EXPECT_TRUE(outputs("b.").empty() && !exists("same.rla"));
 }
 
 TEST_F(OrxFrames, FailuresAreNamedAndTheRestGoOn) {
   fs::remove(dir_.file("in.6.rla"));
   std::ofstream(dir_.file("in.3.rla")) << "not an image";
-  EXPECT_EQ(run("copy in.#.rla k.#.rla --frames 1-8 -j 3 --keep-going"), 2);
-  EXPECT_NE(log_.find("orx: in.#.rla: missing frames 6\n"), std::string::npos) << log_;
-  EXPECT_NE(log_.find("orx: frame 3: in.3.rla: "), std::string::npos) << log_;
-  EXPECT_NE(log_.find("orx: 6 of 8 frames written; failed: 3, 6\n"), std::string::npos) << log_;
+  script({
+      {"copy in.#.rla j.#.rla --frames 1-8 --keep-going --json -j 2 2>/dev/null", 2,
+       {"{\"frames\": 8, \"written\": 6, \"skipped\": 0, \"failed\": [3, 6], \"not_attempted\": 0}"}},
+      // Without --keep-going a missing frame stops everything before it starts.
+      {"copy in.#.rla s.#.rla --frames 1-8", 2, {"(--keep-going goes on with the others)"}},
+      {"copy in.#.rla k.#.rla --frames 1-8 -j 3 --keep-going", 2,
+       {"orx: in.#.rla: missing frames 6\n", "orx: frame 3: in.3.rla: ",
+        "orx: 6 of 8 frames written; failed: 3, 6\n"}},
+  });
   std::istringstream lines(log_);
   for (std::string line; std::getline(lines, line);) EXPECT_EQ(line.rfind("orx: ", 0), 0u) << line;
   EXPECT_EQ(outputs("k.").size(), 6u);
-
-  EXPECT_EQ(run("copy in.#.rla j.#.rla --frames 1-8 --keep-going --json -j 2 2>/dev/null"), 2);
-  EXPECT_NE(log_.find("{\"frames\": 8, \"written\": 6, \"skipped\": 0, \"failed\": [3, 6], "
-                      "\"not_attempted\": 0}"),
-            std::string::npos)
-      << log_;
-
-  // Without --keep-going a missing frame stops everything before it starts.
-  EXPECT_EQ(run("copy in.#.rla s.#.rla --frames 1-8"), 2);
-  EXPECT_NE(log_.find("(--keep-going goes on with the others)"), std::string::npos) << log_;
   EXPECT_TRUE(outputs("s.").empty());
 }
 
@@ -89,9 +77,9 @@ TEST_F(OrxFrames, RerunsDoOnlyWhatIsMissingOrIncomplete) {
   const std::string whole = slurp(dir_.file("r.5.rla"));
   std::ofstream(dir_.file("r.5.rla"), std::ios::trunc) << whole.substr(0, whole.size() / 2);
   fs::remove(dir_.file("r.2.rla"));
-  EXPECT_EQ(run("copy in.#.rla r.#.rla --frames 1-8 --skip-existing --json -j 2"), 0) << log_;
-  EXPECT_NE(log_.find("{\"frames\": 8, \"written\": 2, \"skipped\": 6,"), std::string::npos) << log_;
-  EXPECT_NE(log_.find("r.5.rla is there but does not read back whole"), std::string::npos) << log_;
+  script({{"copy in.#.rla r.#.rla --frames 1-8 --skip-existing --json -j 2", 0,
+            {"{\"frames\": 8, \"written\": 2, \"skipped\": 6,",
+             "r.5.rla is there but does not read back whole"}}});
   EXPECT_EQ(slurp(dir_.file("r.5.rla")), whole);
   EXPECT_TRUE(exists("r.2.rla"));
 }
