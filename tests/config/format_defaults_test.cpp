@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -16,20 +17,23 @@ std::vector<std::string> names() {
   return out;
 }
 
+// Every default in one line, the aspect first (its query starts the database).
+std::string defaults() {
+  std::ostringstream out;
+  out << FMT_def_aspect() << " res " << FMT_def_gamma_tab_res() << " gamma " << FMT_def_gamma()
+      << " input " << FMT_def_input_gamma() << " key " << FMT_def_key() << " name "
+      << FMT_def_base_name() << " data " << FMT_def_image_data() << " dominance "
+      << FMT_def_dominance() << " rate " << FMT_def_frame_rate() << " swatch " << FMT_def_swatch();
+  FMT_exit();
+  return out.str();
+}
+
 TEST_F(FormatDefaults, BuiltInValuesStandWithoutAFile) {
   orx::test::ErrorCapture cap;
   ERR_unmask_s(ERR_DEBUG);
-  EXPECT_STREQ(FMT_def_aspect(), "ntsc_640");
+  EXPECT_EQ(defaults(),
+            "ntsc_640 res 4096 gamma 2.2 input 1 key rla name im data rgb dominance 1 rate 30 swatch 0");
   EXPECT_EQ(cap.last(), orx::test::message(orx::Msg::kConfigInitDatabase, "fmt", "FMT_def_aspect"));
-  EXPECT_EQ(FMT_def_gamma_tab_res(), 4096);
-  EXPECT_EQ(FMT_def_gamma(), 2.2f);
-  EXPECT_EQ(FMT_def_input_gamma(), 1.0f);
-  EXPECT_STREQ(FMT_def_key(), "rla");
-  EXPECT_STREQ(FMT_def_base_name(), "im");
-  EXPECT_STREQ(FMT_def_image_data(), "rgb");
-  EXPECT_EQ(FMT_def_dominance(), 1);
-  EXPECT_EQ(FMT_def_frame_rate(), 30);
-  EXPECT_EQ(FMT_def_swatch(), 0);
   EXPECT_EQ(names(), std::vector<std::string>{"ntsc_640"});
   FMT_FORMAT *f = FMT_find("ntsc_640");
   ASSERT_NE(f, nullptr);
@@ -38,6 +42,9 @@ TEST_F(FormatDefaults, BuiltInValuesStandWithoutAFile) {
   EXPECT_EQ(f->aspect, 1.33f);
 }
 
+// The gamma table resolution is taken without checks, an input gamma that is
+// not a real and an aspect not in the table are ignored, and so are frame
+// rates and swatch sizes below one; a later line replaces an earlier one.
 TEST_F(FormatDefaults, EveryKeywordFollowsItsRule) {
   write_config(
       "fmt__gamma_table_res -7\n"
@@ -50,24 +57,12 @@ TEST_F(FormatDefaults, EveryKeywordFollowsItsRule) {
       "fmt__frame_rate 0\n"
       "fmt__swatch_size -5\n"
       "fmt__aspect_default hd\n");
-  EXPECT_EQ(FMT_def_gamma_tab_res(), -7);  // taken without checks
-  EXPECT_EQ(FMT_def_gamma(), 1.7f);
-  EXPECT_EQ(FMT_def_input_gamma(), 1.0f);
-  EXPECT_STREQ(FMT_def_key(), "tif");
-  EXPECT_STREQ(FMT_def_base_name(), "shot");
-  EXPECT_STREQ(FMT_def_image_data(), "rgba");
-  EXPECT_EQ(FMT_def_dominance(), 0);
-  EXPECT_EQ(FMT_def_frame_rate(), 30);
-  EXPECT_EQ(FMT_def_swatch(), 0);
-  EXPECT_STREQ(FMT_def_aspect(), "ntsc_640");  // "hd" is not in the table
-  FMT_exit();
-
+  EXPECT_EQ(defaults(),
+            "ntsc_640 res -7 gamma 1.7 input 1 key tif name shot data rgba dominance 0 rate 30 swatch 0");
   write_config("fmt__dominance odd\nfmt__frame_rate -3\nfmt__frame_rate 25\n"
                "fmt__swatch_size none\nfmt__swatch_size 64\n");
-  EXPECT_EQ(FMT_def_dominance(), 1);
-  EXPECT_EQ(FMT_def_frame_rate(), 25);
-  EXPECT_EQ(FMT_def_swatch(), 64);
-  FMT_exit();
+  EXPECT_EQ(defaults(),
+            "ntsc_640 res 4096 gamma 2.2 input 1 key rla name im data rgb dominance 1 rate 25 swatch 64");
   write_config("fmt__swatch_size none\n");
   EXPECT_EQ(FMT_def_swatch(), 0);
 }
