@@ -10,13 +10,6 @@ namespace {
 
 using FormatDefaults = orx::test::ConfigTest;
 
-std::vector<std::string> names() {
-  std::vector<std::string> out;
-  FMT_init(nullptr);
-  while (FMT_FORMAT *f = FMT_info()) out.push_back(f->name);
-  return out;
-}
-
 // Every default in one line, the aspect first (its query starts the database).
 std::string defaults() {
   std::ostringstream out;
@@ -34,7 +27,7 @@ TEST_F(FormatDefaults, BuiltInValuesStandWithoutAFile) {
   EXPECT_EQ(defaults(),
             "ntsc_640 res 4096 gamma 2.2 input 1 key rla name im data rgb dominance 1 rate 30 swatch 0");
   EXPECT_EQ(cap.last(), orx::test::message(orx::Msg::kConfigInitDatabase, "fmt", "FMT_def_aspect"));
-  EXPECT_EQ(names(), std::vector<std::string>{"ntsc_640"});
+  EXPECT_EQ(names(FMT_init, FMT_info), std::vector<std::string>{"ntsc_640"});
   FMT_FORMAT *f = FMT_find("ntsc_640");
   ASSERT_NE(f, nullptr);
   EXPECT_EQ(f->x_resolution, 640);
@@ -80,7 +73,7 @@ TEST_F(FormatDefaults, AspectTableEntriesCommentsAndRedefinitions) {
       "end_aspect_table\n"
       "outside 1 2 3\n");              // not in a table: skipped
   orx::test::ErrorCapture cap;
-  EXPECT_EQ(names(), (std::vector<std::string>{"hd", "ntsc_640", "odd"}));
+  EXPECT_EQ(names(FMT_init, FMT_info), (std::vector<std::string>{"hd", "ntsc_640", "odd"}));
   ASSERT_EQ(cap.size(), 1u);
   EXPECT_EQ(cap.last(), orx::test::message(orx::Msg::kConfigSyntax, config_path().c_str(), 6));
   EXPECT_STREQ(FMT_def_aspect(), "hd");

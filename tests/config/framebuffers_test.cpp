@@ -10,13 +10,6 @@ namespace {
 
 using Framebuffers = orx::test::ConfigTest;
 
-std::vector<std::string> names() {
-  std::vector<std::string> out;
-  FB_init(nullptr);
-  while (FB_FRAMEBUFFER *fb = FB_info()) out.push_back(fb->name);
-  return out;
-}
-
 // An entry's numbers in one line: origin, resolution, aspect, gamma, depth,
 // then the primaries and the white point (x y z each).
 std::string fields(const FB_FRAMEBUFFER *fb) {
@@ -35,7 +28,7 @@ TEST_F(Framebuffers, WithoutAFileOnlyTheBuiltInsInOrder) {
   ERR_unmask_s(ERR_DEBUG);
   EXPECT_STREQ(FB_def_framebuffer(), "full");
   EXPECT_EQ(cap.last(), orx::test::message(orx::Msg::kConfigInitDatabase, "fb", "FB_def_framebuffer"));
-  EXPECT_EQ(names(), (std::vector<std::string>{"full", "ntsc", "pal"}));
+  EXPECT_EQ(names(FB_init, FB_info), (std::vector<std::string>{"full", "ntsc", "pal"}));
   EXPECT_EQ(cap.size(), 1u);  // announced once
 
   EXPECT_EQ(fields(FB_find("ntsc")), "0,0 640x486 1.33 gamma 2.2 depth 24 "
@@ -61,7 +54,7 @@ TEST_F(Framebuffers, FileEntriesStartAsFullAndRedefinitionsMoveToTheEnd) {
       "end_framebuffer\n"
       "framebuffer never_closed\n"
       "  resolution 2 2\n");
-  EXPECT_EQ(names(), (std::vector<std::string>{"full", "pal", "ntsc", "studio monitor"}));
+  EXPECT_EQ(names(FB_init, FB_info), (std::vector<std::string>{"full", "pal", "ntsc", "studio monitor"}));
   EXPECT_STREQ(FB_def_framebuffer(), "studio monitor");
   // "ntsc" starts from "full", not from the built-in "ntsc"; "x" keeps the
   // white point's z from "full", "wide" its aspect.  "full" itself is unchanged.
