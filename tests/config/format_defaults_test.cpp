@@ -17,7 +17,6 @@ std::string defaults() {
       << " input " << FMT_def_input_gamma() << " key " << FMT_def_key() << " name "
       << FMT_def_base_name() << " data " << FMT_def_image_data() << " dominance "
       << FMT_def_dominance() << " rate " << FMT_def_frame_rate() << " swatch " << FMT_def_swatch();
-  FMT_exit();
   return out.str();
 }
 
@@ -52,10 +51,12 @@ TEST_F(FormatDefaults, EveryKeywordFollowsItsRule) {
       "fmt__aspect_default hd\n");
   EXPECT_EQ(defaults(),
             "ntsc_640 res -7 gamma 1.7 input 1 key tif name shot data rgba dominance 0 rate 30 swatch 0");
+  FMT_exit();
   write_config("fmt__dominance odd\nfmt__frame_rate -3\nfmt__frame_rate 25\n"
                "fmt__swatch_size none\nfmt__swatch_size 64\n");
   EXPECT_EQ(defaults(),
             "ntsc_640 res 4096 gamma 2.2 input 1 key rla name im data rgb dominance 1 rate 25 swatch 64");
+  FMT_exit();
   write_config("fmt__swatch_size none\n");
   EXPECT_EQ(FMT_def_swatch(), 0);
 }
