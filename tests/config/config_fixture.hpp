@@ -5,6 +5,7 @@
 #include <fstream>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "orx/clr.h"
 #include "orx/fmt.h"
@@ -44,6 +45,14 @@ class ConfigTest : public CleanErrors {
       EXPECT_TRUE(cap.last_is(orx::Msg::kConfigNoMemory));
       return false;
     });
+  }
+  // The names a database lists after init, in its order.
+  template <class Record>
+  static std::vector<std::string> names(int (*init)(void *), Record *(*info)()) {
+    std::vector<std::string> out;
+    init(nullptr);
+    while (Record *r = info()) out.push_back(r->name);
+    return out;
   }
   // Write text as $HOME/.orxrc.
   void write_config(const std::string &text) { std::ofstream(home_.file(".orxrc")) << text; }

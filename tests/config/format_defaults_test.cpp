@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -9,28 +10,23 @@ namespace {
 
 using FormatDefaults = orx::test::ConfigTest;
 
-std::vector<std::string> names() {
-  std::vector<std::string> out;
-  FMT_init(nullptr);
-  while (FMT_FORMAT *f = FMT_info()) out.push_back(f->name);
-  return out;
+// Every default in one line, the aspect first (its query starts the database).
+std::string defaults() {
+  std::ostringstream out;
+  out << FMT_def_aspect() << " res " << FMT_def_gamma_tab_res() << " gamma " << FMT_def_gamma()
+      << " input " << FMT_def_input_gamma() << " key " << FMT_def_key() << " name "
+      << FMT_def_base_name() << " data " << FMT_def_image_data() << " dominance "
+      << FMT_def_dominance() << " rate " << FMT_def_frame_rate() << " swatch " << FMT_def_swatch();
+  return out.str();
 }
 
 TEST_F(FormatDefaults, BuiltInValuesStandWithoutAFile) {
   orx::test::ErrorCapture cap;
   ERR_unmask_s(ERR_DEBUG);
-  EXPECT_STREQ(FMT_def_aspect(), "ntsc_640");
+  EXPECT_EQ(defaults(),
+            "ntsc_640 res 4096 gamma 2.2 input 1 key rla name im data rgb dominance 1 rate 30 swatch 0");
   EXPECT_EQ(cap.last(), orx::test::message(orx::Msg::kConfigInitDatabase, "fmt", "FMT_def_aspect"));
-  EXPECT_EQ(FMT_def_gamma_tab_res(), 4096);
-  EXPECT_EQ(FMT_def_gamma(), 2.2f);
-  EXPECT_EQ(FMT_def_input_gamma(), 1.0f);
-  EXPECT_STREQ(FMT_def_key(), "rla");
-  EXPECT_STREQ(FMT_def_base_name(), "im");
-  EXPECT_STREQ(FMT_def_image_data(), "rgb");
-  EXPECT_EQ(FMT_def_dominance(), 1);
-  EXPECT_EQ(FMT_def_frame_rate(), 30);
-  EXPECT_EQ(FMT_def_swatch(), 0);
-  EXPECT_EQ(names(), std::vector<std::string>{"ntsc_640"});
+  EXPECT_EQ(names(FMT_init, FMT_info), std::vector<std::string>{"ntsc_640"});
   FMT_FORMAT *f = FMT_find("ntsc_640");
   ASSERT_NE(f, nullptr);
   EXPECT_EQ(f->x_resolution, 640);
@@ -38,6 +34,9 @@ TEST_F(FormatDefaults, BuiltInValuesStandWithoutAFile) {
   EXPECT_EQ(f->aspect, 1.33f);
 }
 
+// The gamma table resolution is taken without checks, an input gamma that is
+// not a real and an aspect not in the table are ignored, and so are frame
+// rates and swatch sizes below one; a later line replaces an earlier one.
 TEST_F(FormatDefaults, EveryKeywordFollowsItsRule) {
   write_config(
       "fmt__gamma_table_res -7\n"
@@ -50,23 +49,13 @@ TEST_F(FormatDefaults, EveryKeywordFollowsItsRule) {
       "fmt__frame_rate 0\n"
       "fmt__swatch_size -5\n"
       "fmt__aspect_default hd\n");
-  EXPECT_EQ(FMT_def_gamma_tab_res(), -7);  // taken without checks
-  EXPECT_EQ(FMT_def_gamma(), 1.7f);
-  EXPECT_EQ(FMT_def_input_gamma(), 1.0f);
-  EXPECT_STREQ(FMT_def_key(), "tif");
-  EXPECT_STREQ(FMT_def_base_name(), "shot");
-  EXPECT_STREQ(FMT_def_image_data(), "rgba");
-  EXPECT_EQ(FMT_def_dominance(), 0);
-  EXPECT_EQ(FMT_def_frame_rate(), 30);
-  EXPECT_EQ(FMT_def_swatch(), 0);
-  EXPECT_STREQ(FMT_def_aspect(), "ntsc_640");  // "hd" is not in the table
+  EXPECT_EQ(defaults(),
+            "ntsc_640 res -7 gamma 1.7 input 1 key tif name shot data rgba dominance 0 rate 30 swatch 0");
   FMT_exit();
-
   write_config("fmt__dominance odd\nfmt__frame_rate -3\nfmt__frame_rate 25\n"
                "fmt__swatch_size none\nfmt__swatch_size 64\n");
-  EXPECT_EQ(FMT_def_dominance(), 1);
-  EXPECT_EQ(FMT_def_frame_rate(), 25);
-  EXPECT_EQ(FMT_def_swatch(), 64);
+  EXPECT_EQ(defaults(),
+            "ntsc_640 res 4096 gamma 2.2 input 1 key rla name im data rgb dominance 1 rate 25 swatch 64");
   FMT_exit();
   write_config("fmt__swatch_size none\n");
   EXPECT_EQ(FMT_def_swatch(), 0);
@@ -85,7 +74,7 @@ TEST_F(FormatDefaults, AspectTableEntriesCommentsAndRedefinitions) {
       "end_aspect_table\n"
       "outside 1 2 3\n");              // not in a table: skipped
   orx::test::ErrorCapture cap;
-  EXPECT_EQ(names(), (std::vector<std::string>{"hd", "ntsc_640", "odd"}));
+  EXPECT_EQ(names(FMT_init, FMT_info), (std::vector<std::string>{"hd", "ntsc_640", "odd"}));
   ASSERT_EQ(cap.size(), 1u);
   EXPECT_EQ(cap.last(), orx::test::message(orx::Msg::kConfigSyntax, config_path().c_str(), 6));
   EXPECT_STREQ(FMT_def_aspect(), "hd");

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -9,11 +10,16 @@ namespace {
 
 using Framebuffers = orx::test::ConfigTest;
 
-std::vector<std::string> names() {
-  std::vector<std::string> out;
-  FB_init(nullptr);
-  while (FB_FRAMEBUFFER *fb = FB_info()) out.push_back(fb->name);
-  return out;
+// An entry's numbers in one line: origin, resolution, aspect, gamma, depth,
+// then the primaries and the white point (x y z each).
+std::string fields(const FB_FRAMEBUFFER *fb) {
+  if (fb == nullptr) return "(none)";
+  std::ostringstream out;
+  out << fb->x_origin << "," << fb->y_origin << " " << fb->x_resolution << "x" << fb->y_resolution
+      << " " << fb->aspect << " gamma " << fb->gamma << " depth " << fb->depth;
+  for (const float *xyz : {fb->red, fb->green, fb->blue, fb->white})
+    out << " " << xyz[0] << " " << xyz[1] << " " << xyz[2];
+  return out.str();
 }
 
 TEST_F(Framebuffers, WithoutAFileOnlyTheBuiltInsInOrder) {
@@ -22,22 +28,13 @@ TEST_F(Framebuffers, WithoutAFileOnlyTheBuiltInsInOrder) {
   ERR_unmask_s(ERR_DEBUG);
   EXPECT_STREQ(FB_def_framebuffer(), "full");
   EXPECT_EQ(cap.last(), orx::test::message(orx::Msg::kConfigInitDatabase, "fb", "FB_def_framebuffer"));
-  EXPECT_EQ(names(), (std::vector<std::string>{"full", "ntsc", "pal"}));
+  EXPECT_EQ(names(FB_init, FB_info), (std::vector<std::string>{"full", "ntsc", "pal"}));
   EXPECT_EQ(cap.size(), 1u);  // announced once
 
-  FB_FRAMEBUFFER *ntsc = FB_find("ntsc");
-  ASSERT_NE(ntsc, nullptr);
-  EXPECT_EQ(ntsc->x_resolution, 640);
-  EXPECT_EQ(ntsc->y_resolution, 486);
-  EXPECT_EQ(ntsc->aspect, 1.33f);
-  EXPECT_EQ(ntsc->red[0], 0.598f);
-  EXPECT_EQ(ntsc->white[2], 0.337f);
-  EXPECT_EQ(ntsc->gamma, 2.2f);
-  EXPECT_EQ(ntsc->depth, 24);
-  FB_FRAMEBUFFER *pal = FB_find("pal");
-  ASSERT_NE(pal, nullptr);
-  EXPECT_EQ(pal->x_resolution, 780);
-  EXPECT_EQ(pal->blue[2], 0.79f);
+  EXPECT_EQ(fields(FB_find("ntsc")), "0,0 640x486 1.33 gamma 2.2 depth 24 "
+            "0.598 0.363 0.039 0.312 0.586 0.102 0.145 0.059 0.796 0.319 0.344 0.337");
+  EXPECT_EQ(fields(FB_find("pal")), "0,0 780x576 1.33 gamma 2.2 depth 24 "
+            "0.64 0.33 0.03 0.29 0.6 0.11 0.15 0.06 0.79 0.313 0.329 0.358");
   EXPECT_EQ(FB_find("PAL"), nullptr);
   EXPECT_EQ(FB_find(nullptr), nullptr);
 }
@@ -57,24 +54,17 @@ TEST_F(Framebuffers, FileEntriesStartAsFullAndRedefinitionsMoveToTheEnd) {
       "end_framebuffer\n"
       "framebuffer never_closed\n"
       "  resolution 2 2\n");
-  EXPECT_EQ(names(), (std::vector<std::string>{"full", "pal", "ntsc", "studio monitor"}));
+  EXPECT_EQ(names(FB_init, FB_info), (std::vector<std::string>{"full", "pal", "ntsc", "studio monitor"}));
   EXPECT_STREQ(FB_def_framebuffer(), "studio monitor");
-  FB_FRAMEBUFFER *ntsc = FB_find("ntsc");
-  ASSERT_NE(ntsc, nullptr);
-  EXPECT_EQ(ntsc->x_resolution, 720);
-  EXPECT_EQ(ntsc->gamma, 1.8f);
-  EXPECT_EQ(ntsc->white[0], 0.3127f);
-  EXPECT_EQ(ntsc->white[2], 0.374f);  // "x" kept the value copied from "full"
-  EXPECT_EQ(ntsc->red[0], 0.67f);     // from "full", not the built-in "ntsc"
-  FB_FRAMEBUFFER *studio = FB_find("studio monitor");
-  ASSERT_NE(studio, nullptr);
-  EXPECT_EQ(studio->aspect, 1.33f);
-  EXPECT_EQ(studio->red[0], 0.64f);
-  EXPECT_EQ(studio->x_resolution, 1280);
+  // "ntsc" starts from "full", not from the built-in "ntsc"; "x" keeps the
+  // white point's z from "full", "wide" its aspect.  "full" itself is unchanged.
+  EXPECT_EQ(fields(FB_find("ntsc")), "0,0 720x480 1.33 gamma 1.8 depth 24 "
+            "0.67 0.33 0 0.21 0.71 0.08 0.14 0.08 0.78 0.3127 0.329 0.374");
+  EXPECT_EQ(fields(FB_find("studio monitor")), "0,0 1280x1024 1.33 gamma 2.2 depth 24 "
+            "0.64 0.33 0.03 0.21 0.71 0.08 0.14 0.08 0.78 0.31 0.316 0.374");
+  EXPECT_EQ(fields(FB_find("full")), "0,0 1280x1024 1.33 gamma 2.2 depth 24 "
+            "0.67 0.33 0 0.21 0.71 0.08 0.14 0.08 0.78 0.31 0.316 0.374");
   EXPECT_EQ(FB_find("never_closed"), nullptr);
-  FB_FRAMEBUFFER *full = FB_find("full");
-  ASSERT_NE(full, nullptr);
-  EXPECT_EQ(full->x_resolution, 1280);  // the built-in was copied, not changed
 }
 
 TEST_F(Framebuffers, WrongWordCountsAreReportedWithPathAndLine) {

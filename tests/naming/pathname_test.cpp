@@ -26,35 +26,13 @@ std::string from_format(const char *format, const char *base, int32_t frame, con
   return taken(ORX_pathname_build_no_name_syntax(format, base, frame, ext));
 }
 
-TEST_F(PathnameBuild, BuiltInSyntaxPadsTheFrameAndKeepsOneExtensionDot) {
-  EXPECT_EQ(from_syntax("name.####.ext", "shot", 7, "rla"), "shot.0007.rla");
-  EXPECT_EQ(orx__err, ORX_OK);
-  EXPECT_EQ(from_syntax("name..####..ext", "shot", 7, ".rla"), "shot..0007..rla");
-  EXPECT_EQ(from_syntax("name.####ext", "shot", 7, ".rla"), "shot.0007.rla");
-  EXPECT_EQ(from_syntax("name.####_ext", "shot", 7, ".rla"), "shot.0007_.rla");
-  EXPECT_EQ(from_syntax("name_##", "Shot", 3, ".rla"), "Shot_03");  // no extension token
-  EXPECT_EQ(from_syntax("####", "shot", 12, ".rla"), "0012");
-  EXPECT_EQ(from_syntax("name.name.ext", "a", 1, ".x"), "a.a.x");
-  EXPECT_EQ(from_syntax("name", nullptr, 1, nullptr), "");
-  // An absent extension takes its separator along.
-  EXPECT_EQ(from_syntax("name.####.ext", "shot", 7, nullptr), "shot.0007");
-  EXPECT_EQ(from_syntax("ext.name", "shot", 7, ""), ".shot");
-  // Wide and negative frames keep all their digits and their sign (more frames
-  // on the built-in syntax are compared with printf below).
-  EXPECT_EQ(from_syntax("name.#.ext", "s", -7, ".rla"), "s.-7.rla");
-  EXPECT_EQ(from_syntax("name.#", "s", INT32_MIN, nullptr), "s.-2147483648");
-  EXPECT_EQ(from_syntax("name.#", "s", INT32_MAX, nullptr), "s.2147483647");
-  EXPECT_EQ(from_syntax(("name." + std::string(40, '#')).c_str(), "s", 5, nullptr),
-            "s." + std::string(39, '0') + "5");
-}
-
-TEST_F(PathnameBuild, InvalidOrEmptySyntaxGivesNullWithItsStatus) {
-  EXPECT_EQ(from_syntax("name.##.##", "s", 1, ".x"), "(null)");
-  EXPECT_EQ(orx__err, ORX_E_BAD_SYNTAX);
-  EXPECT_EQ(from_syntax("", "s", 1, ".x"), "(null)");
-  EXPECT_EQ(orx__err, ORX_E_EMPTY_SYNTAX);
+// Generated syntaxes build names checked against a model in property_test.cpp;
+// here the null syntax and a frame wider than any generated one.
+TEST_F(PathnameBuild, NullSyntaxAndAWideFrame) {
   EXPECT_EQ(from_syntax(nullptr, "s", 1, ".x"), "(null)");
   EXPECT_EQ(orx__err, ORX_E_EMPTY_SYNTAX);
+  EXPECT_EQ(from_syntax(("name." + std::string(40, '#')).c_str(), "s", 5, nullptr),
+            "s." + std::string(39, '0') + "5");
 }
 
 // The built-in formats publish both forms; hosts get the same names either way.
@@ -79,10 +57,10 @@ TEST_F(PathnameBuild, FormatStringTakesBaseFrameAndExtensionInThatOrderOnly) {
     EXPECT_EQ(from_format(bad, "s", 1, ".x"), "(null)");
     EXPECT_EQ(orx__err, ORX_E_BAD_SYNTAX);
   }
-  EXPECT_EQ(from_format("", "s", 1, ".x"), "(null)");
-  EXPECT_EQ(orx__err, ORX_E_EMPTY_SYNTAX);
-  EXPECT_EQ(from_format(nullptr, "s", 1, ".x"), "(null)");
-  EXPECT_EQ(orx__err, ORX_E_EMPTY_SYNTAX);
+  for (const char *empty : {"", static_cast<const char *>(nullptr)}) {
+    EXPECT_EQ(from_format(empty, "s", 1, ".x"), "(null)");
+    EXPECT_EQ(orx__err, ORX_E_EMPTY_SYNTAX);
+  }
 }
 
 TEST_F(PathnameBuild, OutOfMemoryGivesNullStatusAndNoLeak) {

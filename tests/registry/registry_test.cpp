@@ -1,8 +1,10 @@
 #include <cstring>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "orx/naming.h"
 #include "registry/registry_fixture.hpp"
 #include "support/error_capture.hpp"
 
@@ -12,29 +14,28 @@ using namespace orx::test;
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
 
+// A format record's names and syntaxes (between bars), then its numbers.
+std::string fields(const ORX_FORMAT *f) {
+  if (f == nullptr) return "(none)";
+  std::ostringstream out;
+  for (const char *s : {f->key, f->name, f->extension, f->description, f->format_string, f->name_syntax})
+    out << (s != nullptr ? s : "(null)") << "|";
+  out << " add " << f->add_extension << " usage " << f->usage << " orientation " << f->orientation
+      << " channels " << f->channels << "x" << f->bits_per_channel << " mattes " << f->mattes
+      << " z " << f->z_channels << " window " << f->active_window << " access " << f->access
+      << " links " << int(f->hard_link) << int(f->remote_access);
+  return out.str();
+}
+
 TEST_F(RegistryTest, WithoutPluginsOnlyTheBuiltInFormatsAreRegistered) {
   ASSERT_EQ(ORX_init(nullptr, nullptr), 0);
   EXPECT_EQ(ORX_info(), nullptr);
-  const ORX_FORMAT *mem = ORX_find(".mem");
-  ASSERT_NE(mem, nullptr);
-  EXPECT_STREQ(mem->key, "mem");
-  EXPECT_STREQ(mem->name, "memory");
-  EXPECT_EQ(mem->access, 60);
-  EXPECT_EQ(mem->usage, 255);
-  EXPECT_EQ(mem->channels, 32767);
-  EXPECT_EQ(mem->z_channels, 32767);
-  const ORX_FORMAT *pipe = ORX_find("pipe");
-  ASSERT_NE(pipe, nullptr);
-  EXPECT_EQ(pipe->access, 12);
-  EXPECT_EQ(pipe->mattes, 1);
-  EXPECT_EQ(pipe->z_channels, 0);
-  EXPECT_EQ(pipe->bits_per_channel, ~0);
-  EXPECT_STREQ(pipe->name_syntax, "Name.####.Ext");
-  const ORX_FORMAT *rla = ORX_find("rla");
-  ASSERT_NE(rla, nullptr);
-  EXPECT_EQ(rla->z_channels, 1);
-  EXPECT_EQ(rla->orientation, 1);
-  EXPECT_EQ(rla->active_window, 1);
+  EXPECT_EQ(fields(ORX_find(".mem")), "mem|memory|.mem|(null)|%s.%04.4d%s|Name.####.Ext| add 1 "
+            "usage 255 orientation 1 channels 32767x-1 mattes 32767 z 32767 window 1 access 60 links 00");
+  EXPECT_EQ(fields(ORX_find("pipe")), "pipe|pipe|.pipe|(null)|%s.%04.4d%s|Name.####.Ext| add 1 "
+            "usage 1 orientation 1 channels 3x-1 mattes 1 z 0 window 1 access 12 links 00");
+  EXPECT_EQ(fields(ORX_find("rla")), "rla|rla|.rla|(null)|%s.%04.4d%s|Name.####.Ext| add 1 "
+            "usage 1 orientation 1 channels 3x-1 mattes 1 z 1 window 1 access 12 links 00");
   EXPECT_EQ(ORX_find("Rla"), nullptr);  // exact comparison
   char *keys[4] = {};
   CaptureStderr();
@@ -57,17 +58,8 @@ TEST_F(RegistryTest, RefusedPluginsAreReportedAndSkippedInitZeroSilently) {
   EXPECT_EQ(ORX_find("tnoor"), nullptr);
   const ORX_FORMAT *good = ORX_info();
   ASSERT_NE(good, nullptr);
-  EXPECT_STREQ(good->key, "tgood");
-  EXPECT_STREQ(good->description, "registry test plug-in");
-  EXPECT_STREQ(good->format_string, "%s.%04.4d%s");
-  EXPECT_EQ(good->name_syntax, nullptr);
-  EXPECT_EQ(good->add_extension, 1);
-  EXPECT_EQ(good->usage, 1);
-  EXPECT_EQ(good->channels, 4);
-  EXPECT_EQ(good->bits_per_channel, 128);
-  EXPECT_EQ(good->access, 12);
-  EXPECT_EQ(good->hard_link, 1);
-  EXPECT_EQ(good->remote_access, 0);
+  EXPECT_EQ(fields(good), "tgood|Test good|.tgd|registry test plug-in|%s.%04.4d%s|(null)| add 1 "
+            "usage 1 orientation 1 channels 4x128 mattes 0 z 0 window 0 access 12 links 10");
   EXPECT_EQ(good->is_file, nullptr);
   EXPECT_EQ(ORX_info(), nullptr);
   ORX_init(nullptr, nullptr);  // rewinds the iterator
@@ -291,6 +283,35 @@ TEST_F(RegistryTest, OutOfMemoryWhileBuildingFailsCleanly) {
     ORX_exit();
     return complete;
   });
+}
+
+// The built name, "(null)" when building failed.
+std::string take(char *s) {
+  std::string out = s != nullptr ? s : "(null)";
+  ERR_free(s);
+  return out;
+}
+
+TEST_F(RegistryTest, PathnamesByKeyUseTheFormatsSyntaxAndExtension) {
+  ASSERT_EQ(ORX_init(nullptr, nullptr), 0);
+  EXPECT_EQ(take(ORX_pathname_build("rla", "shot", 7)), "shot.0007.rla");
+  EXPECT_EQ(take(ORX_pathname_build(".mem", "plate", -12)), "plate.-0012.mem");
+  EXPECT_EQ(take(ORX_pathname_build("pipe", "take", 123456)), "take.123456.pipe");
+
+  // Without a name syntax the format string decides; without the
+  // add-extension flag no extension is added.
+  ORX_FORMAT *rla = ORX_find("rla");
+  ASSERT_NE(rla, nullptr);
+  char *syntax = rla->name_syntax;
+  rla->name_syntax = nullptr;
+  rla->add_extension = 0;
+  EXPECT_EQ(take(ORX_pathname_build("rla", "shot", 7)), "shot.0007");
+  rla->name_syntax = syntax;
+  rla->add_extension = 1;
+
+  ErrorCapture cap;
+  EXPECT_EQ(ORX_pathname_build("nosuch", "a", 1), nullptr);
+  EXPECT_TRUE(cap.failed_with(ORX_E_INVALID_TYPE, orx::Msg::kInvalidType));
 }
 
 }  // namespace

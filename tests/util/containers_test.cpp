@@ -9,6 +9,7 @@
 #include "support/messages.hpp"
 #include "util/arena.hpp"
 #include "util/grow_array.hpp"
+#include "util/node_pool.hpp"
 #include "util/queue.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -152,6 +153,28 @@ TEST_F(Containers, SmallBlocksPickTheClassThatLeavesRoomForTheHeader) {
   small_release(&pool, six);
   EXPECT_EQ(small_allocate(&pool, 13), six);  // reused from the class's free list
   arena_release(&pool.arena);
+}
+
+TEST_F(Containers, NodePoolReusesGivenBackNodesNewestFirstAndReportsExhaustion) {
+  NodePool pool;
+  void *a = pool_take(&pool, 24);
+  void *b = pool_take(&pool, 24);
+  ASSERT_NE(a, nullptr);
+  ASSERT_NE(b, nullptr);
+  pool_give_back(&pool, a);
+  pool_give_back(&pool, b);
+  pool_give_back(&pool, nullptr);  // harmless
+  EXPECT_EQ(pool.free_head, b);
+  EXPECT_EQ(pool_take(&pool, 24), b);
+  EXPECT_EQ(pool_take(&pool, 24), a);
+  {
+    orx::test::ErrorCapture cap;
+    orx::test::FailNthAllocation fail(1);
+    EXPECT_EQ(pool_take(&pool, 24), nullptr);
+    EXPECT_TRUE(cap.has_at(orx::Msg::kNoMemory, ERR_ERROR));
+  }
+  std::free(a);
+  std::free(b);
 }
 
 }  // namespace
