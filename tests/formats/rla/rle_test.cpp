@@ -23,7 +23,7 @@ template <int N>
 Bytes encode(const std::vector<Sample<N>> &samples) {
   int n = static_cast<int>(samples.size());
   Bytes row(2 + samples.size() * N);
-  std::memcpy(row.data() + 2, samples.data(), samples.size() * N);
+  if (!samples.empty()) std::memcpy(row.data() + 2, samples.data(), samples.size() * N);
   Bytes out(encode_buffer_size(n, 8 * N));
   out.resize(encode_row<N>(reinterpret_cast<const Sample<N> *>(row.data() + 2), n, out.data()));
   return out;
