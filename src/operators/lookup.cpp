@@ -5,11 +5,7 @@
 #include <cstring>
 
 #include "operators/resample_engine.hpp"
-
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
-#include <immintrin.h>
-#define ORX_HAVE_VBMI_LOOKUP 1
-#endif
+#include "util/cpu.hpp"
 
 namespace orx::operators {
 namespace {
@@ -18,7 +14,7 @@ void lookup_portable(const FloatTable &t, const void *codes, int32_t n, float *o
   lookup_row(t.values, codes, n, out);
 }
 
-#ifdef ORX_HAVE_VBMI_LOOKUP
+#ifdef ORX_X86_KERNELS
 
 // Each plane's 256 bytes sit in four registers; a code's bit 7 picks the
 // pair that two-register shuffles look in.  The four planes' bytes are then
@@ -86,10 +82,8 @@ void float_table_init(FloatTable &t, const float *values) {
 }
 
 FloatLookup shuffling_lookup() {
-#ifdef ORX_HAVE_VBMI_LOOKUP
-  static const bool has = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-                          __builtin_cpu_supports("avx512vbmi");
-  return has ? lookup_vbmi : nullptr;
+#ifdef ORX_X86_KERNELS
+  return cpu::has_avx512_vbmi() ? lookup_vbmi : nullptr;
 #else
   return nullptr;
 #endif

@@ -8,11 +8,7 @@
 #include <cstring>
 
 #include "operators/layer.hpp"
-
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
-#include <immintrin.h>
-#define ORX_HAVE_AVX2_KERNELS 1
-#endif
+#include "util/cpu.hpp"
 
 namespace orx::operators {
 
@@ -167,7 +163,7 @@ void widen_portable(const void *in, SourceKind kind, int32_t n, float maximum, f
     widen_from<uint16_t>(in, 0, n, maximum, out);
 }
 
-#ifdef ORX_HAVE_AVX2_KERNELS
+#ifdef ORX_X86_KERNELS
 
 // A pixel's taps in blocks of eight, and a last block of four (strides are
 // multiples of four) added into the low half.
@@ -357,9 +353,8 @@ const RowKernels &portable_kernels() { return kPortable; }
 const RowKernels &exact_kernels() { return kExact; }
 
 const RowKernels *avx2_kernels() {
-#ifdef ORX_HAVE_AVX2_KERNELS
-  static const bool has = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
-  return has ? &kAvx2 : nullptr;
+#ifdef ORX_X86_KERNELS
+  return cpu::has_avx2_fma() ? &kAvx2 : nullptr;
 #else
   return nullptr;
 #endif

@@ -12,10 +12,7 @@
 #include <algorithm>
 #include <bit>
 
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
-#include <immintrin.h>
-#define ORX_RLE_AVX2 1
-#endif
+#include "util/cpu.hpp"
 
 namespace orx::rla {
 namespace {
@@ -73,7 +70,7 @@ std::uint8_t byte_of(T sample, unsigned shift) {
   return static_cast<std::uint8_t>(sample >> shift);
 }
 
-#ifdef ORX_RLE_AVX2
+#ifdef ORX_X86_KERNELS
 // The 8-bit scan below, 32 bytes a step where the processor has AVX2 (a
 // grainy row is scanned from end to end): the first k >= i at which bytes
 // k, k+1 and k+2 are equal, or -1 with *next where the blocks stopped.
@@ -90,10 +87,6 @@ __attribute__((target("avx2"))) int find_run3_avx2(const std::uint8_t *s, int i,
   return -1;
 }
 
-bool has_avx2() {
-  static const bool has = __builtin_cpu_supports("avx2");
-  return has;
-}
 #endif
 
 // First k >= i at which samples k, k+1 and k+2 have equal plane bytes; n when
@@ -101,9 +94,9 @@ bool has_avx2() {
 template <class T>
 int find_run3(const T *s, int i, int n, unsigned shift) {
   using L = Lanes<T>;
-#ifdef ORX_RLE_AVX2
+#ifdef ORX_X86_KERNELS
   if constexpr (sizeof(T) == 1) {
-    if (has_avx2()) {
+    if (cpu::has_avx2()) {
       const int k = find_run3_avx2(s, i, n, &i);
       if (k >= 0) return k;
     }
