@@ -67,31 +67,6 @@ TEST_F(Framebuffers, FileEntriesStartAsFullAndRedefinitionsMoveToTheEnd) {
   EXPECT_EQ(FB_find("never_closed"), nullptr);
 }
 
-TEST_F(Framebuffers, WrongWordCountsAreReportedWithPathAndLine) {
-  write_config("# a comment line\n\nframebuffer a\nresolution 640\nend_framebuffer extra\n"
-               "end_framebuffer\n");
-  orx::test::ErrorCapture cap;
-  EXPECT_EQ(FB_init(nullptr), 0);
-  ASSERT_EQ(cap.size(), 2u);
-  for (int line : {4, 5})
-    EXPECT_EQ(cap.reports()[line - 4].message,
-              orx::test::message(orx::Msg::kConfigSyntax, config_path().c_str(), line));
-  FB_FRAMEBUFFER *a = FB_find("a");
-  ASSERT_NE(a, nullptr);
-  EXPECT_EQ(a->x_resolution, 1280);
-}
-
-TEST_F(Framebuffers, FindKeepsTheListingPositionOnAMiss) {
-  FB_init(nullptr);
-  EXPECT_STREQ(FB_info()->name, "full");
-  EXPECT_EQ(FB_find("absent"), nullptr);
-  EXPECT_STREQ(FB_info()->name, "ntsc");
-  EXPECT_NE(FB_find("full"), nullptr);  // a hit moves past the entry found
-  EXPECT_STREQ(FB_info()->name, "ntsc");
-  FB_init(nullptr);  // a later init rewinds
-  EXPECT_STREQ(FB_info()->name, "full");
-}
-
 TEST_F(Framebuffers, ExhaustionTearsTheDatabaseDownWithoutLeaks) {
   write_config("fb__default x\nframebuffer a\nend_framebuffer\nframebuffer b\nend_framebuffer\n");
   sweep_exhaustion(FB_init, false, [] {
