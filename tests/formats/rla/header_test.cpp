@@ -88,31 +88,6 @@ TEST(RlaHeader, EveryFieldSurvivesEncodeAndDecodeAtItsOffset) {
   EXPECT_EQ(static_cast<std::int16_t>(load_be16(bytes + 26)), -2);
 }
 
-TEST(RlaHeader, OlderRevisionsReadAsEightBitSingleImagesWhateverTheLaterFieldsHold) {
-  Header h = full_header();
-  HeaderBytes bytes;
-  encode_header(h, bytes);
-  for (int revision : {0, -1, 7}) {
-    store_be16(bytes + 26, static_cast<std::uint16_t>(revision));
-    Header old;
-    decode_header(bytes, false, &old);
-    EXPECT_EQ(old.revision, revision);
-    for (const ChannelGroup *g : {&old.image, &old.matte, &old.aux}) {
-      EXPECT_EQ(g->type, ORX_C_INTEGER);
-      EXPECT_EQ(g->bits, 8);
-    }
-    EXPECT_EQ(old.next, 0u);
-    EXPECT_EQ(str(old.time), "unknown");
-    EXPECT_EQ(str(old.filter), "unknown");
-    EXPECT_EQ(str(old.aux_desc), "");
-    EXPECT_EQ(old.field, 0);
-    // The counts and the raw storage codes still come through.
-    EXPECT_EQ(old.image.count, 3);
-    EXPECT_EQ(old.matte.storage, 4);
-    EXPECT_EQ(str(old.name), "shot_010");
-  }
-}
-
 // The validity rules written out plainly: both windows ordered and not
 // negative, the active one inside the other, an aspect or an aspect ratio,
 // at most three image channels (the count taken unsigned), the matte count

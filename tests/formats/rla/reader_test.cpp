@@ -113,9 +113,12 @@ TEST_F(RlaReader, DamagedHeadersAreRefusedWithTheirStatusAndReport) {
   EXPECT_EQ(ORX_rla_is_file(dir.file("missing.rla").c_str(), nullptr), 0);
 }
 
+// Whatever an older layout holds after its common fields, its channels read as
+// 8-bit integers, its time and filter as "unknown", and it has no next image.
 TEST_F(RlaReader, OlderLayoutsKeepTheirFieldCodeOnlyWhenTheFileIsRlb) {
-  Bytes bytes = one_chunk_file(8, {3, 9}, 2);
+  Bytes bytes = one_chunk_file(16, {3, 9}, 2);
   store_be16(bytes.data() + 26, 0);  // revision 0: an older layout
+  store_be32(bytes.data() + 736, 1000);  // a link past the end, not read
   for (const auto &[name, type, field] : {std::tuple{"old.rlb", "", 2}, {"old.rlb", "rla", 2},
                                           {"old.rla", "", 0}, {"old.rla", "rlb", 2}}) {
     const std::string path = dir.file(name);
@@ -126,6 +129,9 @@ TEST_F(RlaReader, OlderLayoutsKeepTheirFieldCodeOnlyWhenTheFileIsRlb) {
     ASSERT_EQ(ORX_rla_r_open(object), 1) << name;
     EXPECT_EQ(object->info.images[0].field, field) << name << " as \"" << type << '"';
     EXPECT_EQ(object->info.images[0].aux.name, nullptr);  // no auxiliary description
+    EXPECT_EQ(object->info.images[0].image.bits, 8);
+    EXPECT_STREQ(object->info.time, "unknown");
+    EXPECT_STREQ(object->info.filter, "unknown");
     EXPECT_EQ(object->close(object, 0), 0);
   }
 }
