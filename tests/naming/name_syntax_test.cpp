@@ -28,17 +28,6 @@ TEST_F(NameSyntax, NullAndEmptySyntaxes) {
   EXPECT_STREQ(ORX_name_syntax_name(), "name");
 }
 
-TEST_F(NameSyntax, TokenTextsShareOneCopyReusedByTheNextCall) {
-  ORX_NAME_TOKEN *first = nullptr;
-  ORX_NAME_TOKEN *second = nullptr;
-  ASSERT_EQ(ORX_parse_name_syntax("NAME.#", &first, 0), 1);
-  ASSERT_EQ(ORX_parse_name_syntax("####", &second, 0), 1);
-  EXPECT_EQ(first[0].text, second[0].text);  // same buffer, now holding "####"
-  EXPECT_EQ(std::string(first[0].text, 4), "####");
-  std::free(first);
-  std::free(second);
-}
-
 // A pattern of a few hundred thousand tokens, parsed on a thread with a small
 // stack: the parser must not need a stack frame per token.
 TEST_F(NameSyntax, LongPatternsParseInConstantStack) {
