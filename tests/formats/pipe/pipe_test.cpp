@@ -70,25 +70,6 @@ void expect_read(const std::string &handle, const ImageShape &shape, int from) {
   EXPECT_EQ(ORX_close(in), 0);
 }
 
-// Points a standard descriptor somewhere else for the life of the object.
-class Redirect {
- public:
-  Redirect(int fd, int to) : fd_(fd), saved_(dup(fd)) {
-    std::fflush(nullptr);
-    dup2(to, fd);
-    close(to);
-  }
-  ~Redirect() {
-    std::fflush(nullptr);
-    dup2(saved_, fd_);
-    close(saved_);
-    std::clearerr(stdin);
-  }
-
- private:
-  int fd_, saved_;
-};
-
 TEST_F(PipeFormat, StandardOutputAndInputCarryImagesBackToBack) {
   ImageShape first{{0, 12, 0, 6}, {2, 10, 1, 5}, {3, ORX_C_INTEGER, 16}, {}, {}};
   ImageShape second{{0, 7, 0, 3}, {0, 7, 0, 3}, {1, ORX_C_INTEGER, 8}, {1, ORX_C_INTEGER, 8}, {}};

@@ -3,7 +3,10 @@
 // written through the writer and read back through the reader.
 #pragma once
 
+#include <unistd.h>
+
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -144,6 +147,25 @@ inline void expect_pattern(ORX_OBJECT *object) {
 class RlaTest : public CleanErrors {
  protected:
   TempDir dir;
+};
+
+// Points a standard descriptor somewhere else for the life of the object.
+class Redirect {
+ public:
+  Redirect(int fd, int to) : fd_(fd), saved_(dup(fd)) {
+    std::fflush(nullptr);
+    dup2(to, fd);
+    close(to);
+  }
+  ~Redirect() {
+    std::fflush(nullptr);
+    dup2(saved_, fd_);
+    close(saved_);
+    std::clearerr(stdin);
+  }
+
+ private:
+  int fd_, saved_;
 };
 
 inline uint32_t be32(const std::vector<uint8_t> &b, std::size_t at) {

@@ -2,7 +2,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <filesystem>
 
 #include "formats/rla/rla_files.hpp"
@@ -102,19 +101,12 @@ TEST_F(RlaWriter, OutOfMemoryInTheOpenLeaksNothingAndRemovesTheFile) {
 
 TEST_F(RlaWriter, StandardOutputKeepsThePlaceholderTable) {
   const std::string path = dir.file("stdout.rla");
-  std::fflush(stdout);
-  const int saved = dup(1);
-  std::FILE *target = std::fopen(path.c_str(), "wb");
-  ASSERT_NE(target, nullptr);
-  dup2(fileno(target), 1);
-  const ImageShape shape{.window = {0, 3, 0, 1}, .active = {0, 3, 0, 1}};
-  ORX_OBJECT *object = writer_object("/dev/stdout", {shape});
-  ASSERT_EQ(ORX_rla_w_open(object), 1);
-  write_all_rows_and_close(object);
-  std::fflush(stdout);
-  dup2(saved, 1);
-  close(saved);
-  std::fclose(target);
+  {
+    Redirect to_file(1, ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600));
+    ORX_OBJECT *object = writer_object("/dev/stdout", {{.window = {0, 3, 0, 1}, .active = {0, 3, 0, 1}}});
+    ASSERT_EQ(ORX_rla_w_open(object), 1);
+    write_all_rows_and_close(object);
+  }
   const std::vector<uint8_t> bytes = load(path);
   ASSERT_GT(bytes.size(), 748u);
   EXPECT_EQ(be32(bytes, 740), 0u);
