@@ -29,6 +29,18 @@ Bytes encode(const std::vector<Sample<N>> &samples) {
   return out;
 }
 
+TEST(RlaRle, FloatAndDoubleChannelsAreHostOrderCopiesAndEmptyRowsEncodeToNothing) {
+  EXPECT_TRUE(encode<1>({}).empty());
+  const double d[1] = {0.1};
+  std::uint8_t bytes[8];
+  EXPECT_EQ(orx::rla::encode_raw(d, 1, bytes), 8u);
+  EXPECT_EQ(std::memcmp(bytes, d, 8), 0);
+  // A chunk holding fewer whole samples than asked gives a short count.
+  float back[2] = {};
+  EXPECT_EQ(orx::rla::decode_raw(bytes, 8, 2, back), 2);
+  EXPECT_EQ(orx::rla::decode_raw(bytes, 7, 2, back), 1);
+}
+
 // Encoding bounds are held by encode() above (an exact buffer under the
 // sanitizers); decoding needs one sample slot per plane byte.
 TEST(RlaRle, DecodeBufferFollowsTheLargestChannelWidth) {
