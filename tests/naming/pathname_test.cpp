@@ -64,29 +64,20 @@ TEST_F(PathnameBuild, FormatStringTakesBaseFrameAndExtensionInThatOrderOnly) {
 }
 
 TEST_F(PathnameBuild, OutOfMemoryGivesNullStatusAndNoLeak) {
-  const long syntax_allocations = orx::test::for_each_allocation_failure([] {
-    orx::naming::reset();
-    char *name = ORX_pathname_build_from_name_syntax("name.####.ext", "shot", 7, ".rla");
-    if (name == nullptr) {
-      EXPECT_EQ(orx__err, ORX_E_NO_MEMORY);
-    }
-    ERR_free(name);
-    return name != nullptr;
-  });
-  EXPECT_EQ(syntax_allocations, 3);  // copy, tokens, result
-  orx::test::for_each_allocation_failure([] {
-    char *name = ORX_pathname_build_no_name_syntax("%s.%04.4d%s", "shot", 7, ".rla");
-    if (name == nullptr) {
-      EXPECT_EQ(orx__err, ORX_E_NO_MEMORY);
-    }
-    ERR_free(name);
-    return name != nullptr;
-  });
+  const auto sweep = [](decltype(&ORX_pathname_build_no_name_syntax) build, const char *form) {
+    return orx::test::for_each_allocation_failure([&] {
+      orx::naming::reset();
+      char *name = build(form, "shot", 7, ".rla");
+      if (name == nullptr) {
+        EXPECT_EQ(orx__err, ORX_E_NO_MEMORY);
+      }
+      ERR_free(name);
+      return name != nullptr;
+    });
+  };
+  EXPECT_EQ(sweep(ORX_pathname_build_from_name_syntax, "name.####.ext"), 3);  // copy, tokens, result
+  sweep(ORX_pathname_build_no_name_syntax, "%s.%04.4d%s");
 }
-
-}  // namespace
-
-namespace {
 
 using PathnameProbe = orx::test::NamingTest;
 
