@@ -146,6 +146,12 @@ Groups image_of(int32_t width, Group colour = {3}, Group matte = {}, float gamma
 TEST_F(Stacks, RefusedInstallsLeaveTheHandleAsItWas) {
   const ORX_RESPONSE_CURVE linear{ORX_CURVE_PARAMETRIC, 1.0f, 0, 0, 1, 256, ORX_C_INTEGER, 8, nullptr};
   const ORX_FILTER *mitchell = ORX_filter_find("mitchell");
+  // Resizing while writing takes float samples interleaved only.
+  const auto resample_writing = [&](ORX_OBJECT *h) {
+    h->access = ORX_ACCESS_WRITE;
+    orx__resample_operator(h, mitchell, 0, 5, 0, 5);
+    h->access = ORX_ACCESS_READ;
+  };
   const Install refusals[] = {
       {"min-max of a 16-bit matte", image_of(8, {3}, {1, ORX_C_INTEGER, 16}),
        [](ORX_OBJECT *h) { orx__min_max_operator(h, 0.25, 1.0); }, ORX_E_UNSUPPORTED, Msg::kMatteWidth},
@@ -165,6 +171,9 @@ TEST_F(Stacks, RefusedInstallsLeaveTheHandleAsItWas) {
          orx__resample_operator(h, mitchell, 0, 5, 0, 5);
          h->access = ORX_ACCESS_READ;
        }},
+      {"resample writing integers", image_of(12), resample_writing, ORX_E_UNSUPPORTED, Msg::kImageType},
+      {"resample writing a row per channel", image_of(12, {1, ORX_C_FLOAT, 32}), resample_writing,
+       ORX_E_UNSUPPORTED},
   };
   const std::string path = dir_.file("r.rla");
   for (const Install &r : refusals) {
