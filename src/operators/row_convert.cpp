@@ -1,5 +1,7 @@
 // Whole-row conversion between sample types for hosts (the orx tool among
-// them): one template for every pair of storage types, chosen once per row.
+// them): one template for every pair of storage types, chosen once per row;
+// floats to 8- and 16-bit codes (how the tool writes what the operators
+// give) also through AVX2 kernels equal to the template to the bit.
 #include <cstring>
 
 #include "operators/row_convert.hpp"
@@ -81,8 +83,10 @@ __attribute__((target("avx2"))) void quantize_avx2(const void *src, void *dst, i
   if constexpr (sizeof(D) == 1) {
     const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
     for (; x + 32 <= n; x += 32) {
-      const __m256i a = codes_of(in + x, scale, low, high), b = codes_of(in + x + 8, scale, low, high),
-                    c = codes_of(in + x + 16, scale, low, high), d = codes_of(in + x + 24, scale, low, high);
+      const __m256i a = codes_of(in + x, scale, low, high);
+      const __m256i b = codes_of(in + x + 8, scale, low, high);
+      const __m256i c = codes_of(in + x + 16, scale, low, high);
+      const __m256i d = codes_of(in + x + 24, scale, low, high);
       const __m256i bytes = _mm256_packus_epi16(_mm256_packus_epi32(a, b), _mm256_packus_epi32(c, d));
       _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + x),
                           _mm256_permutevar8x32_epi32(bytes, order));

@@ -87,8 +87,10 @@ std::vector<float> quantize_inputs(int bits, std::mt19937 &rng) {
   const double top = std::ldexp(1.0, bits) - 1.0;
   for (double k = 0; k <= top + 1; ++k)  // where code k begins, and the top's end
     for (float edge : {static_cast<float>((k - 0.5) / top), static_cast<float>((k + 0.5) / top)})
-      for (int32_t d = -12; d <= 12; ++d) v.push_back(from_bits(bits_of(edge) + static_cast<uint32_t>(d)));
-  for (int i = 0; i < (bits == 8 || bits == 16 ? 2000000 : 100000); ++i) v.push_back(from_bits(static_cast<uint32_t>(rng())));
+      for (int32_t d = -12; d <= 12; ++d)
+        v.push_back(from_bits(bits_of(edge) + static_cast<uint32_t>(d)));
+  const int random = bits == 8 || bits == 16 ? 2000000 : 100000;
+  for (int i = 0; i < random; ++i) v.push_back(from_bits(static_cast<uint32_t>(rng())));
   return v;
 }
 

@@ -210,7 +210,8 @@ TEST_F(RlaReader, RowsOfFilesLargerThanTheReadBlockComeInAnyOrder) {
   for (int y = 99; y >= 0; --y) order.emplace_back(0, y);
   for (int y = 0; y < 100; ++y) order.emplace_back(0, y);
   std::mt19937 random(7);
-  for (int k = 0; k < 300; ++k) order.emplace_back(k % 2, static_cast<int>(random() % (k % 2 ? 150 : 100)));
+  for (int k = 0; k < 300; ++k)
+    order.emplace_back(k % 2, static_cast<int>(random() % (k % 2 ? 150 : 100)));
   ORX_OBJECT *object = open_or_free(path);
   ASSERT_NE(object, nullptr);
   for (const auto &[image, y] : order) {
