@@ -1,10 +1,16 @@
 // Whole-row conversion between sample types for hosts (the orx tool among
-// them): one template for every pair of storage types, chosen once per row.
+// them): one template for every pair of storage types, chosen once per row;
+// floats to 8- and 16-bit codes (how the tool writes what the operators
+// give) also through AVX2 kernels equal to the template to the bit.
 #include <cstring>
 
+#include "operators/row_convert.hpp"
+
 #include "operators/convert.hpp"
+#include "operators/resample_engine.hpp"
 #include "orx/err.h"
 #include "orx/operators.h"
+#include "util/cpu.hpp"
 
 namespace orx::operators {
 namespace {
@@ -44,7 +50,70 @@ ORX_ROW_KERNEL void convert(const void *src, void *dst, int32_t n, int32_t from_
   }
 }
 
-using Converter = void (*)(const void *, void *, int32_t, int32_t, int32_t);
+using Converter = RowConverter;
+
+const QuantizeKernels kPortableQuantize{convert<float, uint8_t, float>, convert<float, uint16_t, float>,
+                                        "portable"};
+
+#ifdef ORX_X86_KERNELS
+
+// Eight floats to codes as the portable loop works them out: the product
+// and then the half added, each rounded (no fused multiply-add), clamped
+// to [0.5, scale + 0.5] and truncated.  max_ps gives its second operand
+// when either is not a number, so a NaN becomes the low bound and its code
+// 0, as the portable loop's; the clamped values all fit 32-bit integers.
+__attribute__((target("avx2"))) inline __m256i codes_of(const float *in, __m256 scale, __m256 low,
+                                                        __m256 high) {
+  const __m256 v = _mm256_add_ps(_mm256_mul_ps(_mm256_loadu_ps(in), scale), low);
+  return _mm256_cvttps_epi32(_mm256_min_ps(_mm256_max_ps(v, low), high));
+}
+
+// Packing works within 128-bit lanes: the codes come out in groups of four
+// interleaved by lane, put back in order by one permutation.  The tail goes
+// through the portable loop.
+template <class D>
+__attribute__((target("avx2"))) void quantize_avx2(const void *src, void *dst, int32_t n,
+                                                   int32_t from_bits, int32_t to_bits) {
+  const auto *in = static_cast<const float *>(src);  // loadu: any address
+  auto *out = static_cast<unsigned char *>(dst);
+  const auto top = static_cast<float>(max_value(to_bits));
+  const __m256 scale = _mm256_set1_ps(top), low = _mm256_set1_ps(0.5f),
+               high = _mm256_set1_ps(top + 0.5f);
+  int32_t x = 0;
+  if constexpr (sizeof(D) == 1) {
+    const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+    for (; x + 32 <= n; x += 32) {
+      const __m256i a = codes_of(in + x, scale, low, high);
+      const __m256i b = codes_of(in + x + 8, scale, low, high);
+      const __m256i c = codes_of(in + x + 16, scale, low, high);
+      const __m256i d = codes_of(in + x + 24, scale, low, high);
+      const __m256i bytes = _mm256_packus_epi16(_mm256_packus_epi32(a, b), _mm256_packus_epi32(c, d));
+      _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + x),
+                          _mm256_permutevar8x32_epi32(bytes, order));
+    }
+  } else {
+    for (; x + 16 <= n; x += 16) {
+      const __m256i a = codes_of(in + x, scale, low, high), b = codes_of(in + x + 8, scale, low, high);
+      _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + sizeof(D) * static_cast<std::size_t>(x)),
+                          _mm256_permute4x64_epi64(_mm256_packus_epi32(a, b), 0xd8));
+    }
+  }
+  convert<float, D, float>(in + x, out + sizeof(D) * static_cast<std::size_t>(x), n - x, from_bits,
+                           to_bits);
+}
+
+const QuantizeKernels kAvx2Quantize{quantize_avx2<uint8_t>, quantize_avx2<uint16_t>, "avx2"};
+
+#endif
+
+// The float-to-code kernels follow the resampling engine's choice.
+const QuantizeKernels &quantize_kernels() {
+  static const QuantizeKernels *chosen = [] {
+    const QuantizeKernels *fast = avx2_quantize();
+    return fast != nullptr && &row_kernels() == avx2_kernels() ? fast : &kPortableQuantize;
+  }();
+  return *chosen;
+}
 
 template <class S>
 Converter to(Storage d) {
@@ -61,6 +130,8 @@ Converter to(Storage d) {
 }
 
 Converter converter(Storage s, Storage d) {
+  if (s == Storage::kFloat && d == Storage::kU8) return quantize_kernels().to_u8;
+  if (s == Storage::kFloat && d == Storage::kU16) return quantize_kernels().to_u16;
   switch (s) {
     case Storage::kU8: return to<uint8_t>(d);
     case Storage::kU16: return to<uint16_t>(d);
@@ -77,6 +148,17 @@ std::size_t size_of(Storage s) {
 }
 
 }  // namespace
+
+const QuantizeKernels &portable_quantize() { return kPortableQuantize; }
+
+const QuantizeKernels *avx2_quantize() {
+#ifdef ORX_X86_KERNELS
+  return cpu::has_avx2() ? &kAvx2Quantize : nullptr;
+#else
+  return nullptr;
+#endif
+}
+
 }  // namespace orx::operators
 
 extern "C" {

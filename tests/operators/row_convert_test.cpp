@@ -4,9 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
+#include <limits>
 #include <random>
 #include <vector>
 
+#include "operators/row_convert.hpp"
 #include "orx/err.h"
 #include "orx/operators.h"
 #include "support/images.hpp"
@@ -54,6 +57,76 @@ TEST(RowConvert, EveryPairOfTypesFollowsTheFormula) {
   const ORX_CHANNELS bad{nullptr, 1, 9, 8, 0};
   unsigned char b[4] = {};
   EXPECT_EQ(ORX_convert_row(&bad, b, &kinds[0], b, 1), ORX_E_UNSUPPORTED);
+}
+
+// The float-to-code kernels, portable and AVX2, against a scalar model of
+// their arithmetic (product rounded to float, the half added, clamped, not a
+// number to 0), to the bit: the float patterns on either side of every
+// code's rounding boundary and of the clamps, the special values and a few
+// million random patterns, for every code width, at row lengths and byte
+// offsets that take the vector kernels through their tails.
+uint32_t model_code(float v, int bits) {
+  const auto top = static_cast<float>(std::ldexp(1.0, bits) - 1.0);
+  // Exact in double, rounded once: no fused multiply-add can creep in.
+  const float t = static_cast<float>(static_cast<double>(v) * top) + 0.5f;
+  if (!(t > 0.5f)) return 0;
+  return static_cast<uint32_t>(std::fmin(t, top + 0.5f));
+}
+
+std::vector<float> quantize_inputs(int bits, std::mt19937 &rng) {
+  auto from_bits = [](uint32_t b) { float f; std::memcpy(&f, &b, sizeof f); return f; };
+  auto bits_of = [](float f) { uint32_t b; std::memcpy(&b, &f, sizeof b); return b; };
+  std::vector<float> v;
+  const float inf = std::numeric_limits<float>::infinity();
+  for (uint32_t b : {0x7fc00000u, 0xffc00000u, 0x7f800001u, 0xff800001u, 0x7fffffffu, 0x00000001u,
+                     0x80000001u, 0x007fffffu, 0x807fffffu})
+    v.push_back(from_bits(b));
+  for (float f : {0.0f, -0.0f, inf, -inf, 1.0f, -1.0f, std::numeric_limits<float>::max(),
+                  -std::numeric_limits<float>::max(), 2147483648.0f, 4294967296.0f, 1e20f})
+    v.push_back(f);
+  const double top = std::ldexp(1.0, bits) - 1.0;
+  for (double k = 0; k <= top + 1; ++k)  // where code k begins, and the top's end
+    for (float edge : {static_cast<float>((k - 0.5) / top), static_cast<float>((k + 0.5) / top)})
+      for (int32_t d = -12; d <= 12; ++d)
+        v.push_back(from_bits(bits_of(edge) + static_cast<uint32_t>(d)));
+  const int random = bits == 8 || bits == 16 ? 2000000 : 100000;
+  for (int i = 0; i < random; ++i) v.push_back(from_bits(static_cast<uint32_t>(rng())));
+  return v;
+}
+
+TEST(RowConvert, VectorQuantizingEqualsThePortableLoopToTheBit) {
+  std::vector<const orx::operators::QuantizeKernels *> sets{&orx::operators::portable_quantize()};
+  if (const auto *avx2 = orx::operators::avx2_quantize()) sets.push_back(avx2);
+  std::mt19937 rng(11);
+  for (int bits = 1; bits <= 16; ++bits) {
+    const std::vector<float> in = quantize_inputs(bits, rng);
+    const std::size_t size = bits <= 8 ? 1 : 2;
+    std::vector<uint32_t> want(in.size());
+    for (std::size_t i = 0; i < in.size(); ++i) want[i] = model_code(in[i], bits);
+    std::vector<unsigned char> src(4 * in.size() + 8), dst(size * in.size() + 8);
+    for (const auto *k : sets) {
+      SCOPED_TRACE(k->name);
+      const auto convert = bits <= 8 ? k->to_u8 : k->to_u16;
+      // The whole set, then short rows from odd byte offsets.
+      for (int32_t n : {static_cast<int32_t>(in.size()), 1, 7, 15, 16, 17, 31, 33, 47, 63, 64, 65, 99})
+        for (std::size_t offset : {0, 1, 3}) {
+          if (n == static_cast<int32_t>(in.size()) && offset != 1) continue;
+          const std::size_t start = n == static_cast<int32_t>(in.size()) ? 0 : 40 * offset;
+          std::memcpy(src.data() + offset, in.data() + start, 4 * static_cast<std::size_t>(n));
+          std::memset(dst.data(), 0xa5, dst.size());
+          convert(src.data() + offset, dst.data() + offset, n, 32, bits);
+          uint32_t mismatches = 0;
+          for (int32_t x = 0; x < n; ++x) {
+            uint32_t got = 0;
+            std::memcpy(&got, dst.data() + offset + size * static_cast<std::size_t>(x), size);
+            if (got != want[start + static_cast<std::size_t>(x)] && ++mismatches <= 3)
+              ADD_FAILURE() << bits << " bits, input " << in[start + static_cast<std::size_t>(x)] << ": "
+                            << got << " for " << want[start + static_cast<std::size_t>(x)];
+          }
+          EXPECT_EQ(dst[offset + size * static_cast<std::size_t>(n)], 0xa5) << "wrote past the row";
+        }
+    }
+  }
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 // header claims.  The next-image links must move forward: a link that does
 // not point past the previous image's offset table is refused as corrupt
 // (message 167), which also ends any cycle.
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -36,6 +37,10 @@
 
 namespace orx::rla {
 namespace {
+
+// The window rows are read through: a few dozen rows of a wide image per
+// read, and never more than the file.
+constexpr std::size_t kReadWindow = std::size_t{1} << 19;
 
 // Images read so far and their descriptors, grown by one per header.
 struct Images {
@@ -64,7 +69,10 @@ void release_all(ReadImage *states, int count) {
       fail(ORX_E_READ, Msg::kCannotRead, states[0].stream_row, "the stream ended in failure");
     }
   }
-  if (file != nullptr) heap::release(file->buffer);
+  if (file != nullptr) {
+    heap::release(file->buffer);
+    heap::release(file->window);
+  }
   heap::release(file);
   heap::release(states);
 }
@@ -236,7 +244,9 @@ int open_images(ORX_OBJECT *object, Images &images) {
   heap::release(object->private_cell);
   object->private_cell = cell;
   file->current = 0;
-  file->position = static_cast<std::uint32_t>(std::ftell(file->stream));
+  file->window_capacity = std::min<std::size_t>(kReadWindow, static_cast<std::size_t>(file_size));
+  file->window = static_cast<std::uint8_t *>(heap::allocate(file->window_capacity));
+  if (file->window == nullptr) return fail(ORX_E_NO_MEMORY, Msg::kNoMemory);
   return 0;
 }
 

@@ -19,8 +19,15 @@ struct ReadFile {
   const ORX_OBJECT *object = nullptr;  // whose scan slot tells whether a layer sits above
   std::FILE *stream = nullptr;
   char *buffer = nullptr;      // the stream's buffer, released after closing
-  std::uint32_t position = 0;  // the stream's offset, so in-order reads make no seeks
-  bool synced = true;          // false after a failed row left the stream elsewhere
+  std::uint32_t position = 0;  // a sequential stream's offset
+  // A file read in place: rows are decoded from a window of it, read a large
+  // block at a time (a stream's own buffer, refilled at every seek, would
+  // read most bytes several times over when rows are read against the
+  // file's order).
+  std::uint8_t *window = nullptr;
+  std::size_t window_capacity = 0;
+  std::size_t window_used = 0;
+  std::uint64_t window_at = 0;  // the file offset of window[0]
   int current = 0;             // the image whose rows were read last
   bool is_stdin = false;
   bool sequential = false;     // a stream that cannot seek: rows in file order only

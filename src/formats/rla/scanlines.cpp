@@ -60,14 +60,14 @@ void prepare_active_row(ReadImage &image) {
   image.pads_zero = untouched;
 }
 
-// Decodes one chunk into a channel row; true when it held exactly the row.
-bool decode_chunk(const ReadImage &image, int channel, std::size_t len) {
+// Decodes the len bytes of one chunk into a channel row; true when they
+// held exactly the row.
+bool decode_chunk(const ReadImage &image, int channel, const std::uint8_t *in, std::size_t len) {
   const Kind kind = image.kinds[channel];
   const std::size_t size = kind_bytes(kind);
   auto *row = static_cast<std::uint8_t *>(image.buffer[channel]);
   std::uint8_t *dst = row + static_cast<std::size_t>(image.left_pad) * size;
   const int n = image.active_width;
-  const std::uint8_t *in = image.decode;
   switch (kind) {
     case Kind::kInt8: {
       std::size_t used = 0;
@@ -82,23 +82,58 @@ bool decode_chunk(const ReadImage &image, int channel, std::size_t len) {
   return false;
 }
 
-// Reads and decodes the chunks of row y at the stream's position.
-int read_chunks(ReadImage &image, int32_t y) {
-  ReadFile &file = *image.file;
+// Reads and decodes the chunks of row y; next(n, &bytes) points bytes at the
+// row's next n bytes, or fails after a report.
+template <class Next>
+int read_chunks(ReadImage &image, int32_t y, Next next) {
   prepare_active_row(image);
   for (int c = 0; c < image.channels; ++c) {
-    std::uint8_t length[2];
-    if (std::fread(length, 1, 2, file.stream) != 2)
-      return fail(ORX_E_READ, Msg::kCannotRead, y, "short read");
-    const auto len = static_cast<std::int16_t>(load_be16(length));
+    const std::uint8_t *bytes = nullptr;
+    if (int status = next(2, &bytes); status != 0) return status;
+    const auto len = static_cast<std::int16_t>(load_be16(bytes));
     if (len < 0 || static_cast<std::size_t>(len) > image.decode_size)
       return fail(ORX_E_READ, Msg::kCannotRead, y, "chunk too long");
     const auto n = static_cast<std::size_t>(len);
+    if (int status = next(n, &bytes); status != 0) return status;
+    if (!decode_chunk(image, c, bytes, n)) return fail(ORX_E_UNDECODABLE, Msg::kCannotDecode, y);
+  }
+  return 0;
+}
+
+// The chunks of row y at the sequential stream's position, read through the
+// decode buffer.
+int read_chunks_in_sequence(ReadImage &image, int32_t y) {
+  ReadFile &file = *image.file;
+  return read_chunks(image, y, [&](std::size_t n, const std::uint8_t **bytes) {
     if (std::fread(image.decode, 1, n, file.stream) != n)
       return fail(ORX_E_READ, Msg::kCannotRead, y, "short read");
-    file.position += static_cast<std::uint32_t>(n + 2);
-    if (!decode_chunk(image, c, n)) return fail(ORX_E_UNDECODABLE, Msg::kCannotDecode, y);
+    file.position += static_cast<std::uint32_t>(n);
+    *bytes = image.decode;
+    return 0;
+  });
+}
+
+// Points bytes at [at, at + n) of a file read in place, part of a row that
+// ends before reach, refilling the window when they are not all in it.  A
+// window placed before the last one (files are mostly read against their
+// order: rows are stored bottom up) ends where the row can reach, so that
+// the row is in it whole, and the rows before it too; else it starts at the
+// bytes.
+int window_bytes(ReadFile &file, int32_t y, std::uint64_t at, std::size_t n, std::uint64_t reach,
+                 const std::uint8_t **bytes) {
+  if (at < file.window_at || at - file.window_at + n > file.window_used) {
+    std::uint64_t start = at;
+    const std::uint64_t end = std::max<std::uint64_t>(reach, at + n);
+    if (at < file.window_at && end - at <= file.window_capacity)
+      start = end > file.window_capacity ? end - file.window_capacity : 0;
+    file.window_used = 0;
+    if (std::fseek(file.stream, static_cast<long>(start), SEEK_SET) != 0)
+      return fail(ORX_E_READ, Msg::kCannotRead, y, std::strerror(errno));
+    file.window_at = start;
+    file.window_used = std::fread(file.window, 1, file.window_capacity, file.stream);
+    if (at - start + n > file.window_used) return fail(ORX_E_READ, Msg::kCannotRead, y, "short read");
   }
+  *bytes = file.window + (at - file.window_at);
   return 0;
 }
 
@@ -108,7 +143,7 @@ int read_row_in_sequence(ReadImage &image, int32_t y) {
   if (y < image.stream_row) return fail(ORX_E_BAD_SCANLINE, Msg::kBadScanline, y);
   while (image.stream_row <= y) {
     const int32_t row = image.stream_row;
-    if (int status = read_chunks(image, row); status != 0) return status;
+    if (int status = read_chunks_in_sequence(image, row); status != 0) return status;
     image.stream_row = row + 1;
   }
   return 0;
@@ -151,17 +186,17 @@ int read_row(void *data, int32_t y, void *out) {
     file.current = image.index;
     image.next_row = y;
   }
-  const std::uint32_t offset = offset_at(image.table, y - image.active_bottom);
-  if (offset != file.position || !file.synced) {
-    if (std::fseek(file.stream, static_cast<long>(offset), SEEK_SET) != 0)
-      return fail(ORX_E_READ, Msg::kCannotRead, y, std::strerror(errno));
-    file.position = offset;
-    file.synced = true;
-  }
-  // Until the row is complete, a failure leaves the stream inside a chunk.
-  file.synced = false;
-  if (int status = read_chunks(image, y); status != 0) return status;
-  file.synced = true;
+  std::uint64_t at = offset_at(image.table, y - image.active_bottom);
+  // A chunk's length is a positive 16-bit number, and at most the decode
+  // buffer's size.
+  const std::size_t chunk = std::min<std::size_t>(image.decode_size, 32767) + 2;
+  const std::uint64_t reach = at + chunk * static_cast<std::size_t>(image.channels);
+  const int status = read_chunks(image, y, [&](std::size_t n, const std::uint8_t **bytes) {
+    const int got = window_bytes(file, y, at, n, reach, bytes);
+    at += n;
+    return got;
+  });
+  if (status != 0) return status;
   image.next_row = y + 1;
   *static_cast<void ***>(out) = image.buffer;
   orx__err = 0;

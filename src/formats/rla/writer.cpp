@@ -29,6 +29,9 @@ struct WriteFile {
   CloseStream close_stream = nullptr;  // how a given stream is closed at the end
   platform::CreatedFile created;       // what a failed open may remove
   double start = 0.0;  // tick seconds at open
+  // The stream's offset while rows are appended (-1: not known, ask the
+  // stream), so that a row's offset costs no system call.
+  long position = -1;
 };
 
 struct WriteImage {
@@ -161,6 +164,7 @@ int write_header(const ORX_OBJECT *object, WriteImage &image, int index) {
   image.table_position = image.header_position + static_cast<long>(kHeaderSize);
   const std::size_t size = offset_table_size(image.active_height);
   if (std::fwrite(image.table, 1, size, stream) != size) return write_failed(object);
+  image.file->position = at >= 0 ? image.table_position + static_cast<long>(size) : -1;
   return 0;
 }
 
@@ -222,15 +226,19 @@ int write_row(void *data, int32_t y, void *channels) {
   auto &image = *static_cast<WriteImage *>(data);
   if (y != image.next_row) return fail(ORX_E_BAD_SCANLINE, Msg::kBadScanline, y);
   if (y >= image.active_bottom && y <= image.active_top) {
-    std::FILE *stream = image.file->stream;
-    long at = std::ftell(stream);
+    WriteFile &file = *image.file;
+    if (file.position < 0) file.position = std::ftell(file.stream);
+    const long at = file.position;
     set_offset(image.table, y - image.active_bottom, static_cast<std::uint32_t>(at > 0 ? at : 0));
     auto **rows = static_cast<void **>(channels);
     for (int c = 0; c < image.channels; ++c) {
       const std::size_t n = encode_channel(image, c, rows[c], image.encode + 2);
       store_be16(image.encode, static_cast<std::uint16_t>(n));
-      if (std::fwrite(image.encode, 1, n + 2, stream) != n + 2)
+      if (std::fwrite(image.encode, 1, n + 2, file.stream) != n + 2) {
+        file.position = -1;
         return fail(ORX_E_WRITE, Msg::kCannotWriteScanline, y, std::strerror(errno));
+      }
+      if (file.position >= 0) file.position += static_cast<long>(n + 2);
     }
   }
   ++image.next_row;
@@ -297,6 +305,7 @@ bool seek_write(std::FILE *stream, long at, const void *bytes, std::size_t size)
 // after a report when a header could not be written.
 bool complete(const ORX_OBJECT *object, WriteImage *states, int count) {
   WriteFile &file = *states[0].file;
+  file.position = -1;  // the stream seeks from here on
   if (states[0].header_pending) {
     for (int i = 1; i < count; ++i) {
       if (!file.to_stdout && std::fseek(file.stream, 0, SEEK_END) != 0) {

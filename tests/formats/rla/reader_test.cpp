@@ -203,6 +203,50 @@ TEST_F(RlaReader, EightBitChunksMustBeExactWiderOnesMayCarryTrailingBytes) {
   EXPECT_TRUE(errors.has(Msg::kCannotDecode, "0"));
 }
 
+// Files several times the size of the block rows are read through: rows
+// asked for downwards, upwards, in random order and alternately from two
+// images come as written, and a file cut inside a row fails with that row
+// and every row after it, and with no row before.
+TEST_F(RlaReader, RowsOfFilesLargerThanTheReadBlockComeInAnyOrder) {
+  const std::string path = dir.file("large.rla");
+  const ImageShape wide{.window = {0, 2999, 0, 99}, .active = {0, 2999, 0, 99},
+                        .image = {3, ORX_C_FLOAT, 32}};
+  write_file(path, {wide, {.window = {0, 1999, 0, 149}, .active = {5, 1990, 2, 140}}});
+  std::vector<std::pair<int, int>> order;  // (image, row)
+  for (int y = 99; y >= 0; --y) order.emplace_back(0, y);
+  for (int y = 0; y < 100; ++y) order.emplace_back(0, y);
+  std::mt19937 random(7);
+  for (int k = 0; k < 300; ++k)
+    order.emplace_back(k % 2, static_cast<int>(random() % (k % 2 ? 150 : 100)));
+  ORX_OBJECT *object = open_or_free(path);
+  ASSERT_NE(object, nullptr);
+  for (const auto &[image, y] : order) {
+    void **rows = nullptr;
+    ASSERT_EQ(object->scan(object->private_cell[image], y, &rows), 0) << image << " " << y;
+    ASSERT_TRUE(holds_pattern(object->info.images[image], rows, y)) << image;
+  }
+  EXPECT_EQ(object->close(object, 0), 0);
+
+  write_file(path, {wide});  // one image: a second one's header would be cut off
+  Bytes bytes = load(path);
+  const int cut_row = 37;
+  bytes.resize(be32(bytes, orx::rla::kHeaderSize + 4 * cut_row) + 5000);
+  save_bytes(path, bytes);
+  ErrorCapture errors;
+  object = open_or_free(path);
+  ASSERT_NE(object, nullptr);
+  for (int pass = 0; pass < 2; ++pass)
+    for (int y = 99; y >= 0; --y) {
+      void **rows = nullptr;
+      ASSERT_EQ(object->scan(object->private_cell[0], y, &rows), y >= cut_row ? ORX_E_READ : 0) << y;
+      if (y < cut_row) {
+        ASSERT_TRUE(holds_pattern(object->info.images[0], rows, y)) << y;
+      }
+    }
+  EXPECT_TRUE(errors.has(Msg::kCannotRead, "37"));
+  object->close(object, 0);
+}
+
 TEST_F(RlaReader, OutOfMemoryAnywhereInTheOpenLeaksNothing) {
   const std::string path = dir.file("oom.rla");
   const ImageShape shape{.matte = {1, ORX_C_INTEGER, 16}};
