@@ -65,7 +65,13 @@ TEST_F(DebugAlloc, BoundsChecksAskToContinueAndUnknownBlocksWarn) {
             "WARNING: Base pointer not in database.\n");
 }
 
-TEST_F(DebugAlloc, DoubleFreeIsReportedAndCountedOnce) {
+TEST_F(DebugAlloc, StatisticsStartAtZeroAndADoubleFreeIsReportedOnce) {
+  utl_statistics();
+  EXPECT_EQ(printed(),
+            "UTL: number of pointers        : 0\n"
+            "UTL: amount of allocated memory: 0\n"
+            "UTL: number of unfreed         : 0\n"
+            "UTL: amount of unfreed memory  : 0\n");
   void *a = utl_allocate(24, 8);
   void *b = utl_allocate(10, 1);
   utl_free(a);
@@ -92,15 +98,6 @@ TEST_F(DebugAlloc, ManyBlocksGrowTheDatabaseAndReallocationKeepsChecksRight) {
   EXPECT_EQ(printed(), "");
   utl_statistics();
   EXPECT_NE(printed().find("UTL: number of pointers        : 251\n"), std::string::npos);
-}
-
-TEST_F(DebugAlloc, EmptyDatabaseStatistics) {
-  utl_statistics();
-  EXPECT_EQ(printed(),
-            "UTL: number of pointers        : 0\n"
-            "UTL: amount of allocated memory: 0\n"
-            "UTL: number of unfreed         : 0\n"
-            "UTL: amount of unfreed memory  : 0\n");
 }
 
 TEST_F(DebugAlloc, ModuleMismatchAsksAndAbortsOnNo) {

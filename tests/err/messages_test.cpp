@@ -162,19 +162,4 @@ TEST_F(MessageCatalogue, TheDefaultsMakeACatalogueThatChangesNothing) {
   ORX_msg_cat_close(cat);
 }
 
-// Reports carry their default text as the name handlers see, at their own
-// severity unless the caller names another; a failure also sets the status.
-TEST_F(MessageCatalogue, ReportsNameTheirMessage) {
-  orx::test::ErrorCapture cap;
-  orx::report(orx::Msg::kCannotOpen, "f", "gone");
-  EXPECT_EQ(cap.last(), "Cannot open file f; gone");
-  EXPECT_TRUE(cap.last_is(orx::Msg::kCannotOpen));
-  EXPECT_EQ(orx::fail(-5, orx::Msg::kSingularMatrix), -5);
-  EXPECT_EQ(orx__err, -5);
-  orx::report_at(ERR_WARNING, orx::Msg::kNoMemory);
-  EXPECT_TRUE(cap.has_at(orx::Msg::kSingularMatrix, ERR_ERROR));
-  EXPECT_TRUE(cap.has_at(orx::Msg::kNoMemory, ERR_WARNING));
-  EXPECT_FALSE(cap.has(orx::Msg::kCannotRead));
-}
-
 }  // namespace

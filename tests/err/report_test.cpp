@@ -162,12 +162,6 @@ TEST_F(ErrReport, HandlersRunRecordChainOwnThenGlobalNewestFirst) {
   EXPECT_EQ(ERR_can_handler(nullptr), handler_a);
 }
 
-TEST_F(ErrReport, DefaultHandlerPrintsSeverityAndMessage) {
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(ERR_printf(ERR_WARNING, "disk %s is %d%% full", "a", 93), 0);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "WARNING, disk a is 93% full\n");
-}
-
 TEST_F(ErrReport, MiniFormatQuirks) {
   ErrorCapture cap;
   ERR_RECORD rec = make_record(ERR_ERROR, "TEST_fmt", "a%cb %d %f %s %x 100%% end%");

@@ -165,11 +165,6 @@ TEST_F(Open, OutOfMemoryFailsTheOpenWithoutLeaks) {
   }
 }
 
-}  // namespace
-
-namespace {
-
-using namespace orx::test;
 using Slots = RegistryTest;
 
 void *g_seen[5];

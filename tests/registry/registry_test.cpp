@@ -27,7 +27,7 @@ std::string fields(const ORX_FORMAT *f) {
   return out.str();
 }
 
-TEST_F(RegistryTest, WithoutPluginsOnlyTheBuiltInFormatsAreRegistered) {
+TEST_F(RegistryTest, WithoutPluginsOnlyTheBuiltInFormatsAreRegisteredAndNamed) {
   ASSERT_EQ(ORX_init(nullptr, nullptr), 0);
   EXPECT_EQ(ORX_info(), nullptr);
   EXPECT_EQ(fields(ORX_find(".mem")), "mem|memory|.mem|(null)|%s.%04.4d%s|Name.####.Ext| add 1 "
@@ -37,6 +37,13 @@ TEST_F(RegistryTest, WithoutPluginsOnlyTheBuiltInFormatsAreRegistered) {
   EXPECT_EQ(fields(ORX_find("rla")), "rla|rla|.rla|(null)|%s.%04.4d%s|Name.####.Ext| add 1 "
             "usage 1 orientation 1 channels 3x-1 mattes 1 z 1 window 1 access 12 links 00");
   EXPECT_EQ(ORX_find("Rla"), nullptr);  // exact comparison
+  EXPECT_STREQ(ORX_name_from_key("mem"), "memory");
+  EXPECT_STREQ(ORX_name_from_key(".pipe"), "pipe");
+  EXPECT_EQ(ORX_name_from_key(nullptr), nullptr);
+  const char *unknown = "tiff";  // comes back itself, with a report
+  ErrorCapture errors;
+  EXPECT_EQ(ORX_name_from_key(unknown), unknown);
+  EXPECT_TRUE(errors.has(Msg::kUnknownKey));
   char *keys[4] = {};
   CaptureStderr();
   EXPECT_EQ(ORX_getFormatKeys(keys), 0);
@@ -132,17 +139,6 @@ TEST_F(RegistryTest, LazyInitialisationIsAnnouncedWithTheEntryPointsName) {
       "ORX_find request", "ORX_def_base_name request", "ORX_find request", "ORX_open request",
       "ORX_is_file_type request"};
   EXPECT_EQ(announcements(errors), expected);
-}
-
-TEST_F(RegistryTest, NameFromKeyFallsBackToTheKeyAndReportsUnknownOnes) {
-  ASSERT_EQ(ORX_init(nullptr, nullptr), 0);
-  ErrorCapture errors;
-  EXPECT_STREQ(ORX_name_from_key("mem"), "memory");
-  EXPECT_STREQ(ORX_name_from_key(".pipe"), "pipe");
-  EXPECT_EQ(ORX_name_from_key(nullptr), nullptr);
-  const char *key = "tiff";
-  EXPECT_EQ(ORX_name_from_key(key), key);
-  EXPECT_TRUE(errors.has(Msg::kUnknownKey));
 }
 
 TEST_F(RegistryTest, NameQueriesListPluginsAndComplainAboutBadArguments) {

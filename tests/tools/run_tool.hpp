@@ -14,12 +14,6 @@
 
 namespace orx::test {
 
-// Runs "orx ARGS" in dir with standard output and error into dir/out;
-// returns the exit status (-1 when it did not exit).
-inline int run_orx(const std::string &dir, const std::string &args, const std::string &out = "log") {
-  return shell_in(dir, "'" ORX_TOOL "' " + args + " >'" + out + "' 2>&1");
-}
-
 // One command of a session at the command line: its arguments, its exit
 // status and the parts of what it prints.
 struct Step {
@@ -34,8 +28,10 @@ class ToolTest : public ::testing::Test {
  protected:
   // Runs a shell command in the directory; returns its exit status.
   int shell(const std::string &command) { return shell_in(dir_.path(), command); }
+  // Runs "orx ARGS" with standard output and error into log_; returns the
+  // exit status (-1 when it did not exit).
   int run(const std::string &args) {
-    const int status = run_orx(dir_.path(), args);
+    const int status = shell("'" ORX_TOOL "' " + args + " >log 2>&1");
     log_ = slurp(dir_.file("log"));
     return status;
   }

@@ -10,7 +10,6 @@
 #include "util/arena.hpp"
 #include "util/grow_array.hpp"
 #include "util/node_pool.hpp"
-#include "util/queue.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/lsan_interface.h>
@@ -76,37 +75,6 @@ TEST_F(Containers, GrowArrayRefusesBadArgumentsAndReportsExhaustion) {
     grow_destroy(b, &data);
     return true;
   });
-}
-
-struct Item {
-  Item *next;
-  int value;
-};
-
-TEST_F(Containers, QueueAppendsIteratesAndPops) {
-  Queue *q = queue_create();
-  ASSERT_NE(q, nullptr);
-  EXPECT_EQ(queue_pop(q), nullptr);
-  Item items[3] = {{nullptr, 1}, {nullptr, 2}, {nullptr, 3}};
-  for (auto &i : items) queue_append(q, &i);
-  EXPECT_EQ(q->count, 3u);
-  queue_rewind(q);
-  int sum = 0;
-  while (auto *i = static_cast<Item *>(queue_next(q))) sum = sum * 10 + i->value;
-  EXPECT_EQ(sum, 123);
-  EXPECT_EQ(queue_next(q), nullptr);  // stays at the end until rewound
-  queue_rewind(q);
-  EXPECT_EQ(queue_pop(q), &items[0]);
-  EXPECT_EQ(queue_next(q), &items[1]);  // the cursor moved off the popped head
-  EXPECT_EQ(queue_pop(q), &items[1]);
-  EXPECT_EQ(queue_pop(q), &items[2]);  // the last one resets the queue
-  EXPECT_EQ(q->count, 0u);
-  EXPECT_EQ(q->head, nullptr);
-  EXPECT_EQ(q->tail, nullptr);
-  EXPECT_EQ(q->cursor, nullptr);
-  queue_append(q, &items[1]);
-  EXPECT_EQ(q->head, reinterpret_cast<QueueLink *>(&items[1]));
-  orx::heap::release(q);
 }
 
 TEST_F(Containers, ArenaRoundsToEightAndOpensChunksForLargeRequests) {

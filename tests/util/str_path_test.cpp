@@ -155,20 +155,17 @@ Result expand(const char *name) {
   return {ok, text};
 }
 
-TEST_F(StrExpandFilename, ReplacesBareAndBracedVariables) {
+// Bare and braced variables are replaced; a "$" that starts no name stays
+// as it is; an unset variable gives its name and false.
+TEST_F(StrExpandFilename, ReplacesVariablesAndNamesAnUnsetOne) {
   orx::test::ScopedEnv dir("ORX_T_DIR", "/job/img");
   orx::test::ScopedEnv shot("ORX_T_SHOT_2", "s2");
   orx::test::ScopedEnv empty("ORX_T_EMPTY", "");
+  orx::test::ScopedEnv unset("ORX_T_UNSET", std::nullopt);
   EXPECT_EQ(expand("  $ORX_T_DIR/${ORX_T_SHOT_2}x.rla"), Result(1, "/job/img/s2x.rla"));
   EXPECT_EQ(expand("$ORX_T_SHOT_2.$ORX_T_EMPTY."), Result(1, "s2.."));
-  // A "$" that starts no name stays as it is.
   EXPECT_EQ(expand("cost$/${}/$-/${ORX_T_DIR"), Result(1, "cost$/${}/$-/${ORX_T_DIR"));
   EXPECT_EQ(expand(""), Result(1, ""));
-}
-
-TEST_F(StrExpandFilename, UnsetVariableGivesItsNameAndFalse) {
-  orx::test::ScopedEnv dir("ORX_T_DIR", "/job/img");
-  orx::test::ScopedEnv unset("ORX_T_UNSET", std::nullopt);
   EXPECT_EQ(expand("$ORX_T_DIR/${ORX_T_UNSET}/a"), Result(0, "ORX_T_UNSET"));
   EXPECT_EQ(expand(nullptr), Result(0, "(null)"));
   EXPECT_EQ(STR_expand_filename("a", nullptr), 0);
