@@ -11,7 +11,11 @@
 # same run, 16-bit and float versions of the source to half size, a source
 # twice as large (7680x4320) to the same size and the source to twice its
 # size, all Lanczos-3.  Prints compare_commands.sh's table: medians and the
-# ratio of each to the first command (orx on the 8-bit source).
+# ratio of each to the first command (orx on the 8-bit source).  Every run
+# writes a new file: the outputs of the last are removed, untimed, before
+# it.  Replacing a file costs a flush of its data on ext4 (rename or
+# truncation over an existing file), which would otherwise be timed for
+# some programs and not others, and grows with the output's size.
 #   bench/resize_vs_peers.sh [build dir, default build/release] [runs, default 7] [WxH source]
 set -euo pipefail
 build=${1:-build/release}
@@ -74,4 +78,5 @@ for c in "${orx_cases[@]:1}"; do
     commands+=("$(orx_command "$(realpath "$BASELINE_BUILD/tools/orx")" "$c" base)")
   fi
 done
-"$here/compare_commands.sh" "$runs" "${commands[@]}"
+"$here/compare_commands.sh" --before 'rm -f out*.rla base*.rla sharp.tif vips.tif pil.tif magick.tif' \
+  "$runs" "${commands[@]}"
