@@ -92,7 +92,7 @@ FloatLookup shuffling_lookup() {
 void lookup_floats(const FloatTable &t, const void *codes, int32_t n, float *out) {
   static const FloatLookup chosen = [] {
     const FloatLookup shuffling = shuffling_lookup();
-    return shuffling != nullptr && &row_kernels() == avx2_kernels() ? shuffling : lookup_portable;
+    return shuffling != nullptr && vector_kernels_chosen() ? shuffling : lookup_portable;
   }();
   chosen(t, codes, n, out);
 }

@@ -371,4 +371,6 @@ const RowKernels &row_kernels() {
   return *chosen;
 }
 
+bool vector_kernels_chosen() { return &row_kernels() == avx2_kernels(); }
+
 }  // namespace orx::operators

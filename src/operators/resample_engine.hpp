@@ -85,6 +85,10 @@ struct RowKernels {
 
 // The kernels for this processor (see above).
 const RowKernels &row_kernels();
+// Whether row_kernels() are the vector ones: the other row kernels of the
+// library (table lookups, float-to-code conversion) follow this choice, so
+// that ORX_KERNELS selects their portable loops too.
+bool vector_kernels_chosen();
 // The portable kernels and, where the processor has it, the AVX2 ones (null
 // otherwise), whatever the environment says: for tests that compare them.
 const RowKernels &portable_kernels();

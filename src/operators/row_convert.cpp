@@ -110,7 +110,7 @@ const QuantizeKernels kAvx2Quantize{quantize_avx2<uint8_t>, quantize_avx2<uint16
 const QuantizeKernels &quantize_kernels() {
   static const QuantizeKernels *chosen = [] {
     const QuantizeKernels *fast = avx2_quantize();
-    return fast != nullptr && &row_kernels() == avx2_kernels() ? fast : &kPortableQuantize;
+    return fast != nullptr && vector_kernels_chosen() ? fast : &kPortableQuantize;
   }();
   return *chosen;
 }
