@@ -10,11 +10,11 @@
 #include <vector>
 
 #include "operators/layer.hpp"
-#include "support/images.hpp"
 #include "orx/operators.h"
 #include "orx/plugin.h"
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
+#include "support/images.hpp"
 
 namespace {
 
@@ -83,8 +83,9 @@ Plane reference(const Plane &src, int wd, int hd, const ORX_FILTER &f) {
 // Every output line of every channel of a handle with the filter on.
 std::vector<Plane> read_all(ORX_OBJECT *h) {
   const ORX_IFD &d = h->info.images[0];
-  std::vector<Plane> out(static_cast<std::size_t>(channel_count(d)),
-                         Plane(d.window.right - d.window.left + 1, d.window.top - d.window.bottom + 1));
+  std::vector<Plane> out(
+      static_cast<std::size_t>(channel_count(d)),
+      Plane(d.window.right - d.window.left + 1, d.window.top - d.window.bottom + 1));
   for (int32_t y = 0; y < out[0].height; ++y) {
     void **rows = nullptr;
     EXPECT_EQ(ORX_scan_read(h, d.window.bottom + y, &rows), 0);
@@ -160,11 +161,13 @@ TEST_F(Resample, ReadingFollowsTheFormulasAndWritingStoresWhatReadingGives) {
   std::mt19937 rng(11);
   const struct {
     int ws, hs, wd, hd;
-  } sizes[] = {{37, 23, 37, 23}, {40, 20, 20, 10}, {17, 9, 41, 30}, {64, 3, 63, 4}, {300, 2, 1, 1},
-               {1, 2, 200, 3},   {9, 30, 5, 61},  {64, 5, 7, 2},   {97, 13, 7, 5}, {11, 7, 53, 31},
-               {17, 9, 41, 9},   // vertical weights summing to 1: negative lobes stay
+  } sizes[] = {{37, 23, 37, 23}, {40, 20, 20, 10}, {17, 9, 41, 30}, {64, 3, 63, 4},
+               {300, 2, 1, 1},   {1, 2, 200, 3},   {9, 30, 5, 61},  {64, 5, 7, 2},
+               {97, 13, 7, 5},   {11, 7, 53, 31},  {17, 9, 41, 9},  // vertical weights summing to
+                                                                    // 1: negative lobes stay
                {1500, 400, 7, 2}};  // the last too tall a reduction to cache source rows
-  std::vector<std::pair<std::string, ORX_FILTER>> filters = {{"no width", {0, 0, 0, 0, unit, unit}}};
+  std::vector<std::pair<std::string, ORX_FILTER>> filters = {
+      {"no width", {0, 0, 0, 0, unit, unit}}};
   for (int32_t k = 0; const char *name = ORX_filter_name(k); ++k)
     filters.emplace_back(name, *ORX_filter_find(name));
   float *table = ORX_gamma_btof(2.2f);
@@ -177,10 +180,10 @@ TEST_F(Resample, ReadingFollowsTheFormulasAndWritingStoresWhatReadingGives) {
         const int channels = 1 + round % 4;
         const bool curve = bits != 32 && (round / 3) % 2 == 1;
         const bool inset = ++round % 3 == 0 && s.ws > 2 && s.hs > 2;
-        SCOPED_TRACE(std::string(name) + " " + std::to_string(s.ws) + "x" + std::to_string(s.hs) +
-                     "->" + std::to_string(s.wd) + "x" + std::to_string(s.hd) + " from " +
-                     std::to_string(bits) + " bits, " + std::to_string(channels) + " channels" +
-                     (inset ? ", inset" : "") + (curve ? ", gamma 2.2" : ""));
+        SCOPED_TRACE(testing::Message()
+                     << name << " " << s.ws << "x" << s.hs << "->" << s.wd << "x" << s.hd
+                     << " from " << bits << " bits, " << channels << " channels"
+                     << (inset ? ", inset" : "") << (curve ? ", gamma 2.2" : ""));
         Groups g;
         g.gamma = curve ? 2.2f : 1.0f;
         g.image = {nullptr, channels < 3 ? channels : 3, type, bits, 0};
@@ -192,11 +195,14 @@ TEST_F(Resample, ReadingFollowsTheFormulasAndWritingStoresWhatReadingGives) {
         for (Plane &plane : src)
           for (int32_t y = g.active.bottom; y <= g.active.top; ++y)
             for (int32_t x = g.active.left; x <= g.active.right; ++x)
-              plane(x, y) = bits == 32 ? double(rng() % 1000) / 999.0 : double(rng() % uint32_t(top + 1));
+              plane(x, y) =
+                  bits == 32 ? double(rng() % 1000) / 999.0 : double(rng() % uint32_t(top + 1));
         const std::string path = dir_.file("r.rla");
-        write_image(path, g, [&](int c, int32_t x, int32_t y) { return src[std::size_t(c)](x, y); });
+        write_image(path, g,
+                    [&](int c, int32_t x, int32_t y) { return src[std::size_t(c)](x, y); });
         for (int c = 0; c < channels; ++c)
-          for (double &v : src[std::size_t(c)].v) v = curve && bits == 8 && c < 3 ? table[int(v)] : v / top;
+          for (double &v : src[std::size_t(c)].v)
+            v = curve && bits == 8 && c < 3 ? table[int(v)] : v / top;
         ORX_OBJECT *h = open_image(path);
         ASSERT_NE(h, nullptr);
         orx__resample_operator(h, f, 0, s.wd - 1, 0, s.hd - 1);
@@ -217,7 +223,6 @@ TEST_F(Resample, ReadingFollowsTheFormulasAndWritingStoresWhatReadingGives) {
               ASSERT_NEAR(all[std::size_t(c)](j, i), want(j, i), 2e-5 * (1 + std::fabs(want(j, i))))
                   << "channel " << c << " at " << j << "," << i;
         }
-        const Plane &got = all[0];
 
         // Writing: two channels interleaved, the second twice the first
         // (an exact scaling, so its output is twice too, but for the
@@ -227,25 +232,25 @@ TEST_F(Resample, ReadingFollowsTheFormulasAndWritingStoresWhatReadingGives) {
         orx__resample_operator(w, f, 0, s.ws - 1, 0, s.hs - 1);
         ASSERT_EQ(orx__err, 0);
         ORX_OBJECT *r = orx__cast_operator(open_image(path));  // as the reading side saw it
+        const Plane cast = read_all(r)[0];
+        ORX_close(r);
         std::vector<float> line(static_cast<std::size_t>(2 * s.ws));
         void *rows[2] = {line.data(), nullptr};
         for (int32_t y = 0; y < s.hs; ++y) {
-          void **read = nullptr;
-          ASSERT_EQ(ORX_scan_read(r, y, &read), 0);
           for (int32_t x = 0; x < s.ws; ++x) {
-            line[std::size_t(2 * x)] = static_cast<const float *>(read[0])[x];
+            line[std::size_t(2 * x)] = float(cast(x, y));
             line[std::size_t(2 * x + 1)] = 2 * line[std::size_t(2 * x)];
           }
           ASSERT_EQ(ORX_scan_write(w, y, rows), 0) << "line " << y;
         }
-        ORX_close(r);
         ASSERT_EQ(ORX_close(w), 0);
         ASSERT_EQ(out.lines.size(), std::size_t(s.hd));
         for (int32_t y = 0; y < s.hd; ++y)
           for (int32_t x = 0; x < s.wd; ++x) {
-            const auto v = float(got(x, y));
+            const auto v = float(all[0](x, y));
             ASSERT_EQ(out.lines[std::size_t(y)][std::size_t(2 * x)], v) << x << "," << y;
-            ASSERT_NEAR(out.lines[std::size_t(y)][std::size_t(2 * x + 1)], 2 * v, 1e-6 * std::fabs(v) + 1e-30)
+            ASSERT_NEAR(out.lines[std::size_t(y)][std::size_t(2 * x + 1)], 2 * v,
+                        1e-6 * std::fabs(v) + 1e-30)
                 << x << "," << y;
           }
       }
