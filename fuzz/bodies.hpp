@@ -38,4 +38,12 @@ int resource_file(const std::uint8_t *data, std::size_t size);
 // through them row by row.
 int operator_stack(const std::uint8_t *data, std::size_t size);
 
+// Built beside the plug-ins (plugins/fuzz): the bytes become a file of the
+// plug-in's format, opened through ORX_open with the plug-in loaded as a
+// host loads it, and every line of every image is read.
+int png_read(const std::uint8_t *data, std::size_t size);
+int jpeg_read(const std::uint8_t *data, std::size_t size);
+int tiff_read(const std::uint8_t *data, std::size_t size);
+int exr_read(const std::uint8_t *data, std::size_t size);
+
 }  // namespace orx::fuzz

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "orx/err.h"
+#include "orx/registry.h"
 
 namespace orx::fuzz {
 namespace {
@@ -27,6 +28,18 @@ bool write_bytes(const std::string &path, const std::uint8_t *data, std::size_t 
   if (f == nullptr) return false;
   const bool ok = size == 0 || std::fwrite(data, 1, size, f) == size;
   return std::fclose(f) == 0 && ok;
+}
+
+ORX_OBJECT *open_read(const std::string &path, const char *key) {
+  ORX_INFO info;
+  ORX_info_init(&info);
+  std::string handle = path, type = key;
+  info.handle = handle.data();
+  info.type = type.data();
+  info.full_path = 1;
+  ORX_OBJECT *object = ORX_open(&info, "r");
+  ORX_info_cleanup(&info, 0);
+  return object;
 }
 
 }  // namespace orx::fuzz

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+#include "orx/orx.h"
+
 namespace orx::fuzz {
 
 // Declares, once, a handler that swallows every report.
@@ -16,5 +18,9 @@ std::string scratch_path(const char *name);
 
 // Writes the bytes to path; false when it cannot.
 bool write_bytes(const std::string &path, const std::uint8_t *data, std::size_t size);
+
+// Opens the file at path for reading through the format of the key: null
+// when the library refuses it.
+ORX_OBJECT *open_read(const std::string &path, const char *key);
 
 }  // namespace orx::fuzz

@@ -87,12 +87,7 @@ int operator_stack(const std::uint8_t *data, std::size_t size) {
   if (size < 2) return 0;
   static const std::string path = scratch_path("ops.rla");
   if (!write_bytes(path, data + 1, size - 1)) return 0;
-  ORX_INFO info;
-  ORX_info_init(&info);
-  info.type = const_cast<char *>("rla");
-  info.handle = const_cast<char *>(path.c_str());
-  info.full_path = 1;
-  ORX_OBJECT *h = ORX_open(&info, "r");
+  ORX_OBJECT *h = open_read(path, "rla");
   if (h == nullptr) return 0;
   const unsigned choice = data[0];
   if (choice & 1) ORX__select(h, static_cast<int32_t>(choice >> 6));
