@@ -1,15 +1,19 @@
-// ORX_convert_row for every pair of sample types against the formula in
-// double precision: integers as code / (2^bits - 1), integer targets clamped
-// and rounded to the nearest code, not a number to 0.
+// The row conversions: ORX_convert_row for every pair of sample types
+// against the formula in double precision (integers as code / (2^bits - 1),
+// integer targets clamped and rounded to the nearest code, not a number to
+// 0), and the vector kernels against the portable loops to the bit.
+#include "operators/row_convert.hpp"
+
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
 #include <random>
 #include <vector>
 
-#include "operators/row_convert.hpp"
+#include "operators/lookup.hpp"
 #include "orx/err.h"
 #include "orx/operators.h"
 #include "support/images.hpp"
@@ -20,19 +24,22 @@ using orx::test::get_unit;
 using orx::test::unit_scale;
 
 TEST(RowConvert, EveryPairOfTypesFollowsTheFormula) {
-  const ORX_CHANNELS kinds[] = {{nullptr, 1, ORX_C_INTEGER, 8, 0},  {nullptr, 1, ORX_C_INTEGER, 5, 0},
-                                {nullptr, 1, ORX_C_INTEGER, 16, 0}, {nullptr, 1, ORX_C_INTEGER, 12, 0},
-                                {nullptr, 1, ORX_C_INTEGER, 32, 0}, {nullptr, 1, ORX_C_FLOAT, 32, 0},
-                                {nullptr, 1, ORX_C_DOUBLE, 64, 0}};
+  const ORX_CHANNELS kinds[] = {
+      {nullptr, 1, ORX_C_INTEGER, 8, 0},  {nullptr, 1, ORX_C_INTEGER, 5, 0},
+      {nullptr, 1, ORX_C_INTEGER, 16, 0}, {nullptr, 1, ORX_C_INTEGER, 12, 0},
+      {nullptr, 1, ORX_C_INTEGER, 32, 0}, {nullptr, 1, ORX_C_FLOAT, 32, 0},
+      {nullptr, 1, ORX_C_DOUBLE, 64, 0}};
   std::mt19937 rng(3);
   const int n = 37;
   for (const ORX_CHANNELS &from : kinds)
     for (const ORX_CHANNELS &to : kinds) {
       std::vector<unsigned char> src(8 * n + 1), dst(8 * n + 1);
       for (int x = 0; x < n; ++x) {  // integers: any code; reals: -0.5..1.5, and a NaN
-        const uint32_t code = static_cast<uint32_t>(rng()) & static_cast<uint32_t>(unit_scale(from));
+        const uint32_t code =
+            static_cast<uint32_t>(rng()) & static_cast<uint32_t>(unit_scale(from));
         const double real = x == 5 ? NAN : double(rng() % 2001) / 1000.0 - 0.5;
-        orx::test::put(from, src.data() + 1, x, from.type == ORX_C_INTEGER ? code : real);  // unaligned
+        orx::test::put(from, src.data() + 1, x,
+                       from.type == ORX_C_INTEGER ? code : real);  // unaligned
       }
       src.erase(src.begin());
       ASSERT_EQ(ORX_convert_row(&from, src.data(), &to, dst.data(), n), 0);
@@ -47,7 +54,8 @@ TEST(RowConvert, EveryPairOfTypesFollowsTheFormula) {
           continue;
         }
         const double top = unit_scale(to);
-        const double want = std::isnan(v) ? 0 : std::floor(std::fmin(1.0, std::fmax(0.0, v)) * top + 0.5);
+        const double want =
+            std::isnan(v) ? 0 : std::floor(std::fmin(1.0, std::fmax(0.0, v)) * top + 0.5);
         EXPECT_NEAR(got * top, want, 1.0 + 1e-9) << from.bits << " -> " << to.bits << " at " << x;
         if (from.type == ORX_C_INTEGER && from.bits == to.bits) {
           EXPECT_EQ(got * top, want);
@@ -74,8 +82,16 @@ uint32_t model_code(float v, int bits) {
 }
 
 std::vector<float> quantize_inputs(int bits, std::mt19937 &rng) {
-  auto from_bits = [](uint32_t b) { float f; std::memcpy(&f, &b, sizeof f); return f; };
-  auto bits_of = [](float f) { uint32_t b; std::memcpy(&b, &f, sizeof b); return b; };
+  auto from_bits = [](uint32_t b) {
+    float f;
+    std::memcpy(&f, &b, sizeof f);
+    return f;
+  };
+  auto bits_of = [](float f) {
+    uint32_t b;
+    std::memcpy(&b, &f, sizeof b);
+    return b;
+  };
   std::vector<float> v;
   const float inf = std::numeric_limits<float>::infinity();
   for (uint32_t b : {0x7fc00000u, 0xffc00000u, 0x7f800001u, 0xff800001u, 0x7fffffffu, 0x00000001u,
@@ -108,7 +124,8 @@ TEST(RowConvert, VectorQuantizingEqualsThePortableLoopToTheBit) {
       SCOPED_TRACE(k->name);
       const auto convert = bits <= 8 ? k->to_u8 : k->to_u16;
       // The whole set, then short rows from odd byte offsets.
-      for (int32_t n : {static_cast<int32_t>(in.size()), 1, 7, 15, 16, 17, 31, 33, 47, 63, 64, 65, 99})
+      for (int32_t n :
+           {static_cast<int32_t>(in.size()), 1, 7, 15, 16, 17, 31, 33, 47, 63, 64, 65, 99})
         for (std::size_t offset : {0, 1, 3}) {
           if (n == static_cast<int32_t>(in.size()) && offset != 1) continue;
           const std::size_t start = n == static_cast<int32_t>(in.size()) ? 0 : 40 * offset;
@@ -120,11 +137,38 @@ TEST(RowConvert, VectorQuantizingEqualsThePortableLoopToTheBit) {
             uint32_t got = 0;
             std::memcpy(&got, dst.data() + offset + size * static_cast<std::size_t>(x), size);
             if (got != want[start + static_cast<std::size_t>(x)] && ++mismatches <= 3)
-              ADD_FAILURE() << bits << " bits, input " << in[start + static_cast<std::size_t>(x)] << ": "
-                            << got << " for " << want[start + static_cast<std::size_t>(x)];
+              ADD_FAILURE() << bits << " bits, input " << in[start + static_cast<std::size_t>(x)]
+                            << ": " << got << " for " << want[start + static_cast<std::size_t>(x)];
           }
           EXPECT_EQ(dst[offset + size * static_cast<std::size_t>(n)], 0xa5) << "wrote past the row";
         }
+    }
+  }
+}
+
+// Lookups through tables of 256 floats: the byte-shuffling kernel, where the
+// processor has it, gives the portable loop's values for every code, any
+// length and any alignment of the codes.
+TEST(Lookup, ShufflingGivesThePortableLoopsValues) {
+  using namespace orx::operators;
+  const FloatLookup shuffling = shuffling_lookup();
+  if (shuffling == nullptr) GTEST_SKIP() << "no AVX-512 VBMI";
+  std::mt19937 rng(3);
+  std::vector<float> values(256);
+  for (float &v : values) v = std::ldexp(float(rng() % 100000) - 5e4f, int(rng() % 40) - 20);
+  values[7] = -0.0f;
+  FloatTable table;
+  float_table_init(table, values.data());
+  std::vector<uint8_t> codes(300);
+  for (std::size_t i = 0; i < codes.size(); ++i) codes[i] = uint8_t(i);
+  std::shuffle(codes.begin(), codes.end(), rng);
+  for (int32_t n : {0, 1, 63, 64, 65, 191, 256}) {
+    for (int32_t offset : {0, 1, 13}) {
+      std::vector<float> want(std::size_t(n) + 1, 9.0f), got(std::size_t(n) + 1, 9.0f);
+      lookup_row(values.data(), codes.data() + offset, n, want.data());
+      shuffling(table, codes.data() + offset, n, got.data());
+      ASSERT_EQ(std::memcmp(want.data(), got.data(), sizeof(float) * want.size()), 0)
+          << n << " from " << offset;
     }
   }
 }
