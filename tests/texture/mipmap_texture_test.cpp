@@ -19,11 +19,10 @@
 
 namespace {
 
-using orx::test::ErrorCapture;
-using orx::test::TempDir;
+using namespace orx::test;
 using Pixel = std::function<float(int32_t x, int32_t y, int c)>;
 
-class Mipmap : public orx::test::ImageTest {
+class Mipmap : public ImageTest {
  protected:
   void TearDown() override {
     orx::texture::reset();
@@ -36,17 +35,13 @@ class Mipmap : public orx::test::ImageTest {
 // it alone).
 ORX_INFO request(const std::string &path, ORX_IFD *ifd, int32_t w, int32_t h, int channels,
                  int32_t type) {
+  *ifd = describe(sized(w, h, {channels, type, type == ORX_C_FLOAT ? 32 : 8}));
   ORX_INFO info;
   ORX_info_init(&info);
   info.handle = const_cast<char *>(path.c_str());
   info.full_path = 1;
   info.image_count = 1;
   info.images = ifd;
-  orx__init_ifd(ifd);
-  ifd->window = {0, w - 1, 0, h - 1};
-  ifd->active = ifd->window;
-  ifd->image = {nullptr, channels, type, type == ORX_C_FLOAT ? 32 : 8, 0};
-  ifd->matte.count = 0;
   return info;
 }
 
@@ -58,7 +53,7 @@ int make_texture(const std::string &path, int32_t w, int32_t h, int channels, in
   IMP_REQUEST req{"mipmap", 0, texture, 0, 0};
   ORX_OBJECT *object = IMP_open(&info, &req, "w");
   if (object == nullptr) return orx__err;
-  return orx::test::write_lines(object, [&](int c, int32_t x, int32_t y) {
+  return write_lines(object, [&](int c, int32_t x, int32_t y) {
     const float v = pixel(x, y, c);
     return type == ORX_C_FLOAT ? double{v} : double(std::lround(v * 255));
   });
@@ -81,7 +76,7 @@ TEST_F(Mipmap, LevelsAreBoxReductionsAndConstantsStayConstant) {
   EXPECT_EQ(sizes, (std::vector<std::pair<int32_t, int32_t>>{
                        {37, 21}, {18, 10}, {9, 5}, {4, 2}, {2, 1}, {1, 1}}));
   // Level 1 inside: the mean of each 2x2 block of level 0, within rounding.
-  ORX_OBJECT *file = orx::test::open_image(path, nullptr);
+  ORX_OBJECT *file = open_image(path, nullptr);
   ASSERT_NE(file, nullptr);
   const auto sample = [&](int k, int32_t x, int32_t y, int c) {
     void **rows = nullptr;
@@ -119,9 +114,10 @@ TEST_F(Mipmap, BumpTexturesKeepThePlanesSlopeAtEveryLevel) {
   const std::string path = dir_.file("b.rla");
   const int32_t w = 40, h = 24;
   // h = 0.01 x + 0.02 y: slopes per unit of texture coordinate 0.01 w, 0.02 h.
-  ASSERT_EQ(make_texture(path, w, h, 1, ORX_C_FLOAT, IMP_TEXTURE_BUMP,
-                         [](int32_t x, int32_t y, int) { return 0.01f * float(x) + 0.02f * float(y); }),
-            0);
+  ASSERT_EQ(
+      make_texture(path, w, h, 1, ORX_C_FLOAT, IMP_TEXTURE_BUMP,
+                   [](int32_t x, int32_t y, int) { return 0.01f * float(x) + 0.02f * float(y); }),
+      0);
   EXPECT_EQ(ORX_tex_open(path.c_str(), IMP_TEXTURE_COLOR), nullptr);
   EXPECT_EQ(orx__err, ORX_E_INVALID_TYPE);
   ORX_TEXTURE *t = ORX_tex_open(path.c_str(), IMP_TEXTURE_BUMP);
@@ -152,8 +148,8 @@ TEST_F(Mipmap, LookupsAtTexelsEdgesAndFootprints) {
     return out;
   };
   const float tiny = 1e-4f, centre = 0.5f / n;
-  EXPECT_NEAR(at(3 * 2 * centre + centre, 5 * 2 * centre + centre, tiny, ORX_WRAP_BLACK), value(3, 5),
-              1e-6f);
+  EXPECT_NEAR(at(3 * 2 * centre + centre, 5 * 2 * centre + centre, tiny, ORX_WRAP_BLACK),
+              value(3, 5), 1e-6f);
   // Texel -2 of row 0 under each wrap mode.
   const float left = -1.5f / n;
   EXPECT_EQ(at(left, centre, tiny, ORX_WRAP_BLACK), 0.0f);
@@ -199,7 +195,7 @@ TEST_F(Mipmap, RefusalsAndOutOfMemory) {
   info.full_path = 1;
   IMP_REQUEST req{"mipmap", 0, IMP_TEXTURE_SCALAR, 0, 0};
   EXPECT_EQ(IMP_open(&info, &req, "r"), nullptr);
-  EXPECT_EQ(errors.last(), orx::test::message(orx::Msg::kMipmapMismatch, "color"));
+  EXPECT_EQ(errors.last(), message(orx::Msg::kMipmapMismatch, "color"));
   req.texture_type = IMP_TEXTURE_COLOR;
   ORX_OBJECT *object = IMP_open(&info, &req, "r");
   ASSERT_NE(object, nullptr);
@@ -218,9 +214,10 @@ TEST_F(Mipmap, RefusalsAndOutOfMemory) {
   ORX_close(object);
 
   IMP_info();  // the library and the frame are up: the sweeps cover the work itself
-  orx::test::for_each_reported_allocation_failure(
-      [&] { return make_texture(dir_.file("s.rla"), 9, 5, 2, ORX_C_INTEGER, IMP_TEXTURE_COLOR, grey); });
-  orx::test::for_each_reported_allocation_failure([&] {
+  for_each_reported_allocation_failure([&] {
+    return make_texture(dir_.file("s.rla"), 9, 5, 2, ORX_C_INTEGER, IMP_TEXTURE_COLOR, grey);
+  });
+  for_each_reported_allocation_failure([&] {
     ORX_TEXTURE *t = ORX_tex_open(path.c_str(), IMP_TEXTURE_COLOR);
     if (t == nullptr) return orx__err;
     float colour[3];
