@@ -123,9 +123,10 @@ TEST_F(Operators, QuantizeTruncatesWithoutClampingBothWays) {
   const int32_t *const wider[3] = {sixteen, sixteen, nullptr};
   orx__cast_operator(b);
   orx__quantize_read_operator(b, wider);  // float to 16 bits
-  EXPECT_EQ(read_sample(b, 0, 0, 0), double(int32_t(float(200 / 255.0) * float(65535.95))));
-  orx__quantize_read_operator(b, wider);  // 16 to 16: nothing to do
-  EXPECT_EQ(b->info.images[0].image.bits, 16);
+  const double code = double(int32_t(float(200 / 255.0) * float(65535.95)));
+  EXPECT_EQ(read_sample(b, 0, 0, 0), code);
+  orx__quantize_read_operator(b, wider);  // 16 to 16: nothing to do, the codes stay
+  EXPECT_EQ(read_sample(b, 0, 0, 0), code);
   ORX_close(b);
 
   // Writing: the caller hands floats for a file of 8-bit integers.
