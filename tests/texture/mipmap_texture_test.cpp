@@ -14,7 +14,6 @@
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
 #include "support/images.hpp"
-#include "support/messages.hpp"
 #include "texture/process.hpp"
 
 namespace {
@@ -195,7 +194,7 @@ TEST_F(Mipmap, RefusalsAndOutOfMemory) {
   info.full_path = 1;
   IMP_REQUEST req{"mipmap", 0, IMP_TEXTURE_SCALAR, 0, 0};
   EXPECT_EQ(IMP_open(&info, &req, "r"), nullptr);
-  EXPECT_EQ(errors.last(), message(orx::Msg::kMipmapMismatch, "color"));
+  EXPECT_TRUE(errors.has(orx::Msg::kMipmapMismatch, "color")) << errors.last();
   req.texture_type = IMP_TEXTURE_COLOR;
   ORX_OBJECT *object = IMP_open(&info, &req, "r");
   ASSERT_NE(object, nullptr);
