@@ -49,8 +49,8 @@ TEST_F(Catalogue, TranslationsReplaceTheTextAndBadOnesAreDropped) {
   ErrorCapture errors;
   void *cat = ORX_msg_cat_open(path.c_str());
   ASSERT_NE(cat, nullptr);
-  EXPECT_TRUE(errors.has(2, "catalogue message \"902.52\" dropped"));
-  EXPECT_TRUE(errors.has(2, "catalogue message \"not.a.number\" dropped"));
+  EXPECT_TRUE(errors.has(orx::Msg::kCatEntryDropped, "902.52"));
+  EXPECT_TRUE(errors.has(orx::Msg::kCatEntryDropped, "not.a.number"));
   errors.clear();
   ERR_report_cat(cat, 902, 44, 3, "File open mode (\"%s\") not recognized", "rw");
   EXPECT_EQ(errors.last(), "Mode d'ouverture (\"rw\") inconnu");

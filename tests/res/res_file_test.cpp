@@ -12,7 +12,6 @@
 #include "orx/res.h"
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
-#include "support/messages.hpp"
 
 namespace {
 
@@ -172,7 +171,7 @@ TEST_F(ResFile, BadNamesDuplicatesAndFailedSavesLeaveNothingBehind) {
   const std::string path = dir.file("keep.res");
   save_bytes(path, {'o', 'l', 'd'});
   EXPECT_EQ(ORX_res_save(b, path.c_str()), ORX_E_INVALID_TYPE);
-  EXPECT_TRUE(errors.has(3, "Duplicate resource TEXT \"a\""));
+  EXPECT_TRUE(errors.has(orx::Msg::kResDuplicate, "a"));
   ORX_res_builder_free(b);
   b = ORX_res_builder_new();
   ASSERT_EQ(ORX_res_add(b, "TEXT", "a", "x", 1), 0);
