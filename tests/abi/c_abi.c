@@ -1,33 +1,10 @@
-/* Proves the public interface from plain C: every public header compiles as
- * strict C99 and the program links against the shared library alone. */
+/* Proves the public interface from plain C: every public header, through the
+ * umbrella header, compiles as strict C99 and the program links against the
+ * shared library alone. */
 #include <stdio.h>
 #include <string.h>
 
-#include "orx/attributes.h"
-#include "orx/byt.h"
-#include "orx/capability.h"
-#include "orx/clr.h"
-#include "orx/err.h"
-#include "orx/export.h"
-#include "orx/fmt.h"
-#include "orx/field_merge.h"
-#include "orx/imp.h"
-#include "orx/operators.h"
-#include "orx/matrix.h"
-#include "orx/texture.h"
-#include "orx/limits.h"
-#include "orx/multiframe.h"
-#include "orx/naming.h"
-#include "orx/orx.h"
 #include "orx/orx_all.h"
-#include "orx/plugin.h"
-#include "orx/region.h"
-#include "orx/ptr.h"
-#include "orx/registry.h"
-#include "orx/res.h"
-#include "orx/rla.h"
-#include "orx/str.h"
-#include "orx/version.h"
 
 static int quiet(const char *name, int severity, const char *message, struct ERR_RECORD *record,
                  intptr_t data) {
