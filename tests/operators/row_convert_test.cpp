@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -82,21 +83,11 @@ uint32_t model_code(float v, int bits) {
 }
 
 std::vector<float> quantize_inputs(int bits, std::mt19937 &rng) {
-  auto from_bits = [](uint32_t b) {
-    float f;
-    std::memcpy(&f, &b, sizeof f);
-    return f;
-  };
-  auto bits_of = [](float f) {
-    uint32_t b;
-    std::memcpy(&b, &f, sizeof b);
-    return b;
-  };
   std::vector<float> v;
   const float inf = std::numeric_limits<float>::infinity();
   for (uint32_t b : {0x7fc00000u, 0xffc00000u, 0x7f800001u, 0xff800001u, 0x7fffffffu, 0x00000001u,
                      0x80000001u, 0x007fffffu, 0x807fffffu})
-    v.push_back(from_bits(b));
+    v.push_back(std::bit_cast<float>(b));
   for (float f : {0.0f, -0.0f, inf, -inf, 1.0f, -1.0f, std::numeric_limits<float>::max(),
                   -std::numeric_limits<float>::max(), 2147483648.0f, 4294967296.0f, 1e20f})
     v.push_back(f);
@@ -104,9 +95,9 @@ std::vector<float> quantize_inputs(int bits, std::mt19937 &rng) {
   for (double k = 0; k <= top + 1; ++k)  // where code k begins, and the top's end
     for (float edge : {static_cast<float>((k - 0.5) / top), static_cast<float>((k + 0.5) / top)})
       for (int32_t d = -12; d <= 12; ++d)
-        v.push_back(from_bits(bits_of(edge) + static_cast<uint32_t>(d)));
+        v.push_back(std::bit_cast<float>(std::bit_cast<uint32_t>(edge) + static_cast<uint32_t>(d)));
   const int random = bits == 8 || bits == 16 ? 2000000 : 100000;
-  for (int i = 0; i < random; ++i) v.push_back(from_bits(static_cast<uint32_t>(rng())));
+  for (int i = 0; i < random; ++i) v.push_back(std::bit_cast<float>(static_cast<uint32_t>(rng())));
   return v;
 }
 
@@ -124,23 +115,23 @@ TEST(RowConvert, VectorQuantizingEqualsThePortableLoopToTheBit) {
       SCOPED_TRACE(k->name);
       const auto convert = bits <= 8 ? k->to_u8 : k->to_u16;
       // The whole set, then short rows from odd byte offsets.
-      for (int32_t n :
-           {static_cast<int32_t>(in.size()), 1, 7, 15, 16, 17, 31, 33, 47, 63, 64, 65, 99})
+      const auto whole = static_cast<int32_t>(in.size());
+      for (int32_t n : {whole, 1, 7, 15, 16, 17, 31, 33, 47, 63, 64, 65, 99})
         for (std::size_t offset : {0, 1, 3}) {
-          if (n == static_cast<int32_t>(in.size()) && offset != 1) continue;
-          const std::size_t start = n == static_cast<int32_t>(in.size()) ? 0 : 40 * offset;
-          std::memcpy(src.data() + offset, in.data() + start, 4 * static_cast<std::size_t>(n));
+          if (n == whole && offset != 1) continue;
+          const std::size_t start = n == whole ? 0 : 40 * offset, count = std::size_t(n);
+          std::memcpy(src.data() + offset, in.data() + start, 4 * count);
           std::memset(dst.data(), 0xa5, dst.size());
           convert(src.data() + offset, dst.data() + offset, n, 32, bits);
           uint32_t mismatches = 0;
-          for (int32_t x = 0; x < n; ++x) {
+          for (std::size_t x = 0, i = start; x < count; ++x, ++i) {
             uint32_t got = 0;
-            std::memcpy(&got, dst.data() + offset + size * static_cast<std::size_t>(x), size);
-            if (got != want[start + static_cast<std::size_t>(x)] && ++mismatches <= 3)
-              ADD_FAILURE() << bits << " bits, input " << in[start + static_cast<std::size_t>(x)]
-                            << ": " << got << " for " << want[start + static_cast<std::size_t>(x)];
+            std::memcpy(&got, dst.data() + offset + size * x, size);
+            if (got != want[i] && ++mismatches <= 3)
+              ADD_FAILURE() << bits << " bits, input " << in[i] << ": " << got << " for "
+                            << want[i];
           }
-          EXPECT_EQ(dst[offset + size * static_cast<std::size_t>(n)], 0xa5) << "wrote past the row";
+          EXPECT_EQ(dst[offset + size * count], 0xa5) << "wrote past the row";
         }
     }
   }
