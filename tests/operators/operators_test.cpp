@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <random>
 #include <string>
@@ -325,28 +324,28 @@ TEST_F(ColourTransform, PixelsFollowTheMatricesAndTheRecordTheTarget) {
   ASSERT_NE(h, nullptr);
   float source[8], m[16], want[3];
   ORX_chromaticities_of_info(&h->info, source);
-  // Pixel (3, 2) as read now, against the matrix m applied to `from`.
+  // Pixel (3, 2) as read now against the values it should have.
   const auto expect_pixel = [&](const float *from, double tolerance) {
     for (int c = 0; c < 3; ++c) EXPECT_NEAR(read_sample(h, 2, c, 3), from[c], tolerance) << c;
   };
-  std::array<float, 3> plain{};
-  for (int c = 0; c < 3; ++c) plain[std::size_t(c)] = float(read_sample(h, 2, c, 3) / 255);
+  float plain[3];
+  for (int c = 0; c < 3; ++c) plain[c] = float(read_sample(h, 2, c, 3) / 255);
   orx__rgb_transform_operator(h, wide_gamut);
   ASSERT_EQ(orx__err, 0);
   EXPECT_EQ(h->info.images[0].image.type, ORX_C_FLOAT);
   EXPECT_FLOAT_EQ(h->info.red[0], wide_gamut[0]);
   ASSERT_EQ(ORX_matrix_rgb_to_rgb(source, wide_gamut, m), 0);
-  ORX_matrix_transform(m, plain.data(), want);
+  ORX_matrix_transform(m, plain, want);
   expect_pixel(want, 1e-6);
   orx__rgb_transform_operator(h, source);  // and back again on top: the identity
-  expect_pixel(plain.data(), 1e-5);
+  expect_pixel(plain, 1e-5);
   EXPECT_EQ(orx__colour_transform_remove(h), 1);
   EXPECT_EQ(orx__colour_transform_remove(h), 1);
   EXPECT_FLOAT_EQ(h->info.red[0], source[0]);
   EXPECT_EQ(h->info.images[0].image.type, ORX_C_INTEGER);  // the cast came off with it
   orx__xyz_transform_operator(h, 1);
   ASSERT_EQ(ORX_matrix_rgb_to_xyz(source, m), 0);
-  ORX_matrix_transform(m, plain.data(), want);
+  ORX_matrix_transform(m, plain, want);
   expect_pixel(want, 1e-6);
   EXPECT_EQ(ORX_close(h), 0);
 }
