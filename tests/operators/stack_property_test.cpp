@@ -5,16 +5,17 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <functional>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "support/images.hpp"
 #include "orx/fmt.h"
 #include "orx/operators.h"
 #include "support/error_capture.hpp"
 #include "support/fixtures.hpp"
+#include "support/images.hpp"
 
 namespace {
 
@@ -50,7 +51,9 @@ TEST_F(Stacks, RandomStacksMatchTheFormulas) {
       const double real = double(int(rng() % 1400) - 200) / 1000.0;
       v = bits == 0 ? double(float(real)) : bits == 64 ? real : double(rng() & uint32_t(top(bits)));
     }
-    const auto at = [&](int c, int32_t x, int32_t y) { return pixels[std::size_t((y * w + x) * 4 + c)]; };
+    const auto at = [&](int c, int32_t x, int32_t y) {
+      return pixels[std::size_t((y * w + x) * 4 + c)];
+    };
     const std::string path = dir_.file("s.rla");
     write_image(path, g, at);
     ORX_OBJECT *handle = open_image(path);
@@ -104,7 +107,9 @@ TEST_F(Stacks, RandomStacksMatchTheFormulas) {
         const auto factor = float(top(to) + 0.95);
         for (double &v : want) {
           const auto whole = static_cast<uint64_t>(static_cast<int64_t>(float(v) * factor));
-          v = to == 8 ? double(uint8_t(whole)) : to == 16 ? double(uint16_t(whole)) : double(uint32_t(whole));
+          v = to == 8    ? double(uint8_t(whole))
+              : to == 16 ? double(uint16_t(whole))
+                         : double(uint32_t(whole));
         }
         bits = to;
       }
@@ -141,10 +146,11 @@ Groups image_of(int32_t width, Group colour = {3}, Group matte = {}, float gamma
   return g;
 }
 
-// A refused install leaves the handle as it was: the scan, the window and
-// the types, and it still reads and closes.
+// A refused install leaves the handle as it was: the scan and every field
+// of the description, and it still reads and closes.
 TEST_F(Stacks, RefusedInstallsLeaveTheHandleAsItWas) {
-  const ORX_RESPONSE_CURVE linear{ORX_CURVE_PARAMETRIC, 1.0f, 0, 0, 1, 256, ORX_C_INTEGER, 8, nullptr};
+  const ORX_RESPONSE_CURVE linear{ORX_CURVE_PARAMETRIC, 1.0f, 0,      0, 1, 256,
+                                  ORX_C_INTEGER,        8,    nullptr};
   const ORX_FILTER *mitchell = ORX_filter_find("mitchell");
   // Resizing while writing takes float samples interleaved only.
   const auto resample_writing = [&](ORX_OBJECT *h) {
@@ -154,13 +160,17 @@ TEST_F(Stacks, RefusedInstallsLeaveTheHandleAsItWas) {
   };
   const Install refusals[] = {
       {"min-max of a 16-bit matte", image_of(8, {3}, {1, ORX_C_INTEGER, 16}),
-       [](ORX_OBJECT *h) { orx__min_max_operator(h, 0.25, 1.0); }, ORX_E_UNSUPPORTED, Msg::kMatteWidth},
+       [](ORX_OBJECT *h) { orx__min_max_operator(h, 0.25, 1.0); }, ORX_E_UNSUPPORTED,
+       Msg::kMatteWidth},
       {"gamma of 16 bits", image_of(8, {3, ORX_C_INTEGER, 16}, {}, 2.2f),
-       [&](ORX_OBJECT *h) { orx__gamma_operator(h, &linear); }, ORX_E_UNSUPPORTED, Msg::kImageWidth},
-      {"xyz of one channel", image_of(8, {1}), [](ORX_OBJECT *h) { orx__xyz_transform_operator(h, 1); },
-       ORX_E_UNSUPPORTED, Msg::kImageType},
+       [&](ORX_OBJECT *h) { orx__gamma_operator(h, &linear); }, ORX_E_UNSUPPORTED,
+       Msg::kImageWidth},
+      {"xyz of one channel", image_of(8, {1}),
+       [](ORX_OBJECT *h) { orx__xyz_transform_operator(h, 1); }, ORX_E_UNSUPPORTED,
+       Msg::kImageType},
       {"display on no such framebuffer", image_of(8),
-       [](ORX_OBJECT *h) { ORX__display(h, "no such framebuffer"); }, ORX_E_INVALID_TYPE, Msg::kInvalidType},
+       [](ORX_OBJECT *h) { ORX__display(h, "no such framebuffer"); }, ORX_E_INVALID_TYPE,
+       Msg::kInvalidType},
       {"scale of an empty rectangle", image_of(40),
        [](ORX_OBJECT *h) { orx__scale_operator(h, 5, 5, 5, 9, 4, 4); }, ORX_E_DIMENSIONS},
       {"resample to no width", image_of(12, {1, ORX_C_FLOAT, 32}),
@@ -171,7 +181,8 @@ TEST_F(Stacks, RefusedInstallsLeaveTheHandleAsItWas) {
          orx__resample_operator(h, mitchell, 0, 5, 0, 5);
          h->access = ORX_ACCESS_READ;
        }},
-      {"resample writing integers", image_of(12), resample_writing, ORX_E_UNSUPPORTED, Msg::kImageType},
+      {"resample writing integers", image_of(12), resample_writing, ORX_E_UNSUPPORTED,
+       Msg::kImageType},
       {"resample writing a row per channel", image_of(12, {1, ORX_C_FLOAT, 32}), resample_writing,
        ORX_E_UNSUPPORTED},
   };
@@ -183,7 +194,8 @@ TEST_F(Stacks, RefusedInstallsLeaveTheHandleAsItWas) {
     ORX_OBJECT *h = open_image(path);
     ASSERT_NE(h, nullptr);
     const ORX_SCAN_FN plain = h->scan;
-    const ORX_IFD before = h->info.images[0];
+    ORX_IFD before;  // byte for byte, padding too
+    std::memcpy(&before, &h->info.images[0], sizeof before);
     r.install(h);
     EXPECT_EQ(orx__err, r.status);
     if (r.message != Msg{}) {
@@ -191,11 +203,8 @@ TEST_F(Stacks, RefusedInstallsLeaveTheHandleAsItWas) {
     } else {
       EXPECT_EQ(errors.size(), 0u) << errors.last();
     }
-    const ORX_IFD &after = h->info.images[0];
     EXPECT_EQ(h->scan, plain);
-    EXPECT_EQ(after.window.right, before.window.right);
-    EXPECT_EQ(after.image.type, before.image.type);
-    EXPECT_EQ(after.image.bits, before.image.bits);
+    EXPECT_EQ(std::memcmp(&h->info.images[0], &before, sizeof before), 0);  // every field
     EXPECT_EQ(read_sample(h, 1, 0, 3), 3);
     EXPECT_EQ(ORX_close(h), 0);
   }
@@ -207,7 +216,8 @@ TEST_F(Stacks, InstallsSurviveFailedAllocations) {
   const Groups small = image_of(8, {"rgb", 3, ORX_C_INTEGER, 8, 0}, {1}, 2.2f);
   const int32_t eight[2] = {ORX_C_INTEGER, 8};
   const int32_t *const targets[3] = {eight, eight, nullptr};
-  const ORX_RESPONSE_CURVE linear{ORX_CURVE_PARAMETRIC, 1.0f, 0, 0, 1, 256, ORX_C_INTEGER, 8, nullptr};
+  const ORX_RESPONSE_CURVE linear{ORX_CURVE_PARAMETRIC, 1.0f, 0,      0, 1, 256,
+                                  ORX_C_INTEGER,        8,    nullptr};
   const Install installs[] = {
       // After a failed cast the description says float while the rows are
       // not (kept as it always was): nothing may be layered on it.
