@@ -8,7 +8,10 @@
 
 static int quiet(const char *name, int severity, const char *message, struct ERR_RECORD *record,
                  intptr_t data) {
-  (void)name; (void)severity; (void)message; (void)record;
+  (void)name;
+  (void)severity;
+  (void)message;
+  (void)record;
   ++*(int *)data;
   return 0;
 }

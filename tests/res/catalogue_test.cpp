@@ -30,11 +30,16 @@ TEST(Conversions, MatchWhenTheArgumentsMatch) {
   const struct {
     const char *a, *b;
     bool same;
-  } pairs[] = {{"a %s b %d", "%-8s et %5d", true}, {"%d%%", "%% %x", true},
-               {"%*.*f", "%d %d %e", true},        {"%hd %llu", "%d %lld", true},
-               {"%s", "%d", false},                {"%s %d", "%d %s", false},
-               {"%d", "%ld", false},               {"%s", "%s %s", false},
-               {"%n", "%n", false},                {"%d", "%", false},
+  } pairs[] = {{"a %s b %d", "%-8s et %5d", true},
+               {"%d%%", "%% %x", true},
+               {"%*.*f", "%d %d %e", true},
+               {"%hd %llu", "%d %lld", true},
+               {"%s", "%d", false},
+               {"%s %d", "%d %s", false},
+               {"%d", "%ld", false},
+               {"%s", "%s %s", false},
+               {"%n", "%n", false},
+               {"%d", "%", false},
                {"%d", "%y", false}};
   for (const auto &p : pairs) {
     EXPECT_EQ(orx::res::same_conversions(p.a, p.b), p.same) << p.a << " ~ " << p.b;
@@ -93,7 +98,8 @@ TEST_F(Catalogue, NamedMessagesGoToTheGlobalHandlers) {
 TEST_F(Catalogue, OutOfMemoryWhileOpeningIsReported) {
   TempDir dir;
   const std::string path = make_catalogue(
-      dir, "resource ERRO \"902.44\"\nmessage 3 \"m %s\"\nresource ERRO \"9.1\"\nmessage 3 \"n\"\n");
+      dir,
+      "resource ERRO \"902.44\"\nmessage 3 \"m %s\"\nresource ERRO \"9.1\"\nmessage 3 \"n\"\n");
   orx::test::for_each_reported_allocation_failure([&] {
     void *cat = ORX_msg_cat_open(path.c_str());
     if (cat == nullptr) return orx__err;

@@ -16,9 +16,9 @@
 namespace {
 
 using orx::test::ErrorCapture;
-using orx::test::TempDir;
 using orx::test::load;
 using orx::test::save_bytes;
+using orx::test::TempDir;
 using Bytes = std::vector<unsigned char>;
 using Key = std::pair<std::string, std::string>;
 using ResFile = orx::test::CleanErrors;
@@ -120,7 +120,8 @@ TEST_F(ResFile, DamagedFilesAreRefused) {
     EXPECT_EQ(orx__err, ORX_E_NOT_OUR_FILE) << what;
     ORX_res_close(file);
   };
-  for (std::size_t n = 0; n < bytes.size(); ++n) refused(Bytes(bytes.begin(), bytes.begin() + n), "cut");
+  for (std::size_t n = 0; n < bytes.size(); ++n)
+    refused(Bytes(bytes.begin(), bytes.begin() + n), "cut");
   struct Patch {
     std::size_t at;
     Bytes value;
@@ -163,8 +164,11 @@ TEST_F(ResFile, BadNamesDuplicatesAndFailedSavesLeaveNothingBehind) {
   TempDir dir;
   ErrorCapture errors;
   ORX_RES_BUILDER *b = ORX_res_builder_new();
-  for (const auto &[type, name] : std::vector<Key>{{"TXT", "a"}, {"TEXTS", "a"}, {"TE T", "a"},
-                                                   {"TEXT", ""}, {"TEXT", std::string(256, 'n')}})
+  for (const auto &[type, name] : std::vector<Key>{{"TXT", "a"},
+                                                   {"TEXTS", "a"},
+                                                   {"TE T", "a"},
+                                                   {"TEXT", ""},
+                                                   {"TEXT", std::string(256, 'n')}})
     EXPECT_EQ(ORX_res_add(b, type.c_str(), name.c_str(), "x", 1), ORX_E_INVALID_TYPE) << type;
   ASSERT_EQ(ORX_res_add(b, "TEXT", "a", "x", 1), 0);
   ASSERT_EQ(ORX_res_add(b, "TEXT", "a", "y", 1), 0);
@@ -184,10 +188,15 @@ TEST_F(ResFile, BadNamesDuplicatesAndFailedSavesLeaveNothingBehind) {
 TEST_F(ResFile, TextSyntaxErrorsNameTheLine) {
   TempDir dir;
   ErrorCapture errors;
-  const char *bad[] = {"text \"before\"",         "resource TEXT name",   "resource TEX \"n\"",
-                       "resource TEXT \"n\"\ntext \"open", "resource TEXT \"n\"\ntext \"\\q\"",
-                       "resource INTS \"n\"\nint 1 2147483648", "resource REAL \"n\"\nreal 1.5x",
-                       "resource DATA \"n\"\nhex abc",  "resource DATA \"n\"\nbytes 1",
+  const char *bad[] = {"text \"before\"",
+                       "resource TEXT name",
+                       "resource TEX \"n\"",
+                       "resource TEXT \"n\"\ntext \"open",
+                       "resource TEXT \"n\"\ntext \"\\q\"",
+                       "resource INTS \"n\"\nint 1 2147483648",
+                       "resource REAL \"n\"\nreal 1.5x",
+                       "resource DATA \"n\"\nhex abc",
+                       "resource DATA \"n\"\nbytes 1",
                        "resource ERRO \"n\"\nmessage 256 \"x\""};
   for (const char *text : bad) {
     std::ofstream(dir.file("t.txt")) << "# comment\n" << text << "\n";
@@ -205,8 +214,10 @@ TEST_F(ResFile, OutOfMemoryIsReportedOnceAndLeaksNothing) {
   std::ofstream(text) << "resource TEXT \"a\"\ntext \"x\"\nresource INTS \"b\"\nint 1 2\n";
   orx::test::for_each_reported_allocation_failure(
       [&] { return ORX_res_build_text(text.c_str(), out.c_str()); },
-      [&] { return !std::filesystem::exists(out) &&
-                   std::distance(std::filesystem::directory_iterator(dir.path()), {}) == 1; });
+      [&] {
+        return !std::filesystem::exists(out) &&
+               std::distance(std::filesystem::directory_iterator(dir.path()), {}) == 1;
+      });
   orx::test::for_each_reported_allocation_failure([&] {
     ORX_RES_FILE *file = ORX_res_open(out.c_str());
     if (file == nullptr) return orx__err;
