@@ -33,7 +33,7 @@ struct FirstFailure {
 int write_all(ORX_INFO &info) {
   ORX_OBJECT *object = ORX_open(&info, "w");
   if (object == nullptr) return orx__err;
-  return write_lines(object, [](int c, int32_t x, int32_t y) { return uint8_t(pattern(x, y, c)); });
+  return write_lines(object, pattern8);
 }
 
 // How read_all goes through an image: a stream reads its lines once, upwards.
