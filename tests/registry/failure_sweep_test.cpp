@@ -7,7 +7,6 @@
 
 #include "orx/region.h"
 #include "registry/registry_fixture.hpp"
-#include "support/error_capture.hpp"
 #include "support/images.hpp"
 
 namespace {
