@@ -20,11 +20,10 @@ std::string defaults() {
   return out.str();
 }
 
-TEST_F(FormatDefaults, BuiltInValuesStandWithoutAFile) {
+TEST_F(FormatDefaults, WithoutAFileTheDatabaseIsAnnouncedAndHoldsOneAspect) {
   orx::test::ErrorCapture cap;
   ERR_unmask_s(ERR_DEBUG);
-  EXPECT_EQ(defaults(),
-            "ntsc_640 res 4096 gamma 2.2 input 1 key rla name im data rgb dominance 1 rate 30 swatch 0");
+  EXPECT_STREQ(FMT_def_aspect(), "ntsc_640");
   EXPECT_EQ(cap.last(), orx::test::message(orx::Msg::kConfigInitDatabase, "fmt", "FMT_def_aspect"));
   EXPECT_EQ(names(FMT_init, FMT_info), std::vector<std::string>{"ntsc_640"});
 }
