@@ -57,7 +57,6 @@ TEST_F(MultiFrameCache, ClosedObjectsStayOpenUntilTheCacheNeedsRoom) {
   const std::string a = file("a"), b = file("b"), c = file("c");
   ORX_OBJECT *first = open_read("tmulti", a);
   ASSERT_NE(first, nullptr);
-  EXPECT_EQ(first->info.frame_count, 24);
   EXPECT_EQ(ORX_close(first), 0);
   ORX_OBJECT *second = open_read("tmulti", b);
   EXPECT_EQ(ORX_close(second), 0);
