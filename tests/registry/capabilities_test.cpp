@@ -23,10 +23,8 @@ void free_copy(ORX_CAP_SETTING **copy) {
   ERR_free(copy);
 }
 
-ORX_CAP_ENTRY *table_of(const PluginSet &set, std::size_t i) {
-  auto fn =
-      reinterpret_cast<ORX_CAP_ENTRY *(*)()>(dlsym(set.handle(i), "test_plugin_capabilities"));
-  return fn != nullptr ? fn() : nullptr;
+ORX_CAP_ENTRY *table_of(const PluginSet &set) {
+  return set.function<ORX_CAP_ENTRY *()>(0, "test_plugin_capabilities")();
 }
 
 TEST_F(Capabilities, ComparisonMatchesInOrderByCodeAndValue) {
@@ -118,7 +116,7 @@ TEST_F(Capabilities, AvailabilityBitChangesOnceEachWay) {
 
 TEST_F(Capabilities, InitCompletesTablesAndExitGivesThemBack) {
   PluginSet set({"plugin_caps", "plugin_caps_wide", "plugin_good"});
-  ORX_CAP_ENTRY *table = table_of(set, 0);
+  ORX_CAP_ENTRY *table = table_of(set);
   ASSERT_NE(table, nullptr);
   for (int round = 0; round < 2; ++round) {
     ASSERT_EQ(set.init(), 0);
@@ -185,7 +183,7 @@ TEST_F(Capabilities, TablesWithoutNamesAreReportedAndKeepTheFormat) {
 
 TEST_F(Capabilities, ValidationOutOfMemoryFailsInitAndLeavesTheTableAsItWas) {
   PluginSet set({"plugin_caps"});
-  ORX_CAP_ENTRY *table = table_of(set, 0);
+  ORX_CAP_ENTRY *table = table_of(set);
   ErrorCapture errors;
   for_each_allocation_failure([&] {
     const int status = set.init();
@@ -204,10 +202,8 @@ TEST_F(Capabilities, ValidationOutOfMemoryFailsInitAndLeavesTheTableAsItWas) {
 TEST_F(Capabilities, DialogsOpenOneAtATimeAndNeedBothFunctions) {
   PluginSet set({"plugin_caps", "plugin_caps_wide", "plugin_good"});
   ASSERT_EQ(set.init(), 0);
-  auto popdowns = reinterpret_cast<int (*)()>(dlsym(set.handle(0), "test_plugin_popdown_calls"));
-  auto arg = reinterpret_cast<intptr_t (*)(int)>(dlsym(set.handle(0), "test_plugin_popdown_arg"));
-  ASSERT_NE(popdowns, nullptr);
-  ASSERT_NE(arg, nullptr);
+  auto popdowns = set.function<int()>(0, "test_plugin_popdown_calls");
+  auto arg = set.function<intptr_t(int)>(0, "test_plugin_popdown_arg");
   const ORX_FORMAT *caps = ORX_find("tcaps");
   const ORX_FORMAT *popup_only = ORX_find("tcapw");
   EXPECT_EQ(ORX_private_ui_popdown(1, 2, 3, 4), 0);  // none open

@@ -22,9 +22,7 @@ class MultiFrameCache : public MultiFrame {
   }
   int closes() const { return set_.counter(0, "test_plugin_close_calls"); }
   intptr_t last_close_argument() const {
-    auto fn =
-        reinterpret_cast<intptr_t (*)()>(dlsym(set_.handle(0), "test_plugin_last_close_argument"));
-    return fn();
+    return set_.function<intptr_t()>(0, "test_plugin_last_close_argument")();
   }
   std::string file(const std::string &name) {
     const std::string path = dir_.file(name);

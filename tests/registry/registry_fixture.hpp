@@ -26,6 +26,13 @@ struct PluginSet : PluginModules {
       out.push_back(std::string(ORX_TEST_PLUGIN_DIR) + "/" + n + ".so");
     return out;
   }
+  // The function of module i exported as symbol, of type Fn (a test fails without it).
+  template <class Fn>
+  Fn *function(std::size_t i, const char *symbol) const {
+    auto *fn = reinterpret_cast<Fn *>(dlsym(handle(i), symbol));
+    EXPECT_NE(fn, nullptr) << symbol;
+    return fn;
+  }
 };
 
 // Every test starts and ends with the registry down.
