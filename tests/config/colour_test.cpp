@@ -24,13 +24,9 @@ std::string colours() {
   return out.str();
 }
 
-TEST_F(Colour, DefaultsAndTheCie1931Table) {
-  EXPECT_EQ(colours(),
-            "0.67 0.33 0, 0.21 0.71 0.08, 0.14 0.08 0.78, 0.31 0.316 0.374, 380-780/5 nm, 81 rows");
-  uint32_t n = 0;
-  const CLR_CMF_ROW *rows = CLR_def_cmf(&n);
-  EXPECT_EQ(rows[35].wavelength, 555.0f);
-  EXPECT_EQ(rows[35].y, 1.0f);  // the photopic peak
+// Between two rows of the built-in CIE 1931 table, beside its peak of 1.0 at
+// 555 nm: the mean of the rows.
+TEST_F(Colour, TheBuiltInTableInterpolatesAndEndsAtItsRange) {
   float xyz[3];
   EXPECT_EQ(CLR_cmf_at(557.5f, xyz), 1);
   EXPECT_NEAR(xyz[1], (1.0f + 0.995f) / 2, 1e-6);

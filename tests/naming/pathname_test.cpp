@@ -93,26 +93,20 @@ TEST_F(PathnameProbe, ReportsWhichFramesOfASequenceExist) {
   touch(dir.file("shot.0003.rla"));
   touch(dir.file("shot.0004.tif"));
   uint8_t exists[5] = {9, 9, 9, 9, 9};
-  EXPECT_EQ(ORX_pathname_probe_frames(dir.path().c_str(), "Name.####.Ext", "shot", ".rla", 0, 4,
-                                      exists),
-            2);
+  const auto probe = [&](const std::string &directory, const char *syntax, int32_t first,
+                         int32_t last, uint8_t *found) {
+    return ORX_pathname_probe_frames(directory.c_str(), syntax, "shot", ".rla", first, last, found);
+  };
+  EXPECT_EQ(probe(dir.path(), "Name.####.Ext", 0, 4, exists), 2);
   EXPECT_EQ(orx__err, ORX_OK);
   EXPECT_EQ(std::string(exists, exists + 5), std::string({0, 1, 0, 1, 0}));
-  const std::string slashed = dir.path() + "/";
-  EXPECT_EQ(ORX_pathname_probe_frames(slashed.c_str(), "name.####.ext", "shot", ".rla", 1, 1,
-                                      nullptr),
-            1);
-  EXPECT_EQ(ORX_pathname_probe_frames(dir.path().c_str(), "name.####.ext", "shot", ".rla", 4, 3,
-                                      nullptr),
-            0);
-  EXPECT_EQ(ORX_pathname_probe_frames(dir.path().c_str(), "name/####", "shot", ".rla", 0, 4,
-                                      exists),
-            -1);
+  EXPECT_EQ(probe(dir.path() + "/", "name.####.ext", 1, 1, nullptr), 1);
+  EXPECT_EQ(probe(dir.path(), "name.####.ext", 4, 3, nullptr), 0);
+  EXPECT_EQ(probe(dir.path(), "name/####", 0, 4, exists), -1);
   EXPECT_EQ(orx__err, ORX_E_BAD_SYNTAX);
   orx::test::for_each_allocation_failure([&] {
     orx::naming::reset();
-    const int32_t found = ORX_pathname_probe_frames(dir.path().c_str(), "name.####.ext", "shot",
-                                                    ".rla", 0, 4, exists);
+    const int32_t found = probe(dir.path(), "name.####.ext", 0, 4, exists);
     if (found < 0) {
       EXPECT_EQ(orx__err, ORX_E_NO_MEMORY);
     } else {

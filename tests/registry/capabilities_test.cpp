@@ -1,5 +1,7 @@
 #include <cstring>
 #include <limits>
+#include <tuple>
+#include <utility>
 
 #include "orx/capability.h"
 #include "orx/ptr.h"
@@ -23,10 +25,21 @@ void free_copy(ORX_CAP_SETTING **copy) {
   ERR_free(copy);
 }
 
-ORX_CAP_ENTRY *table_of(const PluginSet &set, std::size_t i) {
-  auto fn =
-      reinterpret_cast<ORX_CAP_ENTRY *(*)()>(dlsym(set.handle(i), "test_plugin_capabilities"));
-  return fn != nullptr ? fn() : nullptr;
+using Specific = std::tuple<ORX_CAP_ENTRY *, int32_t, int32_t, int32_t>;
+const Specific kNothing{nullptr, 0, 0, 0};
+
+// What the capability query tells of a key or a format: the table and its
+// three numbers, each written over a value it would not give.
+Specific specific(const char *key, const ORX_FORMAT *format) {
+  static ORX_CAP_ENTRY unwritten;
+  Specific out{&unwritten, -1, -1, -1};
+  auto &[table, first, second, count] = out;
+  ORX_info_get_specific(key, format, &table, &first, &second, &count);
+  return out;
+}
+
+ORX_CAP_ENTRY *table_of(const PluginSet &set) {
+  return set.function<ORX_CAP_ENTRY *()>(0, "test_plugin_capabilities")();
 }
 
 TEST_F(Capabilities, ComparisonMatchesInOrderByCodeAndValue) {
@@ -118,7 +131,7 @@ TEST_F(Capabilities, AvailabilityBitChangesOnceEachWay) {
 
 TEST_F(Capabilities, InitCompletesTablesAndExitGivesThemBack) {
   PluginSet set({"plugin_caps", "plugin_caps_wide", "plugin_good"});
-  ORX_CAP_ENTRY *table = table_of(set, 0);
+  ORX_CAP_ENTRY *table = table_of(set);
   ASSERT_NE(table, nullptr);
   for (int round = 0; round < 2; ++round) {
     ASSERT_EQ(set.init(), 0);
@@ -128,23 +141,12 @@ TEST_F(Capabilities, InitCompletesTablesAndExitGivesThemBack) {
     EXPECT_STREQ(list.entries[0].name, "none");
     EXPECT_STREQ(list.entries[1].name, "Run length");
     EXPECT_STREQ(list.entries[2].name, "Zip");
-    int32_t first = -1, second = -1;
+    int32_t first = -1, second = -1;  // the largest of the tables
     ORX_info_num_specific(&first, &second);
-    EXPECT_EQ(first, 9);
-    EXPECT_EQ(second, 5);
-
-    ORX_CAP_ENTRY *got = nullptr;
-    int32_t count = 0;
-    ORX_info_get_specific("tcaps", nullptr, &got, &first, &second, &count);
-    EXPECT_EQ(got, table);
-    EXPECT_EQ(first, 3);
-    EXPECT_EQ(second, 5);
-    EXPECT_EQ(count, 2);
-    ORX_info_get_specific(nullptr, ORX_find("tcaps"), &got, &first, &second, &count);
-    EXPECT_EQ(got, table);
-    ORX_info_get_specific(nullptr, ORX_find("tgood"), &got, &first, &second, &count);
-    EXPECT_EQ(got, nullptr);
-    EXPECT_EQ(first + second + count, 0);
+    EXPECT_EQ(std::pair(first, second), std::pair(9, 5));
+    EXPECT_EQ(specific("tcaps", nullptr), Specific(table, 3, 5, 2));
+    EXPECT_EQ(specific(nullptr, ORX_find("tcaps")), Specific(table, 3, 5, 2));
+    EXPECT_EQ(specific(nullptr, ORX_find("tgood")), kNothing);
     ORX_exit();
     // The plug-in's own names are back, and the counters cleared.
     EXPECT_STREQ(table[1].name, "q");
@@ -159,15 +161,9 @@ TEST_F(Capabilities, QueriesWithoutATableOrKeyGiveNothing) {
   PluginSet set({"plugin_caps", "plugin_good"});
   ASSERT_EQ(set.init(), 0);
   ErrorCapture errors;
-  ORX_CAP_ENTRY *got = reinterpret_cast<ORX_CAP_ENTRY *>(&set);
-  int32_t first = 1, second = 1, count = 1;
-  ORX_info_get_specific("nosuch", nullptr, &got, &first, &second, &count);
-  EXPECT_EQ(got, nullptr);
-  EXPECT_EQ(first + second + count, 0);
+  EXPECT_EQ(specific("nosuch", nullptr), kNothing);
   EXPECT_EQ(errors.last_id(), int(Msg::kUnknownKey));
-  count = 1;
-  ORX_info_get_specific(nullptr, nullptr, &got, &first, &second, &count);
-  EXPECT_EQ(count, 0);
+  EXPECT_EQ(specific(nullptr, nullptr), kNothing);
   EXPECT_EQ(ORX_capabilities_available(ORX_find("tcaps"), 3, 4), 7);
   EXPECT_EQ(ORX_capabilities_available(ORX_find("tgood"), 3, 4), 0);
   EXPECT_EQ(ORX_capabilities_available(nullptr, 3, 4), 0);
@@ -185,7 +181,7 @@ TEST_F(Capabilities, TablesWithoutNamesAreReportedAndKeepTheFormat) {
 
 TEST_F(Capabilities, ValidationOutOfMemoryFailsInitAndLeavesTheTableAsItWas) {
   PluginSet set({"plugin_caps"});
-  ORX_CAP_ENTRY *table = table_of(set, 0);
+  ORX_CAP_ENTRY *table = table_of(set);
   ErrorCapture errors;
   for_each_allocation_failure([&] {
     const int status = set.init();
@@ -204,10 +200,8 @@ TEST_F(Capabilities, ValidationOutOfMemoryFailsInitAndLeavesTheTableAsItWas) {
 TEST_F(Capabilities, DialogsOpenOneAtATimeAndNeedBothFunctions) {
   PluginSet set({"plugin_caps", "plugin_caps_wide", "plugin_good"});
   ASSERT_EQ(set.init(), 0);
-  auto popdowns = reinterpret_cast<int (*)()>(dlsym(set.handle(0), "test_plugin_popdown_calls"));
-  auto arg = reinterpret_cast<intptr_t (*)(int)>(dlsym(set.handle(0), "test_plugin_popdown_arg"));
-  ASSERT_NE(popdowns, nullptr);
-  ASSERT_NE(arg, nullptr);
+  auto popdowns = set.function<int()>(0, "test_plugin_popdown_calls");
+  auto arg = set.function<intptr_t(int)>(0, "test_plugin_popdown_arg");
   const ORX_FORMAT *caps = ORX_find("tcaps");
   const ORX_FORMAT *popup_only = ORX_find("tcapw");
   EXPECT_EQ(ORX_private_ui_popdown(1, 2, 3, 4), 0);  // none open

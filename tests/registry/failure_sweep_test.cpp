@@ -7,7 +7,6 @@
 
 #include "orx/region.h"
 #include "registry/registry_fixture.hpp"
-#include "support/error_capture.hpp"
 #include "support/images.hpp"
 
 namespace {
@@ -33,7 +32,7 @@ struct FirstFailure {
 int write_all(ORX_INFO &info) {
   ORX_OBJECT *object = ORX_open(&info, "w");
   if (object == nullptr) return orx__err;
-  return write_lines(object, [](int c, int32_t x, int32_t y) { return uint8_t(pattern(x, y, c)); });
+  return write_lines(object, pattern8);
 }
 
 // How read_all goes through an image: a stream reads its lines once, upwards.

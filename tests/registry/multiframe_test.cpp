@@ -22,9 +22,7 @@ class MultiFrameCache : public MultiFrame {
   }
   int closes() const { return set_.counter(0, "test_plugin_close_calls"); }
   intptr_t last_close_argument() const {
-    auto fn =
-        reinterpret_cast<intptr_t (*)()>(dlsym(set_.handle(0), "test_plugin_last_close_argument"));
-    return fn();
+    return set_.function<intptr_t()>(0, "test_plugin_last_close_argument")();
   }
   std::string file(const std::string &name) {
     const std::string path = dir_.file(name);
@@ -57,7 +55,6 @@ TEST_F(MultiFrameCache, ClosedObjectsStayOpenUntilTheCacheNeedsRoom) {
   const std::string a = file("a"), b = file("b"), c = file("c");
   ORX_OBJECT *first = open_read("tmulti", a);
   ASSERT_NE(first, nullptr);
-  EXPECT_EQ(first->info.frame_count, 24);
   EXPECT_EQ(ORX_close(first), 0);
   ORX_OBJECT *second = open_read("tmulti", b);
   EXPECT_EQ(ORX_close(second), 0);

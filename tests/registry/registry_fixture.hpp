@@ -26,6 +26,13 @@ struct PluginSet : PluginModules {
       out.push_back(std::string(ORX_TEST_PLUGIN_DIR) + "/" + n + ".so");
     return out;
   }
+  // The function of module i exported as symbol, of type Fn (a test fails without it).
+  template <class Fn>
+  Fn *function(std::size_t i, const char *symbol) const {
+    auto *fn = reinterpret_cast<Fn *>(dlsym(handle(i), symbol));
+    EXPECT_NE(fn, nullptr) << symbol;
+    return fn;
+  }
 };
 
 // Every test starts and ends with the registry down.
@@ -52,13 +59,16 @@ inline uint16_t pattern(int32_t x, int32_t y, int c) {
   return static_cast<uint16_t>(x * 7 + y * 131 + c * 1009);
 }
 
+// The pattern in 8 bits, in the argument order of a sample writer.
+inline uint8_t pattern8(int c, int32_t x, int32_t y) { return uint8_t(pattern(x, y, c)); }
+
 // A w x h image of 8-bit pattern samples (3 colours and a matte) written
 // under handle through type (by the name when null).
 inline void write_pattern(const char *type, const std::string &handle, int32_t w = 4, int32_t h = 3,
                           int32_t field = 0) {
   ORX_IFD d = rgba(w, h, ORX_C_INTEGER, 8);
   d.field = field;
-  write_image(handle, d, [](int c, int32_t x, int32_t y) { return uint8_t(pattern(x, y, c)); }, type);
+  write_image(handle, d, pattern8, type);
 }
 
 }  // namespace orx::test

@@ -7,7 +7,6 @@
 #include <cstring>
 #include <functional>
 #include <random>
-#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
