@@ -94,8 +94,6 @@ TEST_F(OrxTool, EveryCommandAsASession) {
       {"copy --help", 0, {"--keep-going"}},
       {"help diff", 0, {"Exit status: 0 when the largest difference is within --fail, 1"}},
       {"formats", 0, {"mem      memory"}},
-      {"-v info --brief b.rla", 0, {"b.rla :    5 x    3, 3 channel, float rla"}},
-      {"info b.rla --brief -v", 0, {"b.rla :    5 x    3, 3 channel, float rla"}},
       // Copy's operators: depth, gamma, range, primaries, display, crop and
       // the image of a file.
       {"pattern p.rla --size 64x32 --matte", 0},
