@@ -27,11 +27,7 @@ bool contains(const std::string &text, const std::string &part) {
 // A float RGB image of w x h whose samples are value(c, x, y), written with
 // the library itself.
 void write_float_rgb(const std::string &path, int w, int h, const orx::test::Sample &value) {
-  ORX_IFD d;
-  orx__init_ifd(&d);
-  d.window = d.active = ORX_WINDOW{0, w - 1, 0, h - 1};
-  d.image = ORX_CHANNELS{const_cast<char *>("rgb"), 3, ORX_C_FLOAT, 32, 0};
-  orx::test::write_image(path, d, value);
+  orx::test::write_image(path, orx::test::sized(w, h, {"rgb", 3, ORX_C_FLOAT, 32, 0}), value);
 }
 
 class OrxTool : public orx::test::ToolTest {
