@@ -269,7 +269,8 @@ TEST_P(RoundTrip, ReadsBackWhatWasWritten) {
     for (int y = 1; y <= 22; y += 2)
       for (int ch = 0; ch < channel_count(object->info.images[0]); ++ch)
         for (int x = 0; x <= 36; ++x)
-          ASSERT_EQ(read_sample(object, y, ch, x), 0.0) << "line " << y << " channel " << ch << " x " << x;
+          ASSERT_EQ(read_sample(object, y, ch, x), 0.0)
+              << "line " << y << " channel " << ch << " x " << x;
     ORX_close(object);
   }
 

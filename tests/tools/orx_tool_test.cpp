@@ -57,7 +57,8 @@ TEST_F(OrxTool, EveryCommandAsASession) {
       {"pattern c.rla --size 97x31 --channels 2 --matte", 0},
       {"diff a.rla c.rla", 2},  // the channel counts differ
       {"info --json a.rla a.rla", 0,
-       {"[\n", "\"file\": \"a.rla\", \"format\": \"rla\"", "\"window\": [0, 96, 0, 30]", "},\n  {"}},
+       {"[\n", "\"file\": \"a.rla\", \"format\": \"rla\"", "\"window\": [0, 96, 0, 30]",
+        "},\n  {"}},
       {"pattern b.rla --size 5x3 --type float", 0},
       {"info --brief a.rla b.rla", 0,
        {"a.rla :   97 x   31, 4 channel, uint16 rla\nb.rla :    5 x    3, 3 channel, float rla\n"}},
@@ -98,7 +99,8 @@ TEST_F(OrxTool, EveryCommandAsASession) {
       {"copy f.rla i.rla --depth int16", 0},
       {"info i.rla", 0, {"matte     1 x integer 16-bit"}},
       {"diff f.rla i.rla --fail 0.00002", 0},
-      {"copy i.rla g.rla --gamma 1.8", 2, {"gamma correction operator cannot handle image channel width"}},
+      {"copy i.rla g.rla --gamma 1.8", 2,
+       {"gamma correction operator cannot handle image channel width"}},
       {"copy p.rla g.rla --gamma 1.0", 0},
       {"copy p.rla r.rla --range 0.25,1.0", 0},
       {"copy f.rla r.rla --range 0.25,1.0", 2},
@@ -130,11 +132,13 @@ TEST_F(OrxTool, EveryCommandAsASession) {
   }, true);
   EXPECT_FALSE(fs::exists(dir_.file("none.xyz")) || fs::exists(dir_.file("none")));
   std::size_t levels = 0;  // of the texture of 300x200, down to 1x1
-  for (std::size_t at = log_.find("  image "); at != std::string::npos; at = log_.find("  image ", at + 1))
+  for (std::size_t at = log_.find("  image "); at != std::string::npos;
+       at = log_.find("  image ", at + 1))
     ++levels;
   EXPECT_EQ(levels, 9u) << log_;
   EXPECT_EQ(run("info x.foo"), 2);
-  EXPECT_TRUE(contains(log_, "no format recognises x.foo; name its format with --type KEY")) << log_;
+  EXPECT_TRUE(contains(log_, "no format recognises x.foo; name its format with --type KEY"))
+      << log_;
 }
 
 // Plug-ins load from ORX_PLUGIN_PATH, a refused one is reported, and -v
@@ -165,7 +169,8 @@ TEST_F(OrxTool, DiffAndStatsOfKnownSamples) {
   });
   script({
       {"diff a.rla b.rla", 1,
-       {"max difference   0.25\nlargest at       x 4, y 1, channel 2 (blue)", "differing pixels 2 of 35"}},
+       {"max difference   0.25\nlargest at       x 4, y 1, channel 2 (blue)",
+        "differing pixels 2 of 35"}},
       {"diff a.rla b.rla --fail 0.25", 0},
       {"diff a.rla missing.rla", 2},
       {"stats s.rla", 0,
@@ -217,7 +222,8 @@ TEST_F(OrxTool, WritesNeverDestroyTheOldFile) {
 
   // Killed while the input stalls half-way; SIGKILL leaves its temporary file.
   for (const char *signal : {"TERM", "HUP", "KILL"}) {
-    const std::string copy = "'" ORX_TOOL "' copy '|head -c 200000 big.pipe; sleep 2 # .pipe' out.rla";
+    const std::string copy =
+        "'" ORX_TOOL "' copy '|head -c 200000 big.pipe; sleep 2 # .pipe' out.rla";
     shell("(" + copy + " >log 2>&1 & pid=$!; sleep 0.5; kill -" + signal + " $pid; wait $pid)");
     EXPECT_EQ(slurp(dir_.file("out.rla")), before) << signal;
     EXPECT_EQ(leftovers().size(), std::string(signal) == "KILL" ? 1u : 0u) << signal;

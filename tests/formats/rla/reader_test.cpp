@@ -28,7 +28,8 @@ Bytes one_chunk_file(int bits, const Bytes &chunk, int field = 0, int length = -
   orx::rla::HeaderBytes header;
   orx::rla::encode_header(h, header);
   std::memcpy(bytes.data(), header, orx::rla::kHeaderSize);
-  store_be32(bytes.data() + orx::rla::kHeaderSize, static_cast<uint32_t>(orx::rla::kHeaderSize + 4));
+  store_be32(bytes.data() + orx::rla::kHeaderSize,
+             static_cast<uint32_t>(orx::rla::kHeaderSize + 4));
   const auto word = static_cast<unsigned>(length < 0 ? static_cast<int>(chunk.size()) : length);
   bytes.push_back(static_cast<uint8_t>(word >> 8));
   bytes.push_back(static_cast<uint8_t>(word));
@@ -235,7 +236,8 @@ TEST_F(RlaReader, RowsOfFilesLargerThanTheReadBlockComeInAnyOrder) {
   for (int pass = 0; pass < 2; ++pass)
     for (int y = 99; y >= 0; --y) {
       void **rows = nullptr;
-      ASSERT_EQ(object->scan(object->private_cell[0], y, &rows), y >= cut_row ? ORX_E_READ : 0) << y;
+      ASSERT_EQ(object->scan(object->private_cell[0], y, &rows), y >= cut_row ? ORX_E_READ : 0)
+          << y;
       if (y < cut_row) {
         ASSERT_TRUE(holds_pattern(object->info.images[0], rows, y)) << y;
       }

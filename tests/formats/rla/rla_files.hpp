@@ -78,9 +78,9 @@ inline std::vector<uint8_t> expected_row(const ORX_IFD &ifd, int c, int y) {
   for (int x = ifd.active.left; x <= ifd.active.right; ++x) {
     const uint64_t v = (x % 8 < 4) ? static_cast<uint64_t>(c * 11 + y * 3)
                                    : static_cast<uint64_t>(c * 11 + x * 7 + y * 13 + 0x12345);
-    const double sample = g.type == ORX_C_FLOAT    ? static_cast<double>(static_cast<float>(v) / 7.0f)
-                          : g.type == ORX_C_DOUBLE ? static_cast<double>(v) / 7.0
-                                                   : static_cast<double>(v & mask);
+    const double sample = g.type == ORX_C_INTEGER ? static_cast<double>(v & mask)
+                          : g.type == ORX_C_DOUBLE  ? static_cast<double>(v) / 7.0
+                                                    : double{static_cast<float>(v) / 7.0f};
     put(g, row.data(), x - ifd.window.left, sample);
   }
   return row;
@@ -136,7 +136,8 @@ inline void expect_pattern(ORX_OBJECT *object) {
     const ORX_IFD &ifd = object->info.images[i];
     for (int y = ifd.window.bottom; y <= ifd.window.top; ++y) {
       void **rows = nullptr;
-      ASSERT_EQ(object->scan(object->private_cell[i], y, &rows), 0) << "image " << i << " row " << y;
+      ASSERT_EQ(object->scan(object->private_cell[i], y, &rows), 0)
+          << "image " << i << " row " << y;
       ASSERT_TRUE(holds_pattern(ifd, rows, y)) << "image " << i;
     }
   }
