@@ -175,13 +175,12 @@ class PluginTest : public CleanErrors {
     CleanErrors::TearDown();
   }
   bool has(const char *key) const { return plugins_->has(key); }
-  std::string last_report() const { return capture_->last(); }
   // Opening path for reading fails at once with ORX_E_NOT_OUR_FILE and a
   // report saying says.
   void expect_refused(const std::string &path, const char *says, const char *type = nullptr) {
     EXPECT_EQ(open_image(path, type), nullptr) << says;
     EXPECT_EQ(orx__err, ORX_E_NOT_OUR_FILE) << says;
-    EXPECT_NE(last_report().find(says), std::string::npos) << last_report();
+    EXPECT_NE(capture_->last().find(says), std::string::npos) << capture_->last();
   }
 
  private:
