@@ -64,12 +64,6 @@ void expect_dump_matches(const std::string &path, const ORX_IFD &ifd,
   }
 }
 
-void expect_oiio_reads(const std::string &path, const ImageShape &shape) {
-  write_file(path, {shape}, "rgb");
-  const ORX_IFD ifd = describe(shape);
-  expect_dump_matches(path, ifd, [&](int y, int c) { return expected_row(ifd, c, y); });
-}
-
 class RlaWithOpenImageIO : public CleanErrors {
  protected:
   void SetUp() override {
@@ -93,7 +87,10 @@ TEST_F(RlaWithOpenImageIO, ReadsOurIntegerAndFloatChannelsExactly) {
   };
   for (const auto &c : cases) {
     SCOPED_TRACE(c.name);
-    expect_oiio_reads(dir_.file(std::string(c.name) + ".rla"), c.shape);
+    const std::string path = dir_.file(std::string(c.name) + ".rla");
+    write_file(path, {c.shape}, "rgb");
+    const ORX_IFD ifd = describe(c.shape);
+    expect_dump_matches(path, ifd, [&](int y, int ch) { return expected_row(ifd, ch, y); });
   }
 }
 

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <filesystem>
 #include <map>
 #include <sstream>
@@ -13,10 +14,19 @@
 
 namespace {
 
-// "NAME=VALUE NAME=VALUE" as an environment.
-orx::tool::Environment environment(const std::string &text, std::map<std::string, std::string> *vars) {
+// "NAME=VALUE NAME=VALUE" as an environment; a name in lower case stands
+// for Slurm's SLURM_ARRAY_TASK_NAME.
+orx::tool::Environment environment(const std::string &text,
+                                   std::map<std::string, std::string> *vars) {
   std::istringstream words(text);
-  for (std::string w; words >> w;) (*vars)[w.substr(0, w.find('='))] = w.substr(w.find('=') + 1);
+  for (std::string w; words >> w;) {
+    std::string name = w.substr(0, w.find('='));
+    if (std::islower(static_cast<unsigned char>(name[0]))) {
+      for (char &c : name) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+      name = "SLURM_ARRAY_TASK_" + name;
+    }
+    (*vars)[name] = w.substr(w.find('=') + 1);
+  }
   return [vars](const char *name) -> const char * {
     const auto it = vars->find(name);
     return it == vars->end() ? nullptr : it->second.c_str();
@@ -30,29 +40,33 @@ TEST(ArraySlice, ElementsInIndexOrderTakeSlicesOneToN) {
     const char *says;
   } cases[] = {
       // sbatch --array=0-7, --array=1-20, --array=10-30:5 and one of its elements alone.
-      {"SLURM_ARRAY_TASK_ID=0 SLURM_ARRAY_TASK_MIN=0 SLURM_ARRAY_TASK_MAX=7 SLURM_ARRAY_TASK_STEP=1 SLURM_ARRAY_TASK_COUNT=8", 1, 8, ""},
-      {"SLURM_ARRAY_TASK_ID=20 SLURM_ARRAY_TASK_MIN=1 SLURM_ARRAY_TASK_MAX=20 SLURM_ARRAY_TASK_STEP=1 SLURM_ARRAY_TASK_COUNT=20", 20, 20, ""},
-      {"SLURM_ARRAY_TASK_ID=25 SLURM_ARRAY_TASK_MIN=10 SLURM_ARRAY_TASK_MAX=30 SLURM_ARRAY_TASK_STEP=5 SLURM_ARRAY_TASK_COUNT=5", 4, 5, ""},
-      {"SLURM_ARRAY_TASK_ID=3 SLURM_ARRAY_TASK_MIN=3 SLURM_ARRAY_TASK_MAX=3 SLURM_ARRAY_TASK_STEP=1 SLURM_ARRAY_TASK_COUNT=1", 1, 1, ""},
+      {"id=0 min=0 max=7 step=1 count=8", 1, 8, ""},
+      {"id=20 min=1 max=20 step=1 count=20", 20, 20, ""},
+      {"id=25 min=10 max=30 step=5 count=5", 4, 5, ""},
+      {"id=3 min=3 max=3 step=1 count=1", 1, 1, ""},
       // One unknown follows from the others; two do not.
-      {"SLURM_ARRAY_TASK_ID=5 SLURM_ARRAY_TASK_MAX=7 SLURM_ARRAY_TASK_STEP=2 SLURM_ARRAY_TASK_COUNT=4", 3, 4, ""},
-      {"SLURM_ARRAY_TASK_ID=5 SLURM_ARRAY_TASK_MIN=1 SLURM_ARRAY_TASK_MAX=7 SLURM_ARRAY_TASK_STEP=2", 3, 4, ""},
-      {"SLURM_ARRAY_TASK_ID=5 SLURM_ARRAY_TASK_MIN=1 SLURM_ARRAY_TASK_MAX=7 SLURM_ARRAY_TASK_COUNT=4", 3, 4, ""},
-      {"SLURM_ARRAY_TASK_ID=5 SLURM_ARRAY_TASK_COUNT=8", 0, 0, "too few of the array's variables"},
-      {"SLURM_ARRAY_TASK_ID=5 SLURM_ARRAY_TASK_MIN=0 SLURM_ARRAY_TASK_STEP=1", 0, 0, "too few of the array's variables"},
+      {"id=5 max=7 step=2 count=4", 3, 4, ""},
+      {"id=5 min=1 max=7 step=2", 3, 4, ""},
+      {"id=5 min=1 max=7 count=4", 3, 4, ""},
+      {"id=5 count=8", 0, 0, "too few of the array's variables"},
+      {"id=5 min=0 step=1", 0, 0, "too few of the array's variables"},
       // --array=1,3,9: no even spacing, so no slice to guess.
-      {"SLURM_ARRAY_TASK_ID=3 SLURM_ARRAY_TASK_MIN=1 SLURM_ARRAY_TASK_MAX=9 SLURM_ARRAY_TASK_STEP=1 SLURM_ARRAY_TASK_COUNT=3", 0, 0, "not an evenly spaced range"},
-      {"SLURM_ARRAY_TASK_ID=4 SLURM_ARRAY_TASK_MIN=0 SLURM_ARRAY_TASK_MAX=6 SLURM_ARRAY_TASK_STEP=3 SLURM_ARRAY_TASK_COUNT=3", 0, 0, "not one of the array's"},
-      {"SLURM_ARRAY_TASK_ID=9 SLURM_ARRAY_TASK_MIN=0 SLURM_ARRAY_TASK_STEP=1 SLURM_ARRAY_TASK_COUNT=8", 0, 0, "not one of the array's"},
-      {"SLURM_ARRAY_TASK_ID=x1 SLURM_ARRAY_TASK_MIN=0", 0, 0, "SLURM_ARRAY_TASK_ID=x1, SLURM_ARRAY_TASK_MIN=0: expected a whole number"},
-      {"SLURM_ARRAY_TASK_ID=1 SLURM_ARRAY_TASK_MIN=0 SLURM_ARRAY_TASK_COUNT=-2", 0, 0, "expected whole numbers"},
-      {"SLURM_ARRAY_TASK_ID=1 SLURM_ARRAY_TASK_MIN=0 SLURM_ARRAY_TASK_STEP=0 SLURM_ARRAY_TASK_COUNT=2", 0, 0, "step must be 1 or more"},
+      {"id=3 min=1 max=9 step=1 count=3", 0, 0, "not an evenly spaced range"},
+      {"id=4 min=0 max=6 step=3 count=3", 0, 0, "not one of the array's"},
+      {"id=9 min=0 step=1 count=8", 0, 0, "not one of the array's"},
+      {"id=x1 min=0", 0, 0,
+       "SLURM_ARRAY_TASK_ID=x1, SLURM_ARRAY_TASK_MIN=0: expected a whole number"},
+      {"id=1 min=0 count=-2", 0, 0, "expected whole numbers"},
+      {"id=1 min=0 step=0 count=2", 0, 0, "step must be 1 or more"},
       // Grid Engine (qsub -t 2-10:4), its non-array jobs, and Slurm first when both are set.
       {"SGE_TASK_ID=6 SGE_TASK_FIRST=2 SGE_TASK_LAST=10 SGE_TASK_STEPSIZE=4", 2, 3, ""},
-      {"SGE_TASK_ID=undefined SGE_TASK_FIRST=undefined SGE_TASK_LAST=undefined", 0, 0, "no job array in the environment"},
-      {"SGE_TASK_ID=2 SGE_TASK_FIRST=1 SGE_TASK_LAST=4 SGE_TASK_STEPSIZE=1 SLURM_ARRAY_TASK_ID=0 SLURM_ARRAY_TASK_MIN=0 SLURM_ARRAY_TASK_COUNT=2 SLURM_ARRAY_TASK_STEP=1", 1, 2, ""},
+      {"SGE_TASK_ID=undefined SGE_TASK_FIRST=undefined SGE_TASK_LAST=undefined", 0, 0,
+       "no job array in the environment"},
+      {"SGE_TASK_ID=2 SGE_TASK_FIRST=1 SGE_TASK_LAST=4 SGE_TASK_STEPSIZE=1 "
+       "id=0 min=0 count=2 step=1",
+       1, 2, ""},
       // Variables of schedulers that do not give the array's extent.
-      {"PBS_ARRAY_INDEX=3 LSB_JOBINDEX=3", 0, 0, "no job array in the environment (SLURM_ARRAY_TASK_ID or SGE_TASK_ID); give the slice as K/N"},
+      {"PBS_ARRAY_INDEX=3 LSB_JOBINDEX=3", 0, 0, "no job array in the environment"},
   };
   for (const auto &c : cases) {
     std::map<std::string, std::string> vars;

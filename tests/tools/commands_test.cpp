@@ -20,10 +20,7 @@ using OrxCommands = orx::test::ToolTest;
 // merged by orx copy --fields into one frame of twice the height.
 TEST_F(OrxCommands, FieldsMergeIntoAFrame) {
   for (const auto &[name, field] : {std::pair{"take.0007.rla", 1}, {"take.0008", 2}}) {
-    ORX_IFD d;
-    orx__init_ifd(&d);
-    d.window = d.active = {0, 15, 0, 4};
-    d.image = {nullptr, 1, ORX_C_INTEGER, 8, 0};
+    ORX_IFD d = orx::test::describe(orx::test::sized(16, 5, {1}));
     d.field = field;
     orx::test::write_image(dir_.file(name), d, [](int, int32_t, int32_t) { return 0; });
   }

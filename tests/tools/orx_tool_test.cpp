@@ -27,11 +27,7 @@ bool contains(const std::string &text, const std::string &part) {
 // A float RGB image of w x h whose samples are value(c, x, y), written with
 // the library itself.
 void write_float_rgb(const std::string &path, int w, int h, const orx::test::Sample &value) {
-  ORX_IFD d;
-  orx__init_ifd(&d);
-  d.window = d.active = ORX_WINDOW{0, w - 1, 0, h - 1};
-  d.image = ORX_CHANNELS{const_cast<char *>("rgb"), 3, ORX_C_FLOAT, 32, 0};
-  orx::test::write_image(path, d, value);
+  orx::test::write_image(path, orx::test::sized(w, h, {"rgb", 3, ORX_C_FLOAT, 32, 0}), value);
 }
 
 class OrxTool : public orx::test::ToolTest {
@@ -61,7 +57,8 @@ TEST_F(OrxTool, EveryCommandAsASession) {
       {"pattern c.rla --size 97x31 --channels 2 --matte", 0},
       {"diff a.rla c.rla", 2},  // the channel counts differ
       {"info --json a.rla a.rla", 0,
-       {"[\n", "\"file\": \"a.rla\", \"format\": \"rla\"", "\"window\": [0, 96, 0, 30]", "},\n  {"}},
+       {"[\n", "\"file\": \"a.rla\", \"format\": \"rla\"", "\"window\": [0, 96, 0, 30]",
+        "},\n  {"}},
       {"pattern b.rla --size 5x3 --type float", 0},
       {"info --brief a.rla b.rla", 0,
        {"a.rla :   97 x   31, 4 channel, uint16 rla\nb.rla :    5 x    3, 3 channel, float rla\n"}},
@@ -94,8 +91,6 @@ TEST_F(OrxTool, EveryCommandAsASession) {
       {"copy --help", 0, {"--keep-going"}},
       {"help diff", 0, {"Exit status: 0 when the largest difference is within --fail, 1"}},
       {"formats", 0, {"mem      memory"}},
-      {"-v info --brief b.rla", 0, {"b.rla :    5 x    3, 3 channel, float rla"}},
-      {"info b.rla --brief -v", 0, {"b.rla :    5 x    3, 3 channel, float rla"}},
       // Copy's operators: depth, gamma, range, primaries, display, crop and
       // the image of a file.
       {"pattern p.rla --size 64x32 --matte", 0},
@@ -104,7 +99,8 @@ TEST_F(OrxTool, EveryCommandAsASession) {
       {"copy f.rla i.rla --depth int16", 0},
       {"info i.rla", 0, {"matte     1 x integer 16-bit"}},
       {"diff f.rla i.rla --fail 0.00002", 0},
-      {"copy i.rla g.rla --gamma 1.8", 2, {"gamma correction operator cannot handle image channel width"}},
+      {"copy i.rla g.rla --gamma 1.8", 2,
+       {"gamma correction operator cannot handle image channel width"}},
       {"copy p.rla g.rla --gamma 1.0", 0},
       {"copy p.rla r.rla --range 0.25,1.0", 0},
       {"copy f.rla r.rla --range 0.25,1.0", 2},
@@ -136,11 +132,13 @@ TEST_F(OrxTool, EveryCommandAsASession) {
   }, true);
   EXPECT_FALSE(fs::exists(dir_.file("none.xyz")) || fs::exists(dir_.file("none")));
   std::size_t levels = 0;  // of the texture of 300x200, down to 1x1
-  for (std::size_t at = log_.find("  image "); at != std::string::npos; at = log_.find("  image ", at + 1))
+  for (std::size_t at = log_.find("  image "); at != std::string::npos;
+       at = log_.find("  image ", at + 1))
     ++levels;
   EXPECT_EQ(levels, 9u) << log_;
   EXPECT_EQ(run("info x.foo"), 2);
-  EXPECT_TRUE(contains(log_, "no format recognises x.foo; name its format with --type KEY")) << log_;
+  EXPECT_TRUE(contains(log_, "no format recognises x.foo; name its format with --type KEY"))
+      << log_;
 }
 
 // Plug-ins load from ORX_PLUGIN_PATH, a refused one is reported, and -v
@@ -171,7 +169,8 @@ TEST_F(OrxTool, DiffAndStatsOfKnownSamples) {
   });
   script({
       {"diff a.rla b.rla", 1,
-       {"max difference   0.25\nlargest at       x 4, y 1, channel 2 (blue)", "differing pixels 2 of 35"}},
+       {"max difference   0.25\nlargest at       x 4, y 1, channel 2 (blue)",
+        "differing pixels 2 of 35"}},
       {"diff a.rla b.rla --fail 0.25", 0},
       {"diff a.rla missing.rla", 2},
       {"stats s.rla", 0,
@@ -223,7 +222,8 @@ TEST_F(OrxTool, WritesNeverDestroyTheOldFile) {
 
   // Killed while the input stalls half-way; SIGKILL leaves its temporary file.
   for (const char *signal : {"TERM", "HUP", "KILL"}) {
-    const std::string copy = "'" ORX_TOOL "' copy '|head -c 200000 big.pipe; sleep 2 # .pipe' out.rla";
+    const std::string copy =
+        "'" ORX_TOOL "' copy '|head -c 200000 big.pipe; sleep 2 # .pipe' out.rla";
     shell("(" + copy + " >log 2>&1 & pid=$!; sleep 0.5; kill -" + signal + " $pid; wait $pid)");
     EXPECT_EQ(slurp(dir_.file("out.rla")), before) << signal;
     EXPECT_EQ(leftovers().size(), std::string(signal) == "KILL" ? 1u : 0u) << signal;

@@ -29,20 +29,6 @@ ORX_OBJECT *open_pipe(const std::string &handle, const char *mode, const ImageSh
   return ORX_open(&request.info, mode);
 }
 
-// Writes every row; false when the rows could not be had or written.
-bool write_pattern(ORX_OBJECT *object) {
-  ORX_IFD &ifd = object->info.images[0];
-  void **rows = orx__chan_alloc(&ifd, ifd.window.right - ifd.window.left + 1, "test");
-  if (rows == nullptr) return false;
-  bool written = true;
-  for (int y = ifd.window.bottom; y <= ifd.window.top && written; ++y) {
-    fill_pattern(ifd, rows, y);
-    written = ORX_scan_write(object, y, rows) == 0;
-  }
-  orx__chan_free(rows);
-  return written;
-}
-
 void expect_rows(ORX_OBJECT *object, int from) {
   const ORX_IFD &ifd = object->info.images[0];
   for (int y = from; y <= ifd.window.top; ++y) {
@@ -56,7 +42,7 @@ void expect_rows(ORX_OBJECT *object, int from) {
 void write_through(const std::string &handle, const ImageShape &shape) {
   ORX_OBJECT *out = open_pipe(handle, "w", &shape);
   ASSERT_NE(out, nullptr) << orx__err;
-  EXPECT_TRUE(write_pattern(out));
+  EXPECT_TRUE(write_rows(out));
   EXPECT_EQ(ORX_close(out), 0);
 }
 
@@ -134,7 +120,7 @@ TEST_F(PipeFormat, FailingCommandsAreReported) {
   ImageShape shape;
   ORX_OBJECT *out = open_pipe("|cat > '" + dir_.file("no/such/dir/x") + "'", "w", &shape);
   if (out != nullptr) {
-    write_pattern(out);  // may fail already if the command has gone
+    write_rows(out);  // may fail already if the command has gone
     EXPECT_NE(ORX_close(out), 0);
   }
   EXPECT_TRUE(cap.has(Msg::kCannotWriteScanline) || cap.has(Msg::kCannotWriteTo)) << cap.last();
@@ -170,7 +156,7 @@ TEST_F(PipeFormat, ExhaustionLeavesNothingBehind) {
   for_each_allocation_failure([&] {
     ORX_OBJECT *object = ORX_open(&writing.info, "w");
     if (object == nullptr) return false;
-    const bool written = write_pattern(object);
+    const bool written = write_rows(object);
     return ORX_close(object) == 0 && written;
   });
   expect_read(out, shape, 0);

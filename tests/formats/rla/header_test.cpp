@@ -19,11 +19,6 @@ void set(std::array<char, N> &text, const std::string &value) {
   std::memcpy(text.data(), value.data(), std::min(value.size(), N - 1));
 }
 
-template <std::size_t N>
-std::string str(const std::array<char, N> &text) {
-  return text.data();
-}
-
 // A header every rule accepts, with a distinct value in every field.
 Header full_header() {
   Header h;
@@ -80,7 +75,7 @@ TEST(RlaHeader, EveryFieldSurvivesEncodeAndDecodeAtItsOffset) {
   // A file that fills a whole text field without a NUL still reads terminated.
   std::memset(bytes + 464, 'm', 32);
   decode_header(bytes, false, &back);
-  EXPECT_EQ(str(back.machine), std::string(32, 'm'));
+  EXPECT_EQ(std::string(back.machine.data()), std::string(32, 'm'));
 
   // The writer always produces the current layout.
   h.revision = 0;

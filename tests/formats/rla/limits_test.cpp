@@ -225,7 +225,8 @@ TEST_F(RlaLimits, RowsOutsideTheActiveWindowStayZerosUnderALayerThatWritesInPlac
     for (int y : {0, 1, 5, 6, 15, 16, 7, 2, 19}) {
       void **rows = nullptr;
       ASSERT_EQ(object->scan(object->private_cell[0], y, &rows), 0) << y;
-      EXPECT_TRUE(holds_pattern(object->info.images[0], rows, y)) << "pass " << pass << ", row " << y;
+      EXPECT_TRUE(holds_pattern(object->info.images[0], rows, y))
+          << "pass " << pass << ", row " << y;
       for (int c = 0; c < 3 && pass == 1; ++c) std::memset(rows[c], 0xAA, 20);
     }
   }

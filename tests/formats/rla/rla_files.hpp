@@ -78,21 +78,12 @@ inline std::vector<uint8_t> expected_row(const ORX_IFD &ifd, int c, int y) {
   for (int x = ifd.active.left; x <= ifd.active.right; ++x) {
     const uint64_t v = (x % 8 < 4) ? static_cast<uint64_t>(c * 11 + y * 3)
                                    : static_cast<uint64_t>(c * 11 + x * 7 + y * 13 + 0x12345);
-    const double sample = g.type == ORX_C_FLOAT    ? static_cast<double>(static_cast<float>(v) / 7.0f)
-                          : g.type == ORX_C_DOUBLE ? static_cast<double>(v) / 7.0
-                                                   : static_cast<double>(v & mask);
+    const double sample = g.type == ORX_C_INTEGER ? static_cast<double>(v & mask)
+                          : g.type == ORX_C_DOUBLE  ? static_cast<double>(v) / 7.0
+                                                    : double{static_cast<float>(v) / 7.0f};
     put(g, row.data(), x - ifd.window.left, sample);
   }
   return row;
-}
-
-// Fills the channel rows of buffer with the pattern of row y.
-inline void fill_pattern(const ORX_IFD &ifd, void *const *buffer, int y) {
-  const int channels = channel_count(ifd);
-  for (int c = 0; c < channels; ++c) {
-    std::vector<uint8_t> row = expected_row(ifd, c, y);
-    std::memcpy(buffer[c], row.data(), row.size());
-  }
 }
 
 // Whether every channel row of rows holds the pattern of row y.
@@ -106,18 +97,26 @@ inline ::testing::AssertionResult holds_pattern(const ORX_IFD &ifd, void *const 
   return ::testing::AssertionSuccess();
 }
 
+// Writes the pattern into every row of image i of an opened write object,
+// bottom up; false when the rows cannot be had or one is refused.
+inline bool write_rows(ORX_OBJECT *object, int i = 0) {
+  ORX_IFD &ifd = object->info.images[i];
+  void **rows = orx__chan_alloc(&ifd, ifd.window.right - ifd.window.left + 1, "test");
+  bool written = rows != nullptr;
+  for (int y = ifd.window.bottom; y <= ifd.window.top && written; ++y) {
+    for (int c = 0; c < channel_count(ifd); ++c) {
+      const std::vector<uint8_t> row = expected_row(ifd, c, y);
+      std::memcpy(rows[c], row.data(), row.size());
+    }
+    written = object->scan(object->private_cell[i], y, rows) == 0;
+  }
+  orx__chan_free(rows);
+  return written;
+}
+
 // Writes every row of every image of an opened write object, then closes it.
 inline void write_all_rows_and_close(ORX_OBJECT *object) {
-  for (int i = 0; i < object->info.image_count; ++i) {
-    ORX_IFD &ifd = object->info.images[i];
-    void **buffer = orx__chan_alloc(&ifd, ifd.window.right - ifd.window.left + 1, "test");
-    ASSERT_NE(buffer, nullptr);
-    for (int y = ifd.window.bottom; y <= ifd.window.top; ++y) {
-      fill_pattern(ifd, buffer, y);
-      ASSERT_EQ(object->scan(object->private_cell[i], y, buffer), 0) << "row " << y;
-    }
-    orx__chan_free(buffer);
-  }
+  for (int i = 0; i < object->info.image_count; ++i) EXPECT_TRUE(write_rows(object, i)) << i;
   EXPECT_EQ(object->close(object, 0), 0);
 }
 
@@ -137,7 +136,8 @@ inline void expect_pattern(ORX_OBJECT *object) {
     const ORX_IFD &ifd = object->info.images[i];
     for (int y = ifd.window.bottom; y <= ifd.window.top; ++y) {
       void **rows = nullptr;
-      ASSERT_EQ(object->scan(object->private_cell[i], y, &rows), 0) << "image " << i << " row " << y;
+      ASSERT_EQ(object->scan(object->private_cell[i], y, &rows), 0)
+          << "image " << i << " row " << y;
       ASSERT_TRUE(holds_pattern(ifd, rows, y)) << "image " << i;
     }
   }

@@ -103,7 +103,8 @@ TEST_F(RlaWriter, StandardOutputKeepsThePlaceholderTable) {
   const std::string path = dir.file("stdout.rla");
   {
     Redirect to_file(1, ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600));
-    ORX_OBJECT *object = writer_object("/dev/stdout", {{.window = {0, 3, 0, 1}, .active = {0, 3, 0, 1}}});
+    ORX_OBJECT *object =
+        writer_object("/dev/stdout", {{.window = {0, 3, 0, 1}, .active = {0, 3, 0, 1}}});
     ASSERT_EQ(ORX_rla_w_open(object), 1);
     write_all_rows_and_close(object);
   }
