@@ -17,6 +17,7 @@
 // Either way, reading an 8- or 16-bit image with the fast kernels takes its
 // rows from below the cast and widens them as the cast would (8-bit image
 // channels with a gamma through the cast's own table).
+#include <cstdint>
 #include <cstring>
 #include <initializer_list>
 #include <utility>
@@ -50,7 +51,6 @@ struct ResampleRecord {
   float cy;                   // vertical centre of the next output line
   float ox, oy;
   float rx, ry;
-  float vertical_sum;
   float current_row;
   int32_t taps;               // Tx: weights per column at most
   int32_t cached;             // Ty
@@ -62,6 +62,16 @@ struct ResampleRecord {
   const CachedRow **tap_entries;
   float *tap_weights;
   const float **tap_rows;
+  // Down first, the line after: its taps, the taps of both merged (with
+  // each line's weight, 0 where it has none), its sums and their weights'.
+  const CachedRow **next_entries;
+  float *next_weights;
+  const CachedRow **pair_entries;
+  float *pair_a, *pair_b;
+  void **ahead;
+  float ahead_sum;
+  bool has_ahead;
+  int32_t lines_read;
   int32_t head;
   void **out;
   const ORX_FILTER *filter;
@@ -141,11 +151,12 @@ void load_row(ResampleRecord &r, int32_t s, void **entry) {
   if (!r.down_first) filter_row(r, r.in, entry);
 }
 
-int resample_scan(void *data, int32_t, void *rows) {
-  if (data == nullptr) return locked();
-  ResampleRecord &r = *static_cast<ResampleRecord *>(data);
-  r.vertical_sum = 0.0f;
-  int32_t taken = 0;  // rows of this line with a weight, in tap_weights
+// The next output line's taps (the cache entries with a weight, in source
+// order, and their weights) into entries and weights, rows loaded as
+// needed; its weights' sum into sum.  Moves on to the line after it.
+int32_t gather_line(ResampleRecord &r, const CachedRow **entries, float *weights, float &sum) {
+  sum = 0.0f;
+  int32_t taken = 0;
   const float low = r.cy - r.ry * r.hy;
   const int32_t first = low < 0.0f ? 0 : static_cast<int32_t>(low);
   const float high = r.cy + r.ry * r.hy;
@@ -163,31 +174,83 @@ int resample_scan(void *data, int32_t, void *rows) {
     }
     const auto w = static_cast<float>(r.filter->y_kernel((static_cast<float>(s) - r.cy) * step + r.oy));
     if (w != 0.0f) {
-      r.tap_entries[taken] = &entry;
-      r.tap_weights[taken++] = w;
-      r.vertical_sum += w;
+      entries[taken] = &entry;
+      weights[taken++] = w;
+      sum += w;
     }
     r.current_row += 1.0f;
     r.head = (r.head + 1) % r.cached;  // the entry goes to the tail
   }
   r.cy += r.ry;
+  ++r.lines_read;
+  return taken;
+}
+
+// Whether the line after the one just gathered (from source row first on)
+// can be summed with it: both lines' rows fit in the ring at once.
+bool pair_fits(const ResampleRecord &r, const CachedRow *const *entries, int32_t taken) {
+  if (!r.down_first || taken == 0 || r.lines_read >= r.dest_height) return false;
+  const float high = r.cy + r.ry * r.hy;
+  const float last = high < r.source_top ? high : r.source_top;
+  return last >= 0.0f && static_cast<int32_t>(last) - entries[0]->line < r.cached;
+}
+
+// Down first: this line's sums into r.in and, where the next line's rows
+// fit with them, the next line's into r.ahead, reading each row once.
+void sum_down(ResampleRecord &r, int32_t taken) {
+  const RowKernels &kernels = row_kernels();
+  r.has_ahead = pair_fits(r, r.tap_entries, taken);
+  const int32_t next = r.has_ahead ? gather_line(r, r.next_entries, r.next_weights, r.ahead_sum) : 0;
+  if (!r.has_ahead) {
+    for (int32_t c = 0; c < r.channels; ++c) {
+      for (int32_t k = 0; k < taken; ++k) r.tap_rows[k] = row_of(r.tap_entries[k]->rows, c);
+      kernels.vertical(r.tap_rows, r.tap_weights, taken, r.source_width, 1.0f, false, row_of(r.in, c));
+    }
+    return;
+  }
+  // Both lines' taps merged in source order, 0 where a line has no tap.
+  int32_t n = 0;
+  for (int32_t i = 0, j = 0; i < taken || j < next; ++n) {
+    const int32_t a = i < taken ? r.tap_entries[i]->line : INT32_MAX;
+    const int32_t b = j < next ? r.next_entries[j]->line : INT32_MAX;
+    r.pair_entries[n] = a <= b ? r.tap_entries[i] : r.next_entries[j];
+    r.pair_a[n] = a <= b ? r.tap_weights[i++] : 0.0f;
+    r.pair_b[n] = b <= a ? r.next_weights[j++] : 0.0f;
+  }
+  for (int32_t c = 0; c < r.channels; ++c) {
+    for (int32_t k = 0; k < n; ++k) r.tap_rows[k] = row_of(r.pair_entries[k]->rows, c);
+    kernels.vertical_pair(r.tap_rows, r.pair_a, r.pair_b, n, r.source_width, row_of(r.in, c),
+                          row_of(r.ahead, c));
+  }
+}
+
+int resample_scan(void *data, int32_t, void *rows) {
+  if (data == nullptr) return locked();
+  ResampleRecord &r = *static_cast<ResampleRecord *>(data);
+  *static_cast<void ***>(rows) = r.out;
+  if (r.has_ahead) {  // summed with the line before
+    r.has_ahead = false;
+    std::swap(r.in, r.ahead);
+    row_kernels().horizontal(r.across, r.in, r.out, r.channels);
+    finish(r, r.out, r.ahead_sum);
+    return 0;
+  }
+  float sum = 0.0f;
+  const int32_t taken = gather_line(r, r.tap_entries, r.tap_weights, sum);
+  if (r.down_first) {  // summed as writing accumulates, then across
+    sum_down(r, taken);
+    row_kernels().horizontal(r.across, r.in, r.out, r.channels);
+    finish(r, r.out, sum);
+    return 0;
+  }
   // The weighted sum divided by the weights' sum, negatives cut; not at all
   // when the weights sum to exactly 1.0 (see finish()).
-  const float sum = r.vertical_sum;
   const float scale = sum == 1.0f ? 1.0f : sum != 0.0f ? 1.0f / sum : 0.0f;
   const VerticalKernel vertical = row_kernels().vertical;
   for (int32_t c = 0; c < r.channels; ++c) {
     for (int32_t k = 0; k < taken; ++k) r.tap_rows[k] = row_of(r.tap_entries[k]->rows, c);
-    if (r.down_first)  // summed as writing accumulates, then across
-      vertical(r.tap_rows, r.tap_weights, taken, r.source_width, 1.0f, false, row_of(r.in, c));
-    else
-      vertical(r.tap_rows, r.tap_weights, taken, r.dest_width, scale, sum != 1.0f, row_of(r.out, c));
+    vertical(r.tap_rows, r.tap_weights, taken, r.dest_width, scale, sum != 1.0f, row_of(r.out, c));
   }
-  if (r.down_first) {
-    row_kernels().horizontal(r.across, r.in, r.out, r.channels);
-    finish(r, r.out, sum);
-  }
-  *static_cast<void ***>(rows) = r.out;
   return 0;
 }
 
@@ -198,6 +261,9 @@ void free_record(ResampleRecord *r) {
   tap_table_free(r->across);
   for (void *p : {static_cast<void *>(r->cache), static_cast<void *>(r->tap_entries),
                   static_cast<void *>(r->tap_weights), static_cast<void *>(r->tap_rows),
+                  static_cast<void *>(r->next_entries), static_cast<void *>(r->next_weights),
+                  static_cast<void *>(r->pair_entries), static_cast<void *>(r->pair_a),
+                  static_cast<void *>(r->pair_b),
                   static_cast<void *>(r->out_first),
                   static_cast<void *>(r->out_last), static_cast<void *>(r->out_centre),
                   static_cast<void *>(r->sums), static_cast<void *>(r->sum_weights),
@@ -205,6 +271,7 @@ void free_record(ResampleRecord *r) {
     ERR_free(p);
   orx__chan_free(r->out);
   orx__chan_free(r->in);
+  orx__chan_free(r->ahead);
   ERR_free(r);
 }
 
@@ -394,6 +461,15 @@ ResampleRecord *make_record(ORX_IFD &d, const ORX_FILTER *filter, int32_t source
     // Source rows as float before they are summed or filtered (rows read
     // from below the cast are widened here when filtered across first).
     if (ok && !row_kernels().exact) ok = (r->in = float_rows(d, source_width, kName)) != nullptr;
+    if (ok && r->down_first) {
+      r->next_entries = static_cast<const CachedRow **>(allocate(sizeof(CachedRow *) * n));
+      r->next_weights = static_cast<float *>(allocate(sizeof(float) * n));
+      r->pair_entries = static_cast<const CachedRow **>(allocate(sizeof(CachedRow *) * n));
+      r->pair_a = static_cast<float *>(allocate(sizeof(float) * n));
+      r->pair_b = static_cast<float *>(allocate(sizeof(float) * n));
+      ok = r->next_entries && r->next_weights && r->pair_entries && r->pair_a && r->pair_b &&
+           (r->ahead = float_rows(d, source_width, kName)) != nullptr;
+    }
   }
   if (ok && writing) {
     // Output lines open at once: those whose support holds the row just

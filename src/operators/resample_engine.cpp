@@ -139,6 +139,25 @@ void vertical_portable(const float *const *rows, const float *weights, int32_t n
   }
 }
 
+void vertical_pair_portable(const float *const *rows, const float *weights_a,
+                            const float *weights_b, int32_t n, int32_t width, float *out_a,
+                            float *out_b) {
+  constexpr int32_t kBlock = 64;
+  for (int32_t x0 = 0; x0 < width; x0 += kBlock) {
+    const int32_t m = width - x0 < kBlock ? width - x0 : kBlock;
+    float a[kBlock] = {}, b[kBlock] = {};
+    for (int32_t k = 0; k < n; ++k) {
+      const float wa = weights_a[k], wb = weights_b[k], *row = rows[k] + x0;
+      if (wa != 0.0f)
+        for (int32_t x = 0; x < m; ++x) a[x] += wa * row[x];
+      if (wb != 0.0f)
+        for (int32_t x = 0; x < m; ++x) b[x] += wb * row[x];
+    }
+    std::memcpy(out_a + x0, a, sizeof(float) * static_cast<std::size_t>(m));
+    std::memcpy(out_b + x0, b, sizeof(float) * static_cast<std::size_t>(m));
+  }
+}
+
 void accumulate_portable(const float *row, float weight, int32_t width, float *sums) {
   for (int32_t x = 0; x < width; ++x) sums[x] += weight * row[x];
 }
@@ -293,6 +312,52 @@ __attribute__((target("avx2,fma"))) void vertical_avx2(const float *const *rows,
   vertical_columns_avx2(rows, weights, n, aligned, width, scale, cut, out);
 }
 
+// kLanes vectors of both lines' sums: each row's vectors loaded once and
+// added to whichever lines take the row.
+template <int kLanes>
+__attribute__((target("avx2,fma"))) inline void vertical_pair_block(
+    const float *const *rows, const float *weights_a, const float *weights_b, int32_t n, int32_t x,
+    float *out_a, float *out_b) {
+  __m256 a[kLanes], b[kLanes];
+  for (int l = 0; l < kLanes; ++l) a[l] = b[l] = _mm256_setzero_ps();
+  for (int32_t k = 0; k < n; ++k) {
+    const float *row = rows[k] + x;
+    __m256 v[kLanes];
+    for (int l = 0; l < kLanes; ++l) v[l] = _mm256_loadu_ps(row + 8 * l);
+    if (weights_a[k] != 0.0f) {
+      const __m256 w = _mm256_set1_ps(weights_a[k]);
+      for (int l = 0; l < kLanes; ++l) a[l] = _mm256_fmadd_ps(w, v[l], a[l]);
+    }
+    if (weights_b[k] != 0.0f) {
+      const __m256 w = _mm256_set1_ps(weights_b[k]);
+      for (int l = 0; l < kLanes; ++l) b[l] = _mm256_fmadd_ps(w, v[l], b[l]);
+    }
+  }
+  for (int l = 0; l < kLanes; ++l) {
+    _mm256_storeu_ps(out_a + x + 8 * l, a[l]);
+    _mm256_storeu_ps(out_b + x + 8 * l, b[l]);
+  }
+}
+
+__attribute__((target("avx2,fma"))) void vertical_pair_avx2(const float *const *rows,
+                                                            const float *weights_a,
+                                                            const float *weights_b, int32_t n,
+                                                            int32_t width, float *out_a,
+                                                            float *out_b) {
+  int32_t x = 0;
+  for (; x + 32 <= width; x += 32) vertical_pair_block<4>(rows, weights_a, weights_b, n, x, out_a, out_b);
+  for (; x + 8 <= width; x += 8) vertical_pair_block<1>(rows, weights_a, weights_b, n, x, out_a, out_b);
+  for (; x < width; ++x) {
+    float a = 0.0f, b = 0.0f;
+    for (int32_t k = 0; k < n; ++k) {
+      if (weights_a[k] != 0.0f) a = std::fma(weights_a[k], rows[k][x], a);
+      if (weights_b[k] != 0.0f) b = std::fma(weights_b[k], rows[k][x], b);
+    }
+    out_a[x] = a;
+    out_b[x] = b;
+  }
+}
+
 __attribute__((target("avx2,fma"))) void accumulate_avx2(const float *row, float weight,
                                                          int32_t width, float *sums) {
   const __m256 w = _mm256_set1_ps(weight);
@@ -337,15 +402,16 @@ __attribute__((target("avx2,fma"))) void widen_avx2(const void *in, SourceKind k
     widen_avx2_of<uint16_t>(in, n, maximum, out);
 }
 
-const RowKernels kAvx2{horizontal_avx2, vertical_avx2, accumulate_avx2, widen_avx2, "avx2", false};
+const RowKernels kAvx2{horizontal_avx2, vertical_avx2, vertical_pair_avx2, accumulate_avx2, widen_avx2, "avx2", false};
 
 #endif
 
-const RowKernels kPortable{horizontal_portable, vertical_portable, accumulate_portable,
+const RowKernels kPortable{horizontal_portable, vertical_portable, vertical_pair_portable,
+                           accumulate_portable,
                            widen_portable, "portable", false};
 // The portable vertical kernels already add rows in order, one rounding each.
-const RowKernels kExact{horizontal_exact, vertical_portable, accumulate_portable, widen_portable,
-                        "exact", true};
+const RowKernels kExact{horizontal_exact,    vertical_portable, vertical_pair_portable,
+                        accumulate_portable, widen_portable,    "exact", true};
 
 }  // namespace
 

@@ -59,6 +59,15 @@ using HorizontalKernel = void (*)(const TapTable &t, void *const *in, void *cons
 using VerticalKernel = void (*)(const float *const *rows, const float *weights, int32_t n,
                                 int32_t width, float scale, bool cut, float *out);
 
+// Two lines at once from the rows they draw on between them, in order:
+// out_a[j] = the sum over k with weights_a[k] != 0 of weights_a[k] x
+// rows[k][j], rounded exactly as the vertical kernel rounds it over those
+// rows alone with scale 1 and no cut; likewise out_b.  Each row is read
+// once for both lines: neighbouring lines of a reduction share most rows.
+using VerticalPairKernel = void (*)(const float *const *rows, const float *weights_a,
+                                    const float *weights_b, int32_t n, int32_t width, float *out_a,
+                                    float *out_b);
+
 // sums[j] += weight x row[j] for j < width, each sum rounded exactly as
 // the vertical kernel rounds its running sums: adding rows one at a time in
 // order and finishing with the same scale and cut gives its result to the
@@ -77,6 +86,7 @@ using WidenKernel = void (*)(const void *in, SourceKind kind, int32_t n, float m
 struct RowKernels {
   HorizontalKernel horizontal;
   VerticalKernel vertical;
+  VerticalPairKernel vertical_pair;
   AccumulateKernel accumulate;
   WidenKernel widen;
   const char *name;  // "avx2", "portable" or "exact"
