@@ -139,19 +139,19 @@ void vertical_portable(const float *const *rows, const float *weights, int32_t n
   }
 }
 
-void vertical_pair_portable(const float *const *rows, const float *weights_a,
-                            const float *weights_b, int32_t n, int32_t width, float *out_a,
-                            float *out_b) {
+void vertical_pair_portable(const float *const *rows, RowSpans spans, const float *weights_a,
+                            const float *weights_b, int32_t width, float *out_a, float *out_b) {
   constexpr int32_t kBlock = 64;
+  const int32_t n = spans.only_a + spans.shared + spans.only_b;
   for (int32_t x0 = 0; x0 < width; x0 += kBlock) {
     const int32_t m = width - x0 < kBlock ? width - x0 : kBlock;
     float a[kBlock] = {}, b[kBlock] = {};
     for (int32_t k = 0; k < n; ++k) {
-      const float wa = weights_a[k], wb = weights_b[k], *row = rows[k] + x0;
-      if (wa != 0.0f)
-        for (int32_t x = 0; x < m; ++x) a[x] += wa * row[x];
-      if (wb != 0.0f)
-        for (int32_t x = 0; x < m; ++x) b[x] += wb * row[x];
+      const float *row = rows[k] + x0;
+      if (k < spans.only_a + spans.shared)
+        for (int32_t x = 0; x < m; ++x) a[x] += weights_a[k] * row[x];
+      if (k >= spans.only_a)
+        for (int32_t x = 0; x < m; ++x) b[x] += weights_b[k - spans.only_a] * row[x];
     }
     std::memcpy(out_a + x0, a, sizeof(float) * static_cast<std::size_t>(m));
     std::memcpy(out_b + x0, b, sizeof(float) * static_cast<std::size_t>(m));
@@ -312,46 +312,49 @@ __attribute__((target("avx2,fma"))) void vertical_avx2(const float *const *rows,
   vertical_columns_avx2(rows, weights, n, aligned, width, scale, cut, out);
 }
 
-// kLanes vectors of both lines' sums: each row's vectors loaded once and
-// added to whichever lines take the row.
+// kLanes vectors of both lines' sums from column x: the shared rows'
+// vectors loaded once and added to both.
 template <int kLanes>
 __attribute__((target("avx2,fma"))) inline void vertical_pair_block(
-    const float *const *rows, const float *weights_a, const float *weights_b, int32_t n, int32_t x,
-    float *out_a, float *out_b) {
+    const float *const *rows, RowSpans spans, const float *weights_a, const float *weights_b,
+    int32_t x, float *out_a, float *out_b) {
   __m256 a[kLanes], b[kLanes];
-  for (int l = 0; l < kLanes; ++l) a[l] = b[l] = _mm256_setzero_ps();
-  for (int32_t k = 0; k < n; ++k) {
-    const float *row = rows[k] + x;
-    __m256 v[kLanes];
-    for (int l = 0; l < kLanes; ++l) v[l] = _mm256_loadu_ps(row + 8 * l);
-    if (weights_a[k] != 0.0f) {
-      const __m256 w = _mm256_set1_ps(weights_a[k]);
-      for (int l = 0; l < kLanes; ++l) a[l] = _mm256_fmadd_ps(w, v[l], a[l]);
-    }
-    if (weights_b[k] != 0.0f) {
-      const __m256 w = _mm256_set1_ps(weights_b[k]);
-      for (int l = 0; l < kLanes; ++l) b[l] = _mm256_fmadd_ps(w, v[l], b[l]);
+  for (int l = 0; l < kLanes; ++l) a[l] = _mm256_setzero_ps();
+  for (int l = 0; l < kLanes; ++l) b[l] = _mm256_setzero_ps();
+  int32_t k = 0;
+  for (; k < spans.only_a; ++k) {
+    const __m256 w = _mm256_set1_ps(weights_a[k]);
+    for (int l = 0; l < kLanes; ++l) a[l] = _mm256_fmadd_ps(w, _mm256_loadu_ps(rows[k] + x + 8 * l), a[l]);
+  }
+  for (int32_t i = 0; i < spans.shared; ++i, ++k) {
+    const __m256 wa = _mm256_set1_ps(weights_a[k]), wb = _mm256_set1_ps(weights_b[i]);
+    for (int l = 0; l < kLanes; ++l) {
+      const __m256 v = _mm256_loadu_ps(rows[k] + x + 8 * l);
+      a[l] = _mm256_fmadd_ps(wa, v, a[l]);
+      b[l] = _mm256_fmadd_ps(wb, v, b[l]);
     }
   }
-  for (int l = 0; l < kLanes; ++l) {
-    _mm256_storeu_ps(out_a + x + 8 * l, a[l]);
-    _mm256_storeu_ps(out_b + x + 8 * l, b[l]);
+  for (int32_t i = spans.shared; i < spans.shared + spans.only_b; ++i, ++k) {
+    const __m256 w = _mm256_set1_ps(weights_b[i]);
+    for (int l = 0; l < kLanes; ++l) b[l] = _mm256_fmadd_ps(w, _mm256_loadu_ps(rows[k] + x + 8 * l), b[l]);
   }
+  for (int l = 0; l < kLanes; ++l) _mm256_storeu_ps(out_a + x + 8 * l, a[l]);
+  for (int l = 0; l < kLanes; ++l) _mm256_storeu_ps(out_b + x + 8 * l, b[l]);
 }
 
-__attribute__((target("avx2,fma"))) void vertical_pair_avx2(const float *const *rows,
+__attribute__((target("avx2,fma"))) void vertical_pair_avx2(const float *const *rows, RowSpans spans,
                                                             const float *weights_a,
-                                                            const float *weights_b, int32_t n,
-                                                            int32_t width, float *out_a,
-                                                            float *out_b) {
+                                                            const float *weights_b, int32_t width,
+                                                            float *out_a, float *out_b) {
   int32_t x = 0;
-  for (; x + 32 <= width; x += 32) vertical_pair_block<4>(rows, weights_a, weights_b, n, x, out_a, out_b);
-  for (; x + 8 <= width; x += 8) vertical_pair_block<1>(rows, weights_a, weights_b, n, x, out_a, out_b);
+  for (; x + 32 <= width; x += 32) vertical_pair_block<4>(rows, spans, weights_a, weights_b, x, out_a, out_b);
+  for (; x + 8 <= width; x += 8) vertical_pair_block<1>(rows, spans, weights_a, weights_b, x, out_a, out_b);
+  const int32_t n = spans.only_a + spans.shared + spans.only_b;
   for (; x < width; ++x) {
     float a = 0.0f, b = 0.0f;
     for (int32_t k = 0; k < n; ++k) {
-      if (weights_a[k] != 0.0f) a = std::fma(weights_a[k], rows[k][x], a);
-      if (weights_b[k] != 0.0f) b = std::fma(weights_b[k], rows[k][x], b);
+      if (k < spans.only_a + spans.shared) a = std::fma(weights_a[k], rows[k][x], a);
+      if (k >= spans.only_a) b = std::fma(weights_b[k - spans.only_a], rows[k][x], b);
     }
     out_a[x] = a;
     out_b[x] = b;

@@ -59,14 +59,18 @@ using HorizontalKernel = void (*)(const TapTable &t, void *const *in, void *cons
 using VerticalKernel = void (*)(const float *const *rows, const float *weights, int32_t n,
                                 int32_t width, float scale, bool cut, float *out);
 
-// Two lines at once from the rows they draw on between them, in order:
-// out_a[j] = the sum over k with weights_a[k] != 0 of weights_a[k] x
-// rows[k][j], rounded exactly as the vertical kernel rounds it over those
-// rows alone with scale 1 and no cut; likewise out_b.  Each row is read
-// once for both lines: neighbouring lines of a reduction share most rows.
-using VerticalPairKernel = void (*)(const float *const *rows, const float *weights_a,
-                                    const float *weights_b, int32_t n, int32_t width, float *out_a,
-                                    float *out_b);
+// Two neighbouring lines of a reduction at once, from the rows they draw
+// on between them in source order: first `only_a` rows of line a alone,
+// then `shared` rows of both, then `only_b` rows of line b alone.  weights_a
+// holds only_a + shared weights, weights_b shared + only_b.  Each line's sums
+// are rounded exactly as the vertical kernel rounds them over its own rows
+// with scale 1 and no cut; the shared rows are read once for both.
+struct RowSpans {
+  int32_t only_a, shared, only_b;
+};
+using VerticalPairKernel = void (*)(const float *const *rows, RowSpans spans,
+                                    const float *weights_a, const float *weights_b,
+                                    int32_t width, float *out_a, float *out_b);
 
 // sums[j] += weight x row[j] for j < width, each sum rounded exactly as
 // the vertical kernel rounds its running sums: adding rows one at a time in
