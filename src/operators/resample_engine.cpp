@@ -201,34 +201,73 @@ __attribute__((target("avx2,fma"))) inline __m256 dot(const float *w, const floa
   return acc;
 }
 
-// Eight pixels at a time, every channel in turn: eight vectors of partial
-// sums, added across by a tree of horizontal adds that leaves pixel i in
-// lane i.
+// dot() with the pixel's weights already in registers: w[b] holds taps
+// 8b..8b+7, the last block's four in its low half.
+template <std::size_t kStride>
+__attribute__((target("avx2,fma"))) inline __m256 dot_held(const __m256 *w, const float *s) {
+  __m256 acc = _mm256_setzero_ps();
+  std::size_t k = 0;
+  for (; k + 8 <= kStride; k += 8) acc = _mm256_fmadd_ps(w[k / 8], _mm256_loadu_ps(s + k), acc);
+  if constexpr (kStride % 8 != 0) {
+    const __m128 last = _mm_mul_ps(_mm256_castps256_ps128(w[k / 8]), _mm_loadu_ps(s + k));
+    acc = _mm256_add_ps(acc, _mm256_insertf128_ps(_mm256_setzero_ps(), last, 0));
+  }
+  return acc;
+}
+
+// Four pixels' partial sums a0..a3 added across by a tree of horizontal
+// adds that leaves pixel i in lane i, each pixel's eight partial sums
+// added in pairs, then the pairs' sums, then the halves.
+__attribute__((target("avx2,fma"))) inline __m128 across4(__m256 a0, __m256 a1, __m256 a2,
+                                                          __m256 a3) {
+  const __m256 s = _mm256_hadd_ps(_mm256_hadd_ps(a0, a1), _mm256_hadd_ps(a2, a3));
+  return _mm_add_ps(_mm256_castps256_ps128(s), _mm256_extractf128_ps(s, 1));
+}
+
+// Four pixels from j at a time, every channel in turn.  With a short
+// stride (kHeld) the four pixels' weights are loaded once for all
+// channels and held in registers; else each dot product reads them.
 // kStride: the table's stride when it is one of the common ones, else 0.
+template <std::size_t kStride>
+__attribute__((target("avx2,fma"))) inline void horizontal_quad(const TapTable &t, int32_t j,
+                                                                void *const *in_rows,
+                                                                void *const *out_rows,
+                                                                int32_t channels) {
+  const auto stride = static_cast<std::size_t>(t.stride);
+  const float *w = t.weights + static_cast<std::size_t>(j) * stride;
+  const int32_t *f = t.first + j;
+  constexpr bool kHeld = kStride != 0 && kStride <= 16;
+  constexpr std::size_t kBlocks = kHeld ? (kStride + 7) / 8 : 1;
+  __m256 held[4][kBlocks];
+  if constexpr (kHeld)
+    for (std::size_t p = 0; p < 4; ++p)
+      for (std::size_t b = 0; b < kBlocks; ++b)
+        held[p][b] = 8 * b + 8 <= kStride
+                         ? _mm256_loadu_ps(w + p * kStride + 8 * b)
+                         : _mm256_castps128_ps256(_mm_loadu_ps(w + p * kStride + 8 * b));
+  for (int32_t c = 0; c < channels; ++c) {
+    const auto *in = static_cast<const float *>(in_rows[c]);
+    __m256 a[4];
+    for (std::size_t p = 0; p < 4; ++p) {
+      if constexpr (kHeld)
+        a[p] = dot_held<kStride>(held[p], in + f[p]);
+      else
+        a[p] = dot<kStride>(w + p * stride, in + f[p], stride);
+    }
+    _mm_storeu_ps(static_cast<float *>(out_rows[c]) + j, across4(a[0], a[1], a[2], a[3]));
+  }
+}
+
+// Eight pixels at a time, as two fours; the last few (fewer than eight)
+// each by itself, its partial sums added in another order.
 template <std::size_t kStride>
 __attribute__((target("avx2,fma"))) void horizontal_avx2_of(const TapTable &t, void *const *in_rows,
                                                             void *const *out_rows, int32_t channels) {
   const auto stride = static_cast<std::size_t>(t.stride);
   int32_t j = 0;
   for (; j + 8 <= t.fast; j += 8) {
-    const float *w = t.weights + static_cast<std::size_t>(j) * stride;
-    const int32_t *f = t.first + j;
-    for (int32_t c = 0; c < channels; ++c) {
-      const auto *in = static_cast<const float *>(in_rows[c]);
-      const __m256 a0 = dot<kStride>(w, in + f[0], stride);
-      const __m256 a1 = dot<kStride>(w + stride, in + f[1], stride);
-      const __m256 a2 = dot<kStride>(w + 2 * stride, in + f[2], stride);
-      const __m256 a3 = dot<kStride>(w + 3 * stride, in + f[3], stride);
-      const __m256 a4 = dot<kStride>(w + 4 * stride, in + f[4], stride);
-      const __m256 a5 = dot<kStride>(w + 5 * stride, in + f[5], stride);
-      const __m256 a6 = dot<kStride>(w + 6 * stride, in + f[6], stride);
-      const __m256 a7 = dot<kStride>(w + 7 * stride, in + f[7], stride);
-      const __m256 s0 = _mm256_hadd_ps(_mm256_hadd_ps(a0, a1), _mm256_hadd_ps(a2, a3));
-      const __m256 s1 = _mm256_hadd_ps(_mm256_hadd_ps(a4, a5), _mm256_hadd_ps(a6, a7));
-      const __m256 sum = _mm256_add_ps(_mm256_permute2f128_ps(s0, s1, 0x20),
-                                       _mm256_permute2f128_ps(s0, s1, 0x31));
-      _mm256_storeu_ps(static_cast<float *>(out_rows[c]) + j, sum);
-    }
+    horizontal_quad<kStride>(t, j, in_rows, out_rows, channels);
+    horizontal_quad<kStride>(t, j + 4, in_rows, out_rows, channels);
   }
   for (int32_t c = 0; c < channels; ++c) {
     const auto *in = static_cast<const float *>(in_rows[c]);
