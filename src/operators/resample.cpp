@@ -17,6 +17,7 @@
 // Either way, reading an 8- or 16-bit image with the fast kernels takes its
 // rows from below the cast and widens them as the cast would (8-bit image
 // channels with a gamma through the cast's own table).
+#include <cstdint>
 #include <cstring>
 #include <initializer_list>
 #include <utility>
@@ -50,18 +51,26 @@ struct ResampleRecord {
   float cy;                   // vertical centre of the next output line
   float ox, oy;
   float rx, ry;
-  float vertical_sum;
   float current_row;
   int32_t taps;               // Tx: weights per column at most
   int32_t cached;             // Ty
   int32_t channels;
   TapTable across;            // each column's weights, normalised
   CachedRow *cache;           // a ring: head is cache[head]
+  float *ring_block;          // the ring's rows (see make_ring())
+  void **ring_rows;
   // An output line's taps: the cache entries with a weight, their weights,
   // and their rows of one channel (cached of each).
   const CachedRow **tap_entries;
   float *tap_weights;
   const float **tap_rows;
+  // Down first, the line after: its taps, its sums and their weights' sum.
+  const CachedRow **next_entries;
+  float *next_weights;
+  void **ahead;
+  float ahead_sum;
+  bool has_ahead;
+  int32_t lines_read;
   int32_t head;
   void **out;
   const ORX_FILTER *filter;
@@ -141,11 +150,12 @@ void load_row(ResampleRecord &r, int32_t s, void **entry) {
   if (!r.down_first) filter_row(r, r.in, entry);
 }
 
-int resample_scan(void *data, int32_t, void *rows) {
-  if (data == nullptr) return locked();
-  ResampleRecord &r = *static_cast<ResampleRecord *>(data);
-  r.vertical_sum = 0.0f;
-  int32_t taken = 0;  // rows of this line with a weight, in tap_weights
+// The next output line's taps (the cache entries with a weight, in source
+// order, and their weights) into entries and weights, rows loaded as
+// needed; its weights' sum into sum.  Moves on to the line after it.
+int32_t gather_line(ResampleRecord &r, const CachedRow **entries, float *weights, float &sum) {
+  sum = 0.0f;
+  int32_t taken = 0;
   const float low = r.cy - r.ry * r.hy;
   const int32_t first = low < 0.0f ? 0 : static_cast<int32_t>(low);
   const float high = r.cy + r.ry * r.hy;
@@ -163,41 +173,111 @@ int resample_scan(void *data, int32_t, void *rows) {
     }
     const auto w = static_cast<float>(r.filter->y_kernel((static_cast<float>(s) - r.cy) * step + r.oy));
     if (w != 0.0f) {
-      r.tap_entries[taken] = &entry;
-      r.tap_weights[taken++] = w;
-      r.vertical_sum += w;
+      entries[taken] = &entry;
+      weights[taken++] = w;
+      sum += w;
     }
     r.current_row += 1.0f;
     r.head = (r.head + 1) % r.cached;  // the entry goes to the tail
   }
   r.cy += r.ry;
+  ++r.lines_read;
+  return taken;
+}
+
+// Whether the line after the one just gathered (from source row first on)
+// can be summed with it: both lines' rows fit in the ring at once.
+bool pair_fits(const ResampleRecord &r, const CachedRow *const *entries, int32_t taken) {
+  if (!r.down_first || taken == 0 || r.lines_read >= r.dest_height) return false;
+  const float high = r.cy + r.ry * r.hy;
+  const float last = high < r.source_top ? high : r.source_top;
+  return last >= 0.0f && static_cast<int32_t>(last) - entries[0]->line < r.cached;
+}
+
+// Channel c of one line's taps summed down into out (down first).
+void sum_line(ResampleRecord &r, const CachedRow *const *entries, const float *weights,
+              int32_t taken, int32_t c, void **out) {
+  for (int32_t k = 0; k < taken; ++k) r.tap_rows[k] = row_of(entries[k]->rows, c);
+  row_kernels().vertical(r.tap_rows, weights, taken, r.source_width, 1.0f, false, row_of(out, c));
+}
+
+// Down first: this line's sums into r.in and, where the next line's rows
+// fit with them, the next line's into r.ahead, reading each row once.
+void sum_down(ResampleRecord &r, int32_t taken) {
+  const RowKernels &kernels = row_kernels();
+  r.has_ahead = pair_fits(r, r.tap_entries, taken);
+  const int32_t next = r.has_ahead ? gather_line(r, r.next_entries, r.next_weights, r.ahead_sum) : 0;
+  if (!r.has_ahead || taken == 0 || next == 0) {
+    for (int32_t c = 0; c < r.channels; ++c) {
+      sum_line(r, r.tap_entries, r.tap_weights, taken, c, r.in);
+      if (r.has_ahead) sum_line(r, r.next_entries, r.next_weights, next, c, r.ahead);
+    }
+    return;
+  }
+  // Line a's taps alone, then the taps both lines have, then line b's
+  // alone; any other arrangement (a kernel that is 0 at some of the shared
+  // rows) is summed line by line.
+  RowSpans spans{0, 0, 0};
+  while (spans.only_a < taken && r.tap_entries[spans.only_a]->line < r.next_entries[0]->line)
+    ++spans.only_a;
+  spans.shared = taken - spans.only_a;
+  bool shared = spans.shared <= next;
+  for (int32_t k = 0; shared && k < spans.shared; ++k)
+    shared = r.tap_entries[spans.only_a + k] == r.next_entries[k];
+  spans.only_b = next - spans.shared;
+  for (int32_t c = 0; c < r.channels; ++c) {
+    if (!shared) {
+      sum_line(r, r.tap_entries, r.tap_weights, taken, c, r.in);
+      sum_line(r, r.next_entries, r.next_weights, next, c, r.ahead);
+      continue;
+    }
+    for (int32_t k = 0; k < taken; ++k) r.tap_rows[k] = row_of(r.tap_entries[k]->rows, c);
+    for (int32_t k = spans.shared; k < next; ++k)
+      r.tap_rows[spans.only_a + k] = row_of(r.next_entries[k]->rows, c);
+    kernels.vertical_pair(r.tap_rows, spans, r.tap_weights, r.next_weights, r.source_width,
+                          row_of(r.in, c), row_of(r.ahead, c));
+  }
+}
+
+int resample_scan(void *data, int32_t, void *rows) {
+  if (data == nullptr) return locked();
+  ResampleRecord &r = *static_cast<ResampleRecord *>(data);
+  *static_cast<void ***>(rows) = r.out;
+  if (r.has_ahead) {  // summed with the line before
+    r.has_ahead = false;
+    std::swap(r.in, r.ahead);
+    row_kernels().horizontal(r.across, r.in, r.out, r.channels);
+    finish(r, r.out, r.ahead_sum);
+    return 0;
+  }
+  float sum = 0.0f;
+  const int32_t taken = gather_line(r, r.tap_entries, r.tap_weights, sum);
+  if (r.down_first) {  // summed as writing accumulates, then across
+    sum_down(r, taken);
+    row_kernels().horizontal(r.across, r.in, r.out, r.channels);
+    finish(r, r.out, sum);
+    return 0;
+  }
   // The weighted sum divided by the weights' sum, negatives cut; not at all
   // when the weights sum to exactly 1.0 (see finish()).
-  const float sum = r.vertical_sum;
   const float scale = sum == 1.0f ? 1.0f : sum != 0.0f ? 1.0f / sum : 0.0f;
   const VerticalKernel vertical = row_kernels().vertical;
   for (int32_t c = 0; c < r.channels; ++c) {
     for (int32_t k = 0; k < taken; ++k) r.tap_rows[k] = row_of(r.tap_entries[k]->rows, c);
-    if (r.down_first)  // summed as writing accumulates, then across
-      vertical(r.tap_rows, r.tap_weights, taken, r.source_width, 1.0f, false, row_of(r.in, c));
-    else
-      vertical(r.tap_rows, r.tap_weights, taken, r.dest_width, scale, sum != 1.0f, row_of(r.out, c));
+    vertical(r.tap_rows, r.tap_weights, taken, r.dest_width, scale, sum != 1.0f, row_of(r.out, c));
   }
-  if (r.down_first) {
-    row_kernels().horizontal(r.across, r.in, r.out, r.channels);
-    finish(r, r.out, sum);
-  }
-  *static_cast<void ***>(rows) = r.out;
   return 0;
 }
 
 void free_record(ResampleRecord *r) {
   if (r == nullptr) return;
-  for (int32_t i = 0; r->cache != nullptr && i < r->cached; ++i) orx__chan_free(r->cache[i].rows);
+  ERR_free(r->ring_block);
+  ERR_free(r->ring_rows);
   for (int32_t i = 0; r->sums != nullptr && i < r->open; ++i) orx__chan_free(r->sums[i].rows);
   tap_table_free(r->across);
   for (void *p : {static_cast<void *>(r->cache), static_cast<void *>(r->tap_entries),
                   static_cast<void *>(r->tap_weights), static_cast<void *>(r->tap_rows),
+                  static_cast<void *>(r->next_entries), static_cast<void *>(r->next_weights),
                   static_cast<void *>(r->out_first),
                   static_cast<void *>(r->out_last), static_cast<void *>(r->out_centre),
                   static_cast<void *>(r->sums), static_cast<void *>(r->sum_weights),
@@ -205,6 +285,7 @@ void free_record(ResampleRecord *r) {
     ERR_free(p);
   orx__chan_free(r->out);
   orx__chan_free(r->in);
+  orx__chan_free(r->ahead);
   ERR_free(r);
 }
 
@@ -338,6 +419,35 @@ int resample_write_scan(void *data, int32_t line, void *rows) {
   return 0;
 }
 
+// The ring's rows, zeroed, in one block (reported when memory ran out).
+// Each row is an odd number of cache lines long, so that the same column
+// of the rows an output line sums falls in different sets of the
+// first-level cache: rows a multiple of the page size apart (as a 4K
+// image's rows of four channels are, allocated one after another) all
+// compete for the same few sets, and every load of the sum misses.
+bool make_ring(ResampleRecord &r) {
+  constexpr uint64_t kLine = 64 / sizeof(float);
+  const uint64_t stride = ((static_cast<uint64_t>(cached_width(r)) + kLine - 1) / kLine | 1) * kLine;
+  const uint64_t channels = static_cast<uint64_t>(r.channels > 0 ? r.channels : 0);
+  const uint64_t rows = static_cast<uint64_t>(r.cached) * channels;
+  uint64_t bytes = 0;
+  if (__builtin_mul_overflow(rows, stride * sizeof(float), &bytes) || bytes > UINT64_MAX - 64)
+    bytes = UINT64_MAX - 64;  // refused (and reported) as any size past the allocator's
+  r.ring_block = static_cast<float *>(allocate(bytes + 64));
+  r.ring_rows = static_cast<void **>(allocate(sizeof(void *) * static_cast<uint64_t>(r.cached) * (channels + 1)));
+  if (r.ring_block == nullptr || r.ring_rows == nullptr) return false;
+  std::memset(r.ring_block, 0, bytes + 64);
+  const auto at = reinterpret_cast<std::uintptr_t>(r.ring_block);
+  float *base = r.ring_block + (64 - at % 64) % 64 / sizeof(float);
+  for (uint64_t i = 0; i < static_cast<uint64_t>(r.cached); ++i) {
+    void **entry = r.ring_rows + i * (channels + 1);
+    for (uint64_t c = 0; c < channels; ++c) entry[c] = base + (i * channels + c) * stride;
+    entry[channels] = nullptr;
+    r.cache[i].rows = entry;
+  }
+  return true;
+}
+
 // Everything both directions share: the record, its weights and buffers,
 // for source and destination sizes; null (reported, orx__err -10) when
 // memory ran out.
@@ -389,11 +499,16 @@ ResampleRecord *make_record(ORX_IFD &d, const ORX_FILTER *filter, int32_t source
     ok = r->cache && r->tap_entries && r->tap_weights && r->tap_rows;
     for (int32_t i = 0; r->cache != nullptr && i < r->cached; ++i) r->cache[i] = CachedRow{-1, nullptr};
     if (r->cache == nullptr) r->cached = 0;
-    for (int32_t i = 0; ok && i < r->cached; ++i)
-      ok = (r->cache[i].rows = float_rows(d, cached_width(*r), kName)) != nullptr;
+    ok = ok && make_ring(*r);
     // Source rows as float before they are summed or filtered (rows read
     // from below the cast are widened here when filtered across first).
     if (ok && !row_kernels().exact) ok = (r->in = float_rows(d, source_width, kName)) != nullptr;
+    if (ok && r->down_first) {
+      r->next_entries = static_cast<const CachedRow **>(allocate(sizeof(CachedRow *) * n));
+      r->next_weights = static_cast<float *>(allocate(sizeof(float) * n));
+      ok = r->next_entries && r->next_weights &&
+           (r->ahead = float_rows(d, source_width, kName)) != nullptr;
+    }
   }
   if (ok && writing) {
     // Output lines open at once: those whose support holds the row just

@@ -139,6 +139,25 @@ void vertical_portable(const float *const *rows, const float *weights, int32_t n
   }
 }
 
+void vertical_pair_portable(const float *const *rows, RowSpans spans, const float *weights_a,
+                            const float *weights_b, int32_t width, float *out_a, float *out_b) {
+  constexpr int32_t kBlock = 64;
+  const int32_t n = spans.only_a + spans.shared + spans.only_b;
+  for (int32_t x0 = 0; x0 < width; x0 += kBlock) {
+    const int32_t m = width - x0 < kBlock ? width - x0 : kBlock;
+    float a[kBlock] = {}, b[kBlock] = {};
+    for (int32_t k = 0; k < n; ++k) {
+      const float *row = rows[k] + x0;
+      if (k < spans.only_a + spans.shared)
+        for (int32_t x = 0; x < m; ++x) a[x] += weights_a[k] * row[x];
+      if (k >= spans.only_a)
+        for (int32_t x = 0; x < m; ++x) b[x] += weights_b[k - spans.only_a] * row[x];
+    }
+    std::memcpy(out_a + x0, a, sizeof(float) * static_cast<std::size_t>(m));
+    std::memcpy(out_b + x0, b, sizeof(float) * static_cast<std::size_t>(m));
+  }
+}
+
 void accumulate_portable(const float *row, float weight, int32_t width, float *sums) {
   for (int32_t x = 0; x < width; ++x) sums[x] += weight * row[x];
 }
@@ -182,34 +201,73 @@ __attribute__((target("avx2,fma"))) inline __m256 dot(const float *w, const floa
   return acc;
 }
 
-// Eight pixels at a time, every channel in turn: eight vectors of partial
-// sums, added across by a tree of horizontal adds that leaves pixel i in
-// lane i.
+// dot() with the pixel's weights already in registers: w[b] holds taps
+// 8b..8b+7, the last block's four in its low half.
+template <std::size_t kStride>
+__attribute__((target("avx2,fma"))) inline __m256 dot_held(const __m256 *w, const float *s) {
+  __m256 acc = _mm256_setzero_ps();
+  std::size_t k = 0;
+  for (; k + 8 <= kStride; k += 8) acc = _mm256_fmadd_ps(w[k / 8], _mm256_loadu_ps(s + k), acc);
+  if constexpr (kStride % 8 != 0) {
+    const __m128 last = _mm_mul_ps(_mm256_castps256_ps128(w[k / 8]), _mm_loadu_ps(s + k));
+    acc = _mm256_add_ps(acc, _mm256_insertf128_ps(_mm256_setzero_ps(), last, 0));
+  }
+  return acc;
+}
+
+// Four pixels' partial sums a0..a3 added across by a tree of horizontal
+// adds that leaves pixel i in lane i, each pixel's eight partial sums
+// added in pairs, then the pairs' sums, then the halves.
+__attribute__((target("avx2,fma"))) inline __m128 across4(__m256 a0, __m256 a1, __m256 a2,
+                                                          __m256 a3) {
+  const __m256 s = _mm256_hadd_ps(_mm256_hadd_ps(a0, a1), _mm256_hadd_ps(a2, a3));
+  return _mm_add_ps(_mm256_castps256_ps128(s), _mm256_extractf128_ps(s, 1));
+}
+
+// Four pixels from j at a time, every channel in turn.  With a short
+// stride (kHeld) the four pixels' weights are loaded once for all
+// channels and held in registers; else each dot product reads them.
 // kStride: the table's stride when it is one of the common ones, else 0.
+template <std::size_t kStride>
+__attribute__((target("avx2,fma"))) inline void horizontal_quad(const TapTable &t, int32_t j,
+                                                                void *const *in_rows,
+                                                                void *const *out_rows,
+                                                                int32_t channels) {
+  const auto stride = static_cast<std::size_t>(t.stride);
+  const float *w = t.weights + static_cast<std::size_t>(j) * stride;
+  const int32_t *f = t.first + j;
+  constexpr bool kHeld = kStride != 0 && kStride <= 16;
+  constexpr std::size_t kBlocks = kHeld ? (kStride + 7) / 8 : 1;
+  __m256 held[4][kBlocks];
+  if constexpr (kHeld)
+    for (std::size_t p = 0; p < 4; ++p)
+      for (std::size_t b = 0; b < kBlocks; ++b)
+        held[p][b] = 8 * b + 8 <= kStride
+                         ? _mm256_loadu_ps(w + p * kStride + 8 * b)
+                         : _mm256_castps128_ps256(_mm_loadu_ps(w + p * kStride + 8 * b));
+  for (int32_t c = 0; c < channels; ++c) {
+    const auto *in = static_cast<const float *>(in_rows[c]);
+    __m256 a[4];
+    for (std::size_t p = 0; p < 4; ++p) {
+      if constexpr (kHeld)
+        a[p] = dot_held<kStride>(held[p], in + f[p]);
+      else
+        a[p] = dot<kStride>(w + p * stride, in + f[p], stride);
+    }
+    _mm_storeu_ps(static_cast<float *>(out_rows[c]) + j, across4(a[0], a[1], a[2], a[3]));
+  }
+}
+
+// Eight pixels at a time, as two fours; the last few (fewer than eight)
+// each by itself, its partial sums added in another order.
 template <std::size_t kStride>
 __attribute__((target("avx2,fma"))) void horizontal_avx2_of(const TapTable &t, void *const *in_rows,
                                                             void *const *out_rows, int32_t channels) {
   const auto stride = static_cast<std::size_t>(t.stride);
   int32_t j = 0;
   for (; j + 8 <= t.fast; j += 8) {
-    const float *w = t.weights + static_cast<std::size_t>(j) * stride;
-    const int32_t *f = t.first + j;
-    for (int32_t c = 0; c < channels; ++c) {
-      const auto *in = static_cast<const float *>(in_rows[c]);
-      const __m256 a0 = dot<kStride>(w, in + f[0], stride);
-      const __m256 a1 = dot<kStride>(w + stride, in + f[1], stride);
-      const __m256 a2 = dot<kStride>(w + 2 * stride, in + f[2], stride);
-      const __m256 a3 = dot<kStride>(w + 3 * stride, in + f[3], stride);
-      const __m256 a4 = dot<kStride>(w + 4 * stride, in + f[4], stride);
-      const __m256 a5 = dot<kStride>(w + 5 * stride, in + f[5], stride);
-      const __m256 a6 = dot<kStride>(w + 6 * stride, in + f[6], stride);
-      const __m256 a7 = dot<kStride>(w + 7 * stride, in + f[7], stride);
-      const __m256 s0 = _mm256_hadd_ps(_mm256_hadd_ps(a0, a1), _mm256_hadd_ps(a2, a3));
-      const __m256 s1 = _mm256_hadd_ps(_mm256_hadd_ps(a4, a5), _mm256_hadd_ps(a6, a7));
-      const __m256 sum = _mm256_add_ps(_mm256_permute2f128_ps(s0, s1, 0x20),
-                                       _mm256_permute2f128_ps(s0, s1, 0x31));
-      _mm256_storeu_ps(static_cast<float *>(out_rows[c]) + j, sum);
-    }
+    horizontal_quad<kStride>(t, j, in_rows, out_rows, channels);
+    horizontal_quad<kStride>(t, j + 4, in_rows, out_rows, channels);
   }
   for (int32_t c = 0; c < channels; ++c) {
     const auto *in = static_cast<const float *>(in_rows[c]);
@@ -293,6 +351,55 @@ __attribute__((target("avx2,fma"))) void vertical_avx2(const float *const *rows,
   vertical_columns_avx2(rows, weights, n, aligned, width, scale, cut, out);
 }
 
+// kLanes vectors of both lines' sums from column x: the shared rows'
+// vectors loaded once and added to both.
+template <int kLanes>
+__attribute__((target("avx2,fma"))) inline void vertical_pair_block(
+    const float *const *rows, RowSpans spans, const float *weights_a, const float *weights_b,
+    int32_t x, float *out_a, float *out_b) {
+  __m256 a[kLanes], b[kLanes];
+  for (int l = 0; l < kLanes; ++l) a[l] = _mm256_setzero_ps();
+  for (int l = 0; l < kLanes; ++l) b[l] = _mm256_setzero_ps();
+  int32_t k = 0;
+  for (; k < spans.only_a; ++k) {
+    const __m256 w = _mm256_set1_ps(weights_a[k]);
+    for (int l = 0; l < kLanes; ++l) a[l] = _mm256_fmadd_ps(w, _mm256_loadu_ps(rows[k] + x + 8 * l), a[l]);
+  }
+  for (int32_t i = 0; i < spans.shared; ++i, ++k) {
+    const __m256 wa = _mm256_set1_ps(weights_a[k]), wb = _mm256_set1_ps(weights_b[i]);
+    for (int l = 0; l < kLanes; ++l) {
+      const __m256 v = _mm256_loadu_ps(rows[k] + x + 8 * l);
+      a[l] = _mm256_fmadd_ps(wa, v, a[l]);
+      b[l] = _mm256_fmadd_ps(wb, v, b[l]);
+    }
+  }
+  for (int32_t i = spans.shared; i < spans.shared + spans.only_b; ++i, ++k) {
+    const __m256 w = _mm256_set1_ps(weights_b[i]);
+    for (int l = 0; l < kLanes; ++l) b[l] = _mm256_fmadd_ps(w, _mm256_loadu_ps(rows[k] + x + 8 * l), b[l]);
+  }
+  for (int l = 0; l < kLanes; ++l) _mm256_storeu_ps(out_a + x + 8 * l, a[l]);
+  for (int l = 0; l < kLanes; ++l) _mm256_storeu_ps(out_b + x + 8 * l, b[l]);
+}
+
+__attribute__((target("avx2,fma"))) void vertical_pair_avx2(const float *const *rows, RowSpans spans,
+                                                            const float *weights_a,
+                                                            const float *weights_b, int32_t width,
+                                                            float *out_a, float *out_b) {
+  int32_t x = 0;
+  for (; x + 32 <= width; x += 32) vertical_pair_block<4>(rows, spans, weights_a, weights_b, x, out_a, out_b);
+  for (; x + 8 <= width; x += 8) vertical_pair_block<1>(rows, spans, weights_a, weights_b, x, out_a, out_b);
+  const int32_t n = spans.only_a + spans.shared + spans.only_b;
+  for (; x < width; ++x) {
+    float a = 0.0f, b = 0.0f;
+    for (int32_t k = 0; k < n; ++k) {
+      if (k < spans.only_a + spans.shared) a = std::fma(weights_a[k], rows[k][x], a);
+      if (k >= spans.only_a) b = std::fma(weights_b[k - spans.only_a], rows[k][x], b);
+    }
+    out_a[x] = a;
+    out_b[x] = b;
+  }
+}
+
 __attribute__((target("avx2,fma"))) void accumulate_avx2(const float *row, float weight,
                                                          int32_t width, float *sums) {
   const __m256 w = _mm256_set1_ps(weight);
@@ -337,15 +444,16 @@ __attribute__((target("avx2,fma"))) void widen_avx2(const void *in, SourceKind k
     widen_avx2_of<uint16_t>(in, n, maximum, out);
 }
 
-const RowKernels kAvx2{horizontal_avx2, vertical_avx2, accumulate_avx2, widen_avx2, "avx2", false};
+const RowKernels kAvx2{horizontal_avx2, vertical_avx2, vertical_pair_avx2, accumulate_avx2, widen_avx2, "avx2", false};
 
 #endif
 
-const RowKernels kPortable{horizontal_portable, vertical_portable, accumulate_portable,
+const RowKernels kPortable{horizontal_portable, vertical_portable, vertical_pair_portable,
+                           accumulate_portable,
                            widen_portable, "portable", false};
 // The portable vertical kernels already add rows in order, one rounding each.
-const RowKernels kExact{horizontal_exact, vertical_portable, accumulate_portable, widen_portable,
-                        "exact", true};
+const RowKernels kExact{horizontal_exact,    vertical_portable, vertical_pair_portable,
+                        accumulate_portable, widen_portable,    "exact", true};
 
 }  // namespace
 

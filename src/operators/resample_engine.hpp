@@ -59,6 +59,19 @@ using HorizontalKernel = void (*)(const TapTable &t, void *const *in, void *cons
 using VerticalKernel = void (*)(const float *const *rows, const float *weights, int32_t n,
                                 int32_t width, float scale, bool cut, float *out);
 
+// Two neighbouring lines of a reduction at once, from the rows they draw
+// on between them in source order: first `only_a` rows of line a alone,
+// then `shared` rows of both, then `only_b` rows of line b alone.  weights_a
+// holds only_a + shared weights, weights_b shared + only_b.  Each line's sums
+// are rounded exactly as the vertical kernel rounds them over its own rows
+// with scale 1 and no cut; the shared rows are read once for both.
+struct RowSpans {
+  int32_t only_a, shared, only_b;
+};
+using VerticalPairKernel = void (*)(const float *const *rows, RowSpans spans,
+                                    const float *weights_a, const float *weights_b,
+                                    int32_t width, float *out_a, float *out_b);
+
 // sums[j] += weight x row[j] for j < width, each sum rounded exactly as
 // the vertical kernel rounds its running sums: adding rows one at a time in
 // order and finishing with the same scale and cut gives its result to the
@@ -77,6 +90,7 @@ using WidenKernel = void (*)(const void *in, SourceKind kind, int32_t n, float m
 struct RowKernels {
   HorizontalKernel horizontal;
   VerticalKernel vertical;
+  VerticalPairKernel vertical_pair;
   AccumulateKernel accumulate;
   WidenKernel widen;
   const char *name;  // "avx2", "portable" or "exact"

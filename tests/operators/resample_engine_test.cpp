@@ -1,8 +1,9 @@
 // The shared resampling kernels, portable and AVX2 alike, against sums in
 // double precision over random tables: odd widths, tap counts either side
 // of the padding, pixels near the source's end (the tail path), and the
-// accumulating kernel giving the vertical kernel's result to the bit, and
-// source rows widened to float exactly as the cast gives them.
+// accumulating kernel and the two-line kernel giving the vertical kernel's
+// result to the bit, and source rows widened to float exactly as the cast
+// gives them.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -107,6 +108,20 @@ TEST(ResampleEngine, KernelsAgreeWithDoublePrecisionSums) {
         if (cut && finished < 0.0f) finished = 0.0f;
         ASSERT_EQ(down[std::size_t(x)], finished) << "column " << x;
       }
+      // Two lines sharing the middle of the stack: each as the vertical
+      // kernel sums its own rows.
+      const int32_t only_a = n > 0 ? static_cast<int32_t>(rng() % std::uint32_t(n + 1)) : 0;
+      const int32_t shared = static_cast<int32_t>(rng() % std::uint32_t(n - only_a + 1));
+      const RowSpans spans{only_a, shared, n - only_a - shared};
+      const auto rows_n = static_cast<std::size_t>(n), columns = static_cast<std::size_t>(width);
+      std::vector<float> weights_b(rows_n), a(columns), b(columns), want_a(columns), want_b(columns);
+      for (float &w : weights_b) w = value(rng);
+      k->vertical_pair(pointers.data(), spans, weights.data(), weights_b.data(), width, a.data(), b.data());
+      k->vertical(pointers.data(), weights.data(), only_a + shared, width, 1.0f, false, want_a.data());
+      k->vertical(pointers.data() + only_a, weights_b.data(), shared + spans.only_b, width, 1.0f, false,
+                  want_b.data());
+      ASSERT_EQ(a, want_a);
+      ASSERT_EQ(b, want_b);
     }
   }
 }
