@@ -185,8 +185,8 @@ int32_t gather_line(ResampleRecord &r, const CachedRow **entries, float *weights
   return taken;
 }
 
-// Whether the line after the one just gathered (from source row first on)
-// can be summed with it: both lines' rows fit in the ring at once.
+// Whether the line after the one just gathered (its taps in entries) can
+// be summed with it: both lines' rows fit in the ring at once.
 bool pair_fits(const ResampleRecord &r, const CachedRow *const *entries, int32_t taken) {
   if (!r.down_first || taken == 0 || r.lines_read >= r.dest_height) return false;
   const float high = r.cy + r.ry * r.hy;
@@ -430,12 +430,16 @@ bool make_ring(ResampleRecord &r) {
   const uint64_t stride = ((static_cast<uint64_t>(cached_width(r)) + kLine - 1) / kLine | 1) * kLine;
   const uint64_t channels = static_cast<uint64_t>(r.channels > 0 ? r.channels : 0);
   const uint64_t rows = static_cast<uint64_t>(r.cached) * channels;
-  uint64_t bytes = 0;
-  if (__builtin_mul_overflow(rows, stride * sizeof(float), &bytes) || bytes > UINT64_MAX - 64)
-    bytes = UINT64_MAX - 64;  // refused (and reported) as any size past the allocator's
-  r.ring_block = static_cast<float *>(allocate(bytes + 64));
-  r.ring_rows = static_cast<void **>(allocate(sizeof(void *) * static_cast<uint64_t>(r.cached) * (channels + 1)));
-  if (r.ring_block == nullptr || r.ring_rows == nullptr) return false;
+  uint64_t bytes = 0, pointers = 0;
+  const bool fits = !__builtin_mul_overflow(rows, stride * sizeof(float), &bytes) &&
+                    bytes <= UINT64_MAX - 64 &&
+                    !__builtin_mul_overflow(static_cast<uint64_t>(r.cached) * sizeof(void *),
+                                            channels + 1, &pointers);
+  // A size past what can be had is refused (and reported) as any other.
+  r.ring_block = static_cast<float *>(allocate(fits ? bytes + 64 : UINT64_MAX));
+  if (r.ring_block == nullptr) return false;
+  r.ring_rows = static_cast<void **>(allocate(pointers));
+  if (r.ring_rows == nullptr) return false;
   std::memset(r.ring_block, 0, bytes + 64);
   const auto at = reinterpret_cast<std::uintptr_t>(r.ring_block);
   float *base = r.ring_block + (64 - at % 64) % 64 / sizeof(float);
