@@ -35,8 +35,6 @@ double cubic(double t) {
   return 0.0;
 }
 
-double sinc(double t) { return t == 0.0 ? 1.0 : std::sin(kPi * t) / (kPi * t); }
-
 // sinc(t) sinc(t/3) with one sine: sin(pi t) is had from sin(pi t/3) by the
 // triple-angle formula (the resampling filter evaluates this once per tap
 // of every column and every output line).

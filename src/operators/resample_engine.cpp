@@ -12,12 +12,15 @@
 
 namespace orx::operators {
 
+int32_t padded_stride(int32_t taps) {
+  return taps <= kTapBlock ? kTapBlock : (taps + 7) / 8 * 8;
+}
+
 bool tap_table_alloc(TapTable &t, int32_t count, int32_t taps, int32_t source, bool normalisers) {
   t = TapTable{};
   t.count = count;
   t.source = source;
-  t.stride = (taps + kTapBlock - 1) / kTapBlock * kTapBlock;
-  if (t.stride < kTapBlock) t.stride = kTapBlock;
+  t.stride = padded_stride(taps);
   const uint64_t n = static_cast<uint64_t>(count);
   t.weights = static_cast<float *>(allocate(sizeof(float) * n * static_cast<uint64_t>(t.stride)));
   t.first = static_cast<int32_t *>(allocate(sizeof(int32_t) * n));
@@ -60,7 +63,7 @@ void tap_table_trim(TapTable &t) {
     t.used[j] = end;  // leading zeros still counted: they go below
     widest = std::max(widest, end - leading_zeros(w, end));
   }
-  const auto stride = static_cast<std::size_t>((widest + kTapBlock - 1) / kTapBlock * kTapBlock);
+  const auto stride = static_cast<std::size_t>(padded_stride(widest));
   // Rows only move down: row j's new place ends where its old one starts
   // at the latest, so each is packed in place in turn.
   for (int32_t j = 0; j < t.count; ++j) {
@@ -184,8 +187,8 @@ void widen_portable(const void *in, SourceKind kind, int32_t n, float maximum, f
 
 #ifdef ORX_X86_KERNELS
 
-// A pixel's taps in blocks of eight, and a last block of four (strides are
-// multiples of four) added into the low half.
+// A pixel's taps in blocks of eight, and a last block of four where the
+// stride has one (strides are multiples of four) added into the low half.
 template <std::size_t kStride>
 __attribute__((target("avx2,fma"))) inline __m256 dot(const float *w, const float *s,
                                                        std::size_t stride) {
@@ -286,7 +289,6 @@ void horizontal_avx2(const TapTable &t, void *const *in, void *const *out, int32
   switch (t.stride) {
     case 4: return horizontal_avx2_of<4>(t, in, out, channels);
     case 8: return horizontal_avx2_of<8>(t, in, out, channels);
-    case 12: return horizontal_avx2_of<12>(t, in, out, channels);
     case 16: return horizontal_avx2_of<16>(t, in, out, channels);
     case 24: return horizontal_avx2_of<24>(t, in, out, channels);
     default: return horizontal_avx2_of<0>(t, in, out, channels);

@@ -25,7 +25,7 @@ namespace orx::operators {
 // samples from first[j] on (weights beyond a pixel's own taps are 0).
 struct TapTable {
   int32_t count = 0;   // output pixels
-  int32_t stride = 0;  // taps per pixel, a multiple of kTapBlock
+  int32_t stride = 0;  // taps per pixel: padded_stride() of the widest pixel's
   int32_t source = 0;  // source samples along the axis
   int32_t fast = 0;    // pixels 0..fast-1 read whole strides inside the source
   float *weights = nullptr;  // count x stride
@@ -35,6 +35,11 @@ struct TapTable {
 };
 
 constexpr int32_t kTapBlock = 4;
+
+// The stride for pixels of at most taps taps: 4, or a multiple of 8 (whole
+// vectors of eight, each one multiply-add, cost less than a last half
+// vector added into the sum on its own).
+int32_t padded_stride(int32_t taps);
 
 // Allocates a table for count pixels of at most taps taps each (weights 0);
 // false when memory ran out (reported by the allocator, the table emptied).
