@@ -365,7 +365,8 @@ __attribute__((target("avx2,fma"))) inline void vertical_pair_block(
   int32_t k = 0;
   for (; k < spans.only_a; ++k) {
     const __m256 w = _mm256_set1_ps(weights_a[k]);
-    for (int l = 0; l < kLanes; ++l) a[l] = _mm256_fmadd_ps(w, _mm256_loadu_ps(rows[k] + x + 8 * l), a[l]);
+    for (int l = 0; l < kLanes; ++l)
+      a[l] = _mm256_fmadd_ps(w, _mm256_loadu_ps(rows[k] + x + 8 * l), a[l]);
   }
   for (int32_t i = 0; i < spans.shared; ++i, ++k) {
     const __m256 wa = _mm256_set1_ps(weights_a[k]), wb = _mm256_set1_ps(weights_b[i]);
@@ -377,7 +378,8 @@ __attribute__((target("avx2,fma"))) inline void vertical_pair_block(
   }
   for (int32_t i = spans.shared; i < spans.shared + spans.only_b; ++i, ++k) {
     const __m256 w = _mm256_set1_ps(weights_b[i]);
-    for (int l = 0; l < kLanes; ++l) b[l] = _mm256_fmadd_ps(w, _mm256_loadu_ps(rows[k] + x + 8 * l), b[l]);
+    for (int l = 0; l < kLanes; ++l)
+      b[l] = _mm256_fmadd_ps(w, _mm256_loadu_ps(rows[k] + x + 8 * l), b[l]);
   }
   for (int l = 0; l < kLanes; ++l) _mm256_storeu_ps(out_a + x + 8 * l, a[l]);
   for (int l = 0; l < kLanes; ++l) _mm256_storeu_ps(out_b + x + 8 * l, b[l]);
@@ -388,8 +390,10 @@ __attribute__((target("avx2,fma"))) void vertical_pair_avx2(const float *const *
                                                             const float *weights_b, int32_t width,
                                                             float *out_a, float *out_b) {
   int32_t x = 0;
-  for (; x + 32 <= width; x += 32) vertical_pair_block<4>(rows, spans, weights_a, weights_b, x, out_a, out_b);
-  for (; x + 8 <= width; x += 8) vertical_pair_block<1>(rows, spans, weights_a, weights_b, x, out_a, out_b);
+  for (; x + 32 <= width; x += 32)
+    vertical_pair_block<4>(rows, spans, weights_a, weights_b, x, out_a, out_b);
+  for (; x + 8 <= width; x += 8)
+    vertical_pair_block<1>(rows, spans, weights_a, weights_b, x, out_a, out_b);
   const int32_t n = spans.only_a + spans.shared + spans.only_b;
   for (; x < width; ++x) {
     float a = 0.0f, b = 0.0f;
@@ -446,13 +450,13 @@ __attribute__((target("avx2,fma"))) void widen_avx2(const void *in, SourceKind k
     widen_avx2_of<uint16_t>(in, n, maximum, out);
 }
 
-const RowKernels kAvx2{horizontal_avx2, vertical_avx2, vertical_pair_avx2, accumulate_avx2, widen_avx2, "avx2", false};
+const RowKernels kAvx2{horizontal_avx2, vertical_avx2, vertical_pair_avx2, accumulate_avx2,
+                       widen_avx2,      "avx2",        false};
 
 #endif
 
 const RowKernels kPortable{horizontal_portable, vertical_portable, vertical_pair_portable,
-                           accumulate_portable,
-                           widen_portable, "portable", false};
+                           accumulate_portable, widen_portable,    "portable", false};
 // The portable vertical kernels already add rows in order, one rounding each.
 const RowKernels kExact{horizontal_exact,    vertical_portable, vertical_pair_portable,
                         accumulate_portable, widen_portable,    "exact", true};
