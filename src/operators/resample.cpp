@@ -150,6 +150,13 @@ void load_row(ResampleRecord &r, int32_t s, void **entry) {
   if (!r.down_first) filter_row(r, r.in, entry);
 }
 
+// The bound of the source rows the next output line reaches (its last row
+// is the largest row number not above it).
+float last_row(const ResampleRecord &r) {
+  const float high = r.cy + r.ry * r.hy;
+  return high < r.source_top ? high : r.source_top;
+}
+
 // The next output line's taps (the cache entries with a weight, in source
 // order, and their weights) into entries and weights, rows loaded as
 // needed; its weights' sum into sum.  Moves on to the line after it.
@@ -158,8 +165,7 @@ int32_t gather_line(ResampleRecord &r, const CachedRow **entries, float *weights
   int32_t taken = 0;
   const float low = r.cy - r.ry * r.hy;
   const int32_t first = low < 0.0f ? 0 : static_cast<int32_t>(low);
-  const float high = r.cy + r.ry * r.hy;
-  const float last = high < r.source_top ? high : r.source_top;
+  const float last = last_row(r);
   // Bring a cached copy of the first row needed to the head.
   for (int32_t i = 0; i < r.cached && r.cache[r.head].line != first; ++i)
     r.head = (r.head + 1) % r.cached;
@@ -189,8 +195,7 @@ int32_t gather_line(ResampleRecord &r, const CachedRow **entries, float *weights
 // be summed with it: both lines' rows fit in the ring at once.
 bool pair_fits(const ResampleRecord &r, const CachedRow *const *entries, int32_t taken) {
   if (!r.down_first || taken == 0 || r.lines_read >= r.dest_height) return false;
-  const float high = r.cy + r.ry * r.hy;
-  const float last = high < r.source_top ? high : r.source_top;
+  const float last = last_row(r);
   return last >= 0.0f && static_cast<int32_t>(last) - entries[0]->line < r.cached;
 }
 
