@@ -96,6 +96,22 @@ const char *deep_problem(const std::vector<std::string> &names);
 int decode_deep(const char *path, int part, const std::vector<std::string> &names,
                 KitPlane *plane);
 
+// Whether plane channel c belongs to an integer group (which holds
+// OpenEXR's UINT samples as they are; other groups hold floats, half
+// samples widened).
+inline bool integer_channel(const KitPlane &p, int32_t c) {
+  for (int g = 0, first = 0; g < 3; first += p.layout.count[g++])
+    if (c < first + p.layout.count[g]) return p.layout.type[g] == ORX_C_INTEGER;
+  return false;
+}
+
+// Decodes level `level` of part `part` (scanline or tiled, not deep) of the
+// file at path through OpenEXR's C++ library into a plane laid out for the
+// level's data window, names[c] the file channel of plane channel c; 0 or a
+// status after a report.  For the compressions its C library cannot decode.
+int decode_classic(const char *path, int part, int level, const std::vector<std::string> &names,
+                   KitPlane *plane);
+
 int read_open(ORX_OBJECT *object);
 int write_open(ORX_OBJECT *object);
 

@@ -85,6 +85,7 @@ struct InImage {
   int level = 0;                       // the mip level of a mipmapped part
   bool luminance_chroma = false;       // decoded through OpenEXR's RGBA interface
   bool deep = false;                   // flattened through OpenEXR's compositing
+  bool classic = false;                // decoded through OpenEXR's C++ library
   std::vector<std::string> names;      // file channel of each plane channel
 };
 
@@ -178,13 +179,6 @@ struct Pipeline {
     if (started) exr_decoding_destroy(context, &decoder);
   }
 };
-
-// Whether plane channel c belongs to an integer group.
-bool integer_channel(const KitPlane &p, int32_t c) {
-  for (int g = 0, first = 0; g < 3; first += p.layout.count[g++])
-    if (c < first + p.layout.count[g]) return p.layout.type[g] == ORX_C_INTEGER;
-  return false;
-}
 
 // Decodes one chunk whose pixels start at EXR pixel (x0, y0) into the
 // plane: straight in when it lies within the active window, otherwise
@@ -291,6 +285,9 @@ int decode(void *data) {
   if (image.luminance_chroma)
     return decode_luminance_chroma(image.file->path.c_str(), &image.plane);
   if (image.deep) return decode_deep(image.file->path.c_str(), image.part, image.names, &image.plane);
+  if (image.classic)
+    return decode_classic(image.file->path.c_str(), image.part, image.level, image.names,
+                          &image.plane);
   begin();
   const exr_result_t r = decode_chunks(image);
   if (r == EXR_ERR_SUCCESS) return 0;
@@ -376,6 +373,16 @@ KitLayout rgba_of(const exr_attr_chlist_t &list, std::string &names) {
     alpha = alpha || (list.entries[i].name.length == 1 && list.entries[i].name.str[0] == 'A');
   names = alpha ? "R,G,B,A" : "R,G,B";
   return KitLayout{{3, alpha ? 1 : 0, 0}, {ORX_C_FLOAT, ORX_C_FLOAT, ORX_C_FLOAT}, {16, 16, 16}};
+}
+
+// Whether OpenEXR's C library cannot decode a part of this compression
+// and these channels (see exr_classic.cpp).
+bool beyond_c_library(exr_compression_t method, const exr_attr_chlist_t &list) {
+  if (method == EXR_COMPRESSION_DWAA || method == EXR_COMPRESSION_DWAB) return true;
+  if (method != EXR_COMPRESSION_B44 && method != EXR_COMPRESSION_B44A) return false;
+  for (int i = 0; i < list.num_channels; ++i)
+    if (list.entries[i].pixel_type == EXR_PIXEL_HALF) return false;
+  return true;
 }
 
 // What keeps a part's channels from being read, or null.
@@ -540,14 +547,18 @@ bool describe(InImage &image, ORX_INFO &info, int32_t index) {
   std::string names;
   KitLayout layout = image.luminance_chroma ? rgba_of(*list, names)
                                            : order_channels(*list, image.plane_channel, names);
-  if (image.deep) {
-    // Composited samples are floats whatever the file stored.
-    for (int g = 0; g < 3; ++g) layout.type[g] = ORX_C_FLOAT, layout.bits[g] = 32;
+  exr_compression_t method = EXR_COMPRESSION_NONE;
+  exr_get_compression(context, part, &method);
+  image.classic = !image.deep && !image.luminance_chroma && beyond_c_library(method, *list);
+  if (image.deep || image.classic)
     for (std::size_t at = 0; at <= names.size();) {
       const std::size_t end = names.find(',', at) == std::string::npos ? names.size() : names.find(',', at);
       image.names.push_back(names.substr(at, end - at));
       at = end + 1;
     }
+  if (image.deep) {
+    // Composited samples are floats whatever the file stored.
+    for (int g = 0; g < 3; ++g) layout.type[g] = ORX_C_FLOAT, layout.bits[g] = 32;
     if (const char *problem = deep_problem(image.names))
       return kit_fail(ORX_E_UNSUPPORTED, "exr: %s: part %d %s", path, part, problem);
     if (ORX_attr_set_string(&info, index, "orx:flattened",

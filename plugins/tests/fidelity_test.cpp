@@ -89,6 +89,14 @@ const Row kRows[] = {
     {"exr_deep", DEEP("8x4") "-o {out}", "exr", 1e-6},
     {"exr_deep_tiled", DEEP("40x20") "--tile 16 16 -o {out}", "exr", 1e-6},
     {"exr_deep_without_z", "oiiotool " NEAR("8x4") "--ch R,G,B,A -o {out}", "exr", 0},
+    // Compressions OpenEXR's C library does not decode (DWA) or decodes
+    // wrongly (B44 without half channels), with a tiled mipmap of DWA.
+    {"exr_dwaa", OIIO("--pattern fill:topleft=0,0,0,0:topright=1,0,0,1:bottomleft=0,1,0,0.5:"
+                      "bottomright=0,0,1,1 40x24 4 -d half --compression dwaa"), "exr", 0},
+    {"exr_b44_float", OIIO("--pattern fill:left=0,0,0,1:right=1,0.5,0.25,0.5 40x24 4 -d float "
+                           "--compression b44"), "exr", 0},
+    {"exr_dwab_mipmap", "oiiotool --pattern fill:left=0,0,0:right=1,0.5,0.25 37x21 3 -d half -o "
+                        "{dir}/s.exr && maketx --compression dwab {dir}/s.exr -o {out}", "exr", 0},
     {"exr_luminance_chroma", "{make_exr_yc} {out} {dir}/ref.exr", "exr", 0, "{dir}/ref.exr"},
     // TIFF, PNG and JPEG variants made by ImageMagick, libtiff's tools and
     // OpenImageIO from one picture ({dir}/s.png, and {dir}/a.png with a

@@ -301,6 +301,7 @@ TEST_F(PluginTest, SettingsEveryValueOfASettingRoundTrips) {
       {"tiff", ".tif", {3, 1, 0, I, 16}, 0, {0, 1, 2, 3}, 0},
       {"tiff", ".tif", {3, 0, 1, F, 32}, 1, {0, 64, 256}, 0},
       {"exr", ".exr", {3, 1, 0, F, 16}, 0, {0, 1, 2, 3, 4}, 1e-3},
+      {"exr", ".exr", {3, 1, 0, F, 16}, 0, {5, 6, 8, 9}, 0.03},  // pxr24, b44, dwaa, dwab
       {"exr", ".exr", {3, 0, 1, F, 32}, 1, {0, 1}, 1e-3},
       {"jpeg", ".jpg", {3, 0, 0, I, 8}, 0, {20, 60, 98}, 0.3},
   };
