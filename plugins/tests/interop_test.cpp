@@ -184,6 +184,36 @@ TEST(Copy, BetweenEveryPairOfFormats) {
   }
 }
 
+// `--set NAME=VALUE` reaches the format that writes the file, as
+// OpenImageIO reads the file back; a choice the format lacks is refused
+// with the list of its choices, and nothing is written.
+TEST(Copy, SettingsReachTheWrittenFile) {
+  ORX_REQUIRE_TOOL("oiiotool");
+  TempDir dir;
+  const std::string source = dir.file("s.rla");
+  expect_runs(orx("pattern '" + source + "' --size 40x24 --matte"));
+  const struct {
+    const char *ext, *set, *says;
+  } cases[] = {
+      {"exr", "compression=dwaa", "compression: \"dwaa\""},
+      {"exr", "Compression=B44 --set pixel_type=float", "compression: \"b44\""},
+      {"tif", "compression=deflate --set tiles=64x64-tiles", "tile size: 64 x 64"},
+  };
+  for (const auto &c : cases) {
+    if (!built(c.ext)) continue;
+    const std::string out = dir.file(std::string("out.") + c.ext);
+    expect_runs(orx("copy '" + source + "' '" + out + "' --set " + c.set));
+    expect_same(source, out, 0.03);  // b44 and dwa are lossy
+    EXPECT_NE(run("oiiotool --info -v '" + out + "'").output.find(c.says), std::string::npos) << c.set;
+  }
+  if (!built("exr")) return;
+  const ToolRun refused = run(orx("copy '" + source + "' '" + dir.file("no.exr") + "' --set compression=dwa"));
+  EXPECT_EQ(refused.status, 2 << 8);  // exit status 2
+  EXPECT_NE(refused.output.find("compression is one of none, rle, zips, zip (default), piz"),
+            std::string::npos) << refused.output;
+  EXPECT_FALSE(std::filesystem::exists(dir.file("no.exr")));
+}
+
 // `orx copy --unassociated` hands straight colour through as stored, where
 // the default multiplies and divides it (which changes colour under a small
 // matte); ImageMagick, which reads PNG and TIFF alpha as straight, finds

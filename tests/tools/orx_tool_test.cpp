@@ -77,6 +77,8 @@ TEST_F(OrxTool, EveryCommandAsASession) {
       {"copy a.rla none.xyz", 2, {"choose one with --type KEY: ", "rla (.rla), pipe (.pipe)"}},
       {"copy a.rla none", 2, {"the name has no extension", "rla (.rla), pipe (.pipe)"}},
       {"copy a.rla out.xyz --type rla", 0},
+      {"copy a.rla set.rla --set quality=9", 2, {"the rla format has no setting \"quality\""}},
+      {"copy a.rla set.rla --set quality", 2, {"--set: expected NAME=VALUE"}},
       {"diff a.rla out.xyz --type rla", 0},
       // Usage, help and version.
       {"", 2, {"orx: A subcommand is required (see \"orx help\")"}},

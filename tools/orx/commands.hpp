@@ -28,6 +28,7 @@ struct CopyOptions {
   std::string display;   // a framebuffer's name: write what it would show
   std::string crop;      // "X0,Y0,X1,Y1": the part of the image to copy
   bool unassociated = false;  // straight colour passes as stored, both ways
+  std::vector<std::string> settings;  // --set NAME=VALUE: the output format's
 };
 // Layers the copy options onto a handle open for reading; false with the
 // reason in *why when one of them cannot apply.
@@ -53,12 +54,14 @@ struct ResizeOptions {
   std::string in, out, type, size, filter = "lanczos3";
   double scale = 0.0;
   bool fit = false;
+  std::vector<std::string> settings;  // --set NAME=VALUE: the output format's
 };
 int run_resize(const ResizeOptions &options);
 
 struct MaketxOptions {
   SequenceOptions sequence;
   std::string in, out, type = "color", filter = "box";
+  std::vector<std::string> settings;  // --set NAME=VALUE: the output format's
 };
 int run_maketx(const MaketxOptions &options);
 

@@ -52,8 +52,11 @@ int copy_one(const std::string &in_path, const std::string &out_path, const Copy
     if (!apply_operators(in.get(), o, &why)) return complain(in_path, why);
   }
   Image out;
-  std::vector<std::pair<std::string, std::string>> settings = alpha;
+  NamedSettings asked;
+  if (!output_settings(o.settings, out_path, o.type, &asked, &why)) return complain(out_path, why);
+  NamedSettings settings = alpha;
   if (o.depth == "float") settings.emplace_back("pixel type", "float");
+  settings.insert(settings.end(), asked.begin(), asked.end());  // the command line's win
   // A format that holds one image per file refuses a request of several;
   // the copy then keeps the first and says so, as it does for any other
   // narrowing.

@@ -32,6 +32,7 @@ int main(int argc, char **argv) {
   copy_cmd->add_option("in", copy.in, "Input file (a name with #### for --frames)")->required();
   copy_cmd->add_option("out", copy.out, "Output file")->required();
   copy_cmd->add_option("--type", copy.type, "Format key of the output");
+  add_setting_option(copy_cmd, &copy.settings);
   add_sequence_options(copy_cmd, &copy.sequence);
   copy_cmd->add_option("--depth", copy.depth, "Sample type of the copy: int8, int16, int32 or float");
   copy_cmd->add_option("--gamma", copy.gamma, "Gamma-correct 8-bit images to gamma G");
@@ -94,6 +95,7 @@ int main(int argc, char **argv) {
                                                     "catmull-rom or lanczos3 (default)");
   resize_cmd->add_flag("--fit", resize.fit, "With --size: keep the shape, fit inside WxH");
   resize_cmd->add_option("--type", resize.type, "Format key of the output");
+  add_setting_option(resize_cmd, &resize.settings);
   add_sequence_options(resize_cmd, &resize.sequence);
 
   MaketxOptions maketx;
@@ -102,6 +104,7 @@ int main(int argc, char **argv) {
   maketx_cmd->add_option("out", maketx.out, "Texture file to write")->required();
   maketx_cmd->add_option("--type", maketx.type, "color, scalar or bump (default color)");
   maketx_cmd->add_option("--filter", maketx.filter, "Level filter: box (default)");
+  add_setting_option(maketx_cmd, &maketx.settings);
   add_sequence_options(maketx_cmd, &maketx.sequence);
 
   SwatchOptions swatch;

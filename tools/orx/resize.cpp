@@ -81,7 +81,10 @@ int resize_one(const std::string &in_path, const std::string &out_path, const Re
   like.images = &written;
   like.image_count = 1;
   Image out;
-  if (!out.open_write(out_path, o.type, like)) return complain(out_path);
+  NamedSettings asked;
+  std::string why;
+  if (!output_settings(o.settings, out_path, o.type, &asked, &why)) return complain(out_path, why);
+  if (!out.open_write(out_path, o.type, like, asked)) return complain(out_path);
   const int channels = channels_of(written);
   RowBuffers storage(channels, wd);
   const ORX_IFD &filtered = in.ifd(0);

@@ -17,7 +17,11 @@ namespace {
 // Streams image 0 of in_path into out_path through the process the request
 // names.
 int through_process(const std::string &in_path, const std::string &out_path,
-                    IMP_REQUEST request) {
+                    IMP_REQUEST request, const std::vector<std::string> &setting_texts = {}) {
+  NamedSettings asked;
+  std::string why;
+  if (!output_settings(setting_texts, out_path, "", &asked, &why)) return complain(out_path, why);
+  SettingArray settings;
   Image in;
   if (!in.open_read(in_path, "")) return complain(in_path);
   SafeOutput output(out_path);
@@ -25,6 +29,7 @@ int through_process(const std::string &in_path, const std::string &out_path,
   ORX_info_init(&out);
   out.handle = const_cast<char *>(output.path().c_str());
   out.full_path = 1;
+  out.settings = settings.resolve(writing_format(out_path, ""), asked);
   ORX_IFD image = in.ifd(0);  // copied by the open
   out.images = &image;
   out.image_count = 1;
@@ -63,7 +68,7 @@ int run_maketx(const MaketxOptions &options) {
   const IMP_REQUEST request{"mipmap", 0, type, 0, 0};
   return run_frames(options.sequence, options.in, options.out, "",
                     [&](const std::string &in, const std::string &out) {
-                      return through_process(in, out, request);
+                      return through_process(in, out, request, options.settings);
                     });
 }
 

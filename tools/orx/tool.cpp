@@ -40,11 +40,6 @@ int report(const char *, int severity, const char *message, ERR_RECORD *, intptr
 // A copy of a descriptor group's name, or NULL.
 void copy_name(ORX_CHANNELS &g) { g.name = g.name != nullptr ? STR_save(g.name) : nullptr; }
 
-bool ends_with(const std::string &text, const char *suffix) {
-  const std::size_t n = suffix != nullptr ? std::strlen(suffix) : 0;
-  return n > 0 && text.size() >= n && text.compare(text.size() - n, n, suffix) == 0;
-}
-
 // "rla (.rla), pipe (.pipe), ..." for messages.
 std::string format_list() {
   std::string list;
@@ -75,6 +70,11 @@ void name_final(const SafeOutput &output) {
 }
 
 }  // namespace
+
+bool ends_with(const std::string &text, const char *suffix) {
+  const std::size_t n = suffix != nullptr ? std::strlen(suffix) : 0;
+  return n > 0 && text.size() >= n && text.compare(text.size() - n, n, suffix) == 0;
+}
 
 void say(const std::string &text) {
   std::string line = "orx: ";
@@ -159,61 +159,6 @@ std::vector<const ORX_FORMAT *> all_formats() {
   return formats;
 }
 
-namespace {
-
-// The settings format takes from names: one per capability, in table order
-// (settings pair with entries by position).  A choice names a list entry;
-// a value capability takes the choice as a number.
-void resolve_settings(const ORX_FORMAT *format,
-                      const std::vector<std::pair<std::string, std::string>> &names,
-                      std::vector<ORX_CAP_SETTING> &settings) {
-  settings.clear();
-  ORX_CAP_ENTRY *table = nullptr;
-  int32_t count = 0, first = 0, second = 0;
-  if (names.empty() || format == nullptr) return;
-  ORX_info_get_specific(nullptr, format, &table, &first, &second, &count);
-  for (int32_t i = 0; table != nullptr && i < count; ++i) {
-    ORX_CAP_SETTING s{ORX_CAP_UNSET, {0}};
-    for (const auto &[name, choice] : names) {
-      if (table[i].name == nullptr || name != table[i].name) continue;
-      if (table[i].is_value && table[i].list == nullptr)
-        s = ORX_CAP_SETTING{ORX_CAP_INTEGER, {static_cast<int32_t>(std::strtol(choice.c_str(), nullptr, 10))}};
-      for (const ORX_CAP_LIST_ENTRY *e = table[i].list != nullptr ? table[i].list->entries : nullptr;
-           e != nullptr && e->name != nullptr; ++e)
-        if (choice == e->name) s = ORX_CAP_SETTING{ORX_CAP_INTEGER, {e->value}};
-    }
-    settings.push_back(s);
-  }
-}
-
-// The format that writes path: the one with key type, else the one whose
-// extension ends the name.
-const ORX_FORMAT *writing_format(const std::string &path, const std::string &type) {
-  for (const ORX_FORMAT *f : all_formats())
-    if (type.empty() ? ends_with(path, f->extension) : type == f->key) return f;
-  return nullptr;
-}
-
-// The format that reads path: the one with key type, else the one that
-// recognises its contents.
-const ORX_FORMAT *reading_format(const std::string &path, const std::string &type) {
-  if (!type.empty()) return ORX_find(type.c_str());
-  int32_t known = 0;
-  const char *key = ORX_get_file_type(path.c_str(), nullptr, &known);
-  return key != nullptr && std::strcmp(key, "__none_") != 0 ? ORX_find(key) : nullptr;
-}
-
-}  // namespace
-
-ORX_CAP_SETTING **Image::settings_for(const ORX_FORMAT *format,
-                                      const std::vector<std::pair<std::string, std::string>> &names) {
-  resolve_settings(format, names, settings_);
-  setting_list_.clear();
-  for (ORX_CAP_SETTING &s : settings_) setting_list_.push_back(&s);
-  setting_list_.push_back(nullptr);
-  return settings_.empty() ? nullptr : setting_list_.data();
-}
-
 bool Image::open_read(const std::string &path, const std::string &type,
                       const std::vector<std::pair<std::string, std::string>> &settings) {
   ORX_INFO request;
@@ -221,7 +166,7 @@ bool Image::open_read(const std::string &path, const std::string &type,
   request.handle = STR_save(path.c_str());
   request.type = type.empty() ? nullptr : STR_save(type.c_str());
   request.full_path = 1;
-  request.settings = settings.empty() ? nullptr : settings_for(reading_format(path, type), settings);
+  request.settings = settings_.resolve(reading_format(path, type), settings);
   g_last_error.clear();
   object_ = ORX_open(&request, "r");
   ORX_info_cleanup(&request, 1);
@@ -273,7 +218,7 @@ bool Image::open_write(const std::string &path, const std::string &type, const O
   request.handle = STR_save(output_->path().c_str());
   request.type = type.empty() ? nullptr : STR_save(type.c_str());
   request.extension = nullptr;
-  request.settings = settings_for(writing_format(path, type), settings);
+  request.settings = settings_.resolve(writing_format(path, type), settings);
   request.full_path = 1;
   const auto n = static_cast<uint32_t>(like.image_count > 0 ? like.image_count : 0);
   request.images = static_cast<ORX_IFD *>(ERR_malloc(n * sizeof(ORX_IFD)));

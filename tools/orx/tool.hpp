@@ -12,6 +12,7 @@
 #include "orx/orx.h"
 #include "orx/plugin.h"
 #include "safe_output.hpp"
+#include "settings.hpp"
 
 namespace orx::tool {
 
@@ -66,6 +67,8 @@ int complain(const std::string &what, const std::string &reason = "");
 // Every registered format: plug-ins in registry order, then the built-in
 // formats.
 std::vector<const ORX_FORMAT *> all_formats();
+// Whether text ends with a non-empty suffix.
+bool ends_with(const std::string &text, const char *suffix);
 
 // An image open for reading or writing.  A written file appears under its
 // name only when close() succeeds; an image that goes out of scope without
@@ -84,10 +87,9 @@ class Image {
   // Opens path for reading; type is a format key or "" to let the library
   // choose.  False after reporting, with a hint to name the format when no
   // format recognises the file.
-  // settings as for open_write, for the format that reads the file
-  // ({"unassociated alpha", "1"}: a value capability takes a number).
+  // settings as for open_write, for the format that reads the file.
   bool open_read(const std::string &path, const std::string &type,
-                 const std::vector<std::pair<std::string, std::string>> &settings = {});
+                 const NamedSettings &settings = {});
   // Opens path for writing with the descriptors, texts and attributes of
   // like.  Without a type, some format's extension must end path: the
   // library would otherwise fall back to its default format whatever the
@@ -95,7 +97,7 @@ class Image {
   // asked for in each ({"pixel type", "float"}); ones the format does not
   // offer are ignored.
   bool open_write(const std::string &path, const std::string &type, const ORX_INFO &like,
-                  const std::vector<std::pair<std::string, std::string>> &settings = {});
+                  const NamedSettings &settings = {});
 
   ORX_OBJECT *get() const { return object_; }
   const ORX_INFO &info() const { return object_->info; }
@@ -116,11 +118,7 @@ class Image {
   ORX_OBJECT *object_ = nullptr;
   std::unique_ptr<SafeOutput> output_;  // when writing
   // The settings the open object read, alive as long as it is.
-  std::vector<ORX_CAP_SETTING> settings_;
-  std::vector<ORX_CAP_SETTING *> setting_list_;
-  // The settings array for the format from names, held in settings_.
-  ORX_CAP_SETTING **settings_for(const ORX_FORMAT *format,
-                                 const std::vector<std::pair<std::string, std::string>> &names);
+  SettingArray settings_;
 };
 
 // Width, height and channel count of a descriptor's window.
