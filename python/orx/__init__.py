@@ -64,9 +64,10 @@ def write(path: str | os.PathLike, image: np.ndarray, *, type: str | None = None
     place once complete.  An orx.Image keeps its description; keywords
     override it: matte= (matte channel count), gamma=, chromaticities=,
     frame=, job=, image_name=, aux_name= and the header texts (name, desc,
-    program, machine, user, date, time, filter).  settings= lists the
-    format's own settings by position (README, "Format plug-ins"): for EXR
-    [compression, pixel type], e.g. [None, 1] for float pixels.
+    program, machine, user, date, time, filter).  settings= asks for the
+    format's own settings by name, as `orx formats` lists them
+    ({"compression": "dwaa", "pixel type": "float"}, {"quality": 95}), or
+    by position in its table (README, "Format plug-ins": [None, 1]).
     attributes= adds named attributes ({"ICCProfile": b"..."}) where the
     library keeps them; the format stores those it can.  The samples are stored as
     they are typed (uint8, uint16, uint32, float32, float64) where the format

@@ -35,6 +35,16 @@ typedef struct ORX_IFD {
   ORX_CHANNELS aux; ORX_CHANNELS index; int32_t field;
 } ORX_IFD;
 typedef struct ORX_CAP_SETTING { uint16_t code; union { int32_t i; float f; } value; } ORX_CAP_SETTING;
+typedef struct ORX_CAP_LIST_ENTRY {
+  int16_t value; char *name; int32_t has_second; char *second_name;
+} ORX_CAP_LIST_ENTRY;
+typedef struct ORX_CAP_LIST {
+  int16_t default_value; int32_t count; ORX_CAP_LIST_ENTRY *entries;
+} ORX_CAP_LIST;
+typedef struct ORX_CAP_ENTRY {
+  int32_t id; char *name; int32_t has_second; char *second_name; uint8_t is_value;
+  ORX_CAP_LIST *list; uint8_t state;
+} ORX_CAP_ENTRY;
 typedef struct ORX_INFO {
   char *type; char *handle; uint8_t full_path; char *name; char *extension; char *desc;
   char *program; char *machine; char *user; char *date; char *time; char *filter;
@@ -81,6 +91,8 @@ const char *ORX_version(int *major, int *minor, int *patch);
 int ORX_init(void *catalogue, ORX_PLUGIN_ENUM plugins);
 ORX_FORMAT *ORX_find(const char *key);
 ORX_FORMAT *ORX_info(void);
+void ORX_info_get_specific(const char *key, const ORX_FORMAT *format, ORX_CAP_ENTRY **table,
+                           int32_t *first, int32_t *second, int32_t *count);
 void ORX_info_init(ORX_INFO *info);
 void ORX_info_cleanup(ORX_INFO *info, uint8_t free_strings);
 void orx__init_ifd(ORX_IFD *ifd);

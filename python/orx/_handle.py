@@ -3,13 +3,14 @@ from __future__ import annotations
 
 import os
 import weakref
-from typing import Iterator, Sequence
+from typing import Iterator, Mapping, Sequence
 
 import numpy as np
 
 from . import _errors
 from ._ffi import ffi, lib, start, state_lock
 from ._output import SafeOutput
+from ._settings import by_position
 from ._rows import RowView, channel_dtypes, group_of
 from .description import (INTEGER, TEXTS, Description, from_info, has_attributes,
                           set_attributes)
@@ -430,7 +431,8 @@ class Writer:
                  gamma: float | None = None, image_name: str | None = None,
                  aux_name: str | None = None, chromaticities: dict | None = None,
                  frame: int | None = None, job: int | None = None,
-                 settings: Sequence[int | float | None] | None = None,
+                 settings: Mapping[str, str | int | float] | Sequence[int | float | None]
+                 | None = None,
                  attributes: dict | None = None, **texts: str) -> None:
         start()
         self.path = os.fspath(path)
@@ -448,6 +450,8 @@ class Writer:
                 (f"no format claims the extension \"{ext}\"" if ext else
                  "the name has no extension that names a format") + "; name one with type=: "
                 + ", ".join(f"{k} ({e})" for k, e, _ in formats()), -4)
+        if isinstance(settings, Mapping):  # checked before anything is written
+            settings = by_position(self._format_key(type), settings)
         image, mattes = _layout(channels, source)
         if matte is not None:
             image, mattes = channels - matte - (d.aux.count if source else 0), matte
@@ -505,6 +509,11 @@ class Writer:
             raise _errors.fail(-10, self.path)
         self._view = RowView(self.description)
         self._top = self.description.window.top
+
+    def _format_key(self, type: str | None) -> str:
+        """The key of the format that writes the file: type, or the one whose
+        extension ends the name."""
+        return type or next(k for k, ext, _ in formats() if ext and self.path.endswith(ext))
 
     def _settings(self, values: Sequence[int | float | None]):
         """The format's settings by position in its capability table (README,

@@ -78,11 +78,19 @@ def test_named_attributes(tmp_path):
         assert (got["name"], got["format"]) == ("plate", "exr")
 
 
-def test_format_settings_by_position(tmp_path):
+def test_format_settings_by_position_and_by_name(tmp_path):
     needs("exr")
     a = np.random.default_rng(1).random((5, 7, 3)).astype(np.float32)
     orx.write(tmp_path / "f.exr", a, settings=[None, 1])  # pixel type float, not half
     assert np.array_equal(orx.read(tmp_path / "f.exr"), a)
+    orx.write(tmp_path / "n.exr", a, settings={"Pixel-Type": "float", "compression": "dwaa"})
+    assert np.allclose(orx.read(tmp_path / "n.exr"), a, atol=0.05)
+    assert orx.open(tmp_path / "n.exr").description.texts["compression"] == "dwaa"
+    for bad, says in (({"compresion": "zip"}, "its settings: compression, pixel type"),
+                      ({"compression": "dwa"}, "compression is one of none, rle")):
+        with pytest.raises(ValueError, match=says):
+            orx.write(tmp_path / "bad.exr", a, settings=bad)
+    assert sorted(p.name for p in tmp_path.iterdir()) == ["f.exr", "n.exr"]
 
 
 def test_description_survives_a_round_trip(tmp_path):
