@@ -128,6 +128,12 @@ const Row kRows[] = {
      1.0 / 255, "{dir}/ref.png", 1e-6},
     {"tiff_lab16", WARM "convert {dir}/w.png -depth 16 -colorspace Lab {out} && " LAB_ORACLE, "tif",
      0.015, "{dir}/ref.png", 1e-6},
+    // LogLuv holds CIE XYZ: the oracle is the linear RGB that was encoded
+    // (its 8-bit u'v' steps move a dark primary by up to 0.012).
+    {"tiff_logluv", "oiiotool --pattern fill:topleft=0.1,0.1,0.1:topright=0.9,0.5,0.2:bottomleft=0.2,0.6,0.8:"
+                    "bottomright=0.8,0.8,0.7 37x29 3 -d float -o {dir}/rgb.tif --ccmatrix 0.4124564,0.2126728,"
+                    "0.0193339,0.3575761,0.7151522,0.1191920,0.1804375,0.0721750,0.9503041 -o {dir}/xyz.tif && "
+                    "tiffcp -c sgilog {dir}/xyz.tif {out}", "tif", 0.02, "{dir}/rgb.tif", 1e-6},
     {"tiff_two_directories",
      BASE "convert {dir}/s.png \\( {dir}/s.png -resize 30x25! -colorspace gray -depth 16 \\) {out}",
      "tif", 1e-6},

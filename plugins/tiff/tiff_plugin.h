@@ -71,7 +71,11 @@ int tiff_new_images(ORX_OBJECT *object, TiffFile *file);
 void tiff_release(ORX_OBJECT *object, TiffFile *file);
 int tiff_close_object(ORX_OBJECT *object, intptr_t argument);
 
-/* tiff_samples.c: how the current directory is read and the plane layout
+/* tiff_samples.c: asks libtiff for the current directory's samples in the
+ * form they are read in (LogL and LogLuv as floating point); 0 if it
+ * cannot. */
+int tiff_samples_prepare(TIFF *tif);
+/* How the current directory is read and the plane layout
  * that holds it; 0 after reporting a kind no route reads. */
 int tiff_samples_plan(TIFF *tif, const char *path, TiffSamples *s, KitLayout *layout);
 /* n pixels of count file samples each, from sample first of a pixel (the

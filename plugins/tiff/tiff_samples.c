@@ -8,7 +8,9 @@
  * palette indices become the 8-bit RGB of their colours (16-bit when the
  * palette holds more than 8 bits); CMYK becomes RGB of its own width,
  * (1 - C)(1 - K) and so on; CIE L*a*b* (8 or 16-bit, D65) becomes sRGB of
- * its width.  YCbCr, the other Lab encodings and anything else libtiff's
+ * its width.  SGI's LogL and LogLuv, high dynamic range by design, are
+ * decoded by libtiff to floating point luminance or CIE XYZ, kept linear:
+ * luminance as a grey channel, XYZ as linear RGB of the sRGB primaries.  YCbCr, the other Lab encodings and anything else libtiff's
  * RGBA interface can decode become 8-bit RGB (with the matte when the file
  * has one). */
 #include <math.h>
@@ -28,9 +30,19 @@ static float half_to_float(uint16_t h) {
   return (h & 0x8000) != 0 ? -v : v;
 }
 
+int tiff_samples_prepare(TIFF *tif) {
+  uint16_t photometric = PHOTOMETRIC_MINISBLACK, method = COMPRESSION_NONE;
+  TIFFGetField(tif, TIFFTAG_PHOTOMETRIC, &photometric);
+  TIFFGetFieldDefaulted(tif, TIFFTAG_COMPRESSION, &method);
+  const int log = photometric == PHOTOMETRIC_LOGL || photometric == PHOTOMETRIC_LOGLUV;
+  const int sgilog = method == COMPRESSION_SGILOG || method == COMPRESSION_SGILOG24;
+  return !log || !sgilog || TIFFSetField(tif, TIFFTAG_SGILOGDATAFMT, SGILOGDATAFMT_FLOAT);
+}
+
 /* Whether the plane can take the file's samples byte for byte. */
 static int stored_as_is(const TiffSamples *s) {
-  const int plain = s->photometric == PHOTOMETRIC_MINISBLACK || s->photometric == PHOTOMETRIC_RGB;
+  const int plain = s->photometric == PHOTOMETRIC_MINISBLACK || s->photometric == PHOTOMETRIC_RGB ||
+                    s->photometric == PHOTOMETRIC_LOGL;
   const int integer = s->format == SAMPLEFORMAT_UINT && (s->bits == 8 || s->bits == 16 || s->bits == 32);
   const int real = s->format == SAMPLEFORMAT_IEEEFP && (s->bits == 32 || s->bits == 64);
   return plain && (integer || real);
@@ -45,7 +57,9 @@ static int convertible(const TiffSamples *s) {
        s->bits <= 16) ||
       ((s->photometric == PHOTOMETRIC_SEPARATED || s->photometric == PHOTOMETRIC_CIELAB) &&
        s->colour >= 3 && !s->separate && s->format == SAMPLEFORMAT_UINT &&
-       (s->bits == 8 || s->bits == 16));
+       (s->bits == 8 || s->bits == 16)) ||
+      (s->photometric == PHOTOMETRIC_LOGLUV && !s->separate && s->format == SAMPLEFORMAT_IEEEFP &&
+       s->bits == 32);
   const int width_ok =
       (s->format == SAMPLEFORMAT_UINT && s->bits >= 1 && s->bits <= 32 && s->bits != 24) ||
       (s->format == SAMPLEFORMAT_INT && (s->bits == 8 || s->bits == 16 || s->bits == 32)) ||
@@ -64,6 +78,8 @@ static int palette_is_8bit(const TiffSamples *s) {
 
 int tiff_samples_plan(TIFF *tif, const char *path, TiffSamples *s, KitLayout *layout) {
   memset(s, 0, sizeof *s);
+  if (!tiff_samples_prepare(tif))
+    return kit_fail(ORX_E_UNSUPPORTED, "tiff: %s: cannot decode its LogLuv samples", path);
   uint16_t extra_count = 0, *extra = NULL, config = PLANARCONFIG_CONTIG, inks = INKSET_CMYK;
   s->spp = 1;
   s->bits = 1;
@@ -81,7 +97,9 @@ int tiff_samples_plan(TIFF *tif, const char *path, TiffSamples *s, KitLayout *la
   if (s->orientation < ORIENTATION_TOPLEFT || s->orientation > ORIENTATION_LEFTBOT)
     s->orientation = ORIENTATION_TOPLEFT;
   s->separate = config == PLANARCONFIG_SEPARATE;
-  s->colour = s->photometric == PHOTOMETRIC_RGB || s->photometric == PHOTOMETRIC_CIELAB ? 3
+  s->colour = s->photometric == PHOTOMETRIC_RGB || s->photometric == PHOTOMETRIC_CIELAB ||
+                      s->photometric == PHOTOMETRIC_LOGLUV
+                  ? 3
               : s->photometric == PHOTOMETRIC_SEPARATED && inks == INKSET_CMYK ? 4
                                                                                : 1;
   if (s->format == SAMPLEFORMAT_VOID) s->format = SAMPLEFORMAT_UINT;
@@ -205,6 +223,14 @@ static unsigned char *put(unsigned char *out, int32_t type, int32_t bits, double
   return out + 4;
 }
 
+/* CIE XYZ (D65) as linear RGB of the sRGB primaries. */
+static void xyz_to_linear(const double xyz[3], double rgb[3]) {
+  static const double m[3][3] = {{3.2404542, -1.5371385, -0.4985314},
+                                 {-0.9692660, 1.8760108, 0.0415560},
+                                 {0.0556434, -0.2040259, 1.0572252}};
+  for (int i = 0; i < 3; ++i) rgb[i] = m[i][0] * xyz[0] + m[i][1] * xyz[1] + m[i][2] * xyz[2];
+}
+
 /* CIE L*a*b* samples (L scaled to the sample range, a* and b* signed, in
  * 1/256 units at 16 bits) relative to D65, as sRGB values from 0 to 1. */
 static void lab_to_srgb(const TiffSamples *s, double l, double a, double b, double rgb[3]) {
@@ -218,12 +244,9 @@ static void lab_to_srgb(const TiffSamples *s, double l, double a, double b, doub
   for (int i = 0; i < 3; ++i)
     xyz[i] = white[i] * (f[i] * f[i] * f[i] > 216.0 / 24389.0 ? f[i] * f[i] * f[i]
                                                               : (f[i] - 16.0 / 116.0) * 108.0 / 841.0);
-  static const double m[3][3] = {{3.2404542, -1.5371385, -0.4985314},
-                                 {-0.9692660, 1.8760108, 0.0415560},
-                                 {0.0556434, -0.2040259, 1.0572252}};
+  xyz_to_linear(xyz, rgb);
   for (int i = 0; i < 3; ++i) {
-    double v = m[i][0] * xyz[0] + m[i][1] * xyz[1] + m[i][2] * xyz[2];
-    v = v < 0.0 ? 0.0 : v > 1.0 ? 1.0 : v;
+    const double v = rgb[i] < 0.0 ? 0.0 : rgb[i] > 1.0 ? 1.0 : rgb[i];
     rgb[i] = v <= 0.0031308 ? 12.92 * v : 1.055 * pow(v, 1.0 / 2.4) - 0.055;
   }
 }
@@ -249,6 +272,13 @@ void tiff_samples_convert(const TiffSamples *s, const KitPlane *plane, const uns
       lab_to_srgb(s, sample_at(s, in, base), sample_at(s, in, base + 1),
                   sample_at(s, in, base + 2), rgb);
       for (int i = 0; i < 3; ++i) out = put(out, ORX_C_INTEGER, l->bits[0], floor(rgb[i] * top + 0.5));
+      k = c = 3;
+    } else if (s->photometric == PHOTOMETRIC_LOGLUV) {
+      const double xyz[3] = {sample_at(s, in, base), sample_at(s, in, base + 1),
+                             sample_at(s, in, base + 2)};
+      double rgb[3];
+      xyz_to_linear(xyz, rgb);
+      for (int i = 0; i < 3; ++i) out = put(out, l->type[0], l->bits[0], rgb[i]);
       k = c = 3;
     } else if (s->photometric == PHOTOMETRIC_SEPARATED) {
       const double cmyk[4] = {sample_at(s, in, base), sample_at(s, in, base + 1),
