@@ -107,6 +107,7 @@ const Row kRows[] = {
     {"tiff_half", BASE "oiiotool {dir}/s.png -d half --attrib tiff:half 1 -o {out}", "tif", 1e-6, nullptr, 0},
     {"tiff_double", BASE "oiiotool {dir}/s.png -d double -o {out}", "tif", 1e-6},
     {"tiff_uint12", BASE "oiiotool {dir}/s.png -d uint12 -o {out}", "tif", 2e-5, nullptr, 2e-5},
+    {"tiff_uint24", BASE "convert {dir}/s.png -depth 24 {out}", "tif", 1e-6},
     {"tiff_palette", BASE "convert {dir}/s.png -type Palette {out}", "tif", 1.0 / 255, nullptr, 1e-6},
     {"tiff_cmyk8", BASE "convert {dir}/s.png -colorspace CMYK {out}", "tif", 1e-6, nullptr, 1e-6},
     {"tiff_cmyk16", BASE "convert {dir}/s.png -colorspace CMYK -depth 16 {out}", "tif", 1e-6, nullptr, 1e-6},

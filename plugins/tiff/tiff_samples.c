@@ -2,8 +2,9 @@
  *
  * Grey and RGB of 8, 16 or 32-bit unsigned integers and 32 or 64-bit
  * floating point are read as stored.  Other sample kinds are converted one
- * sample at a time: other unsigned widths (1 to 31 bits, packed) keep their
- * width; signed integers become floating point, value / (2^(bits-1) - 1);
+ * sample at a time: other unsigned widths (1 to 31 bits, packed, 24 bits
+ * too) keep their width; signed integers (2 to 32 bits) become floating
+ * point, value / (2^(bits-1) - 1);
  * 16-bit floating point becomes 32-bit; MinIsWhite grey is inverted;
  * palette indices become the 8-bit RGB of their colours (16-bit when the
  * palette holds more than 8 bits); CMYK becomes RGB of its own width,
@@ -61,8 +62,8 @@ static int convertible(const TiffSamples *s) {
       (s->photometric == PHOTOMETRIC_LOGLUV && !s->separate && s->format == SAMPLEFORMAT_IEEEFP &&
        s->bits == 32);
   const int width_ok =
-      (s->format == SAMPLEFORMAT_UINT && s->bits >= 1 && s->bits <= 32 && s->bits != 24) ||
-      (s->format == SAMPLEFORMAT_INT && (s->bits == 8 || s->bits == 16 || s->bits == 32)) ||
+      (s->format == SAMPLEFORMAT_UINT && s->bits >= 1 && s->bits <= 32) ||
+      (s->format == SAMPLEFORMAT_INT && s->bits >= 2 && s->bits <= 32) ||
       (s->format == SAMPLEFORMAT_IEEEFP && (s->bits == 16 || s->bits == 32 || s->bits == 64));
   return kind_ok && width_ok;
 }
@@ -153,11 +154,13 @@ int tiff_samples_plan(TIFF *tif, const char *path, TiffSamples *s, KitLayout *la
  * signed ones scaled to -1..1, floating point as stored. */
 static double sample_at(const TiffSamples *s, const unsigned char *in, size_t i) {
   const unsigned bits = s->bits;
-  if (bits % 8 != 0) {
+  if (bits % 8 != 0 || bits == 24) {
     uint32_t v = 0;
     size_t at = i * bits;
     for (unsigned k = 0; k < bits; ++k, ++at) v = v << 1 | ((in[at / 8] >> (7 - at % 8)) & 1u);
-    return v;
+    if (s->format != SAMPLEFORMAT_INT) return v;
+    const double top = ldexp(1.0, (int)bits - 1);
+    return (v >= top ? v - 2.0 * top : v) / (top - 1.0);
   }
   const unsigned char *p = in + i * (bits / 8);
   if (s->format == SAMPLEFORMAT_IEEEFP) {
