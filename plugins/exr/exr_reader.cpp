@@ -147,23 +147,23 @@ const char *chunk_problem(exr_const_context_t context, int part) {
     uint32_t xs, ys;
     if (exr_get_tile_descriptor(context, part, &xs, &ys, &mode, &round) != EXR_ERR_SUCCESS)
       return kDamaged;
-    // A mipmap has the levels (l, l); a ripmap every pair.
-    for (int lx = 0; lx < levels_x; ++lx)
-      for (int ly = mode == EXR_TILE_RIPMAP_LEVELS ? 0 : lx;
-           ly < (mode == EXR_TILE_RIPMAP_LEVELS ? levels_y : lx + 1) && ly < levels_y; ++ly) {
-        int32_t w = 0, h = 0, tw = 0, th = 0;
-        if (exr_get_level_sizes(context, part, lx, ly, &w, &h) != EXR_ERR_SUCCESS ||
-            exr_get_tile_sizes(context, part, lx, ly, &tw, &th) != EXR_ERR_SUCCESS || tw <= 0 ||
-            th <= 0)
-          return kDamaged;
-        if (too_large(tw, th)) return kLarge;
-        const int64_t across = (int64_t{w} + tw - 1) / tw, down = (int64_t{h} + th - 1) / th;
-        for (int64_t ty = 0; ty < down; ++ty)
-          for (int64_t tx = 0; tx < across; ++tx)
-            if (exr_read_tile_chunk_info(context, part, static_cast<int>(tx), static_cast<int>(ty),
-                                         lx, ly, &chunk) != EXR_ERR_SUCCESS)
-              return kDamaged;
-      }
+    // The levels read: every level (l, l) of a mipmap, each an image, and
+    // only the full size of a ripmap (OpenEXR's C library 3.1 looks for
+    // the chunks of a ripmap's other levels in the wrong places).
+    const int levels = mode == EXR_TILE_RIPMAP_LEVELS ? 1 : std::min(levels_x, levels_y);
+    for (int l = 0; l < levels; ++l) {
+      int32_t w = 0, h = 0, tw = 0, th = 0;
+      if (exr_get_level_sizes(context, part, l, l, &w, &h) != EXR_ERR_SUCCESS ||
+          exr_get_tile_sizes(context, part, l, l, &tw, &th) != EXR_ERR_SUCCESS || tw <= 0 || th <= 0)
+        return kDamaged;
+      if (too_large(tw, th)) return kLarge;
+      const int64_t across = (int64_t{w} + tw - 1) / tw, down = (int64_t{h} + th - 1) / th;
+      for (int64_t ty = 0; ty < down; ++ty)
+        for (int64_t tx = 0; tx < across; ++tx)
+          if (exr_read_tile_chunk_info(context, part, static_cast<int>(tx), static_cast<int>(ty), l, l,
+                                       &chunk) != EXR_ERR_SUCCESS)
+            return kDamaged;
+    }
   }
   return nullptr;
 }

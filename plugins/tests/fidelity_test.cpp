@@ -82,6 +82,9 @@ const Row kRows[] = {
      "exr", 0},
     {"exr_mipmap", "oiiotool --pattern fill:left=0,0,0:right=1,0.5,0.25 37x21 3 -d half -o {dir}/s.exr && "
                    "exrmaketiled -m -t 16 16 {dir}/s.exr {out}", "exr", 0},
+    // A ripmap is its full-size level (OpenImageIO lists its levels oddly).
+    {"exr_ripmap", "oiiotool --pattern fill:left=0,0,0:right=1,0.5,0.25 37x21 3 -d half -o {dir}/s.exr && "
+                   "exrmaketiled -r -t 8 8 {dir}/s.exr {out}", "exr", 0, "{dir}/s.exr", 0},
     {"exr_oiio_texture", "oiiotool --pattern fill:left=0,0,0:right=1,0.5,0.25 37x21 3 -d half -otex {out}",
      "exr", 0},
     {"exr_maketx", "oiiotool --pattern fill:left=0,0,0:right=1,0.5,0.25 37x21 3 -d half -o {dir}/s.exr && "
