@@ -100,6 +100,11 @@ const Row kRows[] = {
                            "--compression b44"), "exr", 0},
     {"exr_dwab_mipmap", "oiiotool --pattern fill:left=0,0,0:right=1,0.5,0.25 37x21 3 -d half -o "
                         "{dir}/s.exr && maketx --compression dwab {dir}/s.exr -o {out}", "exr", 0},
+    // Every channel in a layer: its R, G, B and A are the image and matte,
+    // in that order in a TIFF copy.
+    {"exr_layer_as_tiff", "oiiotool --pattern fill:left=0,0,0,0:right=1,0.5,0.25,1 29x19 4 -d half --chnames "
+                          "diffuse.R,diffuse.G,diffuse.B,diffuse.A -o {dir}/l.exr && {orx} copy {dir}/l.exr {out}",
+     "tif", 1e-6, "{dir}/l.exr", 0},
     {"exr_luminance_chroma", "{make_exr_yc} {out} {dir}/ref.exr", "exr", 0, "{dir}/ref.exr"},
     // TIFF, PNG and JPEG variants made by ImageMagick, libtiff's tools and
     // OpenImageIO from one picture ({dir}/s.png, and {dir}/a.png with a
