@@ -147,6 +147,8 @@ const Row kRows[] = {
      BASE "convert {dir}/s.png \\( {dir}/s.png -resize 30x25! -colorspace gray -depth 16 \\) {out}",
      "tif", 1e-6},
     {"tiff_orientation", BASE "cp {dir}/s.tif {out} && tiffset -s 274 6 {out}", "tif", 1e-6},
+    {"tiff_pixel_aspect", BASE "cp {dir}/s.tif {out} && tiffset -s 282 72 {out} && tiffset -s 283 144 {out}",
+     "tif", 1e-6},
     {"tiff_icc", BASE ICC "convert {dir}/s.png -profile {dir}/p.icc {out}", "tif", 1e-6},
     {"png_straight_alpha", BASE "cp {dir}/a.png {out}", "png", 1e-6},
     {"png_straight_alpha16", BASE "oiiotool {dir}/a.png -d uint16 -o {out}", "png", 1e-6},
