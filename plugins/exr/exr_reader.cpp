@@ -160,8 +160,8 @@ const char *chunk_problem(exr_const_context_t context, int part) {
       const int64_t across = (int64_t{w} + tw - 1) / tw, down = (int64_t{h} + th - 1) / th;
       for (int64_t ty = 0; ty < down; ++ty)
         for (int64_t tx = 0; tx < across; ++tx)
-          if (exr_read_tile_chunk_info(context, part, static_cast<int>(tx), static_cast<int>(ty), l, l,
-                                       &chunk) != EXR_ERR_SUCCESS)
+          if (exr_read_tile_chunk_info(context, part, static_cast<int>(tx),
+                                       static_cast<int>(ty), l, l, &chunk) != EXR_ERR_SUCCESS)
             return kDamaged;
     }
   }

@@ -11,9 +11,10 @@
  * (1 - C)(1 - K) and so on; CIE L*a*b* (8 or 16-bit, D65) becomes sRGB of
  * its width.  SGI's LogL and LogLuv, high dynamic range by design, are
  * decoded by libtiff to floating point luminance or CIE XYZ, kept linear:
- * luminance as a grey channel, XYZ as linear RGB of the sRGB primaries.  YCbCr, the other Lab encodings and anything else libtiff's
- * RGBA interface can decode become 8-bit RGB (with the matte when the file
- * has one). */
+ * luminance as a grey channel, XYZ as linear RGB of the sRGB primaries.
+ * YCbCr, the other Lab encodings and anything else libtiff's RGBA
+ * interface can decode become 8-bit RGB (with the matte when the file has
+ * one). */
 #include <math.h>
 #include <string.h>
 
@@ -98,9 +99,10 @@ int tiff_samples_plan(TIFF *tif, const char *path, TiffSamples *s, KitLayout *la
   if (s->orientation < ORIENTATION_TOPLEFT || s->orientation > ORIENTATION_LEFTBOT)
     s->orientation = ORIENTATION_TOPLEFT;
   s->separate = config == PLANARCONFIG_SEPARATE;
-  s->colour = s->photometric == PHOTOMETRIC_RGB || s->photometric == PHOTOMETRIC_CIELAB ||
-                      s->photometric == PHOTOMETRIC_LOGLUV
-                  ? 3
+  const int trichromatic = s->photometric == PHOTOMETRIC_RGB ||
+                           s->photometric == PHOTOMETRIC_CIELAB ||
+                           s->photometric == PHOTOMETRIC_LOGLUV;
+  s->colour = trichromatic                                                     ? 3
               : s->photometric == PHOTOMETRIC_SEPARATED && inks == INKSET_CMYK ? 4
                                                                                : 1;
   if (s->format == SAMPLEFORMAT_VOID) s->format = SAMPLEFORMAT_UINT;
