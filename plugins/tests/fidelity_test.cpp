@@ -149,6 +149,11 @@ const Row kRows[] = {
     {"tiff_two_directories",
      BASE "convert {dir}/s.png \\( {dir}/s.png -resize 30x25! -colorspace gray -depth 16 \\) {out}",
      "tif", 1e-6},
+    // The alpha after another extra sample becomes the matte, ahead of it
+    // (the other sample zero, which OpenImageIO would multiply by alpha).
+    {"tiff_late_alpha",
+     OIIO("--pattern fill:left=0.2,0.4,0.6,0,0.25:right=1,0.5,0.25,0,1 24x8 5 --chnames R,G,B,Z,A -d uint8")
+     " && oiiotool {out} --ch R,G,B,A,Z -o {dir}/ref.tif", "tif", 1e-6, "{dir}/ref.tif", 1e-6},
     {"tiff_orientation", BASE "cp {dir}/s.tif {out} && tiffset -s 274 6 {out}", "tif", 1e-6},
     {"tiff_pixel_aspect",
      BASE "cp {dir}/s.tif {out} && tiffset -s 282 72 {out} && tiffset -s 283 144 {out}", "tif", 1e-6},

@@ -49,7 +49,8 @@ typedef struct TiffSamples {
   uint16_t photometric, bits, format, spp, orientation;
   int separate;      /* one plane per sample */
   int colour;        /* colour samples per pixel in the file: 1, 3 or 4 (CMYK) */
-  int unassociated;  /* the first extra sample is straight alpha */
+  int matte;         /* index among the extra samples of the alpha (or their count) */
+  int unassociated;  /* that alpha is straight */
   uint16_t *map[3];  /* the palette, owned by libtiff's current directory */
 } TiffSamples;
 
@@ -78,6 +79,9 @@ int tiff_samples_prepare(TIFF *tif);
 /* How the current directory is read and the plane layout
  * that holds it; 0 after reporting a kind no route reads. */
 int tiff_samples_plan(TIFF *tif, const char *path, TiffSamples *s, KitLayout *layout);
+/* The plane channel that holds file sample k of a pixel (the matte moves
+ * ahead of the other extra samples). */
+int32_t tiff_channel_of(const TiffSamples *s, const KitLayout *layout, int32_t k);
 /* n pixels of count file samples each, from sample first of a pixel (the
  * packed bytes of one block row), into plane channels first.. of the
  * plane's sample types, interleaved in out. */

@@ -100,7 +100,7 @@ static int decode_blocks(TiffImage *image) {
         }
         const uint32_t rows = y + block_h > (uint32_t)height ? (uint32_t)height - y : block_h;
         const uint32_t cols = x + block_w > (uint32_t)width ? (uint32_t)width - x : block_w;
-        const int32_t c0 = s->separate ? p : 0;
+        const int32_t c0 = s->separate ? tiff_channel_of(s, &plane->layout, p) : 0;
         const int32_t nc = s->separate ? 1 : plane->channels;
         for (uint32_t r = 0; r < rows; ++r) {
           const unsigned char *in = block + (size_t)(r * row_bytes);

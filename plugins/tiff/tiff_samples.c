@@ -110,11 +110,16 @@ int tiff_samples_plan(TIFF *tif, const char *path, TiffSamples *s, KitLayout *la
       !TIFFGetField(tif, TIFFTAG_COLORMAP, &s->map[0], &s->map[1], &s->map[2]))
     s->map[0] = NULL;
   const int extras = s->spp > s->colour ? s->spp - s->colour : 0;
-  const int alpha = extras > 0 && extra_count > 0 &&
-                    (extra[0] == EXTRASAMPLE_ASSOCALPHA || extra[0] == EXTRASAMPLE_UNASSALPHA);
-  s->unassociated = alpha && extra[0] == EXTRASAMPLE_UNASSALPHA;
+  /* The matte is the first extra sample that is alpha, wherever it is. */
+  while (s->matte < extras && s->matte < extra_count && extra[s->matte] != EXTRASAMPLE_ASSOCALPHA &&
+         extra[s->matte] != EXTRASAMPLE_UNASSALPHA)
+    ++s->matte;
+  const int alpha = s->matte < extras && s->matte < extra_count;
+  s->unassociated = alpha && extra[s->matte] == EXTRASAMPLE_UNASSALPHA;
   const int palette = s->photometric == PHOTOMETRIC_PALETTE;
-  if (s->spp >= s->colour && (!palette || s->map[0] != NULL) && stored_as_is(s))
+  /* A matte after other extra samples moves ahead of them sample by sample. */
+  const int reordered = alpha && s->matte > 0 && !s->separate;
+  if (s->spp >= s->colour && (!palette || s->map[0] != NULL) && stored_as_is(s) && !reordered)
     s->route = TIFF_AS_STORED;
   else if (s->spp >= s->colour && (!palette || s->map[0] != NULL) && convertible(s))
     s->route = TIFF_CONVERTED;
@@ -129,10 +134,11 @@ int tiff_samples_plan(TIFF *tif, const char *path, TiffSamples *s, KitLayout *la
     char why[1024] = "";
     if (!TIFFRGBAImageOK(tif, why))
       return kit_fail(ORX_E_UNSUPPORTED, "tiff: %s: cannot read these samples: %s", path, why);
-    /* libtiff's RGBA interface associates straight alpha itself. */
+    /* libtiff's RGBA interface associates straight alpha itself, and
+     * takes only a first extra sample as alpha. */
     s->unassociated = 0;
     layout->count[0] = 3;
-    layout->count[1] = alpha;
+    layout->count[1] = alpha && s->matte == 0;
     layout->count[2] = 0;
     for (int g = 0; g < 3; ++g) layout->bits[g] = 8;
     return 1;
@@ -256,6 +262,19 @@ static void lab_to_srgb(const TiffSamples *s, double l, double a, double b, doub
   }
 }
 
+int32_t tiff_channel_of(const TiffSamples *s, const KitLayout *l, int32_t k) {
+  const int32_t image = l->count[0], e = k - s->colour;
+  if (e < 0 || l->count[1] == 0) return k - s->colour + image;
+  return image + (e == s->matte ? 0 : e < s->matte ? e + 1 : e);
+}
+
+/* The file sample within a pixel that plane channel c holds. */
+static int32_t sample_of(const TiffSamples *s, const KitLayout *l, int32_t c) {
+  const int32_t image = l->count[0], e = c - image;
+  if (e < 0 || l->count[1] == 0) return c - image + s->colour;
+  return s->colour + (e == 0 ? s->matte : e - 1 < s->matte ? e - 1 : e);
+}
+
 void tiff_samples_convert(const TiffSamples *s, const KitPlane *plane, const unsigned char *in,
                           int32_t n, int32_t first, int32_t count, unsigned char *out) {
   const KitLayout *l = &plane->layout;
@@ -300,7 +319,8 @@ void tiff_samples_convert(const TiffSamples *s, const KitPlane *plane, const uns
     }
     for (; k < count; ++k, ++c) {
       const int g = c < l->count[0] ? 0 : c < l->count[0] + l->count[1] ? 1 : 2;
-      out = put(out, l->type[g], l->bits[g], sample_at(s, in, base + (size_t)k));
+      const int32_t from = count > 1 ? sample_of(s, l, c) : k;
+      out = put(out, l->type[g], l->bits[g], sample_at(s, in, base + (size_t)from));
     }
   }
 }
