@@ -147,23 +147,23 @@ const char *chunk_problem(exr_const_context_t context, int part) {
     uint32_t xs, ys;
     if (exr_get_tile_descriptor(context, part, &xs, &ys, &mode, &round) != EXR_ERR_SUCCESS)
       return kDamaged;
-    // A mipmap has the levels (l, l); a ripmap every pair.
-    for (int lx = 0; lx < levels_x; ++lx)
-      for (int ly = mode == EXR_TILE_RIPMAP_LEVELS ? 0 : lx;
-           ly < (mode == EXR_TILE_RIPMAP_LEVELS ? levels_y : lx + 1) && ly < levels_y; ++ly) {
-        int32_t w = 0, h = 0, tw = 0, th = 0;
-        if (exr_get_level_sizes(context, part, lx, ly, &w, &h) != EXR_ERR_SUCCESS ||
-            exr_get_tile_sizes(context, part, lx, ly, &tw, &th) != EXR_ERR_SUCCESS || tw <= 0 ||
-            th <= 0)
-          return kDamaged;
-        if (too_large(tw, th)) return kLarge;
-        const int64_t across = (int64_t{w} + tw - 1) / tw, down = (int64_t{h} + th - 1) / th;
-        for (int64_t ty = 0; ty < down; ++ty)
-          for (int64_t tx = 0; tx < across; ++tx)
-            if (exr_read_tile_chunk_info(context, part, static_cast<int>(tx), static_cast<int>(ty),
-                                         lx, ly, &chunk) != EXR_ERR_SUCCESS)
-              return kDamaged;
-      }
+    // The levels read: every level (l, l) of a mipmap, each an image, and
+    // only the full size of a ripmap (OpenEXR's C library 3.1 looks for
+    // the chunks of a ripmap's other levels in the wrong places).
+    const int levels = mode == EXR_TILE_RIPMAP_LEVELS ? 1 : std::min(levels_x, levels_y);
+    for (int l = 0; l < levels; ++l) {
+      int32_t w = 0, h = 0, tw = 0, th = 0;
+      if (exr_get_level_sizes(context, part, l, l, &w, &h) != EXR_ERR_SUCCESS ||
+          exr_get_tile_sizes(context, part, l, l, &tw, &th) != EXR_ERR_SUCCESS || tw <= 0 || th <= 0)
+        return kDamaged;
+      if (too_large(tw, th)) return kLarge;
+      const int64_t across = (int64_t{w} + tw - 1) / tw, down = (int64_t{h} + th - 1) / th;
+      for (int64_t ty = 0; ty < down; ++ty)
+        for (int64_t tx = 0; tx < across; ++tx)
+          if (exr_read_tile_chunk_info(context, part, static_cast<int>(tx),
+                                       static_cast<int>(ty), l, l, &chunk) != EXR_ERR_SUCCESS)
+            return kDamaged;
+    }
   }
   return nullptr;
 }
@@ -306,7 +306,8 @@ int scan_read(void *data, int32_t line, void *out) {
 // --- Describing ------------------------------------------------------------
 
 // The channels of a part in plane order: R, G, B (or Y, or the first other
-// channel) as the image, A as the matte, the rest auxiliary.  Fills
+// channel) as the image, A as the matte, the rest auxiliary; in a part
+// without them, those of its first layer that has them.  Fills
 // plane_channel and names (every plane channel's, comma-separated).  A
 // group whose channels are all half is float of 16 bits (the library's mark
 // of half precision), all UINT 32-bit integer, otherwise 32-bit float.
@@ -329,16 +330,30 @@ KitLayout order_channels(const exr_attr_chlist_t &list, std::vector<int32_t> &pl
     return i >= 0;
   };
   KitLayout layout = {{0, 0, 0}, {ORX_C_FLOAT, ORX_C_FLOAT, ORX_C_FLOAT}, {32, 32, 32}};
-  if (find("R") >= 0 && find("G") >= 0 && find("B") >= 0) {
-    take(find("R"));
-    take(find("G"));
-    take(find("B"));
-  } else if (!take(find("Y"))) {
+  // The layer the image comes from: unnamed, or else the first layer
+  // ("diffuse." of "diffuse.R") with colour, or else with luminance, as
+  // renderers write files whose every channel belongs to a layer.
+  const auto has = [&](const std::string &layer, const char *channel) {
+    return find((layer + channel).c_str()) >= 0;
+  };
+  const auto colour = [&](const std::string &layer) {
+    return has(layer, "R") && has(layer, "G") && has(layer, "B");
+  };
+  std::string layer;
+  for (int pass = 0; pass < 2 && !colour("") && !has("", "Y") && layer.empty(); ++pass)
+    for (int i = 0; i < n && layer.empty(); ++i) {
+      const std::string name = name_of(i);
+      const std::string prefix = name.substr(0, name.rfind('.') + 1);
+      if (!prefix.empty() && (pass == 0 ? colour(prefix) : has(prefix, "Y"))) layer = prefix;
+    }
+  if (colour(layer)) {
+    for (const char *c : {"R", "G", "B"}) take(find((layer + c).c_str()));
+  } else if (!take(find((layer + "Y").c_str()))) {
     for (int i = 0; i < n; ++i)
       if (name_of(i) != "A" && take(i)) break;
   }
   layout.count[0] = next;
-  layout.count[1] = take(find("A")) ? 1 : 0;
+  layout.count[1] = take(find((layer + "A").c_str())) ? 1 : 0;
   for (int i = 0; i < n; ++i)
     if (plane_channel[static_cast<size_t>(i)] < 0) take(i);
   layout.count[2] = next - layout.count[0] - layout.count[1];

@@ -82,6 +82,10 @@ const Row kRows[] = {
      "exr", 0},
     {"exr_mipmap", "oiiotool --pattern fill:left=0,0,0:right=1,0.5,0.25 37x21 3 -d half -o {dir}/s.exr && "
                    "exrmaketiled -m -t 16 16 {dir}/s.exr {out}", "exr", 0},
+    // A ripmap is its full-size level (OpenImageIO lists its levels oddly).
+    {"exr_ripmap",
+     "oiiotool --pattern fill:left=0,0,0:right=1,0.5,0.25 37x21 3 -d half -o {dir}/s.exr && "
+     "exrmaketiled -r -t 8 8 {dir}/s.exr {out}", "exr", 0, "{dir}/s.exr", 0},
     {"exr_oiio_texture", "oiiotool --pattern fill:left=0,0,0:right=1,0.5,0.25 37x21 3 -d half -otex {out}",
      "exr", 0},
     {"exr_maketx", "oiiotool --pattern fill:left=0,0,0:right=1,0.5,0.25 37x21 3 -d half -o {dir}/s.exr && "
@@ -97,6 +101,12 @@ const Row kRows[] = {
                            "--compression b44"), "exr", 0},
     {"exr_dwab_mipmap", "oiiotool --pattern fill:left=0,0,0:right=1,0.5,0.25 37x21 3 -d half -o "
                         "{dir}/s.exr && maketx --compression dwab {dir}/s.exr -o {out}", "exr", 0},
+    // Every channel in a layer: its R, G, B and A are the image and matte,
+    // in that order in a TIFF copy.
+    {"exr_layer_as_tiff",
+     "oiiotool --pattern fill:left=0,0,0,0:right=1,0.5,0.25,1 29x19 4 -d half --chnames diffuse.R,"
+     "diffuse.G,diffuse.B,diffuse.A -o {dir}/l.exr && {orx} copy {dir}/l.exr {out}",
+     "tif", 1e-6, "{dir}/l.exr", 0},
     {"exr_luminance_chroma", "{make_exr_yc} {out} {dir}/ref.exr", "exr", 0, "{dir}/ref.exr"},
     // TIFF, PNG and JPEG variants made by ImageMagick, libtiff's tools and
     // OpenImageIO from one picture ({dir}/s.png, and {dir}/a.png with a
@@ -107,6 +117,7 @@ const Row kRows[] = {
     {"tiff_half", BASE "oiiotool {dir}/s.png -d half --attrib tiff:half 1 -o {out}", "tif", 1e-6, nullptr, 0},
     {"tiff_double", BASE "oiiotool {dir}/s.png -d double -o {out}", "tif", 1e-6},
     {"tiff_uint12", BASE "oiiotool {dir}/s.png -d uint12 -o {out}", "tif", 2e-5, nullptr, 2e-5},
+    {"tiff_uint24", BASE "convert {dir}/s.png -depth 24 {out}", "tif", 1e-6},
     {"tiff_palette", BASE "convert {dir}/s.png -type Palette {out}", "tif", 1.0 / 255, nullptr, 1e-6},
     {"tiff_cmyk8", BASE "convert {dir}/s.png -colorspace CMYK {out}", "tif", 1e-6, nullptr, 1e-6},
     {"tiff_cmyk16", BASE "convert {dir}/s.png -colorspace CMYK -depth 16 {out}", "tif", 1e-6, nullptr, 1e-6},
@@ -128,10 +139,24 @@ const Row kRows[] = {
      1.0 / 255, "{dir}/ref.png", 1e-6},
     {"tiff_lab16", WARM "convert {dir}/w.png -depth 16 -colorspace Lab {out} && " LAB_ORACLE, "tif",
      0.015, "{dir}/ref.png", 1e-6},
+    // LogLuv holds CIE XYZ: the oracle is the linear RGB that was encoded
+    // (its 8-bit u'v' steps move a dark primary by up to 0.012).
+    {"tiff_logluv",
+     "oiiotool --pattern fill:topleft=0.1,0.1,0.1:topright=0.9,0.5,0.2:bottomleft=0.2,0.6,0.8:"
+     "bottomright=0.8,0.8,0.7 37x29 3 -d float -o {dir}/rgb.tif --ccmatrix 0.4124564,0.2126728,"
+     "0.0193339,0.3575761,0.7151522,0.1191920,0.1804375,0.0721750,0.9503041 -o {dir}/xyz.tif && "
+     "tiffcp -c sgilog {dir}/xyz.tif {out}", "tif", 0.02, "{dir}/rgb.tif", 1e-6},
     {"tiff_two_directories",
      BASE "convert {dir}/s.png \\( {dir}/s.png -resize 30x25! -colorspace gray -depth 16 \\) {out}",
      "tif", 1e-6},
+    // The alpha after another extra sample becomes the matte, ahead of it
+    // (the other sample zero, which OpenImageIO would multiply by alpha).
+    {"tiff_late_alpha",
+     OIIO("--pattern fill:left=0.2,0.4,0.6,0,0.25:right=1,0.5,0.25,0,1 24x8 5 --chnames R,G,B,Z,A -d uint8")
+     " && oiiotool {out} --ch R,G,B,A,Z -o {dir}/ref.tif", "tif", 1e-6, "{dir}/ref.tif", 1e-6},
     {"tiff_orientation", BASE "cp {dir}/s.tif {out} && tiffset -s 274 6 {out}", "tif", 1e-6},
+    {"tiff_pixel_aspect",
+     BASE "cp {dir}/s.tif {out} && tiffset -s 282 72 {out} && tiffset -s 283 144 {out}", "tif", 1e-6},
     {"tiff_icc", BASE ICC "convert {dir}/s.png -profile {dir}/p.icc {out}", "tif", 1e-6},
     {"png_straight_alpha", BASE "cp {dir}/a.png {out}", "png", 1e-6},
     {"png_straight_alpha16", BASE "oiiotool {dir}/a.png -d uint16 -o {out}", "png", 1e-6},

@@ -7,7 +7,8 @@ For every subimage and mip level, in order, prints one line
     image X Y W H FULLX FULLY FULLW FULLH NCHANNELS
 
 then the metadata lines the fidelity tests compare ("channels", "formats",
-"name", "view", "chromaticities", "icc", "orientation", "gamma", "comment"), and
+"name", "view", "aspect", "chromaticities", "icc", "orientation", "gamma",
+"comment"), and
 writes the pixels of
 the data window (deep ones flattened) as 32-bit floats, channel after channel within
 each pixel, rows from the top, to PREFIX.N (N counting the images).
@@ -34,6 +35,7 @@ def main(path, prefix):
             print("formats", ",".join(str(f) for f in formats))
             print("name", s.get_string_attribute("oiio:subimagename", ""))
             print("view", s.get_string_attribute("view", ""))
+            print("aspect", "%.4g" % s.get_float_attribute("PixelAspectRatio", 1.0))
             chroma = s.getattribute("chromaticities")
             print("chromaticities", "none" if chroma is None else
                   ",".join("%.6g" % v for v in chroma))

@@ -49,7 +49,8 @@ typedef struct TiffSamples {
   uint16_t photometric, bits, format, spp, orientation;
   int separate;      /* one plane per sample */
   int colour;        /* colour samples per pixel in the file: 1, 3 or 4 (CMYK) */
-  int unassociated;  /* the first extra sample is straight alpha */
+  int matte;         /* index among the extra samples of the alpha (or their count) */
+  int unassociated;  /* that alpha is straight */
   uint16_t *map[3];  /* the palette, owned by libtiff's current directory */
 } TiffSamples;
 
@@ -71,9 +72,16 @@ int tiff_new_images(ORX_OBJECT *object, TiffFile *file);
 void tiff_release(ORX_OBJECT *object, TiffFile *file);
 int tiff_close_object(ORX_OBJECT *object, intptr_t argument);
 
-/* tiff_samples.c: how the current directory is read and the plane layout
+/* tiff_samples.c: asks libtiff for the current directory's samples in the
+ * form they are read in (LogL and LogLuv as floating point); 0 if it
+ * cannot. */
+int tiff_samples_prepare(TIFF *tif);
+/* How the current directory is read and the plane layout
  * that holds it; 0 after reporting a kind no route reads. */
 int tiff_samples_plan(TIFF *tif, const char *path, TiffSamples *s, KitLayout *layout);
+/* The plane channel that holds file sample k of a pixel (the matte moves
+ * ahead of the other extra samples). */
+int32_t tiff_channel_of(const TiffSamples *s, const KitLayout *layout, int32_t k);
 /* n pixels of count file samples each, from sample first of a pixel (the
  * packed bytes of one block row), into plane channels first.. of the
  * plane's sample types, interleaved in out. */

@@ -100,7 +100,7 @@ static int decode_blocks(TiffImage *image) {
         }
         const uint32_t rows = y + block_h > (uint32_t)height ? (uint32_t)height - y : block_h;
         const uint32_t cols = x + block_w > (uint32_t)width ? (uint32_t)width - x : block_w;
-        const int32_t c0 = s->separate ? p : 0;
+        const int32_t c0 = s->separate ? tiff_channel_of(s, &plane->layout, p) : 0;
         const int32_t nc = s->separate ? 1 : plane->channels;
         for (uint32_t r = 0; r < rows; ++r) {
           const unsigned char *in = block + (size_t)(r * row_bytes);
@@ -121,7 +121,7 @@ static int decode_blocks(TiffImage *image) {
 static int decode(void *data) {
   TiffImage *image = (TiffImage *)data;
   TIFF *tif = image->file->tif;
-  if (!TIFFSetDirectory(tif, image->directory)) return fail_read(image);
+  if (!TIFFSetDirectory(tif, image->directory) || !tiff_samples_prepare(tif)) return fail_read(image);
   /* The palette belongs to libtiff's copy of the directory, which changing
    * directories replaces. */
   uint16_t **map = image->samples.map;
@@ -202,6 +202,10 @@ static int describe(ORX_OBJECT *object, TiffImage *image) {
   KitLayout layout;
   if (!tiff_samples_plan(tif, image->file->path, &image->samples, &layout)) return 0;
   kit_layout_apply(&layout, ifd);
+  const uint16_t photometric = image->samples.photometric;
+  if ((photometric == PHOTOMETRIC_LOGL || photometric == PHOTOMETRIC_LOGLUV) &&
+      image->samples.route != TIFF_RGBA)
+    ifd->curve.gamma = 1.0f;  /* luminance itself, as the encoding stores it */
   if (!kit_save(&ifd->image.name, layout.count[0] == 3 ? "rgb" : "grey")) return 0;
   if (kit_plane_init(&image->plane, &layout, ifd->window, ifd->window, 0, TIFF_WHO,
                      image->file->path) != 0)

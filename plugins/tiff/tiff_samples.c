@@ -2,15 +2,19 @@
  *
  * Grey and RGB of 8, 16 or 32-bit unsigned integers and 32 or 64-bit
  * floating point are read as stored.  Other sample kinds are converted one
- * sample at a time: other unsigned widths (1 to 31 bits, packed) keep their
- * width; signed integers become floating point, value / (2^(bits-1) - 1);
+ * sample at a time: other unsigned widths (1 to 31 bits, packed, 24 bits
+ * too) keep their width; signed integers (2 to 32 bits) become floating
+ * point, value / (2^(bits-1) - 1);
  * 16-bit floating point becomes 32-bit; MinIsWhite grey is inverted;
  * palette indices become the 8-bit RGB of their colours (16-bit when the
  * palette holds more than 8 bits); CMYK becomes RGB of its own width,
  * (1 - C)(1 - K) and so on; CIE L*a*b* (8 or 16-bit, D65) becomes sRGB of
- * its width.  YCbCr, the other Lab encodings and anything else libtiff's
- * RGBA interface can decode become 8-bit RGB (with the matte when the file
- * has one). */
+ * its width.  SGI's LogL and LogLuv, high dynamic range by design, are
+ * decoded by libtiff to floating point luminance or CIE XYZ, kept linear:
+ * luminance as a grey channel, XYZ as linear RGB of the sRGB primaries.
+ * YCbCr, the other Lab encodings and anything else libtiff's RGBA
+ * interface can decode become 8-bit RGB (with the matte when the file has
+ * one). */
 #include <math.h>
 #include <string.h>
 
@@ -28,9 +32,19 @@ static float half_to_float(uint16_t h) {
   return (h & 0x8000) != 0 ? -v : v;
 }
 
+int tiff_samples_prepare(TIFF *tif) {
+  uint16_t photometric = PHOTOMETRIC_MINISBLACK, method = COMPRESSION_NONE;
+  TIFFGetField(tif, TIFFTAG_PHOTOMETRIC, &photometric);
+  TIFFGetFieldDefaulted(tif, TIFFTAG_COMPRESSION, &method);
+  const int log = photometric == PHOTOMETRIC_LOGL || photometric == PHOTOMETRIC_LOGLUV;
+  const int sgilog = method == COMPRESSION_SGILOG || method == COMPRESSION_SGILOG24;
+  return !log || !sgilog || TIFFSetField(tif, TIFFTAG_SGILOGDATAFMT, SGILOGDATAFMT_FLOAT);
+}
+
 /* Whether the plane can take the file's samples byte for byte. */
 static int stored_as_is(const TiffSamples *s) {
-  const int plain = s->photometric == PHOTOMETRIC_MINISBLACK || s->photometric == PHOTOMETRIC_RGB;
+  const int plain = s->photometric == PHOTOMETRIC_MINISBLACK || s->photometric == PHOTOMETRIC_RGB ||
+                    s->photometric == PHOTOMETRIC_LOGL;
   const int integer = s->format == SAMPLEFORMAT_UINT && (s->bits == 8 || s->bits == 16 || s->bits == 32);
   const int real = s->format == SAMPLEFORMAT_IEEEFP && (s->bits == 32 || s->bits == 64);
   return plain && (integer || real);
@@ -45,10 +59,12 @@ static int convertible(const TiffSamples *s) {
        s->bits <= 16) ||
       ((s->photometric == PHOTOMETRIC_SEPARATED || s->photometric == PHOTOMETRIC_CIELAB) &&
        s->colour >= 3 && !s->separate && s->format == SAMPLEFORMAT_UINT &&
-       (s->bits == 8 || s->bits == 16));
+       (s->bits == 8 || s->bits == 16)) ||
+      (s->photometric == PHOTOMETRIC_LOGLUV && !s->separate && s->format == SAMPLEFORMAT_IEEEFP &&
+       s->bits == 32);
   const int width_ok =
-      (s->format == SAMPLEFORMAT_UINT && s->bits >= 1 && s->bits <= 32 && s->bits != 24) ||
-      (s->format == SAMPLEFORMAT_INT && (s->bits == 8 || s->bits == 16 || s->bits == 32)) ||
+      (s->format == SAMPLEFORMAT_UINT && s->bits >= 1 && s->bits <= 32) ||
+      (s->format == SAMPLEFORMAT_INT && s->bits >= 2 && s->bits <= 32) ||
       (s->format == SAMPLEFORMAT_IEEEFP && (s->bits == 16 || s->bits == 32 || s->bits == 64));
   return kind_ok && width_ok;
 }
@@ -64,6 +80,8 @@ static int palette_is_8bit(const TiffSamples *s) {
 
 int tiff_samples_plan(TIFF *tif, const char *path, TiffSamples *s, KitLayout *layout) {
   memset(s, 0, sizeof *s);
+  if (!tiff_samples_prepare(tif))
+    return kit_fail(ORX_E_UNSUPPORTED, "tiff: %s: cannot decode its LogLuv samples", path);
   uint16_t extra_count = 0, *extra = NULL, config = PLANARCONFIG_CONTIG, inks = INKSET_CMYK;
   s->spp = 1;
   s->bits = 1;
@@ -81,7 +99,10 @@ int tiff_samples_plan(TIFF *tif, const char *path, TiffSamples *s, KitLayout *la
   if (s->orientation < ORIENTATION_TOPLEFT || s->orientation > ORIENTATION_LEFTBOT)
     s->orientation = ORIENTATION_TOPLEFT;
   s->separate = config == PLANARCONFIG_SEPARATE;
-  s->colour = s->photometric == PHOTOMETRIC_RGB || s->photometric == PHOTOMETRIC_CIELAB ? 3
+  const int trichromatic = s->photometric == PHOTOMETRIC_RGB ||
+                           s->photometric == PHOTOMETRIC_CIELAB ||
+                           s->photometric == PHOTOMETRIC_LOGLUV;
+  s->colour = trichromatic                                                     ? 3
               : s->photometric == PHOTOMETRIC_SEPARATED && inks == INKSET_CMYK ? 4
                                                                                : 1;
   if (s->format == SAMPLEFORMAT_VOID) s->format = SAMPLEFORMAT_UINT;
@@ -89,11 +110,16 @@ int tiff_samples_plan(TIFF *tif, const char *path, TiffSamples *s, KitLayout *la
       !TIFFGetField(tif, TIFFTAG_COLORMAP, &s->map[0], &s->map[1], &s->map[2]))
     s->map[0] = NULL;
   const int extras = s->spp > s->colour ? s->spp - s->colour : 0;
-  const int alpha = extras > 0 && extra_count > 0 &&
-                    (extra[0] == EXTRASAMPLE_ASSOCALPHA || extra[0] == EXTRASAMPLE_UNASSALPHA);
-  s->unassociated = alpha && extra[0] == EXTRASAMPLE_UNASSALPHA;
+  /* The matte is the first extra sample that is alpha, wherever it is. */
+  while (s->matte < extras && s->matte < extra_count && extra[s->matte] != EXTRASAMPLE_ASSOCALPHA &&
+         extra[s->matte] != EXTRASAMPLE_UNASSALPHA)
+    ++s->matte;
+  const int alpha = s->matte < extras && s->matte < extra_count;
+  s->unassociated = alpha && extra[s->matte] == EXTRASAMPLE_UNASSALPHA;
   const int palette = s->photometric == PHOTOMETRIC_PALETTE;
-  if (s->spp >= s->colour && (!palette || s->map[0] != NULL) && stored_as_is(s))
+  /* A matte after other extra samples moves ahead of them sample by sample. */
+  const int reordered = alpha && s->matte > 0 && !s->separate;
+  if (s->spp >= s->colour && (!palette || s->map[0] != NULL) && stored_as_is(s) && !reordered)
     s->route = TIFF_AS_STORED;
   else if (s->spp >= s->colour && (!palette || s->map[0] != NULL) && convertible(s))
     s->route = TIFF_CONVERTED;
@@ -108,10 +134,11 @@ int tiff_samples_plan(TIFF *tif, const char *path, TiffSamples *s, KitLayout *la
     char why[1024] = "";
     if (!TIFFRGBAImageOK(tif, why))
       return kit_fail(ORX_E_UNSUPPORTED, "tiff: %s: cannot read these samples: %s", path, why);
-    /* libtiff's RGBA interface associates straight alpha itself. */
+    /* libtiff's RGBA interface associates straight alpha itself, and
+     * takes only a first extra sample as alpha. */
     s->unassociated = 0;
     layout->count[0] = 3;
-    layout->count[1] = alpha;
+    layout->count[1] = alpha && s->matte == 0;
     layout->count[2] = 0;
     for (int g = 0; g < 3; ++g) layout->bits[g] = 8;
     return 1;
@@ -135,11 +162,13 @@ int tiff_samples_plan(TIFF *tif, const char *path, TiffSamples *s, KitLayout *la
  * signed ones scaled to -1..1, floating point as stored. */
 static double sample_at(const TiffSamples *s, const unsigned char *in, size_t i) {
   const unsigned bits = s->bits;
-  if (bits % 8 != 0) {
+  if (bits % 8 != 0 || bits == 24) {
     uint32_t v = 0;
     size_t at = i * bits;
     for (unsigned k = 0; k < bits; ++k, ++at) v = v << 1 | ((in[at / 8] >> (7 - at % 8)) & 1u);
-    return v;
+    if (s->format != SAMPLEFORMAT_INT) return v;
+    const double top = ldexp(1.0, (int)bits - 1);
+    return (v >= top ? v - 2.0 * top : v) / (top - 1.0);
   }
   const unsigned char *p = in + i * (bits / 8);
   if (s->format == SAMPLEFORMAT_IEEEFP) {
@@ -205,6 +234,14 @@ static unsigned char *put(unsigned char *out, int32_t type, int32_t bits, double
   return out + 4;
 }
 
+/* CIE XYZ (D65) as linear RGB of the sRGB primaries. */
+static void xyz_to_linear(const double xyz[3], double rgb[3]) {
+  static const double m[3][3] = {{3.2404542, -1.5371385, -0.4985314},
+                                 {-0.9692660, 1.8760108, 0.0415560},
+                                 {0.0556434, -0.2040259, 1.0572252}};
+  for (int i = 0; i < 3; ++i) rgb[i] = m[i][0] * xyz[0] + m[i][1] * xyz[1] + m[i][2] * xyz[2];
+}
+
 /* CIE L*a*b* samples (L scaled to the sample range, a* and b* signed, in
  * 1/256 units at 16 bits) relative to D65, as sRGB values from 0 to 1. */
 static void lab_to_srgb(const TiffSamples *s, double l, double a, double b, double rgb[3]) {
@@ -218,14 +255,24 @@ static void lab_to_srgb(const TiffSamples *s, double l, double a, double b, doub
   for (int i = 0; i < 3; ++i)
     xyz[i] = white[i] * (f[i] * f[i] * f[i] > 216.0 / 24389.0 ? f[i] * f[i] * f[i]
                                                               : (f[i] - 16.0 / 116.0) * 108.0 / 841.0);
-  static const double m[3][3] = {{3.2404542, -1.5371385, -0.4985314},
-                                 {-0.9692660, 1.8760108, 0.0415560},
-                                 {0.0556434, -0.2040259, 1.0572252}};
+  xyz_to_linear(xyz, rgb);
   for (int i = 0; i < 3; ++i) {
-    double v = m[i][0] * xyz[0] + m[i][1] * xyz[1] + m[i][2] * xyz[2];
-    v = v < 0.0 ? 0.0 : v > 1.0 ? 1.0 : v;
+    const double v = rgb[i] < 0.0 ? 0.0 : rgb[i] > 1.0 ? 1.0 : rgb[i];
     rgb[i] = v <= 0.0031308 ? 12.92 * v : 1.055 * pow(v, 1.0 / 2.4) - 0.055;
   }
+}
+
+int32_t tiff_channel_of(const TiffSamples *s, const KitLayout *l, int32_t k) {
+  const int32_t image = l->count[0], e = k - s->colour;
+  if (e < 0 || l->count[1] == 0) return k - s->colour + image;
+  return image + (e == s->matte ? 0 : e < s->matte ? e + 1 : e);
+}
+
+/* The file sample within a pixel that plane channel c holds. */
+static int32_t sample_of(const TiffSamples *s, const KitLayout *l, int32_t c) {
+  const int32_t image = l->count[0], e = c - image;
+  if (e < 0 || l->count[1] == 0) return c - image + s->colour;
+  return s->colour + (e == 0 ? s->matte : e - 1 < s->matte ? e - 1 : e);
 }
 
 void tiff_samples_convert(const TiffSamples *s, const KitPlane *plane, const unsigned char *in,
@@ -250,6 +297,13 @@ void tiff_samples_convert(const TiffSamples *s, const KitPlane *plane, const uns
                   sample_at(s, in, base + 2), rgb);
       for (int i = 0; i < 3; ++i) out = put(out, ORX_C_INTEGER, l->bits[0], floor(rgb[i] * top + 0.5));
       k = c = 3;
+    } else if (s->photometric == PHOTOMETRIC_LOGLUV) {
+      const double xyz[3] = {sample_at(s, in, base), sample_at(s, in, base + 1),
+                             sample_at(s, in, base + 2)};
+      double rgb[3];
+      xyz_to_linear(xyz, rgb);
+      for (int i = 0; i < 3; ++i) out = put(out, l->type[0], l->bits[0], rgb[i]);
+      k = c = 3;
     } else if (s->photometric == PHOTOMETRIC_SEPARATED) {
       const double cmyk[4] = {sample_at(s, in, base), sample_at(s, in, base + 1),
                               sample_at(s, in, base + 2), sample_at(s, in, base + 3)};
@@ -265,7 +319,8 @@ void tiff_samples_convert(const TiffSamples *s, const KitPlane *plane, const uns
     }
     for (; k < count; ++k, ++c) {
       const int g = c < l->count[0] ? 0 : c < l->count[0] + l->count[1] ? 1 : 2;
-      out = put(out, l->type[g], l->bits[g], sample_at(s, in, base + (size_t)k));
+      const int32_t from = count > 1 ? sample_of(s, l, c) : k;
+      out = put(out, l->type[g], l->bits[g], sample_at(s, in, base + (size_t)from));
     }
   }
 }

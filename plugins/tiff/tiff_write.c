@@ -1,5 +1,6 @@
 /* Writing TIFF directories: each image in the nearest depth that holds the
  * host's samples, kept in an interleaved plane until close encodes it. */
+#include <math.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -119,6 +120,17 @@ static void write_tags(ORX_OBJECT *object, TiffImage *image) {
   if (orientation < ORIENTATION_TOPLEFT || orientation > ORIENTATION_LEFTBOT)
     orientation = ORIENTATION_TOPLEFT;
   TIFFSetField(tif, TIFFTAG_ORIENTATION, (uint16_t)orientation);
+  /* Pixels that are not square: resolutions of no unit whose ratio is
+   * their aspect, as they are read. */
+  const ORX_IFD *d = image->ifd;
+  const double pixel_aspect = d->aspect_ratio > 0 && d->x_resolution > 0 && d->y_resolution > 0
+                                  ? (double)d->aspect_ratio * d->y_resolution / d->x_resolution
+                                  : 1.0;
+  if (fabs(pixel_aspect - 1.0) > 1e-4) {
+    TIFFSetField(tif, TIFFTAG_XRESOLUTION, 1.0);
+    TIFFSetField(tif, TIFFTAG_YRESOLUTION, pixel_aspect);
+    TIFFSetField(tif, TIFFTAG_RESOLUTIONUNIT, (uint16_t)RESUNIT_NONE);
+  }
   const ORX_ATTR *profile = ORX_attr_find(&object->info, (int32_t)image->directory, "ICCProfile");
   if (profile != NULL && profile->type == ORX_ATTR_BYTES)
     TIFFSetField(tif, TIFFTAG_ICCPROFILE, (uint32_t)profile->count, profile->data);
