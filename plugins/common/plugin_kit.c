@@ -37,6 +37,13 @@ void kit_note(const char *format, ...) {
   va_end(args);
 }
 
+void kit_warn(const char *format, ...) {
+  va_list args;
+  va_start(args, format);
+  report(ERR_WARNING, format, args);
+  va_end(args);
+}
+
 void *kit_allocate(size_t size) {
   void *block = size <= UINT32_MAX ? ERR_malloc((uint32_t)size) : NULL;
   if (block == NULL) orx__set_err(ORX_E_NO_MEMORY);

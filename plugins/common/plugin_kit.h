@@ -40,6 +40,12 @@ void kit_note(const char *format, ...)
     __attribute__((format(printf, 1, 2)))
 #endif
     ;
+/* Reports a warning: damage a reader worked around, which a host shows. */
+void kit_warn(const char *format, ...)
+#if defined(__GNUC__)
+    __attribute__((format(printf, 1, 2)))
+#endif
+    ;
 
 /* ERR_malloc for the kit's blocks: NULL after a report when memory is
  * short, with ORX_E_NO_MEMORY as the status (ERR_malloc reports a shortage

@@ -142,14 +142,32 @@ static Png *new_png(ORX_OBJECT *object) {
 
 /* --- Reading ------------------------------------------------------------- */
 
+/* libpng's reads from the file, saying so when it ends early (libpng's own
+ * says only "Read Error"). */
+static void read_bytes(png_structp png, png_bytep data, size_t n) {
+  Png *p = (Png *)png_get_io_ptr(png);
+  if (fread(data, 1, n, p->file) != n)
+    png_error(png, ferror(p->file) ? "read error" : "the file ends early (truncated)");
+}
+
 /* Decodes the whole image into the plane; 0 or a negative status. */
 static int decode(void *data) {
   Png *p = (Png *)data;
   unsigned char *volatile pixels = NULL;
+  volatile int whole = 0; /* every pixel is in the plane */
   const int32_t height = kit_plane_height(&p->plane);
   const int32_t width = kit_plane_width(&p->plane);
   if (setjmp(png_jmpbuf(p->png))) {
     free(pixels);
+    /* Damage after the image data (a bad or missing end chunk, a file cut
+     * after the last pixel) costs nothing: the image is kept, as other
+     * readers keep it, and the damage is said.  Damage in the image data
+     * itself (a bad checksum found once the pixels are out) still fails:
+     * those pixels may be wrong. */
+    if (whole && strncmp(p->error, "IDAT", 4) != 0) {
+      kit_warn("png: %s: %s after the image data (the image is whole)", p->path, p->error);
+      return 0;
+    }
     kit_fail(ORX_E_READ, "png: cannot read %s: %s", p->path, p->error);
     return ORX_E_READ;
   }
@@ -183,6 +201,7 @@ static int decode(void *data) {
     kit_plane_associate(&p->plane, r, kRounding);
   free(pixels);
   pixels = NULL;
+  whole = 1;
   png_read_end(p->png, NULL);
   return 0;
 }
@@ -378,20 +397,25 @@ static int describe_late_texts(ORX_OBJECT *object, Png *p) {
 
 /* libpng allocates (and clears) a chunk's declared length before reading
  * its data, so a short file whose text chunk claims 2 GB would cost 2 GB:
- * every chunk but the image data, which is streamed, must fit in the file.
+ * every chunk before the image data must fit in the file (the image data
+ * is streamed, and a chunk cut short after it is met once the pixels are
+ * read, and only warned of).
  * Leaves the stream just after the signature.  1 when they fit (or the
  * stream cannot be measured), else 0 after reporting. */
 static int chunks_fit(FILE *file, const char *path) {
   long size = -1;
   if (fseek(file, 0, SEEK_END) == 0) size = ftell(file);
   long at = 8;
+  int after_data = 0; /* a chunk past the image data is cut: warned of on reading */
   while (size > 0 && at + 8 <= size && fseek(file, at, SEEK_SET) == 0) {
     unsigned char head[8];
     if (fread(head, 1, 8, file) != 8) break;
     const uint32_t length = (uint32_t)head[0] << 24 | (uint32_t)head[1] << 16 |
                             (uint32_t)head[2] << 8 | head[3];
     const int image_data = memcmp(head + 4, "IDAT", 4) == 0;
+    after_data |= image_data;
     if (!image_data && (uint64_t)at + 12 + length > (uint64_t)size) {
+      if (after_data) break;
       fseek(file, 8, SEEK_SET);
       return kit_fail(ORX_E_NOT_OUR_FILE,
                       "png: %s: a %.4s chunk of %lu bytes runs past the end of the file "
@@ -438,7 +462,7 @@ int imageReadOpen(ORX_OBJECT *object) {
   /* No ancillary chunk may make libpng allocate more than this (a header
    * can declare any chunk length). */
   png_set_chunk_malloc_max(p->png, kChunkMemory);
-  png_init_io(p->png, p->file);
+  png_set_read_fn(p->png, p, read_bytes);
   png_set_sig_bytes(p->png, 8);
   p->straight = kit_setting_int(object, kCapUnassociated, 0) != 0;
   png_read_info(p->png, p->info);
