@@ -230,6 +230,14 @@ int kit_narrowed(ORX_OBJECT *object, int32_t image, const char *format, ...)
  * short. */
 int kit_window_at_origin(ORX_OBJECT *object, int32_t image);
 
+/* The EXIF orientation (kit_exif.c): tag 274 of the first directory of
+ * a TIFF structure of size bytes (an EXIF block after its "Exif\0\0"), 1
+ * to 8, or 0 when it has none; and the smallest such structure holding
+ * orientation alone, written into out (its size returned). */
+enum { KIT_EXIF_BLOCK = 26 };
+int kit_exif_orientation(const unsigned char *tiff, size_t size);
+size_t kit_exif_orientation_block(int orientation, unsigned char out[KIT_EXIF_BLOCK]);
+
 /* Colour metadata is never invented.  kit_rec709 holds the x, y pairs of
  * red, green, blue and white of Rec.709 with a D65 white, which OpenEXR
  * defines for a file without chromaticities and sRGB shares.  A reader that

@@ -165,31 +165,6 @@ static int scan_read(void *data, int32_t line, void *out) {
   return kit_scan_decoded(&j->plane, &j->decoded, decode, data, line, out, kWho, j->path);
 }
 
-/* The orientation (tag 274) of IFD0 of an EXIF block ("Exif\0\0" and a
- * TIFF structure), or 0 when it has none. */
-static int exif_orientation(const JOCTET *data, unsigned length) {
-  if (length < 14 || memcmp(data, "Exif\0\0", 6) != 0) return 0;
-  const JOCTET *tiff = data + 6;
-  const unsigned size = length - 6;
-  const int big = tiff[0] == 'M';
-#define EXIF_U16(p) (big ? (unsigned)((p)[0] << 8 | (p)[1]) : (unsigned)((p)[1] << 8 | (p)[0]))
-#define EXIF_U32(p) (big ? (uint32_t)EXIF_U16(p) << 16 | EXIF_U16((p) + 2) \
-                         : (uint32_t)EXIF_U16((p) + 2) << 16 | EXIF_U16(p))
-  const uint32_t ifd = EXIF_U32(tiff + 4);
-  if (ifd > size - 2) return 0;
-  const unsigned entries = EXIF_U16(tiff + ifd);
-  for (unsigned e = 0; e < entries && ifd + 2 + 12 * (e + 1) <= size; ++e) {
-    const JOCTET *entry = tiff + ifd + 2 + 12 * e;
-    if (EXIF_U16(entry) == 274 && EXIF_U16(entry + 2) == 3) {
-      const unsigned value = EXIF_U16(entry + 8);
-      return value >= 1 && value <= 8 ? (int)value : 0;
-    }
-  }
-#undef EXIF_U16
-#undef EXIF_U32
-  return 0;
-}
-
 /* The ICC profile (APP2) and the EXIF orientation (APP1) as attributes.
  * The pixels stay as stored: the orientation tells a host how to show
  * them. */
@@ -204,7 +179,9 @@ static int describe_attributes(ORX_INFO *info, struct jpeg_decompress_struct *in
     if (status != 0) return 0;
   }
   for (jpeg_saved_marker_ptr m = in->marker_list; m != NULL; m = m->next) {
-    const int orientation = m->marker == JPEG_APP0 + 1 ? exif_orientation(m->data, m->data_length) : 0;
+    const int exif = m->marker == JPEG_APP0 + 1 && m->data_length > 6 &&
+                     memcmp(m->data, "Exif\0\0", 6) == 0;
+    const int orientation = exif ? kit_exif_orientation(m->data + 6, m->data_length - 6) : 0;
     /* 1, top row first and left to right, is what a file without it means. */
     if (orientation > 1) return ORX_attr_set_int(info, 0, "Orientation", orientation) == 0;
   }
@@ -336,12 +313,8 @@ static void write_attributes(const ORX_INFO *info, struct jpeg_compress_struct *
   int32_t orientation = 0;
   if (ORX_attr_get_int(info, 0, "Orientation", &orientation) && orientation > 1 &&
       orientation <= 8) {
-    const JOCTET exif[] = {'E', 'x', 'i', 'f', 0, 0,                /* EXIF, then TIFF: */
-                           'M', 'M', 0, 42, 0, 0, 0, 8,             /* header, IFD0 at 8 */
-                           0, 1,                                    /* one entry: */
-                           1, 18, 0, 3, 0, 0, 0, 1,                 /* 274, SHORT, 1 value */
-                           0, (JOCTET)orientation, 0, 0,            /* the value */
-                           0, 0, 0, 0};                             /* no next IFD */
+    JOCTET exif[6 + KIT_EXIF_BLOCK] = {'E', 'x', 'i', 'f', 0, 0};
+    kit_exif_orientation_block(orientation, exif + 6);
     jpeg_write_marker(out, JPEG_APP0 + 1, exif, sizeof exif);
   }
   const ORX_ATTR *profile = ORX_attr_find(info, 0, "ICCProfile");

@@ -1,7 +1,8 @@
 /* PNG files through libpng: 1, 2, 4, 8 and 16-bit grey, 8 and 16-bit grey
  * with alpha, RGB and RGBA.  Palette images read as RGB (RGBA with a
- * transparency chunk); gAMA, cHRM and text chunks map to the descriptor's
- * gamma, the chromaticities and the header texts, both ways.  PNG's colour
+ * transparency chunk); gAMA, cHRM, eXIf and text chunks map to the
+ * descriptor's gamma, the chromaticities, the orientation and the header
+ * texts, both ways.  PNG's colour
  * is straight and the library's matte associated: reading multiplies the
  * colour by the matte, writing divides it out again (zero alpha, zero
  * colour), unless the host asks for "unassociated alpha".
@@ -309,6 +310,15 @@ static int describe(ORX_OBJECT *object, Png *p) {
       ORX_attr_set(&object->info, 0, "ICCProfile", ORX_ATTR_BYTES, (int32_t)profile_length,
                    profile) != 0)
     return 0;
+  /* The EXIF orientation tells a host how to show the pixels, which stay
+   * as stored; 1 is what a file without it means. */
+  png_bytep exif = NULL;
+  png_uint_32 exif_length = 0;
+  const int orientation = png_get_eXIf_1(png, info, &exif_length, &exif) && exif != NULL
+                              ? kit_exif_orientation(exif, exif_length)
+                              : 0;
+  if (orientation > 1 && ORX_attr_set_int(&object->info, 0, "Orientation", orientation) != 0)
+    return 0;
   if (!kit_save(&object->info.compression, "deflate")) return 0;
   ORX_WINDOW window = ifd->window;
   return kit_plane_init(&p->plane, &layout, window, window, 0, kWho, p->path) == 0;
@@ -537,10 +547,12 @@ static int is_keyword(const char *name) {
   return 1;
 }
 
-/* Whether a PNG file holds the attribute: the ICC profile and texts (but
- * not another format's channel names: a PNG's follow from its colour type). */
+/* Whether a PNG file holds the attribute: the ICC profile, the EXIF
+ * orientation and texts (but not another format's channel names: a PNG's
+ * follow from its colour type). */
 static int png_holds(const ORX_ATTR *a) {
   return a->image == 0 && ((a->type == ORX_ATTR_BYTES && strcmp(a->name, "ICCProfile") == 0) ||
+                           (a->type == ORX_ATTR_INT && strcmp(a->name, "Orientation") == 0) ||
                            (a->type == ORX_ATTR_STRING && is_keyword(a->name) &&
                             strcmp(a->name, "channelnames") != 0));
 }
@@ -644,6 +656,10 @@ static void write_header(ORX_OBJECT *object, Png *p) {
   if (profile != NULL && profile->type == ORX_ATTR_BYTES)
     png_set_iCCP(png, info, "ICC profile", PNG_COMPRESSION_TYPE_BASE,
                  (png_const_bytep)profile->data, (png_uint_32)profile->count);
+  int32_t orientation = 0;
+  unsigned char exif[KIT_EXIF_BLOCK];
+  if (ORX_attr_get_int(in, 0, "Orientation", &orientation) && orientation > 1 && orientation <= 8)
+    png_set_eXIf_1(png, info, (png_uint_32)kit_exif_orientation_block(orientation, exif), exif);
   png_set_compression_level(png, p->level);
   /* zlib's default strategy, as other writers use: the filtered strategy
    * libpng would pick makes files some 7% smaller in nearly twice the time. */

@@ -143,6 +143,8 @@ const Row kRows[] = {
     {"png_gamma", BASE "convert {dir}/s.png -set gamma 0.35 {out}", "png", 1e-6},
     {"png_comment", BASE "oiiotool {dir}/s.png --attrib Comment 'made by hand' -o {out}", "png", 1e-6},
     {"png_icc", BASE ICC "convert {dir}/s.png -profile {dir}/p.icc {out}", "png", 1e-6},
+    {"png_exif_orientation", BASE "/usr/bin/python3 -c \"from PIL import Image; e = Image.Exif(); "
+     "e[274] = 6; Image.open('{dir}/s.png').save('{out}', exif=e)\"", "png", 1e-6},
     {"jpeg_cmyk_adobe", BASE "convert {dir}/s.png -colorspace CMYK -quality 95 {out}", "jpg", 1e-6, nullptr, 0.1},
     {"jpeg_grey", BASE "convert {dir}/s.png -colorspace gray -quality 90 {out}", "jpg", 1e-6, nullptr, 0.1},
     // OpenImageIO's JPEG carries an EXIF block (without an orientation).
