@@ -112,6 +112,31 @@ void kit_describe_size(ORX_IFD *ifd, int32_t width, int32_t height, double pixel
   ifd->aspect_ratio = height > 0 ? (float)((double)width / height * pixel_aspect) : 1.0f;
 }
 
+double kit_pixel_aspect(const ORX_IFD *ifd) {
+  const double width = (double)ifd->window.right - ifd->window.left + 1;
+  const double height = (double)ifd->window.top - ifd->window.bottom + 1;
+  return ifd->aspect_ratio > 0 && width > 0 && height > 0 ? ifd->aspect_ratio * height / width
+                                                          : 1.0;
+}
+
+void kit_aspect_densities(double pixel_aspect, uint32_t most, uint32_t *x, uint32_t *y) {
+  /* The aspect came through a float: within 1e-5 is the same ratio. */
+  const int wide = pixel_aspect >= 1.0;
+  const double ratio = wide ? pixel_aspect : 1.0 / pixel_aspect;
+  for (uint32_t d = 1; d <= most; ++d) {
+    const double n = floor(ratio * d + 0.5);
+    if (n > most) break;
+    if (fabs(n / d - ratio) <= 1e-5 * ratio) {
+      *x = wide ? d : (uint32_t)n;
+      *y = wide ? (uint32_t)n : d;
+      return;
+    }
+  }
+  const uint32_t d = (uint32_t)fmax(1.0, floor(most / ratio + 0.5));
+  *x = wide ? d : most;
+  *y = wide ? most : d;
+}
+
 KitLayout kit_layout_of(const ORX_IFD *ifd) {
   const ORX_CHANNELS *groups[3] = {&ifd->image, &ifd->matte, &ifd->aux};
   KitLayout layout;

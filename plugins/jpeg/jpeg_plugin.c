@@ -7,6 +7,7 @@
  * (the colour as it stands: over black), each said as narrowed.  libjpeg
  * reports errors through an error manager that longjmps back to the
  * caller's setjmp. */
+#include <math.h>
 #include <setjmp.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -345,6 +346,15 @@ static int encode(ORX_OBJECT *object, Jpeg *j) {
   j->out.in_color_space = j->plane.channels == 1 ? JCS_GRAYSCALE : JCS_RGB;
   jpeg_set_defaults(&j->out);
   jpeg_set_quality(&j->out, j->quality, TRUE);
+  /* A pixel aspect other than square as the JFIF densities, in no unit. */
+  const double pixel_aspect = kit_pixel_aspect(j->ifd);
+  if (fabs(pixel_aspect - 1.0) > 1e-5) {
+    uint32_t x = 1, y = 1;
+    kit_aspect_densities(pixel_aspect, 65535, &x, &y);
+    j->out.density_unit = 0;
+    j->out.X_density = (UINT16)x;
+    j->out.Y_density = (UINT16)y;
+  }
   jpeg_start_compress(&j->out, TRUE);
   write_attributes(&object->info, &j->out);
   const char *desc = object->info.desc;

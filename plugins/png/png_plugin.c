@@ -656,6 +656,14 @@ static void write_header(ORX_OBJECT *object, Png *p) {
   if (profile != NULL && profile->type == ORX_ATTR_BYTES)
     png_set_iCCP(png, info, "ICC profile", PNG_COMPRESSION_TYPE_BASE,
                  (png_const_bytep)profile->data, (png_uint_32)profile->count);
+  /* A pixel aspect other than square as pHYs, in no unit (PNG readers
+   * take the ratio of its densities as the pixel's shape). */
+  const double pixel_aspect = kit_pixel_aspect(p->ifd);
+  if (fabs(pixel_aspect - 1.0) > 1e-5) {
+    uint32_t x = 1, y = 1;
+    kit_aspect_densities(pixel_aspect, 100000, &x, &y);
+    png_set_pHYs(png, info, x, y, PNG_RESOLUTION_UNKNOWN);
+  }
   int32_t orientation = 0;
   unsigned char exif[KIT_EXIF_BLOCK];
   if (ORX_attr_get_int(in, 0, "Orientation", &orientation) && orientation > 1 && orientation <= 8)

@@ -145,10 +145,13 @@ const Row kRows[] = {
     {"png_icc", BASE ICC "convert {dir}/s.png -profile {dir}/p.icc {out}", "png", 1e-6},
     {"png_exif_orientation", BASE "/usr/bin/python3 -c \"from PIL import Image; e = Image.Exif(); "
      "e[274] = 6; Image.open('{dir}/s.png').save('{out}', exif=e)\"", "png", 1e-6},
+    {"png_pixel_aspect", BASE "convert {dir}/s.png -density 72x144 -units PixelsPerInch {out}", "png", 1e-6},
     {"jpeg_cmyk_adobe", BASE "convert {dir}/s.png -colorspace CMYK -quality 95 {out}", "jpg", 1e-6, nullptr, 0.1},
     {"jpeg_grey", BASE "convert {dir}/s.png -colorspace gray -quality 90 {out}", "jpg", 1e-6, nullptr, 0.1},
     // OpenImageIO's JPEG carries an EXIF block (without an orientation).
     {"jpeg_oiio_grey", BASE "oiiotool {dir}/s.png --ch R -o {out}", "jpg", 1e-6, nullptr, 0.1},
+    {"jpeg_pixel_aspect", BASE "convert {dir}/s.png -density 72x144 -quality 95 {out}", "jpg", 1e-6,
+     nullptr, 0.1},
     {"jpeg_orientation_icc",
      BASE ICC "convert {dir}/s.png -profile {dir}/p.icc -orient RightTop {out}", "jpg", 1e-6, nullptr, 0.1},
 };
@@ -319,7 +322,7 @@ TEST_P(Fidelity, ReadAsOpenImageIOReadsAndCopiedWhole) {
   if (row.copy_tolerance >= 0) {
     compare_file(again, row.copy_tolerance);
     for (std::size_t i = 0; i < theirs.size(); ++i)
-      for (const char *key : {"icc ", "orientation "})
+      for (const char *key : {"icc ", "orientation ", "pixelaspect "})
         EXPECT_EQ(meta_line(theirs[i].meta, key), meta_line(again[i].meta, key));
     return;
   }
