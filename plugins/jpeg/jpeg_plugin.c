@@ -45,11 +45,13 @@ void imageCapability(ORX_CAP_ENTRY **table, int32_t *first, int32_t *second, int
 
 static const char kWho[] = "jpeg";
 
-/* libjpeg's error manager with the way back and the last message. */
+/* libjpeg's error manager with the way back, the last message and the
+ * file's name. */
 typedef struct Errors {
   struct jpeg_error_mgr base;
   jmp_buf back;
   char message[JMSG_LENGTH_MAX];
+  const char *path;
 } Errors;
 
 static void on_error(j_common_ptr cinfo) {
@@ -58,11 +60,13 @@ static void on_error(j_common_ptr cinfo) {
   longjmp(e->back, 1);
 }
 
-/* Warnings (corrupt data libjpeg works around) become notes. */
+/* libjpeg's warnings (the first of a file) say what damage it worked
+ * around: a file cut short, whose missing part it fills, or corrupt data.
+ * The image still reads, so the host is warned. */
 static void on_message(j_common_ptr cinfo) {
   char message[JMSG_LENGTH_MAX];
   (*cinfo->err->format_message)(cinfo, message);
-  kit_note("jpeg: %s", message);
+  kit_warn("jpeg: %s: %s (read as libjpeg recovers it)", ((Errors *)cinfo->err)->path, message);
 }
 
 typedef struct Jpeg {
@@ -237,6 +241,7 @@ int imageReadOpen(ORX_OBJECT *object) {
   j->in.err = jpeg_std_error(&j->errors.base);
   j->errors.base.error_exit = on_error;
   j->errors.base.output_message = on_message;
+  j->errors.path = j->path;
   if (setjmp(j->errors.back)) {
     kit_fail(ORX_E_NOT_OUR_FILE, "jpeg: cannot read %s: %s", path, j->errors.message);
     return release(object);
@@ -333,6 +338,7 @@ static int encode(ORX_OBJECT *object, Jpeg *j) {
   j->out.err = jpeg_std_error(&j->errors.base);
   j->errors.base.error_exit = on_error;
   j->errors.base.output_message = on_message;
+  j->errors.path = j->path;
   if (setjmp(j->errors.back)) {
     kit_fail(ORX_E_WRITE, "jpeg: cannot write %s: %s", j->path, j->errors.message);
     return ORX_E_WRITE;
