@@ -214,15 +214,54 @@ static int scan_read(void *data, int32_t line, void *out) {
 
 static int close_object(ORX_OBJECT *object, intptr_t argument);
 
+/* Whether text is well-formed UTF-8. */
+static int is_utf8(const unsigned char *c) {
+  while (*c != 0) {
+    const int more = *c < 0x80 ? 0 : (*c & 0xe0) == 0xc0 ? 1 : (*c & 0xf0) == 0xe0 ? 2
+                                   : (*c & 0xf8) == 0xf0 ? 3 : -1;
+    if (more < 0) return 0;
+    ++c;
+    for (int k = 0; k < more; ++k, ++c)
+      if ((*c & 0xc0) != 0x80) return 0;
+  }
+  return 1;
+}
+
 /* The text chunks (tEXt, zTXt, iTXt): those of the header's keywords go
  * into its texts, every other (a Comment, a Copyright...) becomes a string
- * attribute named by its keyword, which the writer stores again. */
-static int take_text(ORX_INFO *to, const char *key, const char *text) {
+ * attribute named by its keyword, which the writer stores again.  Texts
+ * are UTF-8 in the library; tEXt and zTXt hold Latin-1 (latin1 set), which
+ * is converted, unless it reads as UTF-8: ImageMagick stores UTF-8 there,
+ * and Latin-1 text seldom happens to be well-formed UTF-8.  1, or 0 when
+ * memory ran out. */
+static int take_text(ORX_INFO *to, const char *key, const char *text, int latin1) {
+  char *utf8 = NULL;
+  if (latin1 && !is_utf8((const unsigned char *)text)) {
+    size_t high = 0, n = 0;
+    for (; text[n] != 0; ++n) high += (unsigned char)text[n] >= 0x80;
+    if (high > 0) {
+      utf8 = (char *)malloc(n + high + 1);
+      if (utf8 == NULL) return 0;
+      char *out = utf8;
+      for (const unsigned char *c = (const unsigned char *)text; *c != 0; ++c) {
+        if (*c >= 0x80) {
+          *out++ = (char)(0xc0 | *c >> 6);
+          *out++ = (char)(0x80 | (*c & 0x3f));
+        } else {
+          *out++ = (char)*c;
+        }
+      }
+      *out = 0;
+      text = utf8;
+    }
+  }
   int field = -1;
   for (int i = 0; i < kTextCount; ++i)
     if (strcmp(key, kTexts[i].keyword) == 0) field = i;
-  return field >= 0 ? kit_save(text_field(to, field), text)
-                    : ORX_attr_set_string(to, 0, key, text) == 0;
+  const int taken = field >= 0 ? kit_save(text_field(to, field), text)
+                               : ORX_attr_set_string(to, 0, key, text) == 0;
+  free(utf8);
+  return taken;
 }
 
 static int describe_texts(ORX_INFO *to, png_structp png, png_infop info) {
@@ -230,7 +269,9 @@ static int describe_texts(ORX_INFO *to, png_structp png, png_infop info) {
   int count = 0;
   png_get_text(png, info, &texts, &count);
   for (int t = 0; t < count; ++t)
-    if (!take_text(to, texts[t].key, texts[t].text)) return 0;
+    if (!take_text(to, texts[t].key, texts[t].text,
+                   texts[t].compression <= PNG_TEXT_COMPRESSION_zTXt))
+      return 0;
   return 1;
 }
 
@@ -368,7 +409,7 @@ static int take_text_chunk(ORX_INFO *to, const unsigned char *type, const unsign
     memcpy(text, data + at, n - at);
     text[n - at] = 0;
   }
-  const int taken = take_text(to, (const char *)data, text);
+  const int taken = take_text(to, (const char *)data, text, memcmp(type, "iTXt", 4) != 0);
   free(text);
   return taken;
 }
@@ -604,6 +645,14 @@ int imageWriteOpen(ORX_OBJECT *object) {
   return 1;
 }
 
+/* The chunk a text goes in: tEXt when it is ASCII, else iTXt, the chunk
+ * of UTF-8 (tEXt is Latin-1). */
+static int text_compression(const char *text) {
+  for (const unsigned char *c = (const unsigned char *)text; *c != 0; ++c)
+    if (*c >= 0x80) return PNG_ITXT_COMPRESSION_NONE;
+  return PNG_TEXT_COMPRESSION_NONE;
+}
+
 /* The header chunks of a written file. */
 static void write_header(ORX_OBJECT *object, Png *p) {
   const int depth = p->depth;
@@ -632,7 +681,7 @@ static void write_header(ORX_OBJECT *object, Png *p) {
     char *text = (char *)kit_date_text(*text_field(&object->info, i), date, sizeof date);
     if (!kit_has_text(text)) continue;
     memset(&texts[count], 0, sizeof texts[count]);
-    texts[count].compression = PNG_TEXT_COMPRESSION_NONE;
+    texts[count].compression = text_compression(text);
     texts[count].key = (png_charp)kTexts[i].keyword;
     texts[count].text = text;
     ++count;
@@ -646,7 +695,7 @@ static void write_header(ORX_OBJECT *object, Png *p) {
     for (int i = 0; i < kTextCount; ++i) header |= strcmp(a->name, kTexts[i].keyword) == 0;
     if (a->type != ORX_ATTR_STRING || header || strncmp(a->name, "orx:", 4) == 0) continue;
     memset(&texts[count], 0, sizeof texts[count]);
-    texts[count].compression = PNG_TEXT_COMPRESSION_NONE;
+    texts[count].compression = text_compression((const char *)a->data);
     texts[count].key = (png_charp)a->name;
     texts[count].text = (png_charp)a->data;
     ++count;
