@@ -2,10 +2,10 @@
  * with alpha, RGB and RGBA.  Palette images read as RGB (RGBA with a
  * transparency chunk); gAMA, cHRM, eXIf and text chunks map to the
  * descriptor's gamma, the chromaticities, the orientation and the header
- * texts, both ways.  PNG's colour
- * is straight and the library's matte associated: reading multiplies the
- * colour by the matte, writing divides it out again (zero alpha, zero
- * colour), unless the host asks for "unassociated alpha".
+ * texts, both ways.  PNG's colour is straight and the library's matte
+ * associated: reading multiplies the colour by the matte, writing divides
+ * it out again (zero alpha, zero colour), unless the host asks for
+ * "unassociated alpha".
  *
  * This is the full worked example of a format plug-in: it is written only
  * against the public headers, as any third party would write one.  The
@@ -227,6 +227,20 @@ static int is_utf8(const unsigned char *c) {
   return 1;
 }
 
+/* Latin-1 text as UTF-8 (to free), or NULL when memory ran out. */
+static char *latin1_to_utf8(const char *text) {
+  size_t n = 0, high = 0;
+  for (; text[n] != 0; ++n) high += (unsigned char)text[n] >= 0x80;
+  char *utf8 = (char *)malloc(n + high + 1), *out = utf8;
+  if (utf8 == NULL) return NULL;
+  for (const unsigned char *c = (const unsigned char *)text; *c != 0; ++c) {
+    if (*c >= 0x80) *out++ = (char)(0xc0 | *c >> 6);
+    *out++ = (char)(*c >= 0x80 ? 0x80 | (*c & 0x3f) : *c);
+  }
+  *out = 0;
+  return utf8;
+}
+
 /* The text chunks (tEXt, zTXt, iTXt): those of the header's keywords go
  * into its texts, every other (a Comment, a Copyright...) becomes a string
  * attribute named by its keyword, which the writer stores again.  Texts
@@ -237,23 +251,9 @@ static int is_utf8(const unsigned char *c) {
 static int take_text(ORX_INFO *to, const char *key, const char *text, int latin1) {
   char *utf8 = NULL;
   if (latin1 && !is_utf8((const unsigned char *)text)) {
-    size_t high = 0, n = 0;
-    for (; text[n] != 0; ++n) high += (unsigned char)text[n] >= 0x80;
-    if (high > 0) {
-      utf8 = (char *)malloc(n + high + 1);
-      if (utf8 == NULL) return 0;
-      char *out = utf8;
-      for (const unsigned char *c = (const unsigned char *)text; *c != 0; ++c) {
-        if (*c >= 0x80) {
-          *out++ = (char)(0xc0 | *c >> 6);
-          *out++ = (char)(0x80 | (*c & 0x3f));
-        } else {
-          *out++ = (char)*c;
-        }
-      }
-      *out = 0;
-      text = utf8;
-    }
+    utf8 = latin1_to_utf8(text);
+    if (utf8 == NULL) return 0;
+    text = utf8;
   }
   int field = -1;
   for (int i = 0; i < kTextCount; ++i)
