@@ -112,6 +112,12 @@ void kit_describe_size(ORX_IFD *ifd, int32_t width, int32_t height, double pixel
   ifd->aspect_ratio = height > 0 ? (float)((double)width / height * pixel_aspect) : 1.0f;
 }
 
+int kit_profile_fits(const ORX_ATTR *profile, int32_t channels) {
+  const char *space = channels == 1 ? "GRAY" : channels == 3 ? "RGB " : NULL;
+  return profile->type == ORX_ATTR_BYTES && profile->count >= 20 && space != NULL &&
+         memcmp((const unsigned char *)profile->data + 16, space, 4) == 0;
+}
+
 double kit_pixel_aspect(const ORX_IFD *ifd) {
   const double width = (double)ifd->window.right - ifd->window.left + 1;
   const double height = (double)ifd->window.top - ifd->window.bottom + 1;

@@ -237,6 +237,12 @@ int kit_narrowed(ORX_OBJECT *object, int32_t image, const char *format, ...)
  * short. */
 int kit_window_at_origin(ORX_OBJECT *object, int32_t image);
 
+/* Whether an ICC profile attribute describes colour of `channels` image
+ * channels: its header's colour space is GRAY for one, RGB for three.  A
+ * writer drops one that does not (a CMYK file's profile, whose pixels a
+ * reader turned into RGB), which would misdescribe the pixels. */
+int kit_profile_fits(const ORX_ATTR *profile, int32_t channels);
+
 /* The EXIF orientation (kit_exif.c): tag 274 of the first directory of
  * a TIFF structure of size bytes (an EXIF block after its "Exif\0\0"), 1
  * to 8, or 0 when it has none; and the smallest such structure holding

@@ -588,11 +588,11 @@ static int is_keyword(const char *name) {
   return 1;
 }
 
-/* Whether a PNG file holds the attribute: the ICC profile, the EXIF
- * orientation and texts (but not another format's channel names: a PNG's
+/* Whether a PNG file holds the attribute: an ICC profile of its colour,
+ * the EXIF orientation and texts (but not another format's channel names: a PNG's
  * follow from its colour type). */
-static int png_holds(const ORX_ATTR *a) {
-  return a->image == 0 && ((a->type == ORX_ATTR_BYTES && strcmp(a->name, "ICCProfile") == 0) ||
+static int png_holds(const ORX_ATTR *a, int32_t channels) {
+  return a->image == 0 && ((strcmp(a->name, "ICCProfile") == 0 && kit_profile_fits(a, channels)) ||
                            (a->type == ORX_ATTR_INT && strcmp(a->name, "Orientation") == 0) ||
                            (a->type == ORX_ATTR_STRING && is_keyword(a->name) &&
                             strcmp(a->name, "channelnames") != 0));
@@ -601,9 +601,10 @@ static int png_holds(const ORX_ATTR *a) {
 /* Drops from the object the attributes the file will not carry, which
  * tells the host what is lost (the library's own "orx:" notes stay). */
 static void keep_attributes(ORX_INFO *info) {
+  const int32_t channels = info->image_count > 0 ? info->images[0].image.count : 0;
   for (int32_t k = ORX_attr_count(info, ORX_ATTR_ANY_IMAGE) - 1; k >= 0; --k) {
     const ORX_ATTR *a = ORX_attr_at(info, ORX_ATTR_ANY_IMAGE, k);
-    if (a == NULL || strncmp(a->name, "orx:", 4) == 0 || png_holds(a)) continue;
+    if (a == NULL || strncmp(a->name, "orx:", 4) == 0 || png_holds(a, channels)) continue;
     char name[256];
     snprintf(name, sizeof name, "%s", a->name);
     ORX_attr_remove(info, a->image, name);

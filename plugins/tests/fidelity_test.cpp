@@ -364,6 +364,15 @@ TEST(FidelityCopy, SaysOnceWhatTheOutputDrops) {
   ASSERT_EQ(make("exr_data_inside", dir, dir.file("c.exr")), 0);
   const ToolRun info = run(kOrx + " info '" + dir.file("c.exr") + "'");
   EXPECT_NE(info.output.find("active    5..24 x 18..27"), std::string::npos) << info.output;
+  // A CMYK JPEG's profile does not describe the RGB it reads as: dropped.
+  if (built("jpg")) {
+    ASSERT_EQ(run("/usr/bin/python3 -c \"from PIL import Image, ImageCms as C; p = bytearray(C."
+                  "ImageCmsProfile(C.createProfile('sRGB')).tobytes()); p[16:20] = b'CMYK'; Image."
+                  "new('CMYK', (8, 4)).save('" + dir.file("k.jpg") + "', icc_profile=bytes(p))\"")
+                  .status, 0);
+    const ToolRun k = run(kOrx + " copy '" + dir.file("k.jpg") + "' '" + dir.file("k2.jpg") + "'");
+    EXPECT_NE(k.output.find("dropped attributes ICCProfile"), std::string::npos) << k.output;
+  }
   // A format of one image per file keeps the first of two, and says so.
   if (!built("png") || !built("tif")) return;
   for (const char *row : {"exr_parts_named", "tiff_two_directories"}) {
