@@ -1,7 +1,7 @@
 /* JPEG files through libjpeg(-turbo): 8-bit grey and RGB (YCbCr files read
  * as RGB, CMYK and YCCK files converted to RGB, Adobe's inverted CMYK
- * included).  The comment marker carries the description; the JFIF density
- * gives the pixel aspect.  Writing takes the quality from the capability
+ * included).  The comment marker carries the description; the JFIF
+ * densities carry the pixel aspect, both ways.  Writing takes the quality from the capability
  * settings; deeper or floating-point samples are stored in 8 bits, and
  * mattes and auxiliary channels, which JPEG has no place for, are left out
  * (the colour as it stands: over black), each said as narrowed.  libjpeg
