@@ -63,6 +63,31 @@ int kit_save(char **field, const char *text) {
   return 1;
 }
 
+int kit_is_utf8(const char *text) {
+  for (const unsigned char *c = (const unsigned char *)text; *c != 0;) {
+    const int more = *c < 0x80 ? 0 : (*c & 0xe0) == 0xc0 ? 1 : (*c & 0xf0) == 0xe0 ? 2
+                                   : (*c & 0xf8) == 0xf0 ? 3 : -1;
+    if (more < 0) return 0;
+    ++c;
+    for (int k = 0; k < more; ++k, ++c)
+      if ((*c & 0xc0) != 0x80) return 0;
+  }
+  return 1;
+}
+
+char *kit_latin1_to_utf8(const char *text) {
+  size_t n = 0, high = 0;
+  for (; text[n] != 0; ++n) high += (unsigned char)text[n] >= 0x80;
+  char *utf8 = (char *)malloc(n + high + 1), *out = utf8;
+  if (utf8 == NULL) return NULL;
+  for (const unsigned char *c = (const unsigned char *)text; *c != 0; ++c) {
+    if (*c >= 0x80) *out++ = (char)(0xc0 | *c >> 6);
+    *out++ = (char)(*c >= 0x80 ? 0x80 | (*c & 0x3f) : *c);
+  }
+  *out = 0;
+  return utf8;
+}
+
 int kit_has_text(const char *text) {
   return text != NULL && text[0] != '\0' && strcmp(text, "unknown") != 0;
 }

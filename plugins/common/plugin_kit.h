@@ -55,6 +55,11 @@ void *kit_allocate(size_t size);
 /* Replaces an owned string of a record with a copy of text (NULL clears
  * it); 0 after reporting when memory is short, 1 otherwise. */
 int kit_save(char **field, const char *text);
+/* Texts are UTF-8 in the library.  Whether text is well-formed UTF-8;
+ * and Latin-1 text (what a format's text that is not UTF-8 usually is)
+ * converted to UTF-8, to free, or NULL when memory is short. */
+int kit_is_utf8(const char *text);
+char *kit_latin1_to_utf8(const char *text);
 /* Whether a header text carries information: not NULL, not empty and not
  * the "unknown" the library fills in for missing texts. */
 int kit_has_text(const char *text);

@@ -215,7 +215,11 @@ static int describe(ORX_OBJECT *object, Jpeg *j) {
     if (text == NULL) continue;
     memcpy(text, m->data, m->data_length);
     text[m->data_length] = '\0';
-    const int saved = kit_save(&object->info.desc, text);
+    /* A comment has no set encoding: UTF-8 when it reads as UTF-8, else
+     * Latin-1, as older writers stored it. */
+    char *utf8 = kit_is_utf8(text) ? NULL : kit_latin1_to_utf8(text);
+    const int saved = kit_save(&object->info.desc, utf8 != NULL ? utf8 : text);
+    free(utf8);
     free(text);
     if (!saved) return 0;
   }

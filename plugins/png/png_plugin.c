@@ -214,33 +214,6 @@ static int scan_read(void *data, int32_t line, void *out) {
 
 static int close_object(ORX_OBJECT *object, intptr_t argument);
 
-/* Whether text is well-formed UTF-8. */
-static int is_utf8(const unsigned char *c) {
-  while (*c != 0) {
-    const int more = *c < 0x80 ? 0 : (*c & 0xe0) == 0xc0 ? 1 : (*c & 0xf0) == 0xe0 ? 2
-                                   : (*c & 0xf8) == 0xf0 ? 3 : -1;
-    if (more < 0) return 0;
-    ++c;
-    for (int k = 0; k < more; ++k, ++c)
-      if ((*c & 0xc0) != 0x80) return 0;
-  }
-  return 1;
-}
-
-/* Latin-1 text as UTF-8 (to free), or NULL when memory ran out. */
-static char *latin1_to_utf8(const char *text) {
-  size_t n = 0, high = 0;
-  for (; text[n] != 0; ++n) high += (unsigned char)text[n] >= 0x80;
-  char *utf8 = (char *)malloc(n + high + 1), *out = utf8;
-  if (utf8 == NULL) return NULL;
-  for (const unsigned char *c = (const unsigned char *)text; *c != 0; ++c) {
-    if (*c >= 0x80) *out++ = (char)(0xc0 | *c >> 6);
-    *out++ = (char)(*c >= 0x80 ? 0x80 | (*c & 0x3f) : *c);
-  }
-  *out = 0;
-  return utf8;
-}
-
 /* The text chunks (tEXt, zTXt, iTXt): those of the header's keywords go
  * into its texts, every other (a Comment, a Copyright...) becomes a string
  * attribute named by its keyword, which the writer stores again.  Texts
@@ -250,8 +223,8 @@ static char *latin1_to_utf8(const char *text) {
  * memory ran out. */
 static int take_text(ORX_INFO *to, const char *key, const char *text, int latin1) {
   char *utf8 = NULL;
-  if (latin1 && !is_utf8((const unsigned char *)text)) {
-    utf8 = latin1_to_utf8(text);
+  if (latin1 && !kit_is_utf8(text)) {
+    utf8 = kit_latin1_to_utf8(text);
     if (utf8 == NULL) return 0;
     text = utf8;
   }
@@ -646,11 +619,13 @@ int imageWriteOpen(ORX_OBJECT *object) {
   return 1;
 }
 
-/* The chunk a text goes in: tEXt when it is ASCII, else iTXt, the chunk
- * of UTF-8 (tEXt is Latin-1). */
+/* The chunk a text goes in: iTXt, the chunk of UTF-8, when it is UTF-8
+ * beyond ASCII, else tEXt (Latin-1, which a text that is not UTF-8 is
+ * taken to be). */
 static int text_compression(const char *text) {
   for (const unsigned char *c = (const unsigned char *)text; *c != 0; ++c)
-    if (*c >= 0x80) return PNG_ITXT_COMPRESSION_NONE;
+    if (*c >= 0x80)
+      return kit_is_utf8(text) ? PNG_ITXT_COMPRESSION_NONE : PNG_TEXT_COMPRESSION_NONE;
   return PNG_TEXT_COMPRESSION_NONE;
 }
 

@@ -149,12 +149,17 @@ TEST(Copy, BetweenEveryPairOfFormats) {
       continue;
     expect_runs(make.find("pattern") == 0 ? orx(make) : make);
     // ImageMagick's texts follow the image data, and are read all the same;
-    // a copy's non-ASCII text reads in Pillow as it was.
+    // a copy's non-ASCII text reads in Pillow as it was, and a JPEG comment
+    // in Latin-1 reads as UTF-8.
     if (ext == "png") {
       EXPECT_EQ(attributes(source)["comment"], "\"a note \\u00a9\"");
       expect_runs(orx("copy '" + source + "' '" + dir.file("c.png") + "'"));
       EXPECT_EQ(run("/usr/bin/python3 -c \"from PIL import Image; print(Image.open('" +
                     dir.file("c.png") + "').text['comment'])\"").output, "a note ©\n");
+      expect_runs("convert -size 8x4 xc:red -set comment \"$(printf 'caf\\351')\" " +
+                  dir.file("c.jpg"));
+      EXPECT_EQ(run(orx("info --json " + dir.file("c.jpg")) + " | /usr/bin/python3 -c 'import json, "
+                    "sys; print(json.load(sys.stdin)[0][\"desc\"])'").output, "café\n");
     }
     for (const std::string &from : formats) {
       const std::string in = dir.file(std::string(s.file) + "." + from);
