@@ -37,6 +37,13 @@ void kit_note(const char *format, ...) {
   va_end(args);
 }
 
+void kit_warn(const char *format, ...) {
+  va_list args;
+  va_start(args, format);
+  report(ERR_WARNING, format, args);
+  va_end(args);
+}
+
 void *kit_allocate(size_t size) {
   void *block = size <= UINT32_MAX ? ERR_malloc((uint32_t)size) : NULL;
   if (block == NULL) orx__set_err(ORX_E_NO_MEMORY);
@@ -54,6 +61,31 @@ int kit_save(char **field, const char *text) {
   ERR_free(*field);
   *field = copy;
   return 1;
+}
+
+int kit_is_utf8(const char *text) {
+  for (const unsigned char *c = (const unsigned char *)text; *c != 0;) {
+    const int more = *c < 0x80 ? 0 : (*c & 0xe0) == 0xc0 ? 1 : (*c & 0xf0) == 0xe0 ? 2
+                                   : (*c & 0xf8) == 0xf0 ? 3 : -1;
+    if (more < 0) return 0;
+    ++c;
+    for (int k = 0; k < more; ++k, ++c)
+      if ((*c & 0xc0) != 0x80) return 0;
+  }
+  return 1;
+}
+
+char *kit_latin1_to_utf8(const char *text) {
+  size_t n = 0, high = 0;
+  for (; text[n] != 0; ++n) high += (unsigned char)text[n] >= 0x80;
+  char *utf8 = (char *)malloc(n + high + 1), *out = utf8;
+  if (utf8 == NULL) return NULL;
+  for (const unsigned char *c = (const unsigned char *)text; *c != 0; ++c) {
+    if (*c >= 0x80) *out++ = (char)(0xc0 | *c >> 6);
+    *out++ = (char)(*c >= 0x80 ? 0x80 | (*c & 0x3f) : *c);
+  }
+  *out = 0;
+  return utf8;
 }
 
 int kit_has_text(const char *text) {
@@ -103,6 +135,37 @@ void kit_describe_size(ORX_IFD *ifd, int32_t width, int32_t height, double pixel
   ifd->x_resolution = width;
   ifd->y_resolution = height;
   ifd->aspect_ratio = height > 0 ? (float)((double)width / height * pixel_aspect) : 1.0f;
+}
+
+int kit_profile_fits(const ORX_ATTR *profile, int32_t channels) {
+  const char *space = channels == 1 ? "GRAY" : channels == 3 ? "RGB " : NULL;
+  return profile->type == ORX_ATTR_BYTES && profile->count >= 20 && space != NULL &&
+         memcmp((const unsigned char *)profile->data + 16, space, 4) == 0;
+}
+
+double kit_pixel_aspect(const ORX_IFD *ifd) {
+  const double width = (double)ifd->window.right - ifd->window.left + 1;
+  const double height = (double)ifd->window.top - ifd->window.bottom + 1;
+  return ifd->aspect_ratio > 0 && width > 0 && height > 0 ? ifd->aspect_ratio * height / width
+                                                          : 1.0;
+}
+
+void kit_aspect_densities(double pixel_aspect, uint32_t most, uint32_t *x, uint32_t *y) {
+  /* The aspect came through a float: within 1e-5 is the same ratio. */
+  const int wide = pixel_aspect >= 1.0;
+  const double ratio = wide ? pixel_aspect : 1.0 / pixel_aspect;
+  for (uint32_t d = 1; d <= most; ++d) {
+    const double n = floor(ratio * d + 0.5);
+    if (n > most) break;
+    if (fabs(n / d - ratio) <= 1e-5 * ratio) {
+      *x = wide ? d : (uint32_t)n;
+      *y = wide ? (uint32_t)n : d;
+      return;
+    }
+  }
+  const uint32_t d = (uint32_t)fmax(1.0, floor(most / ratio + 0.5));
+  *x = wide ? d : most;
+  *y = wide ? most : d;
 }
 
 KitLayout kit_layout_of(const ORX_IFD *ifd) {

@@ -40,6 +40,12 @@ void kit_note(const char *format, ...)
     __attribute__((format(printf, 1, 2)))
 #endif
     ;
+/* Reports a warning: damage a reader worked around, which a host shows. */
+void kit_warn(const char *format, ...)
+#if defined(__GNUC__)
+    __attribute__((format(printf, 1, 2)))
+#endif
+    ;
 
 /* ERR_malloc for the kit's blocks: NULL after a report when memory is
  * short, with ORX_E_NO_MEMORY as the status (ERR_malloc reports a shortage
@@ -49,6 +55,11 @@ void *kit_allocate(size_t size);
 /* Replaces an owned string of a record with a copy of text (NULL clears
  * it); 0 after reporting when memory is short, 1 otherwise. */
 int kit_save(char **field, const char *text);
+/* Texts are UTF-8 in the library.  Whether text is well-formed UTF-8;
+ * and Latin-1 text (what a format's text that is not UTF-8 usually is)
+ * converted to UTF-8, to free, or NULL when memory is short. */
+int kit_is_utf8(const char *text);
+char *kit_latin1_to_utf8(const char *text);
 /* Whether a header text carries information: not NULL, not empty and not
  * the "unknown" the library fills in for missing texts. */
 int kit_has_text(const char *text);
@@ -73,6 +84,13 @@ int kit_new_cell(ORX_OBJECT *object, int32_t count);
  * picture's size and an aspect ratio of width / height times the pixel
  * aspect. */
 void kit_describe_size(ORX_IFD *ifd, int32_t width, int32_t height, double pixel_aspect);
+
+/* The pixel aspect (a pixel's width over its height) that a descriptor's
+ * aspect ratio gives its window, 1 when it gives none; and densities x and
+ * y (pixels per unit across and down, as PNG and JFIF store them) of at
+ * most `most`, the smallest whose ratio y / x is that aspect. */
+double kit_pixel_aspect(const ORX_IFD *ifd);
+void kit_aspect_densities(double pixel_aspect, uint32_t most, uint32_t *x, uint32_t *y);
 
 /* Channel groups as a plug-in stores them: the image, matte and auxiliary
  * groups of a descriptor, in channel order. */
@@ -223,6 +241,20 @@ int kit_narrowed(ORX_OBJECT *object, int32_t image, const char *format, ...)
  * that a window starting elsewhere loses its position.  0 when memory is
  * short. */
 int kit_window_at_origin(ORX_OBJECT *object, int32_t image);
+
+/* Whether an ICC profile attribute describes colour of `channels` image
+ * channels: its header's colour space is GRAY for one, RGB for three.  A
+ * writer drops one that does not (a CMYK file's profile, whose pixels a
+ * reader turned into RGB), which would misdescribe the pixels. */
+int kit_profile_fits(const ORX_ATTR *profile, int32_t channels);
+
+/* The EXIF orientation (kit_exif.c): tag 274 of the first directory of
+ * a TIFF structure of size bytes (an EXIF block after its "Exif\0\0"), 1
+ * to 8, or 0 when it has none; and the smallest such structure holding
+ * orientation alone, written into out (its size returned). */
+enum { KIT_EXIF_BLOCK = 26 };
+int kit_exif_orientation(const unsigned char *tiff, size_t size);
+size_t kit_exif_orientation_block(int orientation, unsigned char out[KIT_EXIF_BLOCK]);
 
 /* Colour metadata is never invented.  kit_rec709 holds the x, y pairs of
  * red, green, blue and white of Rec.709 with a D65 white, which OpenEXR

@@ -1,12 +1,13 @@
 /* JPEG files through libjpeg(-turbo): 8-bit grey and RGB (YCbCr files read
  * as RGB, CMYK and YCCK files converted to RGB, Adobe's inverted CMYK
- * included).  The comment marker carries the description; the JFIF density
- * gives the pixel aspect.  Writing takes the quality from the capability
+ * included).  The comment marker carries the description; the JFIF
+ * densities carry the pixel aspect, both ways.  Writing takes the quality from the capability
  * settings; deeper or floating-point samples are stored in 8 bits, and
  * mattes and auxiliary channels, which JPEG has no place for, are left out
  * (the colour as it stands: over black), each said as narrowed.  libjpeg
  * reports errors through an error manager that longjmps back to the
  * caller's setjmp. */
+#include <math.h>
 #include <setjmp.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -44,11 +45,13 @@ void imageCapability(ORX_CAP_ENTRY **table, int32_t *first, int32_t *second, int
 
 static const char kWho[] = "jpeg";
 
-/* libjpeg's error manager with the way back and the last message. */
+/* libjpeg's error manager with the way back, the last message and the
+ * file's name. */
 typedef struct Errors {
   struct jpeg_error_mgr base;
   jmp_buf back;
   char message[JMSG_LENGTH_MAX];
+  const char *path;
 } Errors;
 
 static void on_error(j_common_ptr cinfo) {
@@ -57,11 +60,13 @@ static void on_error(j_common_ptr cinfo) {
   longjmp(e->back, 1);
 }
 
-/* Warnings (corrupt data libjpeg works around) become notes. */
+/* libjpeg's warnings (the first of a file) say what damage it worked
+ * around: a file cut short, whose missing part it fills, or corrupt data.
+ * The image still reads, so the host is warned. */
 static void on_message(j_common_ptr cinfo) {
   char message[JMSG_LENGTH_MAX];
   (*cinfo->err->format_message)(cinfo, message);
-  kit_note("jpeg: %s", message);
+  kit_warn("jpeg: %s: %s (read as libjpeg recovers it)", ((Errors *)cinfo->err)->path, message);
 }
 
 typedef struct Jpeg {
@@ -165,31 +170,6 @@ static int scan_read(void *data, int32_t line, void *out) {
   return kit_scan_decoded(&j->plane, &j->decoded, decode, data, line, out, kWho, j->path);
 }
 
-/* The orientation (tag 274) of IFD0 of an EXIF block ("Exif\0\0" and a
- * TIFF structure), or 0 when it has none. */
-static int exif_orientation(const JOCTET *data, unsigned length) {
-  if (length < 14 || memcmp(data, "Exif\0\0", 6) != 0) return 0;
-  const JOCTET *tiff = data + 6;
-  const unsigned size = length - 6;
-  const int big = tiff[0] == 'M';
-#define EXIF_U16(p) (big ? (unsigned)((p)[0] << 8 | (p)[1]) : (unsigned)((p)[1] << 8 | (p)[0]))
-#define EXIF_U32(p) (big ? (uint32_t)EXIF_U16(p) << 16 | EXIF_U16((p) + 2) \
-                         : (uint32_t)EXIF_U16((p) + 2) << 16 | EXIF_U16(p))
-  const uint32_t ifd = EXIF_U32(tiff + 4);
-  if (ifd > size - 2) return 0;
-  const unsigned entries = EXIF_U16(tiff + ifd);
-  for (unsigned e = 0; e < entries && ifd + 2 + 12 * (e + 1) <= size; ++e) {
-    const JOCTET *entry = tiff + ifd + 2 + 12 * e;
-    if (EXIF_U16(entry) == 274 && EXIF_U16(entry + 2) == 3) {
-      const unsigned value = EXIF_U16(entry + 8);
-      return value >= 1 && value <= 8 ? (int)value : 0;
-    }
-  }
-#undef EXIF_U16
-#undef EXIF_U32
-  return 0;
-}
-
 /* The ICC profile (APP2) and the EXIF orientation (APP1) as attributes.
  * The pixels stay as stored: the orientation tells a host how to show
  * them. */
@@ -204,7 +184,9 @@ static int describe_attributes(ORX_INFO *info, struct jpeg_decompress_struct *in
     if (status != 0) return 0;
   }
   for (jpeg_saved_marker_ptr m = in->marker_list; m != NULL; m = m->next) {
-    const int orientation = m->marker == JPEG_APP0 + 1 ? exif_orientation(m->data, m->data_length) : 0;
+    const int exif = m->marker == JPEG_APP0 + 1 && m->data_length > 6 &&
+                     memcmp(m->data, "Exif\0\0", 6) == 0;
+    const int orientation = exif ? kit_exif_orientation(m->data + 6, m->data_length - 6) : 0;
     /* 1, top row first and left to right, is what a file without it means. */
     if (orientation > 1) return ORX_attr_set_int(info, 0, "Orientation", orientation) == 0;
   }
@@ -233,7 +215,11 @@ static int describe(ORX_OBJECT *object, Jpeg *j) {
     if (text == NULL) continue;
     memcpy(text, m->data, m->data_length);
     text[m->data_length] = '\0';
-    const int saved = kit_save(&object->info.desc, text);
+    /* A comment has no set encoding: UTF-8 when it reads as UTF-8, else
+     * Latin-1, as older writers stored it. */
+    char *utf8 = kit_is_utf8(text) ? NULL : kit_latin1_to_utf8(text);
+    const int saved = kit_save(&object->info.desc, utf8 != NULL ? utf8 : text);
+    free(utf8);
     free(text);
     if (!saved) return 0;
   }
@@ -259,6 +245,7 @@ int imageReadOpen(ORX_OBJECT *object) {
   j->in.err = jpeg_std_error(&j->errors.base);
   j->errors.base.error_exit = on_error;
   j->errors.base.output_message = on_message;
+  j->errors.path = j->path;
   if (setjmp(j->errors.back)) {
     kit_fail(ORX_E_NOT_OUR_FILE, "jpeg: cannot read %s: %s", path, j->errors.message);
     return release(object);
@@ -291,8 +278,9 @@ static int scan_write(void *data, int32_t line, void *in) {
   return kit_plane_store(&j->plane, j->ifd, line, (void **)in, kWho);
 }
 
-/* The attributes a written file keeps (none yet): the others are dropped
- * from the object, which tells the host what the file will not carry. */
+/* The attributes a written file keeps (an ICC profile only of its colour):
+ * the others are dropped from the object, which tells the host what the
+ * file will not carry. */
 static const char *const kKeptAttributes[] = {"ICCProfile", "Orientation", NULL};
 
 int imageWriteOpen(ORX_OBJECT *object) {
@@ -302,6 +290,9 @@ int imageWriteOpen(ORX_OBJECT *object) {
     return kit_fail(ORX_E_UNSUPPORTED, "jpeg: %s: a file holds one image, not %d", path,
                     (int)object->info.image_count);
   const ORX_IFD *ifd = &object->info.images[0];
+  const ORX_ATTR *profile = ORX_attr_find(&object->info, 0, "ICCProfile");
+  if (profile != NULL && !kit_profile_fits(profile, ifd->image.count))
+    ORX_attr_remove(&object->info, 0, "ICCProfile");
   if (ifd->image.count != 1 && ifd->image.count != 3)
     return kit_fail(ORX_E_UNSUPPORTED, "jpeg: %s: cannot store %d image channels (1 or 3)", path,
                     (int)ifd->image.count);
@@ -336,12 +327,8 @@ static void write_attributes(const ORX_INFO *info, struct jpeg_compress_struct *
   int32_t orientation = 0;
   if (ORX_attr_get_int(info, 0, "Orientation", &orientation) && orientation > 1 &&
       orientation <= 8) {
-    const JOCTET exif[] = {'E', 'x', 'i', 'f', 0, 0,                /* EXIF, then TIFF: */
-                           'M', 'M', 0, 42, 0, 0, 0, 8,             /* header, IFD0 at 8 */
-                           0, 1,                                    /* one entry: */
-                           1, 18, 0, 3, 0, 0, 0, 1,                 /* 274, SHORT, 1 value */
-                           0, (JOCTET)orientation, 0, 0,            /* the value */
-                           0, 0, 0, 0};                             /* no next IFD */
+    JOCTET exif[6 + KIT_EXIF_BLOCK] = {'E', 'x', 'i', 'f', 0, 0};
+    kit_exif_orientation_block(orientation, exif + 6);
     jpeg_write_marker(out, JPEG_APP0 + 1, exif, sizeof exif);
   }
   const ORX_ATTR *profile = ORX_attr_find(info, 0, "ICCProfile");
@@ -359,6 +346,7 @@ static int encode(ORX_OBJECT *object, Jpeg *j) {
   j->out.err = jpeg_std_error(&j->errors.base);
   j->errors.base.error_exit = on_error;
   j->errors.base.output_message = on_message;
+  j->errors.path = j->path;
   if (setjmp(j->errors.back)) {
     kit_fail(ORX_E_WRITE, "jpeg: cannot write %s: %s", j->path, j->errors.message);
     return ORX_E_WRITE;
@@ -372,6 +360,15 @@ static int encode(ORX_OBJECT *object, Jpeg *j) {
   j->out.in_color_space = j->plane.channels == 1 ? JCS_GRAYSCALE : JCS_RGB;
   jpeg_set_defaults(&j->out);
   jpeg_set_quality(&j->out, j->quality, TRUE);
+  /* A pixel aspect other than square as the JFIF densities, in no unit. */
+  const double pixel_aspect = kit_pixel_aspect(j->ifd);
+  if (fabs(pixel_aspect - 1.0) > 1e-5) {
+    uint32_t x = 1, y = 1;
+    kit_aspect_densities(pixel_aspect, 65535, &x, &y);
+    j->out.density_unit = 0;
+    j->out.X_density = (UINT16)x;
+    j->out.Y_density = (UINT16)y;
+  }
   jpeg_start_compress(&j->out, TRUE);
   write_attributes(&object->info, &j->out);
   const char *desc = object->info.desc;

@@ -1,10 +1,11 @@
 /* PNG files through libpng: 1, 2, 4, 8 and 16-bit grey, 8 and 16-bit grey
  * with alpha, RGB and RGBA.  Palette images read as RGB (RGBA with a
- * transparency chunk); gAMA, cHRM and text chunks map to the descriptor's
- * gamma, the chromaticities and the header texts, both ways.  PNG's colour
- * is straight and the library's matte associated: reading multiplies the
- * colour by the matte, writing divides it out again (zero alpha, zero
- * colour), unless the host asks for "unassociated alpha".
+ * transparency chunk); gAMA, cHRM, eXIf and text chunks map to the
+ * descriptor's gamma, the chromaticities, the orientation and the header
+ * texts, both ways.  PNG's colour is straight and the library's matte
+ * associated: reading multiplies the colour by the matte, writing divides
+ * it out again (zero alpha, zero colour), unless the host asks for
+ * "unassociated alpha".
  *
  * This is the full worked example of a format plug-in: it is written only
  * against the public headers, as any third party would write one.  The
@@ -142,14 +143,32 @@ static Png *new_png(ORX_OBJECT *object) {
 
 /* --- Reading ------------------------------------------------------------- */
 
+/* libpng's reads from the file, saying so when it ends early (libpng's own
+ * says only "Read Error"). */
+static void read_bytes(png_structp png, png_bytep data, size_t n) {
+  Png *p = (Png *)png_get_io_ptr(png);
+  if (fread(data, 1, n, p->file) != n)
+    png_error(png, ferror(p->file) ? "read error" : "the file ends early (truncated)");
+}
+
 /* Decodes the whole image into the plane; 0 or a negative status. */
 static int decode(void *data) {
   Png *p = (Png *)data;
   unsigned char *volatile pixels = NULL;
+  volatile int whole = 0; /* every pixel is in the plane */
   const int32_t height = kit_plane_height(&p->plane);
   const int32_t width = kit_plane_width(&p->plane);
   if (setjmp(png_jmpbuf(p->png))) {
     free(pixels);
+    /* Damage after the image data (a bad or missing end chunk, a file cut
+     * after the last pixel) costs nothing: the image is kept, as other
+     * readers keep it, and the damage is said.  Damage in the image data
+     * itself (a bad checksum found once the pixels are out) still fails:
+     * those pixels may be wrong. */
+    if (whole && strncmp(p->error, "IDAT", 4) != 0) {
+      kit_warn("png: %s: %s after the image data (the image is whole)", p->path, p->error);
+      return 0;
+    }
     kit_fail(ORX_E_READ, "png: cannot read %s: %s", p->path, p->error);
     return ORX_E_READ;
   }
@@ -183,6 +202,7 @@ static int decode(void *data) {
     kit_plane_associate(&p->plane, r, kRounding);
   free(pixels);
   pixels = NULL;
+  whole = 1;
   png_read_end(p->png, NULL);
   return 0;
 }
@@ -196,13 +216,25 @@ static int close_object(ORX_OBJECT *object, intptr_t argument);
 
 /* The text chunks (tEXt, zTXt, iTXt): those of the header's keywords go
  * into its texts, every other (a Comment, a Copyright...) becomes a string
- * attribute named by its keyword, which the writer stores again. */
-static int take_text(ORX_INFO *to, const char *key, const char *text) {
+ * attribute named by its keyword, which the writer stores again.  Texts
+ * are UTF-8 in the library; tEXt and zTXt hold Latin-1 (latin1 set), which
+ * is converted, unless it reads as UTF-8: ImageMagick stores UTF-8 there,
+ * and Latin-1 text seldom happens to be well-formed UTF-8.  1, or 0 when
+ * memory ran out. */
+static int take_text(ORX_INFO *to, const char *key, const char *text, int latin1) {
+  char *utf8 = NULL;
+  if (latin1 && !kit_is_utf8(text)) {
+    utf8 = kit_latin1_to_utf8(text);
+    if (utf8 == NULL) return 0;
+    text = utf8;
+  }
   int field = -1;
   for (int i = 0; i < kTextCount; ++i)
     if (strcmp(key, kTexts[i].keyword) == 0) field = i;
-  return field >= 0 ? kit_save(text_field(to, field), text)
-                    : ORX_attr_set_string(to, 0, key, text) == 0;
+  const int taken = field >= 0 ? kit_save(text_field(to, field), text)
+                               : ORX_attr_set_string(to, 0, key, text) == 0;
+  free(utf8);
+  return taken;
 }
 
 static int describe_texts(ORX_INFO *to, png_structp png, png_infop info) {
@@ -210,7 +242,9 @@ static int describe_texts(ORX_INFO *to, png_structp png, png_infop info) {
   int count = 0;
   png_get_text(png, info, &texts, &count);
   for (int t = 0; t < count; ++t)
-    if (!take_text(to, texts[t].key, texts[t].text)) return 0;
+    if (!take_text(to, texts[t].key, texts[t].text,
+                   texts[t].compression <= PNG_TEXT_COMPRESSION_zTXt))
+      return 0;
   return 1;
 }
 
@@ -290,6 +324,15 @@ static int describe(ORX_OBJECT *object, Png *p) {
       ORX_attr_set(&object->info, 0, "ICCProfile", ORX_ATTR_BYTES, (int32_t)profile_length,
                    profile) != 0)
     return 0;
+  /* The EXIF orientation tells a host how to show the pixels, which stay
+   * as stored; 1 is what a file without it means. */
+  png_bytep exif = NULL;
+  png_uint_32 exif_length = 0;
+  const int orientation = png_get_eXIf_1(png, info, &exif_length, &exif) && exif != NULL
+                              ? kit_exif_orientation(exif, exif_length)
+                              : 0;
+  if (orientation > 1 && ORX_attr_set_int(&object->info, 0, "Orientation", orientation) != 0)
+    return 0;
   if (!kit_save(&object->info.compression, "deflate")) return 0;
   ORX_WINDOW window = ifd->window;
   return kit_plane_init(&p->plane, &layout, window, window, 0, kWho, p->path) == 0;
@@ -339,7 +382,7 @@ static int take_text_chunk(ORX_INFO *to, const unsigned char *type, const unsign
     memcpy(text, data + at, n - at);
     text[n - at] = 0;
   }
-  const int taken = take_text(to, (const char *)data, text);
+  const int taken = take_text(to, (const char *)data, text, memcmp(type, "iTXt", 4) != 0);
   free(text);
   return taken;
 }
@@ -378,20 +421,25 @@ static int describe_late_texts(ORX_OBJECT *object, Png *p) {
 
 /* libpng allocates (and clears) a chunk's declared length before reading
  * its data, so a short file whose text chunk claims 2 GB would cost 2 GB:
- * every chunk but the image data, which is streamed, must fit in the file.
+ * every chunk before the image data must fit in the file (the image data
+ * is streamed, and a chunk cut short after it is met once the pixels are
+ * read, and only warned of).
  * Leaves the stream just after the signature.  1 when they fit (or the
  * stream cannot be measured), else 0 after reporting. */
 static int chunks_fit(FILE *file, const char *path) {
   long size = -1;
   if (fseek(file, 0, SEEK_END) == 0) size = ftell(file);
   long at = 8;
+  int after_data = 0; /* a chunk past the image data is cut: warned of on reading */
   while (size > 0 && at + 8 <= size && fseek(file, at, SEEK_SET) == 0) {
     unsigned char head[8];
     if (fread(head, 1, 8, file) != 8) break;
     const uint32_t length = (uint32_t)head[0] << 24 | (uint32_t)head[1] << 16 |
                             (uint32_t)head[2] << 8 | head[3];
     const int image_data = memcmp(head + 4, "IDAT", 4) == 0;
+    after_data |= image_data;
     if (!image_data && (uint64_t)at + 12 + length > (uint64_t)size) {
+      if (after_data) break;
       fseek(file, 8, SEEK_SET);
       return kit_fail(ORX_E_NOT_OUR_FILE,
                       "png: %s: a %.4s chunk of %lu bytes runs past the end of the file "
@@ -438,7 +486,7 @@ int imageReadOpen(ORX_OBJECT *object) {
   /* No ancillary chunk may make libpng allocate more than this (a header
    * can declare any chunk length). */
   png_set_chunk_malloc_max(p->png, kChunkMemory);
-  png_init_io(p->png, p->file);
+  png_set_read_fn(p->png, p, read_bytes);
   png_set_sig_bytes(p->png, 8);
   p->straight = kit_setting_int(object, kCapUnassociated, 0) != 0;
   png_read_info(p->png, p->info);
@@ -513,10 +561,12 @@ static int is_keyword(const char *name) {
   return 1;
 }
 
-/* Whether a PNG file holds the attribute: the ICC profile and texts (but
- * not another format's channel names: a PNG's follow from its colour type). */
-static int png_holds(const ORX_ATTR *a) {
-  return a->image == 0 && ((a->type == ORX_ATTR_BYTES && strcmp(a->name, "ICCProfile") == 0) ||
+/* Whether a PNG file holds the attribute: an ICC profile of its colour,
+ * the EXIF orientation and texts (but not another format's channel names: a PNG's
+ * follow from its colour type). */
+static int png_holds(const ORX_ATTR *a, int32_t channels) {
+  return a->image == 0 && ((strcmp(a->name, "ICCProfile") == 0 && kit_profile_fits(a, channels)) ||
+                           (a->type == ORX_ATTR_INT && strcmp(a->name, "Orientation") == 0) ||
                            (a->type == ORX_ATTR_STRING && is_keyword(a->name) &&
                             strcmp(a->name, "channelnames") != 0));
 }
@@ -524,9 +574,10 @@ static int png_holds(const ORX_ATTR *a) {
 /* Drops from the object the attributes the file will not carry, which
  * tells the host what is lost (the library's own "orx:" notes stay). */
 static void keep_attributes(ORX_INFO *info) {
+  const int32_t channels = info->image_count > 0 ? info->images[0].image.count : 0;
   for (int32_t k = ORX_attr_count(info, ORX_ATTR_ANY_IMAGE) - 1; k >= 0; --k) {
     const ORX_ATTR *a = ORX_attr_at(info, ORX_ATTR_ANY_IMAGE, k);
-    if (a == NULL || strncmp(a->name, "orx:", 4) == 0 || png_holds(a)) continue;
+    if (a == NULL || strncmp(a->name, "orx:", 4) == 0 || png_holds(a, channels)) continue;
     char name[256];
     snprintf(name, sizeof name, "%s", a->name);
     ORX_attr_remove(info, a->image, name);
@@ -568,6 +619,16 @@ int imageWriteOpen(ORX_OBJECT *object) {
   return 1;
 }
 
+/* The chunk a text goes in: iTXt, the chunk of UTF-8, when it is UTF-8
+ * beyond ASCII, else tEXt (Latin-1, which a text that is not UTF-8 is
+ * taken to be). */
+static int text_compression(const char *text) {
+  for (const unsigned char *c = (const unsigned char *)text; *c != 0; ++c)
+    if (*c >= 0x80)
+      return kit_is_utf8(text) ? PNG_ITXT_COMPRESSION_NONE : PNG_TEXT_COMPRESSION_NONE;
+  return PNG_TEXT_COMPRESSION_NONE;
+}
+
 /* The header chunks of a written file. */
 static void write_header(ORX_OBJECT *object, Png *p) {
   const int depth = p->depth;
@@ -596,7 +657,7 @@ static void write_header(ORX_OBJECT *object, Png *p) {
     char *text = (char *)kit_date_text(*text_field(&object->info, i), date, sizeof date);
     if (!kit_has_text(text)) continue;
     memset(&texts[count], 0, sizeof texts[count]);
-    texts[count].compression = PNG_TEXT_COMPRESSION_NONE;
+    texts[count].compression = text_compression(text);
     texts[count].key = (png_charp)kTexts[i].keyword;
     texts[count].text = text;
     ++count;
@@ -610,7 +671,7 @@ static void write_header(ORX_OBJECT *object, Png *p) {
     for (int i = 0; i < kTextCount; ++i) header |= strcmp(a->name, kTexts[i].keyword) == 0;
     if (a->type != ORX_ATTR_STRING || header || strncmp(a->name, "orx:", 4) == 0) continue;
     memset(&texts[count], 0, sizeof texts[count]);
-    texts[count].compression = PNG_TEXT_COMPRESSION_NONE;
+    texts[count].compression = text_compression((const char *)a->data);
     texts[count].key = (png_charp)a->name;
     texts[count].text = (png_charp)a->data;
     ++count;
@@ -620,6 +681,18 @@ static void write_header(ORX_OBJECT *object, Png *p) {
   if (profile != NULL && profile->type == ORX_ATTR_BYTES)
     png_set_iCCP(png, info, "ICC profile", PNG_COMPRESSION_TYPE_BASE,
                  (png_const_bytep)profile->data, (png_uint_32)profile->count);
+  /* A pixel aspect other than square as pHYs, in no unit (PNG readers
+   * take the ratio of its densities as the pixel's shape). */
+  const double pixel_aspect = kit_pixel_aspect(p->ifd);
+  if (fabs(pixel_aspect - 1.0) > 1e-5) {
+    uint32_t x = 1, y = 1;
+    kit_aspect_densities(pixel_aspect, 100000, &x, &y);
+    png_set_pHYs(png, info, x, y, PNG_RESOLUTION_UNKNOWN);
+  }
+  int32_t orientation = 0;
+  unsigned char exif[KIT_EXIF_BLOCK];
+  if (ORX_attr_get_int(in, 0, "Orientation", &orientation) && orientation > 1 && orientation <= 8)
+    png_set_eXIf_1(png, info, (png_uint_32)kit_exif_orientation_block(orientation, exif), exif);
   png_set_compression_level(png, p->level);
   /* zlib's default strategy, as other writers use: the filtered strategy
    * libpng would pick makes files some 7% smaller in nearly twice the time. */

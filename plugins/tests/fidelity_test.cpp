@@ -168,10 +168,15 @@ const Row kRows[] = {
     {"png_gamma", BASE "convert {dir}/s.png -set gamma 0.35 {out}", "png", 1e-6},
     {"png_comment", BASE "oiiotool {dir}/s.png --attrib Comment 'made by hand' -o {out}", "png", 1e-6},
     {"png_icc", BASE ICC "convert {dir}/s.png -profile {dir}/p.icc {out}", "png", 1e-6},
+    {"png_exif_orientation", BASE "/usr/bin/python3 -c \"from PIL import Image; e = Image.Exif(); "
+     "e[274] = 6; Image.open('{dir}/s.png').save('{out}', exif=e)\"", "png", 1e-6},
+    {"png_pixel_aspect", BASE "convert {dir}/s.png -density 72x144 -units PixelsPerInch {out}", "png", 1e-6},
     {"jpeg_cmyk_adobe", BASE "convert {dir}/s.png -colorspace CMYK -quality 95 {out}", "jpg", 1e-6, nullptr, 0.1},
     {"jpeg_grey", BASE "convert {dir}/s.png -colorspace gray -quality 90 {out}", "jpg", 1e-6, nullptr, 0.1},
     // OpenImageIO's JPEG carries an EXIF block (without an orientation).
     {"jpeg_oiio_grey", BASE "oiiotool {dir}/s.png --ch R -o {out}", "jpg", 1e-6, nullptr, 0.1},
+    {"jpeg_pixel_aspect", BASE "convert {dir}/s.png -density 72x144 -quality 95 {out}", "jpg", 1e-6,
+     nullptr, 0.1},
     {"jpeg_orientation_icc",
      BASE ICC "convert {dir}/s.png -profile {dir}/p.icc -orient RightTop {out}", "jpg", 1e-6, nullptr, 0.1},
 };
@@ -342,7 +347,7 @@ TEST_P(Fidelity, ReadAsOpenImageIOReadsAndCopiedWhole) {
   if (row.copy_tolerance >= 0) {
     compare_file(again, row.copy_tolerance);
     for (std::size_t i = 0; i < theirs.size(); ++i)
-      for (const char *key : {"icc ", "orientation "})
+      for (const char *key : {"icc ", "orientation ", "pixelaspect "})
         EXPECT_EQ(meta_line(theirs[i].meta, key), meta_line(again[i].meta, key));
     return;
   }
@@ -384,6 +389,15 @@ TEST(FidelityCopy, SaysOnceWhatTheOutputDrops) {
   ASSERT_EQ(make("exr_data_inside", dir, dir.file("c.exr")), 0);
   const ToolRun info = run(kOrx + " info '" + dir.file("c.exr") + "'");
   EXPECT_NE(info.output.find("active    5..24 x 18..27"), std::string::npos) << info.output;
+  // A CMYK JPEG's profile does not describe the RGB it reads as: dropped.
+  if (built("jpg")) {
+    ASSERT_EQ(run("/usr/bin/python3 -c \"from PIL import Image, ImageCms as C; p = bytearray(C."
+                  "ImageCmsProfile(C.createProfile('sRGB')).tobytes()); p[16:20] = b'CMYK'; Image."
+                  "new('CMYK', (8, 4)).save('" + dir.file("k.jpg") + "', icc_profile=bytes(p))\"")
+                  .status, 0);
+    const ToolRun k = run(kOrx + " copy '" + dir.file("k.jpg") + "' '" + dir.file("k2.jpg") + "'");
+    EXPECT_NE(k.output.find("dropped attributes ICCProfile"), std::string::npos) << k.output;
+  }
   // A format of one image per file keeps the first of two, and says so.
   if (!built("png") || !built("tif")) return;
   for (const char *row : {"exr_parts_named", "tiff_two_directories"}) {

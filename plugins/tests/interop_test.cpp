@@ -132,8 +132,8 @@ TEST(Copy, BetweenEveryPairOfFormats) {
       {"matte16.rla", "pattern {out} --size 45x27 --type int16 --channels 3 --matte", 2.0 / 65535},
       {"window.exr", "oiiotool --pattern fill:left=0,0,0,0:right=1,0.5,0.25,1 40x20 4 -d float "
                      "--origin +10+12 --fullsize 45x27+3+2 -o {out}", 1e-6},
-      {"icc.png", "convert -size 45x27 gradient:red-blue -profile {icc} -set comment 'a note' {out}",
-       0},
+      {"icc.png",
+       "convert -size 45x27 gradient:red-blue -profile {icc} -set comment 'a note ©' {out}", 0},
   };
   std::vector<std::string> formats = {"rla"};
   for (const char *ext : {"png", "tif", "exr"})
@@ -148,9 +148,18 @@ TEST(Copy, BetweenEveryPairOfFormats) {
         (make.find("convert") == 0 && (!have_tool("convert") || !profile)))
       continue;
     expect_runs(make.find("pattern") == 0 ? orx(make) : make);
-    // ImageMagick's texts follow the image data, and are read all the same.
+    // ImageMagick's texts follow the image data, and are read all the same;
+    // a copy's non-ASCII text reads in Pillow as it was, and a JPEG comment
+    // in Latin-1 reads as UTF-8.
     if (ext == "png") {
-      EXPECT_EQ(attributes(source)["comment"], "\"a note\"");
+      EXPECT_EQ(attributes(source)["comment"], "\"a note \\u00a9\"");
+      expect_runs(orx("copy '" + source + "' '" + dir.file("c.png") + "'"));
+      EXPECT_EQ(run("/usr/bin/python3 -c \"from PIL import Image; print(Image.open('" +
+                    dir.file("c.png") + "').text['comment'])\"").output, "a note ©\n");
+      expect_runs("convert -size 8x4 xc:red -set comment \"$(printf 'caf\\351')\" " +
+                  dir.file("c.jpg"));
+      EXPECT_EQ(run(orx("info --json " + dir.file("c.jpg")) + " | /usr/bin/python3 -c 'import json, "
+                    "sys; print(json.load(sys.stdin)[0][\"desc\"])'").output, "café\n");
     }
     for (const std::string &from : formats) {
       const std::string in = dir.file(std::string(s.file) + "." + from);

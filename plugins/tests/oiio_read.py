@@ -7,7 +7,7 @@ For every subimage and mip level, in order, prints one line
     image X Y W H FULLX FULLY FULLW FULLH NCHANNELS
 
 then the metadata lines the fidelity tests compare ("channels", "formats",
-"name", "view", "aspect", "chromaticities", "icc", "orientation", "gamma",
+"name", "view", "chromaticities", "icc", "orientation", "pixelaspect", "gamma",
 "comment"), and
 writes the pixels of
 the data window (deep ones flattened) as 32-bit floats, channel after channel within
@@ -35,13 +35,13 @@ def main(path, prefix):
             print("formats", ",".join(str(f) for f in formats))
             print("name", s.get_string_attribute("oiio:subimagename", ""))
             print("view", s.get_string_attribute("view", ""))
-            print("aspect", "%.4g" % s.get_float_attribute("PixelAspectRatio", 1.0))
             chroma = s.getattribute("chromaticities")
             print("chromaticities", "none" if chroma is None else
                   ",".join("%.6g" % v for v in chroma))
             icc = s.getattribute("ICCProfile")
             print("icc", "none" if icc is None else bytes(icc).hex())
             print("orientation", s.get_int_attribute("Orientation", 1))
+            print("pixelaspect", "%.4g" % s.get_float_attribute("PixelAspectRatio", 1))
             print("gamma", "%.6g" % s.get_float_attribute("oiio:Gamma", 0))
             print("comment", s.get_string_attribute("Comment", s.get_string_attribute("comment", "")))
             if s.deep:
