@@ -168,6 +168,33 @@ void kit_aspect_densities(double pixel_aspect, uint32_t most, uint32_t *x, uint3
   *y = wide ? most : d;
 }
 
+int kit_set_resolution(ORX_INFO *info, int32_t image, double x, double y, int unit) {
+  return ORX_attr_set_float(info, image, "XResolution", (float)x) == 0 &&
+         ORX_attr_set_float(info, image, "YResolution", (float)y) == 0 &&
+         (unit == KIT_UNIT_UNSTATED ||
+          ORX_attr_set_string(info, image, "ResolutionUnit",
+                              unit == KIT_CENTIMETRES ? "cm" : unit == KIT_UNIT_NONE ? "none"
+                                                                                     : "in") == 0);
+}
+
+int kit_resolution(const ORX_INFO *info, int32_t image, double pixel_aspect, double *x, double *y,
+                   int *unit) {
+  float fx = 0.0f, fy = 0.0f;
+  const char *name = ORX_attr_get_string(info, image, "ResolutionUnit");
+  *unit = name == NULL                ? KIT_UNIT_UNSTATED
+          : strcmp(name, "in") == 0   ? KIT_INCHES
+          : strcmp(name, "cm") == 0   ? KIT_CENTIMETRES
+          : strcmp(name, "none") == 0 ? KIT_UNIT_NONE
+                                      : -1;
+  if (!ORX_attr_get_float(info, image, "XResolution", &fx) ||
+      !ORX_attr_get_float(info, image, "YResolution", &fy) || !(fx > 0.0f) || !(fy > 0.0f) ||
+      *unit < 0 || fabs((double)fy / fx - pixel_aspect) > 1e-4 * pixel_aspect)
+    return 0;
+  *x = fx;
+  *y = fy;
+  return 1;
+}
+
 KitLayout kit_layout_of(const ORX_IFD *ifd) {
   const ORX_CHANNELS *groups[3] = {&ifd->image, &ifd->matte, &ifd->aux};
   KitLayout layout;

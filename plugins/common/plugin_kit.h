@@ -92,6 +92,21 @@ void kit_describe_size(ORX_IFD *ifd, int32_t width, int32_t height, double pixel
 double kit_pixel_aspect(const ORX_IFD *ifd);
 void kit_aspect_densities(double pixel_aspect, uint32_t most, uint32_t *x, uint32_t *y);
 
+/* Print resolution, as OpenImageIO names it: "XResolution" and
+ * "YResolution" (pixels per unit across and down) and "ResolutionUnit":
+ * "in", "cm", or "none" for densities that give only the pixels' shape
+ * (kept when the pixels are not square, so that a copy stores the same
+ * numbers), absent where a TIFF file leaves its unit to the default,
+ * inches.  A reader sets them (0 after reporting when memory is short).  A
+ * writer asks kit_resolution for the densities to store: those of the
+ * attributes when they agree with the pixel aspect (y / x), with their
+ * unit; 0 when there are none or they disagree (a resize left them
+ * behind), and then it stores the aspect. */
+enum { KIT_UNIT_UNSTATED = 0, KIT_INCHES = 1, KIT_CENTIMETRES = 2, KIT_UNIT_NONE = 3 };
+int kit_set_resolution(ORX_INFO *info, int32_t image, double x, double y, int unit);
+int kit_resolution(const ORX_INFO *info, int32_t image, double pixel_aspect, double *x, double *y,
+                   int *unit);
+
 /* Channel groups as a plug-in stores them: the image, matte and auxiliary
  * groups of a descriptor, in channel order. */
 typedef struct KitLayout {

@@ -207,6 +207,14 @@ static int describe(ORX_OBJECT *object, Jpeg *j) {
   if (in->saw_JFIF_marker && in->X_density > 0 && in->Y_density > 0)
     pixel_aspect = (double)in->Y_density / in->X_density;
   kit_describe_size(j->ifd, (int32_t)in->image_width, (int32_t)in->image_height, pixel_aspect);
+  /* JFIF density units: 1 dots per inch, 2 per centimetre, 0 none. */
+  if (in->saw_JFIF_marker && in->X_density > 0 && in->Y_density > 0 &&
+      (in->density_unit == 1 || in->density_unit == 2 || in->X_density != in->Y_density) &&
+      !kit_set_resolution(&object->info, 0, in->X_density, in->Y_density,
+                          in->density_unit == 2   ? KIT_CENTIMETRES
+                          : in->density_unit == 1 ? KIT_INCHES
+                                                  : KIT_UNIT_NONE))
+    return 0;
   kit_layout_apply(&layout, j->ifd);
   if (!kit_save(&j->ifd->image.name, grey ? "grey" : "rgb")) return 0;
   for (jpeg_saved_marker_ptr m = in->marker_list; m != NULL; m = m->next) {
@@ -281,7 +289,8 @@ static int scan_write(void *data, int32_t line, void *in) {
 /* The attributes a written file keeps (an ICC profile only of its colour):
  * the others are dropped from the object, which tells the host what the
  * file will not carry. */
-static const char *const kKeptAttributes[] = {"ICCProfile", "Orientation", NULL};
+static const char *const kKeptAttributes[] = {"ICCProfile", "Orientation", "XResolution",
+                                               "YResolution", "ResolutionUnit", NULL};
 
 int imageWriteOpen(ORX_OBJECT *object) {
   ORX_attr_keep(&object->info, kKeptAttributes);
@@ -360,9 +369,16 @@ static int encode(ORX_OBJECT *object, Jpeg *j) {
   j->out.in_color_space = j->plane.channels == 1 ? JCS_GRAYSCALE : JCS_RGB;
   jpeg_set_defaults(&j->out);
   jpeg_set_quality(&j->out, j->quality, TRUE);
-  /* A pixel aspect other than square as the JFIF densities, in no unit. */
+  /* The print resolution as the JFIF densities; else a pixel aspect other
+   * than square, in no unit. */
   const double pixel_aspect = kit_pixel_aspect(j->ifd);
-  if (fabs(pixel_aspect - 1.0) > 1e-5) {
+  double dx = 0.0, dy = 0.0;
+  int unit = KIT_INCHES;
+  if (kit_resolution(&object->info, 0, pixel_aspect, &dx, &dy, &unit)) {
+    j->out.density_unit = (UINT8)(unit == KIT_CENTIMETRES ? 2 : unit == KIT_UNIT_NONE ? 0 : 1);
+    j->out.X_density = (UINT16)fmax(1.0, fmin(floor(dx + 0.5), 65535.0));
+    j->out.Y_density = (UINT16)fmax(1.0, fmin(floor(dy + 0.5), 65535.0));
+  } else if (fabs(pixel_aspect - 1.0) > 1e-5) {
     uint32_t x = 1, y = 1;
     kit_aspect_densities(pixel_aspect, 65535, &x, &y);
     j->out.density_unit = 0;

@@ -251,6 +251,9 @@ static int describe_texts(ORX_INFO *to, png_structp png, png_infop info) {
 /* The descriptor, texts and chromaticities from the chunks before the
  * pixels, and the transformations that give one sample per channel in the
  * plane's sizes. */
+/* One inch in metres, for pHYs's pixels per metre. */
+static const double kMetresPerInch = 0.0254;
+
 static int describe(ORX_OBJECT *object, Png *p) {
   png_structp png = p->png;
   png_infop info = p->info;
@@ -291,6 +294,13 @@ static int describe(ORX_OBJECT *object, Png *p) {
                     "file (truncated or damaged)",
                     p->path, (unsigned long)width, (unsigned long)height, end - here);
   kit_describe_size(ifd, (int32_t)width, (int32_t)height, px > 0 && py > 0 ? (double)py / px : 1.0);
+  /* Densities per metre, as dots per inch (as OpenImageIO gives them). */
+  if (px > 0 && py > 0 && (unit == PNG_RESOLUTION_METER || px != py) &&
+      !(unit == PNG_RESOLUTION_METER
+            ? kit_set_resolution(&object->info, 0, px * kMetresPerInch, py * kMetresPerInch,
+                                 KIT_INCHES)
+            : kit_set_resolution(&object->info, 0, px, py, KIT_UNIT_NONE)))
+    return 0;
   kit_layout_apply(&layout, ifd);
   if (!kit_save(&ifd->image.name, layout.count[0] == 3 ? "rgb" : "grey")) return 0;
   png_fixed_point gamma;
@@ -566,6 +576,9 @@ static int is_keyword(const char *name) {
  * follow from its colour type). */
 static int png_holds(const ORX_ATTR *a, int32_t channels) {
   return a->image == 0 && ((strcmp(a->name, "ICCProfile") == 0 && kit_profile_fits(a, channels)) ||
+                           strcmp(a->name, "XResolution") == 0 ||
+                           strcmp(a->name, "YResolution") == 0 ||
+                           strcmp(a->name, "ResolutionUnit") == 0 ||
                            (a->type == ORX_ATTR_INT && strcmp(a->name, "Orientation") == 0) ||
                            (a->type == ORX_ATTR_STRING && is_keyword(a->name) &&
                             strcmp(a->name, "channelnames") != 0));
@@ -681,10 +694,20 @@ static void write_header(ORX_OBJECT *object, Png *p) {
   if (profile != NULL && profile->type == ORX_ATTR_BYTES)
     png_set_iCCP(png, info, "ICC profile", PNG_COMPRESSION_TYPE_BASE,
                  (png_const_bytep)profile->data, (png_uint_32)profile->count);
-  /* A pixel aspect other than square as pHYs, in no unit (PNG readers
-   * take the ratio of its densities as the pixel's shape). */
+  /* The print resolution as pHYs in pixels per metre; else a pixel aspect
+   * other than square, in no unit (PNG readers take the ratio of its
+   * densities as the pixel's shape). */
   const double pixel_aspect = kit_pixel_aspect(p->ifd);
-  if (fabs(pixel_aspect - 1.0) > 1e-5) {
+  double dx = 0.0, dy = 0.0;
+  int unit = KIT_INCHES;
+  if (kit_resolution(in, 0, pixel_aspect, &dx, &dy, &unit)) {
+    const double metre = unit == KIT_CENTIMETRES ? 100.0
+                         : unit == KIT_UNIT_NONE ? 1.0
+                                                 : 1.0 / kMetresPerInch;
+    png_set_pHYs(png, info, (png_uint_32)fmax(1.0, fmin(floor(dx * metre + 0.5), 2147483647.0)),
+                 (png_uint_32)fmax(1.0, fmin(floor(dy * metre + 0.5), 2147483647.0)),
+                 unit == KIT_UNIT_NONE ? PNG_RESOLUTION_UNKNOWN : PNG_RESOLUTION_METER);
+  } else if (fabs(pixel_aspect - 1.0) > 1e-5) {
     uint32_t x = 1, y = 1;
     kit_aspect_densities(pixel_aspect, 100000, &x, &y);
     png_set_pHYs(png, info, x, y, PNG_RESOLUTION_UNKNOWN);

@@ -7,7 +7,7 @@ For every subimage and mip level, in order, prints one line
     image X Y W H FULLX FULLY FULLW FULLH NCHANNELS
 
 then the metadata lines the fidelity tests compare ("channels", "formats",
-"name", "view", "chromaticities", "icc", "orientation", "pixelaspect", "gamma",
+"name", "view", "chromaticities", "icc", "orientation", "pixelaspect", "resolution", "gamma",
 "comment"), and
 writes the pixels of
 the data window (deep ones flattened) as 32-bit floats, channel after channel within
@@ -42,6 +42,9 @@ def main(path, prefix):
             print("icc", "none" if icc is None else bytes(icc).hex())
             print("orientation", s.get_int_attribute("Orientation", 1))
             print("pixelaspect", "%.4g" % s.get_float_attribute("PixelAspectRatio", 1))
+            print("resolution", "%.5g" % s.get_float_attribute("XResolution", 0),
+                  "%.5g" % s.get_float_attribute("YResolution", 0),
+                  s.get_string_attribute("ResolutionUnit", ""))
             print("gamma", "%.6g" % s.get_float_attribute("oiio:Gamma", 0))
             print("comment", s.get_string_attribute("Comment", s.get_string_attribute("comment", "")))
             if s.deep:

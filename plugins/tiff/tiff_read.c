@@ -199,6 +199,16 @@ static int describe(ORX_OBJECT *object, TiffImage *image) {
                       TIFFGetField(tif, TIFFTAG_YRESOLUTION, &yres) && xres > 0 && yres > 0;
   ORX_IFD *ifd = image->ifd;
   kit_describe_size(ifd, (int32_t)width, (int32_t)height, has_res ? (double)yres / xres : 1.0);
+  /* Without the unit tag, resolutions are in inches by default. */
+  uint16_t unit = 0;
+  const int stated = TIFFGetField(tif, TIFFTAG_RESOLUTIONUNIT, &unit);
+  if (has_res && (unit != RESUNIT_NONE || xres != yres) &&
+      !kit_set_resolution(&object->info, (int32_t)image->directory, xres, yres,
+                          !stated                      ? KIT_UNIT_UNSTATED
+                          : unit == RESUNIT_CENTIMETER ? KIT_CENTIMETRES
+                          : unit == RESUNIT_NONE       ? KIT_UNIT_NONE
+                                                       : KIT_INCHES))
+    return 0;
   KitLayout layout;
   if (!tiff_samples_plan(tif, image->file->path, &image->samples, &layout)) return 0;
   kit_layout_apply(&layout, ifd);

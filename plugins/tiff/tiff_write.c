@@ -49,7 +49,8 @@ static int scan_write(void *data, int32_t line, void *in) {
 
 /* The attributes a written file keeps: the others are dropped from the
  * object, which tells the host what the file will not carry. */
-static const char *const kKeptAttributes[] = {"ICCProfile", "Orientation", NULL};
+static const char *const kKeptAttributes[] = {"ICCProfile", "Orientation", "XResolution",
+                                               "YResolution", "ResolutionUnit", NULL};
 
 int imageWriteOpen(ORX_OBJECT *object) {
   ORX_attr_keep(&object->info, kKeptAttributes);
@@ -127,13 +128,23 @@ static void write_tags(ORX_OBJECT *object, TiffImage *image) {
   if (orientation < ORIENTATION_TOPLEFT || orientation > ORIENTATION_LEFTBOT)
     orientation = ORIENTATION_TOPLEFT;
   TIFFSetField(tif, TIFFTAG_ORIENTATION, (uint16_t)orientation);
-  /* Pixels that are not square: resolutions of no unit whose ratio is
-   * their aspect, as they are read. */
+  /* The print resolution; else, for pixels that are not square,
+   * resolutions of no unit whose ratio is their aspect, as they are read. */
   const ORX_IFD *d = image->ifd;
   const double pixel_aspect = d->aspect_ratio > 0 && d->x_resolution > 0 && d->y_resolution > 0
                                   ? (double)d->aspect_ratio * d->y_resolution / d->x_resolution
                                   : 1.0;
-  if (fabs(pixel_aspect - 1.0) > 1e-4) {
+  double dx = 0.0, dy = 0.0;
+  int unit = KIT_UNIT_UNSTATED;
+  if (kit_resolution(&object->info, (int32_t)image->directory, pixel_aspect, &dx, &dy, &unit)) {
+    TIFFSetField(tif, TIFFTAG_XRESOLUTION, dx);
+    TIFFSetField(tif, TIFFTAG_YRESOLUTION, dy);
+    if (unit != KIT_UNIT_UNSTATED)
+      TIFFSetField(tif, TIFFTAG_RESOLUTIONUNIT,
+                   (uint16_t)(unit == KIT_CENTIMETRES ? RESUNIT_CENTIMETER
+                              : unit == KIT_UNIT_NONE   ? RESUNIT_NONE
+                                                        : RESUNIT_INCH));
+  } else if (fabs(pixel_aspect - 1.0) > 1e-4) {
     TIFFSetField(tif, TIFFTAG_XRESOLUTION, 1.0);
     TIFFSetField(tif, TIFFTAG_YRESOLUTION, pixel_aspect);
     TIFFSetField(tif, TIFFTAG_RESOLUTIONUNIT, (uint16_t)RESUNIT_NONE);
