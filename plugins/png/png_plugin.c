@@ -248,12 +248,12 @@ static int describe_texts(ORX_INFO *to, png_structp png, png_infop info) {
   return 1;
 }
 
-/* The descriptor, texts and chromaticities from the chunks before the
- * pixels, and the transformations that give one sample per channel in the
- * plane's sizes. */
 /* One inch in metres, for pHYs's pixels per metre. */
 static const double kMetresPerInch = 0.0254;
 
+/* The descriptor, texts and chromaticities from the chunks before the
+ * pixels, and the transformations that give one sample per channel in the
+ * plane's sizes. */
 static int describe(ORX_OBJECT *object, Png *p) {
   png_structp png = p->png;
   png_infop info = p->info;
