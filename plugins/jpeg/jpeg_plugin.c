@@ -1,7 +1,8 @@
 /* JPEG files through libjpeg(-turbo): 8-bit grey and RGB (YCbCr files read
  * as RGB, CMYK and YCCK files converted to RGB, Adobe's inverted CMYK
  * included).  The comment marker carries the description; the JFIF
- * densities carry the pixel aspect, both ways.  Writing takes the quality from the capability
+ * densities carry the pixel aspect and the resolution, both ways.  Writing
+ * takes the quality and the chroma subsampling from the capability
  * settings; deeper or floating-point samples are stored in 8 bits, and
  * mattes and auxiliary channels, which JPEG has no place for, are left out
  * (the colour as it stands: over black), each said as narrowed.  libjpeg
@@ -30,17 +31,28 @@ int imageNumberOfChannels = 3;
 int imageBitsPerChannel = 1 << 7;
 int imageAccess = ORX_ACCESS_READ | ORX_ACCESS_WRITE | ORX_ACCESS_RANDOM;
 
-/* Settings: the quality, 1 (smallest) to 100 (best). */
-enum { kCapQuality = 0, kDefaultQuality = 90 };
+/* Settings: the quality, 1 (smallest) to 100 (best), and the chroma
+ * subsampling of colour files, by the horizontal and vertical factors of
+ * the luma (4:2:0, libjpeg's and most writers' default, halves colour both
+ * ways; 4:4:4 keeps it whole, for previews that must not smear edges). */
+enum { kCapQuality = 0, kCapSubsampling = 1, kDefaultQuality = 90 };
+static ORX_CAP_LIST_ENTRY subsamplings[] = {
+    {0x22, "4:2:0", 0, NULL},
+    {0x21, "4:2:2", 0, NULL},
+    {0x11, "4:4:4", 0, NULL},
+    {0, NULL, 0, NULL},
+};
+static ORX_CAP_LIST subsampling = {0x22, 0, subsamplings};
 static ORX_CAP_ENTRY capabilities[] = {
     {kCapQuality, "quality", 0, NULL, 1, NULL, 0},
+    {kCapSubsampling, "subsampling", 0, NULL, 0, &subsampling, 0},
 };
 
 void imageCapability(ORX_CAP_ENTRY **table, int32_t *first, int32_t *second, int32_t *count) {
   *table = capabilities;
-  *first = 1;
+  *first = 2;
   *second = 0;
-  *count = 1;
+  *count = 2;
 }
 
 static const char kWho[] = "jpeg";
@@ -82,6 +94,7 @@ typedef struct Jpeg {
   int decoded;   /* reading: 1 once the plane holds the image, or a status */
   int created;   /* writing: the open created the file */
   int quality;
+  int subsampling; /* the luma's sampling factors, horizontal * 16 + vertical */
   int cmyk;      /* reading: CMYK or YCCK samples, converted to RGB */
   int inverted;  /* reading: CMYK stored as 255 - ink (Adobe's files) */
 } Jpeg;
@@ -316,6 +329,8 @@ int imageWriteOpen(ORX_OBJECT *object) {
   j->writing = 1;
   j->quality = kit_setting_int(object, kCapQuality, kDefaultQuality);
   if (j->quality < 1 || j->quality > 100) j->quality = kDefaultQuality;
+  j->subsampling = kit_setting_int(object, kCapSubsampling, subsampling.default_value);
+  if (j->subsampling != 0x21 && j->subsampling != 0x11) j->subsampling = 0x22;
   KitLayout layout = kit_layout_of(j->ifd);
   layout.type[0] = ORX_C_INTEGER;
   layout.bits[0] = 8;
@@ -369,6 +384,10 @@ static int encode(ORX_OBJECT *object, Jpeg *j) {
   j->out.in_color_space = j->plane.channels == 1 ? JCS_GRAYSCALE : JCS_RGB;
   jpeg_set_defaults(&j->out);
   jpeg_set_quality(&j->out, j->quality, TRUE);
+  if (j->out.num_components == 3) {
+    j->out.comp_info[0].h_samp_factor = j->subsampling >> 4;
+    j->out.comp_info[0].v_samp_factor = j->subsampling & 15;
+  }
   /* The print resolution as the JFIF densities; else a pixel aspect other
    * than square, in no unit. */
   const double pixel_aspect = kit_pixel_aspect(j->ifd);
