@@ -144,8 +144,11 @@ int kit_profile_fits(const ORX_ATTR *profile, int32_t channels) {
 }
 
 double kit_pixel_aspect(const ORX_IFD *ifd) {
-  const double width = (double)ifd->window.right - ifd->window.left + 1;
-  const double height = (double)ifd->window.top - ifd->window.bottom + 1;
+  /* The aspect ratio is that of the resolution (an EXR's display window),
+   * which the window may exceed. */
+  const int sized = ifd->x_resolution > 0 && ifd->y_resolution > 0;
+  const double width = sized ? ifd->x_resolution : (double)ifd->window.right - ifd->window.left + 1;
+  const double height = sized ? ifd->y_resolution : (double)ifd->window.top - ifd->window.bottom + 1;
   return ifd->aspect_ratio > 0 && width > 0 && height > 0 ? ifd->aspect_ratio * height / width
                                                           : 1.0;
 }

@@ -86,7 +86,7 @@ int kit_new_cell(ORX_OBJECT *object, int32_t count);
 void kit_describe_size(ORX_IFD *ifd, int32_t width, int32_t height, double pixel_aspect);
 
 /* The pixel aspect (a pixel's width over its height) that a descriptor's
- * aspect ratio gives its window, 1 when it gives none; and densities x and
+ * aspect ratio gives its resolution (else its window), 1 when it gives none; and densities x and
  * y (pixels per unit across and down, as PNG and JFIF store them) of at
  * most `most`, the smallest whose ratio y / x is that aspect. */
 double kit_pixel_aspect(const ORX_IFD *ifd);

@@ -467,7 +467,8 @@ bool described_elsewhere(const char *name) {
   static const char *const kNames[] = {
       "channels", "compression", "dataWindow", "displayWindow", "lineOrder",
       "pixelAspectRatio", "screenWindowCenter", "screenWindowWidth", "tiles", "chunkCount",
-      "name", "type", "version", "view", "chromaticities", "maxSamplesPerPixel"};
+      "name", "type", "version", "view", "chromaticities", "maxSamplesPerPixel", "xDensity",
+      "ResolutionUnit"};
   for (const char *n : kNames)
     if (std::strcmp(n, name) == 0) return true;
   for (const Text &t : kTexts)
@@ -495,6 +496,16 @@ bool describe_attributes(exr_const_context_t context, int part, int32_t index,
       ORX_attr_set_string(&info, index, "openexr:view",
                           std::string(view, static_cast<size_t>(length)).c_str()) != 0)
     return false;
+  // xDensity is the print resolution in pixels per inch across; the
+  // pixel aspect gives it down (a ResolutionUnit beside it, as OpenImageIO
+  // writes, says inches again).
+  float density = 0.0f, pixel_aspect = 1.0f;
+  if (exr_attr_get_float(context, part, "xDensity", &density) == EXR_ERR_SUCCESS &&
+      density > 0.0f) {
+    exr_get_pixel_aspect_ratio(context, part, &pixel_aspect);
+    if (!kit_set_resolution(&info, index, density, density * pixel_aspect, KIT_INCHES))
+      return false;
+  }
   int32_t count = 0;
   exr_get_attribute_count(context, part, &count);
   for (int32_t i = 0; i < count; ++i) {

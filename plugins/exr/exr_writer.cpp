@@ -250,6 +250,12 @@ Imf::Header header_of(ORX_OBJECT *object, const OutImage &image) {
     h.setName("image" + std::to_string(image.part));
   if (const char *view = ORX_attr_get_string(&info, image.part, "openexr:view"))
     h.insert("view", Imf::StringAttribute(view));
+  // The print resolution as OpenEXR's xDensity, pixels per inch across.
+  double dx = 0.0, dy = 0.0;
+  int unit = KIT_UNIT_UNSTATED;
+  if (kit_resolution(&info, image.part, h.pixelAspectRatio(), &dx, &dy, &unit) &&
+      unit != KIT_UNIT_NONE)
+    h.insert("xDensity", Imf::FloatAttribute(static_cast<float>(unit == KIT_CENTIMETRES ? dx * 2.54 : dx)));
   char date[32];
   for (const Text &t : kTexts) {
     const char *text = kit_date_text(info.*t.field, date, sizeof date);
@@ -367,8 +373,10 @@ int close_object(ORX_OBJECT *object, intptr_t argument) {
 }  // namespace
 
 // The names written files keep: the part's name, its view, its channel
-// names and every header attribute carried over from a file read before.
-const char *const kKept[] = {"oiio:subimagename", "channelnames", "openexr:", nullptr};
+// names, the resolution and every header attribute carried over from a
+// file read before.
+const char *const kKept[] = {"oiio:subimagename", "channelnames", "openexr:", "XResolution",
+                             "YResolution", "ResolutionUnit", nullptr};
 
 int write_open(ORX_OBJECT *object) {
   const char *path = object->info.handle;
