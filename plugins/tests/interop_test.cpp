@@ -113,9 +113,9 @@ std::map<std::string, std::string> attributes(const std::string &file) {
 // `orx copy` between every ordered pair of RLA, PNG, TIFF and EXR, and into
 // JPEG, of pictures holding what some of them cannot: a matte, 16-bit and
 // float samples, a data window beyond a display window away from the
-// origin, an ICC profile, a print resolution and texts.  Each copy says in at most one line what it narrowed or
-// dropped; every attribute the copy lacks is named there, every one it
-// holds has its value; and a copy that says nothing has lost nothing:
+// origin, an ICC profile, a print resolution and texts.  Each copy says in
+// at most one line what it narrowed or dropped; every attribute the copy
+// lacks is named there, every one it holds has its value; and a copy that says nothing has lost nothing:
 // copied back it is the file it came from, windows included (but for the
 // rounding of associated colour through PNG's straight alpha).
 TEST(Copy, BetweenEveryPairOfFormats) {
