@@ -17,10 +17,11 @@ from ._ffi import ffi as _cffi, lib as _lib, library_path, plugin_directories
 from ._handle import ImageFile, Writer, formats
 from .description import Description, Group, Window
 from .image import Image
+from ._settings import table as format_settings
 from .process import Texture, fields, maketx, swatch, texture
 from .sequence import frame_path, frames, sequence
 
-__all__ = ["read", "write", "open", "formats", "version", "Image", "ImageFile", "Writer",
+__all__ = ["read", "write", "open", "formats", "format_settings", "version", "Image", "ImageFile", "Writer",
            "Description", "Window", "Group", "Error", "NotFoundError", "BadInputError",
            "UnsupportedError", "OutOfMemoryError", "WriteError", "maketx", "swatch", "fields",
            "texture", "Texture", "frames", "sequence", "frame_path", "plugin_directories",

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 from typing import Mapping, Sequence
 
-from ._ffi import ffi, lib
+from ._ffi import ffi, lib, start
 
 
 def _folded(text: str) -> str:
@@ -18,7 +18,9 @@ def _text(p) -> str:
 
 def table(key: str) -> list[tuple[str, dict[str, int] | None]]:
     """The settings of the format with that key, in table order: each name
-    with its choices (name to value), or None for one that takes a number."""
+    with its choices (name to value), or None for one that takes a number
+    (`orx.format_settings("exr")`)."""
+    start()
     entries, first, second, count = (ffi.new("ORX_CAP_ENTRY **"), ffi.new("int32_t *"),
                                      ffi.new("int32_t *"), ffi.new("int32_t *"))
     lib.ORX_info_get_specific(key.encode(), ffi.NULL, entries, first, second, count)

@@ -83,6 +83,7 @@ def test_format_settings_by_position_and_by_name(tmp_path):
     a = np.random.default_rng(1).random((5, 7, 3)).astype(np.float32)
     orx.write(tmp_path / "f.exr", a, settings=[None, 1])  # pixel type float, not half
     assert np.array_equal(orx.read(tmp_path / "f.exr"), a)
+    assert orx.format_settings("exr")[1] == ("pixel type", {"half": 0, "float": 1, "source": 2})
     orx.write(tmp_path / "n.exr", a, settings={"Pixel-Type": "float", "compression": "dwaa"})
     assert np.allclose(orx.read(tmp_path / "n.exr"), a, atol=0.05)
     assert orx.open(tmp_path / "n.exr").description.texts["compression"] == "dwaa"
