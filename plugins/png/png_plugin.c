@@ -1,8 +1,8 @@
 /* PNG files through libpng: 1, 2, 4, 8 and 16-bit grey, 8 and 16-bit grey
  * with alpha, RGB and RGBA.  Palette images read as RGB (RGBA with a
- * transparency chunk); gAMA, cHRM, eXIf and text chunks map to the
- * descriptor's gamma, the chromaticities, the orientation and the header
- * texts, both ways.  PNG's colour is straight and the library's matte
+ * transparency chunk); gAMA, cHRM, eXIf, pHYs and text chunks map to the
+ * descriptor's gamma, the chromaticities, the orientation, the pixel aspect
+ * and print resolution and the header texts, both ways.  PNG's colour is straight and the library's matte
  * associated: reading multiplies the colour by the matte, writing divides
  * it out again (zero alpha, zero colour), unless the host asks for
  * "unassociated alpha".
