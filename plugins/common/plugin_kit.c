@@ -143,6 +143,17 @@ int kit_profile_fits(const ORX_ATTR *profile, int32_t channels) {
          memcmp((const unsigned char *)profile->data + 16, space, 4) == 0;
 }
 
+void kit_keep_picture_attributes(ORX_INFO *info) {
+  static const char *const kept[] = {"ICCProfile",  "Orientation",    "XResolution",
+                                     "YResolution", "ResolutionUnit", NULL};
+  ORX_attr_keep(info, kept);
+  for (int32_t i = 0; i < info->image_count; ++i) {
+    const ORX_ATTR *profile = ORX_attr_find(info, i, "ICCProfile");
+    if (profile != NULL && !kit_profile_fits(profile, info->images[i].image.count))
+      ORX_attr_remove(info, i, "ICCProfile");
+  }
+}
+
 double kit_pixel_aspect(const ORX_IFD *ifd) {
   /* The aspect ratio is that of the resolution (an EXR's display window),
    * which the window may exceed. */

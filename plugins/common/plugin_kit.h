@@ -262,6 +262,11 @@ int kit_window_at_origin(ORX_OBJECT *object, int32_t image);
  * writer drops one that does not (a CMYK file's profile, whose pixels a
  * reader turned into RGB), which would misdescribe the pixels. */
 int kit_profile_fits(const ORX_ATTR *profile, int32_t channels);
+/* Keeps of a writer's attributes those a picture file carries (an ICC
+ * profile that fits its image's colour, the orientation and the print
+ * resolution) and drops the others, which tells the host what the file
+ * will not carry. */
+void kit_keep_picture_attributes(ORX_INFO *info);
 
 /* The EXIF orientation (kit_exif.c): tag 274 of the first directory of
  * a TIFF structure of size bytes (an EXIF block after its "Exif\0\0"), 1

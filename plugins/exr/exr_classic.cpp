@@ -22,32 +22,32 @@ int decode_classic(const char *path, int part, int level, const std::vector<std:
                    KitPlane *plane) {
   return read_with_openexr(path, [&] {
     Imf::MultiPartInputFile file(path, 1);
+    // OpenEXR addresses pixel (x, y) of the data window: each channel's
+    // slice starts where pixel (dw.min.x, dw.min.y) lands in the plane.
+    const auto frame_buffer = [&](const Imath::Box2i &dw) {
+      const std::ptrdiff_t line = static_cast<std::ptrdiff_t>(plane->line_bytes);
+      const std::ptrdiff_t origin = std::ptrdiff_t{dw.min.x} * 4 + std::ptrdiff_t{dw.min.y} * line;
+      Imf::FrameBuffer fb;
+      for (int32_t c = 0; c < static_cast<int32_t>(names.size()); ++c)
+        fb.insert(names[static_cast<std::size_t>(c)],
+                  Imf::Slice(integer_channel(*plane, c) ? Imf::UINT : Imf::FLOAT,
+                             reinterpret_cast<char *>(kit_plane_at(plane, 0, c)) - origin, 4,
+                             static_cast<std::size_t>(line)));
+      return fb;
+    };
     Imath::Box2i dw = file.header(part).dataWindow();
-    const bool tiled = file.header(part).type() == Imf::TILEDIMAGE;
-    if (tiled) {
+    if (file.header(part).type() == Imf::TILEDIMAGE) {
       // A mip level keeps the data window's corner, at its own size.
       Imf::TiledInputPart in(file, part);
       dw.max.x = dw.min.x + in.levelWidth(level) - 1;
       dw.max.y = dw.min.y + in.levelHeight(level) - 1;
-    }
-    if (const int status = check_window(path, plane, dw)) return status;
-    // OpenEXR addresses pixel (x, y) of the data window: each channel's
-    // slice starts where pixel (dw.min.x, dw.min.y) lands in the plane.
-    const std::ptrdiff_t line = static_cast<std::ptrdiff_t>(plane->line_bytes);
-    const std::ptrdiff_t origin = std::ptrdiff_t{dw.min.x} * 4 + std::ptrdiff_t{dw.min.y} * line;
-    Imf::FrameBuffer fb;
-    for (int32_t c = 0; c < static_cast<int32_t>(names.size()); ++c)
-      fb.insert(names[static_cast<std::size_t>(c)],
-                Imf::Slice(integer_channel(*plane, c) ? Imf::UINT : Imf::FLOAT,
-                           reinterpret_cast<char *>(kit_plane_at(plane, 0, c)) - origin, 4,
-                           static_cast<std::size_t>(line)));
-    if (tiled) {
-      Imf::TiledInputPart in(file, part);
-      in.setFrameBuffer(fb);
+      if (const int status = check_window(path, plane, dw)) return status;
+      in.setFrameBuffer(frame_buffer(dw));
       in.readTiles(0, in.numXTiles(level) - 1, 0, in.numYTiles(level) - 1, level, level);
     } else {
       Imf::InputPart in(file, part);
-      in.setFrameBuffer(fb);
+      if (const int status = check_window(path, plane, dw)) return status;
+      in.setFrameBuffer(frame_buffer(dw));
       in.readPixels(dw.min.y, dw.max.y);
     }
     return 0;

@@ -299,22 +299,13 @@ static int scan_write(void *data, int32_t line, void *in) {
   return kit_plane_store(&j->plane, j->ifd, line, (void **)in, kWho);
 }
 
-/* The attributes a written file keeps (an ICC profile only of its colour):
- * the others are dropped from the object, which tells the host what the
- * file will not carry. */
-static const char *const kKeptAttributes[] = {"ICCProfile", "Orientation", "XResolution",
-                                               "YResolution", "ResolutionUnit", NULL};
-
 int imageWriteOpen(ORX_OBJECT *object) {
-  ORX_attr_keep(&object->info, kKeptAttributes);
+  kit_keep_picture_attributes(&object->info);
   const char *path = object->info.handle;
   if (object->info.image_count != 1)
     return kit_fail(ORX_E_UNSUPPORTED, "jpeg: %s: a file holds one image, not %d", path,
                     (int)object->info.image_count);
   const ORX_IFD *ifd = &object->info.images[0];
-  const ORX_ATTR *profile = ORX_attr_find(&object->info, 0, "ICCProfile");
-  if (profile != NULL && !kit_profile_fits(profile, ifd->image.count))
-    ORX_attr_remove(&object->info, 0, "ICCProfile");
   if (ifd->image.count != 1 && ifd->image.count != 3)
     return kit_fail(ORX_E_UNSUPPORTED, "jpeg: %s: cannot store %d image channels (1 or 3)", path,
                     (int)ifd->image.count);

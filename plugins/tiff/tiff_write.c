@@ -47,20 +47,8 @@ static int scan_write(void *data, int32_t line, void *in) {
   return kit_plane_store(&image->plane, image->ifd, line, (void **)in, TIFF_WHO);
 }
 
-/* The attributes a written file keeps: the others are dropped from the
- * object, which tells the host what the file will not carry. */
-static const char *const kKeptAttributes[] = {"ICCProfile", "Orientation", "XResolution",
-                                               "YResolution", "ResolutionUnit", NULL};
-
 int imageWriteOpen(ORX_OBJECT *object) {
-  ORX_attr_keep(&object->info, kKeptAttributes);
-  /* A profile of another colour space (a CMYK file's, read as RGB) would
-   * misdescribe the pixels. */
-  for (int32_t i = 0; i < object->info.image_count; ++i) {
-    const ORX_ATTR *profile = ORX_attr_find(&object->info, i, "ICCProfile");
-    if (profile != NULL && !kit_profile_fits(profile, object->info.images[i].image.count))
-      ORX_attr_remove(&object->info, i, "ICCProfile");
-  }
+  kit_keep_picture_attributes(&object->info);
   const char *path = object->info.handle;
   if (object->info.image_count < 1)
     return kit_fail(ORX_E_UNSUPPORTED, "tiff: %s: no image to write", path);
