@@ -141,6 +141,10 @@ TEST_F(OrxTool, EveryCommandAsASession) {
   EXPECT_EQ(run("info x.foo"), 2);
   EXPECT_TRUE(contains(log_, "no format recognises x.foo; name its format with --type KEY"))
       << log_;
+  // Verbose shows a library error as it happens; the failure does not say it again.
+  EXPECT_EQ(run("-v info missing.rla"), 2);
+  const std::size_t shown = log_.find("Cannot open file");
+  EXPECT_TRUE(shown != std::string::npos && shown == log_.rfind("Cannot open file")) << log_;
 }
 
 // Plug-ins load from ORX_PLUGIN_PATH, a refused one is reported, and -v

@@ -23,6 +23,7 @@ thread_local int t_frame = 0;
 thread_local bool t_in_frame = false;
 bool g_verbose = false;
 bool g_echo_errors = false;
+thread_local std::string g_shown_error;  // the last error said as it happened
 
 std::mutex g_output;      // one line at a time on standard error
 bool g_status_shown = false;  // a status line waits to be cleared
@@ -31,9 +32,12 @@ bool g_status_shown = false;  // a status line waits to be cleared
 // at once only when verbose); warnings always show, notes when verbose.
 int report(const char *, int severity, const char *message, ERR_RECORD *, intptr_t) {
   if (message == nullptr) message = "";
-  if (severity >= ERR_ERROR) g_last_error = message;
-  if (severity == ERR_WARNING || g_verbose || (g_echo_errors && severity >= ERR_ERROR))
-    say(std::string(severity == ERR_WARNING ? "warning: " : "") + message);
+  const bool show = severity == ERR_WARNING || g_verbose || (g_echo_errors && severity >= ERR_ERROR);
+  if (severity >= ERR_ERROR) {
+    g_last_error = message;
+    g_shown_error = show ? message : "";
+  }
+  if (show) say(std::string(severity == ERR_WARNING ? "warning: " : "") + message);
   return severity == ERR_FATAL ? 1 : 0;  // a fatal report still ends the process
 }
 
@@ -122,6 +126,7 @@ const std::string &last_error() { return g_last_error; }
 
 void forget_error() {
   g_last_error.clear();
+  g_shown_error.clear();
   g_hint.clear();
 }
 
@@ -134,11 +139,13 @@ int complain(const std::string &what, const std::string &reason) {
                     : !g_last_error.empty()  ? g_last_error
                     : ORX_last_status() != 0 ? ORX_last_message()
                                              : "failed";
-  // Most library messages name the file already.
-  if (why.compare(0, what.size(), what) == 0 || why.find(what) != std::string::npos)
-    say(why);
-  else
+  // Most library messages name the file already; one shown as it happened
+  // (verbose) is not said twice.
+  if (why.compare(0, what.size(), what) == 0 || why.find(what) != std::string::npos) {
+    if (why != g_shown_error) say(why);
+  } else {
     say(what + ": " + why);
+  }
   if (!g_hint.empty()) say(g_hint);
   g_hint.clear();
   return kFailed;
