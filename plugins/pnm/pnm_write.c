@@ -140,7 +140,8 @@ static void write_header(FILE *file, const PnmImage *p, const char *comment) {
             (int)p->width, (int)p->height, (int)p->depth, p->maxval, kTypes[p->depth]);
     return;
   }
-  for (const char *c = comment; c != NULL && *c != 0;) {
+  /* PFM has no comments. */
+  for (const char *c = p->kind == 'F' || p->kind == 'f' ? NULL : comment; c != NULL && *c != 0;) {
     const char *end = strchr(c, '\n');
     const int n = end != NULL ? (int)(end - c) : (int)strlen(c);
     fprintf(file, "# %.*s\n", n, c);
@@ -188,8 +189,10 @@ static size_t encode_row(const PnmImage *p, const unsigned char *pixels, unsigne
     uint16_t v = pixels[i];
     if (wide) memcpy(&v, pixels + 2 * i, 2);
     if (p->kind == '1') {
+      /* Spaced: OpenImageIO reads no digits run together. */
       out[k++] = v == 0 ? '1' : '0';
-      if (++column == 70 || i + 1 == n) out[k++] = '\n', column = 0;
+      out[k++] = ++column == 35 || i + 1 == n ? '\n' : ' ';
+      if (out[k - 1] == '\n') column = 0;
     } else if (p->kind == '2' || p->kind == '3') {
       const int w = sprintf((char *)out + k, "%u", (unsigned)v);
       k += (size_t)w;
