@@ -49,7 +49,9 @@ int pnm_only_space(const unsigned char *bytes, size_t size, size_t at);
 /* The channel layout an image reads as. */
 KitLayout pnm_layout(const PnmImage *image);
 
-/* Decodes an image's samples into its plane; NULL, or what is wrong. */
+/* Decodes an image's samples into its plane; NULL, or what is wrong
+ * (pnm_no_memory when memory is short). */
+extern const char pnm_no_memory[];
 const char *pnm_decode(const PnmImage *image, const unsigned char *bytes, KitPlane *plane,
                        int straight);
 

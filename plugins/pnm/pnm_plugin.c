@@ -75,8 +75,9 @@ static int decode(void *data) {
   PnmReader *r = (PnmReader *)data;
   const char *why = pnm_decode(&r->image, r->bytes, &r->plane, r->straight);
   if (why == NULL) return 0;
-  kit_fail(ORX_E_READ, "pnm: cannot read %s: %s", r->path, why);
-  return ORX_E_READ;
+  const int32_t status = why == pnm_no_memory ? ORX_E_NO_MEMORY : ORX_E_READ;
+  kit_fail(status, "pnm: cannot read %s: %s", r->path, why);
+  return status;
 }
 
 static int scan_read(void *data, int32_t line, void *out) {

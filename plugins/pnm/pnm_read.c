@@ -10,6 +10,8 @@
 #include "orx/err.h"
 #include "pnm.h"
 
+const char pnm_no_memory[] = "no memory for a row";
+
 /* The plane's value of a sample of the file. */
 static uint32_t to_plane(const PnmImage *im, uint32_t v) {
   if (v > im->maxval) v = im->maxval;
@@ -124,7 +126,7 @@ static const char *decode_float(const PnmImage *im, const unsigned char *bytes, 
 const char *pnm_decode(const PnmImage *im, const unsigned char *bytes, KitPlane *plane,
                        int straight) {
   unsigned char *row = (unsigned char *)kit_allocate((size_t)im->width * (size_t)im->depth * 4 + 8);
-  if (row == NULL) return "no memory for a row";
+  if (row == NULL) return pnm_no_memory;
   const char *why = im->kind == 'F' || im->kind == 'f'                  ? decode_float(im, bytes, plane, row)
                     : im->kind == '1' || im->kind == '2' || im->kind == '3' ? decode_plain(im, bytes, plane, row)
                                                                           : decode_binary(im, bytes, plane, row);

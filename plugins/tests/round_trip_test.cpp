@@ -453,7 +453,8 @@ TEST_F(PluginTest, ExrDamagedHeadersAreRefusedAtOpen) {
 // with -10 and a report, never a crash or a leak.
 TEST_F(PluginTest, OutOfMemoryOpenAndScanReportEveryFailure) {
   for (const auto &[key, ext] :
-       {std::pair{"png", ".png"}, {"tiff", ".tif"}, {"exr", ".exr"}, {"jpeg", ".jpg"}}) {
+       {std::pair{"png", ".png"}, {"tiff", ".tif"}, {"exr", ".exr"}, {"jpeg", ".jpg"},
+        {"hdr", ".hdr"}, {"pnm", ".pnm"}}) {
     if (!has(key)) continue;
     TempDir dir;
     const std::string path = dir.file(std::string("oom") + ext);
