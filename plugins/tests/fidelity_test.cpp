@@ -477,6 +477,33 @@ TEST(FidelityCopy, SaysOnceWhatTheOutputDrops) {
   }
 }
 
+// Netpbm images one after another are the file's images (the first as
+// OpenImageIO, which reads only that one, reads it), a maxval of 4 scales
+// as OpenImageIO scales it, what follows the last is warned of and dropped,
+// and a copy keeps every image.
+TEST(FidelityPnm, ImagesOneAfterAnotherAreTheFilesImages) {
+  if (!built("pnm")) GTEST_SKIP() << "pnm plug-in not built";
+  ORX_REQUIRE_TOOL("oiiotool");
+  TempDir dir;
+  const std::string two = dir.file("two.pnm"), copy = dir.file("copy.pnm");
+  ASSERT_EQ(run("oiiotool --pattern fill:left=0,0,0:right=1,0.5,0.25 7x5 3 -o " + two).status, 0);
+  std::ofstream(two, std::ios::binary | std::ios::app) << "P2 2 1 4\n1 4\nP9";
+  const ToolRun r = run(kOrx + " copy '" + two + "' '" + copy + "'");
+  ASSERT_EQ(r.status, 0) << r.output;
+  EXPECT_NE(r.output.find("what follows image 2 is not an image"), std::string::npos) << r.output;
+  const std::vector<Theirs> first = oiio_read(two, dir);
+  FormatPlugins plugins;
+  ORX_OBJECT *object = open_image(copy, nullptr);
+  ASSERT_NE(object, nullptr);
+  ASSERT_EQ(object->info.image_count, 2);
+  compare(object, 0, first.at(0), 1e-6);
+  void **rows = nullptr;
+  ASSERT_EQ(object->scan(object->private_cell[1], 0, &rows), 0);
+  EXPECT_EQ(static_cast<const uint8_t *>(rows[0])[0], 63);  // 1 * 255 / 4, truncated
+  EXPECT_EQ(static_cast<const uint8_t *>(rows[0])[1], 255);
+  ORX_close(object);
+}
+
 // Deep samples that say nothing of what they cover (no alpha), or of their
 // order (no Z, several to a pixel), are refused with the reason, and the
 // copy leaves nothing behind.
