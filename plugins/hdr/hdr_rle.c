@@ -3,6 +3,7 @@
  * them (no half-step added on decoding, mantissas truncated on encoding). */
 #include "hdr_rle.h"
 
+#include <float.h>
 #include <math.h>
 #include <string.h>
 
@@ -102,7 +103,9 @@ void hdr_rgbe_to_floats(const unsigned char *rgbe, int32_t n, float *r, float *g
   }
 }
 
-static float usable(float v) { return v > 0.0f ? v : 0.0f; /* also not a number */ }
+/* Negative and not-a-number samples as 0, infinities as the largest float
+ * (which is beyond RGBE's range). */
+static float usable(float v) { return v > 0.0f ? (v < FLT_MAX ? v : FLT_MAX) : 0.0f; }
 
 void hdr_floats_to_rgbe(const float *r, const float *g, const float *b, int32_t n,
                         unsigned char *rgbe) {
