@@ -84,5 +84,11 @@ int tiff_read(const std::uint8_t *data, std::size_t size) {
 int exr_read(const std::uint8_t *data, std::size_t size) {
   return read_all("exr", "exr", ".exr", data, size);
 }
+int hdr_read(const std::uint8_t *data, std::size_t size) {
+  return read_all("hdr", "hdr", ".hdr", data, size);
+}
+int pnm_read(const std::uint8_t *data, std::size_t size) {
+  return read_all("pnm", "pnm", ".pnm", data, size);
+}
 
 }  // namespace orx::fuzz

@@ -159,6 +159,22 @@ const Case kCases[] = {
     {"jpeg", ".jpg", {1, 0, 0, I, 8}, 0.02, true, {1, 0, 0, I, 8}},
     {"jpeg", ".jpg", {3, 0, 0, I, 8}, 0.1, true, {3, 0, 0, I, 8}},
     {"jpeg", ".jpg", {3, 0, 0, F, 32}, 0.1, true, {3, 0, 0, I, 8}},
+    // RGBE keeps 8 bits of mantissa below the largest channel (truncated):
+    // within 1/256 of a smooth picture below 1; grey and a matte become RGB.
+    {"hdr", ".hdr", {3, 0, 0, F, 32}, 1.0 / 256, true, {3, 0, 0, F, 32}},
+    {"hdr", ".hdr", {1, 0, 0, F, 32}, 1.0 / 256, true, {3, 0, 0, F, 32}},
+    {"hdr", ".hdr", {3, 1, 0, I, 8}, 1.0 / 256, true, {3, 0, 0, F, 32}},
+    {"hdr", ".hdr", {2, 0, 0, F, 32}, 0, false, {}},
+    // Netpbm: P5, P6 of the samples' own maxval, P4, PAM with a matte, PFM.
+    {"pnm", ".pnm", {1, 0, 0, I, 8}, 0, false, {1, 0, 0, I, 8}},
+    {"pnm", ".pnm", {3, 0, 0, I, 16}, 0, false, {3, 0, 0, I, 16}},
+    {"pnm", ".pnm", {3, 0, 0, I, 10}, 0, false, {3, 0, 0, I, 10}},
+    {"pnm", ".pnm", {1, 0, 0, I, 1}, 0, false, {1, 0, 0, I, 1}},
+    {"pnm", ".pnm", {3, 1, 0, I, 8}, 0, false, {3, 1, 0, I, 8}},
+    {"pnm", ".pnm", {1, 1, 0, I, 16}, 0, false, {1, 1, 0, I, 16}},
+    {"pnm", ".pnm", {3, 0, 0, F, 32}, 0, false, {3, 0, 0, F, 32}},
+    {"pnm", ".pnm", {1, 0, 1, F, 32}, 0, false, {1, 0, 0, F, 32}},
+    {"pnm", ".pnm", {2, 0, 0, I, 8}, 0, false, {}},
 };
 
 // Every test runs with the plug-ins loaded and the error service clean.
@@ -207,7 +223,8 @@ TEST_P(RoundTrip, ReadsBackWhatWasWritten) {
   TempDir dir;
   const std::string path = dir.file(std::string("image") + c.extension);
   Request r(nullptr, path, describe(c.layout, 37, 23));
-  const bool metadata = std::string(c.key) != "jpeg";
+  const std::string key = c.key;  // formats with every header text
+  const bool metadata = key == "png" || key == "tiff" || key == "exr";
   const float red[3] = {0.64f, 0.33f, 0.03f}, white[3] = {0.3127f, 0.329f, 0.3583f};
   if (metadata) {
     r.info.name = STR_save("shot 12");
@@ -313,6 +330,8 @@ TEST_F(PluginTest, SettingsEveryValueOfASettingRoundTrips) {
       {"exr", ".exr", {3, 1, 0, F, 16}, 0, {5, 6, 8, 9}, 0.03},  // pxr24, b44, dwaa, dwab
       {"exr", ".exr", {3, 0, 1, F, 32}, 1, {0, 1}, 1e-3},
       {"jpeg", ".jpg", {3, 0, 0, I, 8}, 0, {20, 60, 98}, 0.3},
+      {"hdr", ".hdr", {3, 0, 0, F, 32}, 0, {0, 1}, 1.0 / 256},
+      {"pnm", ".pnm", {3, 0, 0, I, 8}, 0, {0, 1}, 0},
   };
   for (const SettingCase &s : cases) {
     if (!has(s.key)) continue;
@@ -380,6 +399,40 @@ TEST_F(PluginTest, PngClaimingMoreThanItsBytesHoldIsRefused) {
   }
 }
 
+// Radiance and Netpbm headers claiming more than their bytes hold, or what
+// neither format defines, are refused at open; a run overrunning its
+// scanline fails the read.
+TEST_F(PluginTest, HdrAndPnmDamagedFilesAreRefused) {
+  TempDir dir;
+  const struct {
+    const char *key, *bytes, *says;
+  } cases[] = {
+      {"hdr", "#?RADIANCE\nFORMAT=32-bit_rle_rgbe\n\n-Y 99999 +X 99999\n\2\2", "99999 x 99999 pixels"},
+      {"hdr", "#?RADIANCE\nFORMAT=32-bit_rle_rgbe\n\n-Z 2 +X 2\n", "not one Radiance defines"},
+      {"hdr", "#?RADIANCE\nFORMAT=24-bit_rgb\n\n-Y 2 +X 2\n", "neither 32-bit_rle_rgbe"},
+      {"hdr", "#?RADIANCE\nFORMAT=32-bit_rle_rgbe\n", "its header has no end"},
+      {"pnm", "P6\n99999 99999\n255\nab", "need more bytes than the file holds"},
+      {"pnm", "P5 2 1 70000 ab", "not a number from 1 to 65535"},
+      {"pnm", "P7\nWIDTH 2\nHEIGHT 1\nDEPTH 9\nMAXVAL 255\nENDHDR\n", "tuple type is none"},
+      {"pnm", "P2\n3 2\n9\n1 2 3 4 5", "ends before its last sample"},
+  };
+  for (const auto &c : cases) {
+    if (!has(c.key)) continue;
+    const std::string path = dir.file(std::string("bad.") + c.key);
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << c.bytes;
+    expect_refused(path, c.says, c.key);
+  }
+  if (!has("hdr")) return;
+  const std::string path = dir.file("overrun.hdr");
+  std::ofstream(path, std::ios::binary | std::ios::trunc)
+      << "#?RADIANCE\n\n-Y 1 +X 8\n" << std::string("\2\2\0\x08\xff\1", 6) << std::string(12, '\1');
+  ORX_OBJECT *object = open_image(path, "hdr");
+  ASSERT_NE(object, nullptr);
+  void **rows = nullptr;
+  EXPECT_NE(ORX_scan_read(object, 0, &rows), 0);
+  ORX_close(object);
+}
+
 // Damaged EXR headers are refused at open: a channel list declared shorter
 // than it is (then a string attribute declaring 1.9 GB), a damaged tile
 // header, and chunks beyond the memory limit (a data window far wider than
@@ -400,7 +453,8 @@ TEST_F(PluginTest, ExrDamagedHeadersAreRefusedAtOpen) {
 // with -10 and a report, never a crash or a leak.
 TEST_F(PluginTest, OutOfMemoryOpenAndScanReportEveryFailure) {
   for (const auto &[key, ext] :
-       {std::pair{"png", ".png"}, {"tiff", ".tif"}, {"exr", ".exr"}, {"jpeg", ".jpg"}}) {
+       {std::pair{"png", ".png"}, {"tiff", ".tif"}, {"exr", ".exr"}, {"jpeg", ".jpg"},
+        {"hdr", ".hdr"}, {"pnm", ".pnm"}}) {
     if (!has(key)) continue;
     TempDir dir;
     const std::string path = dir.file(std::string("oom") + ext);

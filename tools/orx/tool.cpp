@@ -171,9 +171,16 @@ bool Image::open_read(const std::string &path, const std::string &type,
   ORX_INFO request;
   ORX_info_init(&request);
   request.handle = STR_save(path.c_str());
-  request.type = type.empty() ? nullptr : STR_save(type.c_str());
+  // A name no format's extension claims (x.ppm, x.pic) is read by the
+  // format that recognises its contents, rather than the default one.
+  const ORX_FORMAT *by_contents = reading_format(path, type);
+  bool claimed = !type.empty();
+  for (const ORX_FORMAT *f : all_formats()) claimed = claimed || ends_with(path, f->extension);
+  request.type = !type.empty()                     ? STR_save(type.c_str())
+                 : !claimed && by_contents != nullptr ? STR_save(by_contents->key)
+                                                      : nullptr;
   request.full_path = 1;
-  request.settings = settings_.resolve(reading_format(path, type), settings);
+  request.settings = settings_.resolve(by_contents, settings);
   g_last_error.clear();
   object_ = ORX_open(&request, "r");
   ORX_info_cleanup(&request, 1);
@@ -184,8 +191,6 @@ bool Image::open_read(const std::string &path, const std::string &type,
   if (object_ == nullptr && type.empty() && !path.empty() && path != "-" && path[0] != '|') {
     // Nothing claimed the name and no format recognised the contents: the
     // library tried its default format, whose complaint says little.
-    bool claimed = false;
-    for (const ORX_FORMAT *f : all_formats()) claimed = claimed || ends_with(path, f->extension);
     int32_t known = 0;
     const char *found = ORX_get_file_type(path.c_str(), nullptr, &known);
     struct stat s;
