@@ -91,6 +91,7 @@ const char *ORX_version(int *major, int *minor, int *patch);
 int ORX_init(void *catalogue, ORX_PLUGIN_ENUM plugins);
 ORX_FORMAT *ORX_find(const char *key);
 ORX_FORMAT *ORX_info(void);
+const char *ORX_get_file_type(const char *name, void *stream, int32_t *known);
 void ORX_info_get_specific(const char *key, const ORX_FORMAT *format, ORX_CAP_ENTRY **table,
                            int32_t *first, int32_t *second, int32_t *count);
 void ORX_info_init(ORX_INFO *info);

@@ -69,6 +69,17 @@ def formats() -> list[tuple[str, str, str]]:
     return _formats
 
 
+def _by_contents(path: str) -> str | None:
+    """The key of the format that recognises the file's contents, for a name
+    no format's extension claims (x.ppm, x.pic); None leaves the choice to
+    the library (by extension, else its default format)."""
+    if any(ext and path.endswith(ext) for _, ext, _ in formats()) or not os.path.isfile(path):
+        return None
+    key = lib.ORX_get_file_type(os.fsencode(path), ffi.NULL, ffi.NULL)
+    found = ffi.string(key).decode() if key != ffi.NULL else "__none_"
+    return None if found == "__none_" else found
+
+
 class ImageFile:
     """An image file open for reading.  The description is there without
     reading pixels; lines are read on demand; operators are layers pushed
@@ -83,7 +94,7 @@ class ImageFile:
         request = ffi.new("ORX_INFO *")
         lib.ORX_info_init(request)
         request.handle = _save(self.path)
-        request.type = _save(type)
+        request.type = _save(type or _by_contents(self.path))
         request.full_path = 1
         _errors.clear()
         obj = lib.ORX_open(request, b"r")

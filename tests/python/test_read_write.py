@@ -103,3 +103,12 @@ def test_description_survives_a_round_trip(tmp_path):
     assert b.gamma == 1.0 and b.chromaticities["white"] == pytest.approx((0.3127, 0.329), 1e-4)
     assert b.channel_names == ["R", "G", "B", "A"] and b.window.width == 10
     assert b.format == "rla"
+
+
+def test_a_name_no_extension_claims_is_read_by_its_contents(tmp_path):
+    needs("png")
+    a = pattern(5, 7, 3, np.uint8)
+    orx.write(tmp_path / "a.png", a)
+    (tmp_path / "a.png").rename(tmp_path / "a.picture")
+    b = orx.read(tmp_path / "a.picture")
+    assert b.format == "png" and np.array_equal(b, a)
