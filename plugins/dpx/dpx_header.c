@@ -12,7 +12,7 @@
 #include "orx/err.h"
 #include "plugin_kit.h"
 
-static uint32_t get32(const unsigned char *p, int big) {
+uint32_t dpx_get32(const unsigned char *p, int big) {
   return big ? (uint32_t)p[0] << 24 | (uint32_t)p[1] << 16 | (uint32_t)p[2] << 8 | p[3]
              : (uint32_t)p[3] << 24 | (uint32_t)p[2] << 16 | (uint32_t)p[1] << 8 | p[0];
 }
@@ -31,7 +31,7 @@ static void put16(unsigned char *p, uint32_t v, int big) {
 }
 
 static float get_real(const unsigned char *p, int big) {
-  const uint32_t w = get32(p, big);
+  const uint32_t w = dpx_get32(p, big);
   float f;
   memcpy(&f, &w, 4);
   return f;
@@ -46,13 +46,9 @@ static void put_real(unsigned char *p, float f, int big) {
 #define kUndefined32 0xFFFFFFFFu
 
 /* The header's fields that are attributes, as OpenImageIO names them. */
-typedef enum { F_TEXT, F_U8, F_U32, F_REAL, F_TIMECODE } FieldKind;
-static const struct {
-  const char *name;
-  uint16_t at;
-  uint8_t kind;
-  uint8_t length;
-} kFields[] = {
+enum { F_TEXT = DPX_TEXT, F_U8 = DPX_U8, F_U32 = DPX_U32, F_REAL = DPX_REAL,
+       F_TIMECODE = DPX_TIMECODE };
+static const DpxField kFields[] = {
     {"Copyright", 460, F_TEXT, 200},
     {"dpx:DittoKey", 20, F_U32, 4},
     {"dpx:LowData", DPX_ELEMENT_AT + 4, F_U32, 4},
@@ -140,7 +136,7 @@ int dpx_descriptor_channels(int descriptor) {
 }
 
 static void parse_element(const unsigned char *e, int big, DpxElement *el) {
-  el->sign = (int)get32(e, big);
+  el->sign = (int)dpx_get32(e, big);
   el->descriptor = e[20];
   el->transfer = e[21];
   el->colorimetric = e[22];
@@ -148,8 +144,8 @@ static void parse_element(const unsigned char *e, int big, DpxElement *el) {
   el->coding.packing = (int)get16(e + 24, big);
   el->coding.big = big;
   el->encoding = (int)get16(e + 26, big);
-  el->offset = get32(e + 28, big);
-  el->line_padding = get32(e + 32, big);
+  el->offset = dpx_get32(e + 28, big);
+  el->line_padding = dpx_get32(e + 32, big);
   if (el->line_padding == kUndefined32) el->line_padding = 0;
   /* Single-channel 10-bit words hold their first sample low, as every
    * writer of luma stores it (ImageMagick, OpenImageIO). */
@@ -170,8 +166,8 @@ int dpx_parse(const unsigned char *h, size_t n, DpxImage *image, const char *pat
   image->big = big;
   image->orientation = (int)get16(h + 768, big);
   image->elements = (int)get16(h + 770, big);
-  image->width = get32(h + 772, big);
-  image->height = get32(h + 776, big);
+  image->width = dpx_get32(h + 772, big);
+  image->height = dpx_get32(h + 776, big);
   if (image->elements < 1 || image->elements > 8)
     return kit_fail(ORX_E_NOT_OUR_FILE, "dpx: %s: %d image elements (1 to 8)", path,
                     image->elements);
@@ -195,7 +191,7 @@ int dpx_parse(const unsigned char *h, size_t n, DpxImage *image, const char *pat
   if (el->coding.packing > DPX_FILLED_B)
     return kit_fail(ORX_E_NOT_OUR_FILE, "dpx: %s: packing %d is unknown", path,
                     el->coding.packing);
-  if (el->offset == kUndefined32 || el->offset == 0) el->offset = get32(h + 4, big);
+  if (el->offset == kUndefined32 || el->offset == 0) el->offset = dpx_get32(h + 4, big);
   /* Luma followed by an alpha element of the same coding: the matte. */
   if (image->elements >= 2 && el->descriptor == DPX_LUMA) {
     DpxElement *alpha = &image->element[1];
@@ -207,15 +203,15 @@ int dpx_parse(const unsigned char *h, size_t n, DpxImage *image, const char *pat
   }
   if (image->elements > 1 + image->has_alpha_element)
     kit_note("dpx: %s: the first of %d image elements read", path, image->elements);
-  image->x_offset = get32(h + 1408, big);
-  image->y_offset = get32(h + 1412, big);
-  image->original_width = get32(h + 1424, big);
-  image->original_height = get32(h + 1428, big);
+  image->x_offset = dpx_get32(h + 1408, big);
+  image->y_offset = dpx_get32(h + 1412, big);
+  image->original_width = dpx_get32(h + 1424, big);
+  image->original_height = dpx_get32(h + 1428, big);
   if (image->x_offset > INT32_MAX / 2) image->x_offset = 0;
   if (image->y_offset > INT32_MAX / 2) image->y_offset = 0;
   if (image->original_width > INT32_MAX / 2) image->original_width = 0;
   if (image->original_height > INT32_MAX / 2) image->original_height = 0;
-  const uint32_t across = get32(h + 1628, big), down = get32(h + 1632, big);
+  const uint32_t across = dpx_get32(h + 1628, big), down = dpx_get32(h + 1632, big);
   image->pixel_aspect = across != 0 && down != 0 && across != kUndefined32 && down != kUndefined32
                             ? (double)across / down
                             : 1.0;
@@ -224,7 +220,7 @@ int dpx_parse(const unsigned char *h, size_t n, DpxImage *image, const char *pat
 
 /* A text field's characters up to its first NUL, or "" when it is
  * undefined (a writer fills unused fields with NUL or 0xFF). */
-static void field_text(const unsigned char *p, size_t length, char *out) {
+void dpx_field_text(const unsigned char *p, size_t length, char *out) {
   size_t k = 0;
   while (k < length && p[k] != 0 && p[k] != 0xFF) {
     out[k] = (char)p[k];
@@ -250,54 +246,64 @@ static int set_text(ORX_INFO *info, const char *name, const char *text) {
   return set;
 }
 
-int dpx_describe(ORX_INFO *info, const unsigned char *h, size_t n, const DpxImage *image) {
-  const int big = image->big;
+int dpx_save_text(char **field, const char *text) {
+  if (kit_is_utf8(text)) return kit_save(field, text);
+  char *utf8 = kit_latin1_to_utf8(text);
+  const int saved = utf8 != NULL && kit_save(field, utf8);
+  free(utf8);
+  return saved;
+}
+
+int dpx_describe_fields(ORX_INFO *info, const unsigned char *h, size_t size, int big,
+                        const DpxField *fields, int count) {
   char text[256];
-  for (int i = 0; i < kTextCount; ++i) {
-    field_text(h + kTexts[i].at, kTexts[i].length, text);
-    if (i == 2) date_from_file(text);
-    char *utf8 = kit_is_utf8(text) ? NULL : kit_latin1_to_utf8(text);
-    if (text[0] != 0 && !kit_save((char **)((char *)info + kTexts[i].field),
-                                  utf8 != NULL ? utf8 : text)) {
-      free(utf8);
-      return 0;
-    }
-    free(utf8);
-  }
-  /* The industry headers are there when the file says so. */
-  const uint32_t generic = get32(h + 24, big), industry = get32(h + 28, big);
-  const size_t end = generic + (uint64_t)industry >= DPX_HEADER_SIZE && n >= DPX_HEADER_SIZE
-                         ? DPX_HEADER_SIZE
-                         : DPX_GENERIC_SIZE;
   int ok = 1;
-  for (int i = 0; ok && i < kFieldCount; ++i) {
-    const unsigned char *p = h + kFields[i].at;
-    if (kFields[i].at + kFields[i].length > end) continue;
-    const uint32_t w = get32(p, big);
-    switch (kFields[i].kind) {
+  for (int i = 0; ok && i < count; ++i) {
+    const unsigned char *p = h + fields[i].at;
+    if ((size_t)fields[i].at + fields[i].length > size) continue;
+    const uint32_t w = fields[i].length >= 4 ? dpx_get32(p, big) : 0;
+    switch (fields[i].kind) {
       case F_TEXT:
-        field_text(p, kFields[i].length, text);
-        if (text[0] != 0) ok = set_text(info, kFields[i].name, text);
+        dpx_field_text(p, fields[i].length, text);
+        if (text[0] != 0) ok = set_text(info, fields[i].name, text);
         break;
       case F_U8:
-        if (*p != 0xFF) ok = ORX_attr_set_int(info, 0, kFields[i].name, *p) == 0;
+        if (*p != 0xFF) ok = ORX_attr_set_int(info, 0, fields[i].name, *p) == 0;
         break;
       case F_U32:
-        if (w != kUndefined32) ok = ORX_attr_set_int(info, 0, kFields[i].name, (int32_t)w) == 0;
+        if (w != kUndefined32) ok = ORX_attr_set_int(info, 0, fields[i].name, (int32_t)w) == 0;
         break;
       case F_REAL:
         if (w != kUndefined32 && !isnan(get_real(p, big)))
-          ok = ORX_attr_set_float(info, 0, kFields[i].name, get_real(p, big)) == 0;
+          ok = ORX_attr_set_float(info, 0, fields[i].name, get_real(p, big)) == 0;
         break;
       default: /* F_TIMECODE: hours, minutes, seconds and frames in BCD */
         if (w != kUndefined32) {
           snprintf(text, sizeof text, "%02x:%02x:%02x:%02x", (unsigned)(w >> 24),
                    (unsigned)(w >> 16 & 0xff), (unsigned)(w >> 8 & 0xff), (unsigned)(w & 0xff));
-          ok = ORX_attr_set_string(info, 0, kFields[i].name, text) == 0;
+          ok = ORX_attr_set_string(info, 0, fields[i].name, text) == 0;
         }
         break;
     }
   }
+  return ok;
+}
+
+int dpx_describe(ORX_INFO *info, const unsigned char *h, size_t n, const DpxImage *image) {
+  const int big = image->big;
+  char text[256];
+  for (int i = 0; i < kTextCount; ++i) {
+    dpx_field_text(h + kTexts[i].at, kTexts[i].length, text);
+    if (i == 2) date_from_file(text);
+    if (text[0] != 0 && !dpx_save_text((char **)((char *)info + kTexts[i].field), text))
+      return 0;
+  }
+  /* The industry headers are there when the file says so. */
+  const uint32_t generic = dpx_get32(h + 24, big), industry = dpx_get32(h + 28, big);
+  const size_t end = generic + (uint64_t)industry >= DPX_HEADER_SIZE && n >= DPX_HEADER_SIZE
+                         ? DPX_HEADER_SIZE
+                         : DPX_GENERIC_SIZE;
+  const int ok = dpx_describe_fields(info, h, end, big, kFields, kFieldCount);
   if (!ok) return 0;
   const DpxElement *el = &image->element[0];
   static const char *const kDescriptors[] = {"Red", "Green", "Blue", "Alpha", "", "Luma"};
@@ -306,7 +312,7 @@ int dpx_describe(ORX_INFO *info, const unsigned char *h, size_t n, const DpxImag
                            : el->descriptor == DPX_RGBA ? "RGBA"
                                                         : "ABGR";
   char version[9];
-  field_text(h + 8, 8, version);
+  dpx_field_text(h + 8, 8, version);
   if ((version[0] != 0 && ORX_attr_set_string(info, 0, "dpx:Version", version) != 0) ||
       ORX_attr_set_string(info, 0, "dpx:ImageDescriptor", descriptor) != 0 ||
       ORX_attr_set_string(info, 0, "dpx:Packing", dpx_packing_name(el->coding.packing)) != 0 ||

@@ -42,6 +42,30 @@ typedef struct DpxImage {
   double pixel_aspect;
 } DpxImage;
 
+/* A header field that is an attribute of the image, both in DPX and in
+ * Cineon files: text of length bytes, a byte, a 32-bit unsigned integer or
+ * real, or a BCD time code.  Fields of all one bits are undefined. */
+typedef enum { DPX_TEXT, DPX_U8, DPX_U32, DPX_REAL, DPX_TIMECODE } DpxFieldKind;
+typedef struct DpxField {
+  const char *name;
+  uint16_t at;
+  uint8_t kind;
+  uint8_t length;
+} DpxField;
+
+/* The defined fields of a header of size bytes as attributes of image 0;
+ * 0 when memory ran out. */
+int dpx_describe_fields(ORX_INFO *info, const unsigned char *h, size_t size, int big,
+                        const DpxField *fields, int count);
+/* A 32-bit number of a header. */
+uint32_t dpx_get32(const unsigned char *p, int big);
+/* A text field's characters up to its first NUL (out holds length + 1
+ * bytes); "" when the field is undefined. */
+void dpx_field_text(const unsigned char *p, size_t length, char *out);
+/* A header text as UTF-8 (Latin-1 converted) into a header text field of
+ * the library; 0 when memory ran out. */
+int dpx_save_text(char **field, const char *text);
+
 /* Fills image from the header (h: n bytes read from the file's start, at
  * least DPX_GENERIC_SIZE); 1, or 0 after a report naming path of what makes
  * the file unreadable. */
