@@ -385,7 +385,7 @@ static void format_element(unsigned char *e, const DpxElement *el, int big) {
   put16(e + 24, (uint32_t)el->coding.packing, big);
   put16(e + 26, 0, big);
   put32(e + 28, el->offset, big);
-  put32(e + 32, 0, big);
+  put32(e + 32, el->line_padding, big);
   put32(e + 36, 0, big);
   put_text(e + 40, 32, NULL);
 }
@@ -471,7 +471,7 @@ int dpx_format(unsigned char h[DPX_HEADER_SIZE], ORX_INFO *info, const DpxImage 
   return ORX_attr_set_string(info, 0, "dpx:Version", "V2.0") == 0 &&
          ORX_attr_set_string(info, 0, "dpx:ImageDescriptor", descriptor) == 0 &&
          ORX_attr_set_string(info, 0, "dpx:Packing", dpx_packing_name(el->coding.packing)) == 0 &&
-         ORX_attr_set_int(info, 0, "dpx:EndOfLinePadding", 0) == 0;
+         ORX_attr_set_int(info, 0, "dpx:EndOfLinePadding", (int32_t)el->line_padding) == 0;
 }
 
 /* The transfer and colorimetric codes a writer stores: those of the

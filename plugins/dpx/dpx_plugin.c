@@ -249,6 +249,12 @@ static int plan(ORX_OBJECT *object, DpxImage *image) {
                              : DPX_FILLED_A;
     el->coding.low_first = dpx_descriptor_channels(el->descriptor) == 1;
     el->coding.pad_rows = el->coding.packing == DPX_PACKED;
+    /* Rows of bytes end on a word too, the padding said in the header:
+     * ImageMagick skips to the word and OpenImageIO skips the padding. */
+    if (bits == 8) {
+      const uint64_t n = (uint64_t)image->width * (uint64_t)(k == 0 && colour == 3 ? 3 + alpha : 1);
+      el->line_padding = (uint32_t)((4 - n % 4) % 4);
+    }
   }
   return 1;
 }
@@ -296,7 +302,8 @@ static int encode(ORX_OBJECT *object, Dpx *d) {
   for (int k = 0; k < elements; ++k) {
     DpxElement *el = &image->element[k];
     const int samples = elements == 2 ? 1 : channels;
-    row_bytes[k] = dpx_row_bytes(&el->coding, (uint64_t)width * (uint64_t)samples);
+    row_bytes[k] = dpx_row_bytes(&el->coding, (uint64_t)width * (uint64_t)samples) +
+                   el->line_padding;
     el->offset = (uint32_t)at;
     at += row_bytes[k] * image->height;
   }
@@ -311,6 +318,7 @@ static int encode(ORX_OBJECT *object, Dpx *d) {
   unsigned char *row = (unsigned char *)kit_allocate((size_t)row_bytes[0]);
   unsigned char *one = (unsigned char *)kit_allocate((size_t)width * (size_t)size + 1);
   FILE *file = row != NULL && one != NULL ? fopen(d->path, "wb") : NULL;
+  if (row != NULL) memset(row, 0, (size_t)row_bytes[0]);
   int ok = file != NULL && fwrite(header, 1, sizeof header, file) == sizeof header;
   for (int k = 0; ok && k < elements; ++k)
     for (int32_t r = 0; ok && r < (int32_t)image->height; ++r) {
