@@ -403,6 +403,8 @@ int dpx_format(unsigned char h[DPX_HEADER_SIZE], ORX_INFO *info, const DpxImage 
   put32(h + 28, DPX_HEADER_SIZE - DPX_GENERIC_SIZE, big);
   put32(h + 32, 0, big);
   put_text(h + 36, 100, NULL);
+  for (int k = 0; k < 1 + image->has_alpha_element; ++k)
+    format_element(h + DPX_ELEMENT_AT + k * DPX_ELEMENT_SIZE, &image->element[k], big);
   for (int i = 0; i < kTextCount; ++i) {
     char date[32];
     char scratch[32];
@@ -426,8 +428,6 @@ int dpx_format(unsigned char h[DPX_HEADER_SIZE], ORX_INFO *info, const DpxImage 
   put16(h + 768, 0, big);
   for (uint32_t k = 0; k < 8; ++k)
     if (kOrientations[k] == orientation) put16(h + 768, k, big);
-  for (int k = 0; k < 1 + image->has_alpha_element; ++k)
-    format_element(h + DPX_ELEMENT_AT + k * DPX_ELEMENT_SIZE, &image->element[k], big);
   put_text(h + 1356, 52, NULL);
   put32(h + 1408, image->x_offset, big);
   put32(h + 1412, image->y_offset, big);
