@@ -84,5 +84,11 @@ int tiff_read(const std::uint8_t *data, std::size_t size) {
 int exr_read(const std::uint8_t *data, std::size_t size) {
   return read_all("exr", "exr", ".exr", data, size);
 }
+int dpx_read(const std::uint8_t *data, std::size_t size) {
+  return read_all("dpx", "dpx", ".dpx", data, size);
+}
+int cineon_read(const std::uint8_t *data, std::size_t size) {
+  return read_all("cineon", "cineon", ".cin", data, size);
+}
 
 }  // namespace orx::fuzz
