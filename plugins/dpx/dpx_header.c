@@ -211,10 +211,21 @@ int dpx_parse(const unsigned char *h, size_t n, DpxImage *image, const char *pat
   if (image->y_offset > INT32_MAX / 2) image->y_offset = 0;
   if (image->original_width > INT32_MAX / 2) image->original_width = 0;
   if (image->original_height > INT32_MAX / 2) image->original_height = 0;
+  /* Rows are handed out window-wide: a window far wider than the pixels
+   * (a damaged original size or offset) would cost memory no pixel needs. */
+  const uint64_t wide = (uint64_t)image->x_offset + image->width > image->original_width
+                            ? (uint64_t)image->x_offset + image->width
+                            : image->original_width;
+  if (wide > 16 * (uint64_t)image->width + 65536) {
+    kit_warn("dpx: %s: the picture's offset and original size ignored (%lu columns for %lu "
+             "pixels a row)", path, (unsigned long)wide, (unsigned long)image->width);
+    image->x_offset = image->y_offset = image->original_width = image->original_height = 0;
+  }
   const uint32_t across = dpx_get32(h + 1628, big), down = dpx_get32(h + 1632, big);
-  image->pixel_aspect = across != 0 && down != 0 && across != kUndefined32 && down != kUndefined32
+  const double aspect = across != kUndefined32 && down != kUndefined32 && down != 0
                             ? (double)across / down
                             : 1.0;
+  image->pixel_aspect = aspect >= 1e-4 && aspect <= 1e4 ? aspect : 1.0;
   return 1;
 }
 

@@ -7,8 +7,8 @@
  * after luma as its matte.  The x and y offsets and the original size give
  * the active window within the window; the orientation code becomes
  * `Orientation` (pixels as stored); texts, film and television fields
- * become header texts and `dpx:` attributes (dpx_header.c).  Writing: luma
- * (with an alpha element), RGB or RGBA, at the nearest depth that holds the
+ * become header texts and `dpx:` attributes (dpx_header.c).  Writing: luma,
+ * RGB or RGBA (grey with a matte as RGBA), at the nearest depth that holds the
  * host's samples or the one the settings ask for, 10 and 12-bit samples
  * filled (method A or B) or packed, big- or little-endian.  Samples are
  * kept as the file holds them, alpha associated as OpenImageIO takes it. */
@@ -209,7 +209,7 @@ static int plan_depth(ORX_OBJECT *object, int *bits) {
   return 1;
 }
 
-/* What the host's descriptor becomes: elements, depth, coding, windows. */
+/* What the host's descriptor becomes: element, depth, coding, windows. */
 static int plan(ORX_OBJECT *object, DpxImage *image) {
   const ORX_IFD *ifd = &object->info.images[0];
   const char *path = object->info.handle;
@@ -233,28 +233,29 @@ static int plan(ORX_OBJECT *object, DpxImage *image) {
   image->original_width = (uint32_t)(w->right - w->left + 1);
   image->original_height = (uint32_t)(w->top - w->bottom + 1);
   image->pixel_aspect = kit_pixel_aspect(ifd);
-  image->has_alpha_element = colour == 1 && alpha;
+  /* Grey with a matte is stored as RGBA, as ImageMagick stores it (neither
+   * it nor OpenImageIO reads a matte from an element of its own). */
+  if (colour == 1 && alpha && !kit_narrowed(object, 0, "grey with a matte stored as RGBA"))
+    return 0;
   int transfer = 255, colorimetric = 255;
   dpx_transfer_codes(&object->info, &transfer, &colorimetric);
-  for (int k = 0; k < 1 + image->has_alpha_element; ++k) {
-    DpxElement *el = &image->element[k];
-    el->descriptor = k == 1 ? DPX_ALPHA : colour == 1 ? DPX_LUMA : alpha ? DPX_RGBA : DPX_RGB;
-    el->transfer = transfer;
-    el->colorimetric = colorimetric;
-    el->coding.bits = bits;
-    el->coding.big = image->big;
-    /* The packing is a choice for 10 and 12 bits; other widths fill. */
-    el->coding.packing = (bits == 10 || bits == 12) && pack >= 0 && pack <= DPX_FILLED_B
-                             ? pack
-                             : DPX_FILLED_A;
-    el->coding.low_first = dpx_descriptor_channels(el->descriptor) == 1;
-    el->coding.pad_rows = el->coding.packing == DPX_PACKED;
-    /* Rows of bytes end on a word too, the padding said in the header:
-     * ImageMagick skips to the word and OpenImageIO skips the padding. */
-    if (bits == 8) {
-      const uint64_t n = (uint64_t)image->width * (uint64_t)(k == 0 && colour == 3 ? 3 + alpha : 1);
-      el->line_padding = (uint32_t)((4 - n % 4) % 4);
-    }
+  DpxElement *el = &image->element[0];
+  el->descriptor = alpha ? DPX_RGBA : colour == 1 ? DPX_LUMA : DPX_RGB;
+  el->transfer = transfer;
+  el->colorimetric = colorimetric;
+  el->coding.bits = bits;
+  el->coding.big = image->big;
+  /* The packing is a choice for 10 and 12 bits; other widths fill. */
+  el->coding.packing =
+      (bits == 10 || bits == 12) && pack >= 0 && pack <= DPX_FILLED_B ? pack : DPX_FILLED_A;
+  el->coding.low_first = el->descriptor == DPX_LUMA;
+  el->coding.pad_rows = el->coding.packing == DPX_PACKED;
+  /* Rows of 8 and 16-bit samples end on a word too, the padding said in
+   * the header: ImageMagick reads such rows to the word, OpenImageIO skips
+   * the padding the header states. */
+  if (bits == 8 || bits == 16) {
+    const uint64_t n = (uint64_t)image->width * (uint64_t)dpx_descriptor_channels(el->descriptor);
+    el->line_padding = (uint32_t)((4 - n * (uint64_t)bits / 8 % 4) % 4);
   }
   return 1;
 }
@@ -291,53 +292,59 @@ int imageWriteOpen(ORX_OBJECT *object) {
   return 1;
 }
 
-/* Writes the header and every element's rows; 0 or a negative status. */
+/* Grey and matte pixels as RGBA ones, the grey repeated in R, G and B. */
+static void grey_to_rgba(const unsigned char *in, unsigned char *out, size_t width, size_t size) {
+  for (size_t x = 0; x < width; ++x, in += 2 * size, out += 4 * size) {
+    for (int k = 0; k < 3; ++k) memcpy(out + (size_t)k * size, in, size);
+    memcpy(out + 3 * size, in + size, size);
+  }
+}
+
+/* Writes the header and the rows; 0 or a negative status. */
 static int encode(ORX_OBJECT *object, Dpx *d) {
   kit_plane_complete(&d->plane);
   DpxImage *image = &d->image;
-  const int elements = 1 + image->has_alpha_element;
+  DpxElement *el = &image->element[0];
   const int channels = d->plane.channels;
-  const uint32_t width = image->width;
-  uint64_t at = DPX_HEADER_SIZE, row_bytes[2] = {0, 0};
-  for (int k = 0; k < elements; ++k) {
-    DpxElement *el = &image->element[k];
-    const int samples = elements == 2 ? 1 : channels;
-    row_bytes[k] = dpx_row_bytes(&el->coding, (uint64_t)width * (uint64_t)samples) +
-                   el->line_padding;
-    el->offset = (uint32_t)at;
-    at += row_bytes[k] * image->height;
-  }
-  if (at > UINT32_MAX || row_bytes[0] == 0) {
+  const int samples = dpx_descriptor_channels(el->descriptor);
+  const size_t width = image->width;
+  const uint64_t row_bytes =
+      dpx_row_bytes(&el->coding, (uint64_t)width * (uint64_t)samples) + el->line_padding;
+  el->offset = DPX_HEADER_SIZE;
+  const uint64_t size = DPX_HEADER_SIZE + row_bytes * image->height;
+  if (size > UINT32_MAX || row_bytes == 0) {
     kit_fail(ORX_E_UNSUPPORTED, "dpx: %s: the image needs more than the 4 GB a file can hold",
              d->path);
     return ORX_E_UNSUPPORTED;
   }
   unsigned char header[DPX_HEADER_SIZE];
-  if (!dpx_format(header, &object->info, image, (uint32_t)at)) return ORX_E_NO_MEMORY;
-  const int size = dpx_sample_size(image->element[0].coding.bits);
-  unsigned char *row = (unsigned char *)kit_allocate((size_t)row_bytes[0]);
-  unsigned char *one = (unsigned char *)kit_allocate((size_t)width * (size_t)size + 1);
-  FILE *file = row != NULL && one != NULL ? fopen(d->path, "wb") : NULL;
-  if (row != NULL) memset(row, 0, (size_t)row_bytes[0]);
+  if (!dpx_format(header, &object->info, image, (uint32_t)size)) return ORX_E_NO_MEMORY;
+  const size_t sample = (size_t)dpx_sample_size(el->coding.bits);
+  unsigned char *row = (unsigned char *)kit_allocate((size_t)row_bytes);
+  unsigned char *rgba =
+      samples != channels ? (unsigned char *)kit_allocate(width * 4 * sample) : NULL;
+  if (row == NULL || (samples != channels && rgba == NULL)) {
+    ERR_free(row);
+    return ORX_E_NO_MEMORY;
+  }
+  memset(row, 0, (size_t)row_bytes);
+  FILE *file = fopen(d->path, "wb");
   int ok = file != NULL && fwrite(header, 1, sizeof header, file) == sizeof header;
-  for (int k = 0; ok && k < elements; ++k)
-    for (int32_t r = 0; ok && r < (int32_t)image->height; ++r) {
-      const DpxCoding *coding = &image->element[k].coding;
-      if (elements == 1) {
-        dpx_pack(coding, kit_plane_pixels(&d->plane, r), row, (size_t)width * (size_t)channels);
-      } else {
-        kit_plane_get(&d->plane, r, 0, (int32_t)width, one, k, 1);
-        dpx_pack(coding, one, row, width);
-      }
-      ok = fwrite(row, 1, (size_t)row_bytes[k], file) == row_bytes[k];
+  for (int32_t r = 0; ok && r < (int32_t)image->height; ++r) {
+    const unsigned char *pixels = kit_plane_pixels(&d->plane, r);
+    if (rgba != NULL) {
+      grey_to_rgba(pixels, rgba, width, sample);
+      pixels = rgba;
     }
+    dpx_pack(&el->coding, pixels, row, width * (size_t)samples);
+    ok = fwrite(row, 1, (size_t)row_bytes, file) == row_bytes;
+  }
   ERR_free(row);
-  ERR_free(one);
+  ERR_free(rgba);
   if (file != NULL && fclose(file) != 0) ok = 0;
   if (!ok) {
-    kit_fail(row == NULL || one == NULL ? ORX_E_NO_MEMORY : ORX_E_WRITE, "dpx: cannot write %s",
-             d->path);
-    return row == NULL || one == NULL ? ORX_E_NO_MEMORY : ORX_E_WRITE;
+    kit_fail(ORX_E_WRITE, "dpx: cannot write %s", d->path);
+    return ORX_E_WRITE;
   }
   return 0;
 }

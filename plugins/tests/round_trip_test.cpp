@@ -159,10 +159,10 @@ const Case kCases[] = {
     {"jpeg", ".jpg", {1, 0, 0, I, 8}, 0.02, true, {1, 0, 0, I, 8}},
     {"jpeg", ".jpg", {3, 0, 0, I, 8}, 0.1, true, {3, 0, 0, I, 8}},
     {"jpeg", ".jpg", {3, 0, 0, F, 32}, 0.1, true, {3, 0, 0, I, 8}},
-    // DPX keeps 8, 10, 12, 16-bit and float samples; grey's matte is an
-    // element of its own; other widths are widened, doubles narrowed.
+    // DPX keeps 8, 10, 12, 16-bit and float samples; other widths are
+    // widened.
     {"dpx", ".dpx", {1, 0, 0, I, 8}, 0, false, {1, 0, 0, I, 8}},
-    {"dpx", ".dpx", {1, 1, 0, I, 10}, 0, false, {1, 1, 0, I, 10}},
+    {"dpx", ".dpx", {1, 0, 0, I, 10}, 0, false, {1, 0, 0, I, 10}},
     {"dpx", ".dpx", {3, 0, 0, I, 10}, 0, false, {3, 0, 0, I, 10}},
     {"dpx", ".dpx", {3, 1, 0, I, 12}, 0, false, {3, 1, 0, I, 12}},
     {"dpx", ".dpx", {3, 1, 2, I, 16}, 0, false, {3, 1, 0, I, 16}},
