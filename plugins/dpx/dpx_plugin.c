@@ -27,7 +27,8 @@ const char *imageKey = "dpx";
 const char *imageExtension = ".dpx";
 const char *imageName = "DPX";
 const char *imageDescription =
-    "Digital Picture Exchange: 8, 10, 12, 16-bit and float luma, RGB, RGBA; filled or packed";
+    "Digital Picture Exchange: 8, 10, 12, 16-bit, float and double luma, RGB, RGBA; filled or "
+    "packed";
 const char *imageNameSyntax = "Name.####.dpx";
 int imageOrientation = 0; /* rows are stored top first */
 int imageNumberOfChannels = 3;
@@ -42,7 +43,7 @@ int imageAccess = ORX_ACCESS_READ | ORX_ACCESS_WRITE | ORX_ACCESS_RANDOM;
 enum { kCapDepth = 0, kCapPacking = 1, kCapOrder = 2 };
 static ORX_CAP_LIST_ENTRY depths[] = {
     {0, "source", 0, NULL}, {8, "8", 0, NULL},      {10, "10", 0, NULL}, {12, "12", 0, NULL},
-    {16, "16", 0, NULL},    {32, "float", 0, NULL}, {0, NULL, 0, NULL},
+    {16, "16", 0, NULL},    {32, "float", 0, NULL}, {64, "double", 0, NULL}, {0, NULL, 0, NULL},
 };
 static ORX_CAP_LIST depth = {0, 0, depths};
 static ORX_CAP_LIST_ENTRY packings[] = {
@@ -192,18 +193,18 @@ static int plan_depth(ORX_OBJECT *object, int *bits) {
     else if (groups[g]->bits > widest) widest = groups[g]->bits;
   }
   const int asked = kit_setting_int(object, kCapDepth, 0);
-  *bits = asked == 8 || asked == 10 || asked == 12 || asked == 16 || asked == 32 ? asked
-          : floating                                                           ? 32
+  *bits = asked == 8 || asked == 10 || asked == 12 || asked == 16 || asked >= 32 ? asked
+          : floating                                                           ? 32 * floating
           : widest <= 8                                                        ? 8
           : widest <= 10                                                       ? 10
           : widest <= 12                                                       ? 12
                                                                                : 16;
-  if (floating && *bits != 32 &&
+  if (floating && *bits < 32 &&
       !kit_narrowed(object, 0, "floating-point samples stored as %d-bit integers", *bits))
     return 0;
   if (floating == 2 && *bits == 32 && !kit_narrowed(object, 0, "double samples stored as float"))
     return 0;
-  if (!floating && *bits != 32 && widest > *bits &&
+  if (!floating && *bits < 32 && widest > *bits &&
       !kit_narrowed(object, 0, "%d-bit samples stored in %d bits", widest, *bits))
     return 0;
   return 1;
@@ -278,7 +279,7 @@ int imageWriteOpen(ORX_OBJECT *object) {
   const int bits = image.element[0].coding.bits;
   KitLayout layout = kit_layout_of(d->ifd);
   for (int g = 0; g < 2; ++g) {
-    layout.type[g] = bits == 32 ? ORX_C_FLOAT : ORX_C_INTEGER;
+    layout.type[g] = bits == 32 ? ORX_C_FLOAT : bits == 64 ? ORX_C_DOUBLE : ORX_C_INTEGER;
     layout.bits[g] = bits;
   }
   if (layout.count[1] > 1) layout.count[1] = 1;

@@ -167,6 +167,7 @@ const Case kCases[] = {
     {"dpx", ".dpx", {3, 1, 0, I, 12}, 0, false, {3, 1, 0, I, 12}},
     {"dpx", ".dpx", {3, 1, 2, I, 16}, 0, false, {3, 1, 0, I, 16}},
     {"dpx", ".dpx", {3, 1, 0, F, 32}, 0, false, {3, 1, 0, F, 32}},
+    {"dpx", ".dpx", {1, 0, 0, ORX_C_DOUBLE, 64}, 0, false, {1, 0, 0, ORX_C_DOUBLE, 64}},
     {"dpx", ".dpx", {1, 0, 0, I, 5}, 1.0 / 255, false, {1, 0, 0, I, 8}},
     {"dpx", ".dpx", {2, 0, 0, I, 8}, 0, false, {}},
 };
