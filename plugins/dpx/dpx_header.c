@@ -457,6 +457,7 @@ int dpx_format(unsigned char h[DPX_HEADER_SIZE], ORX_INFO *info, const DpxImage 
   put_text(h + 1732, 132, NULL);
   put_text(h + 1864, 56, NULL);
   put_text(h + 1972, 76, NULL);
+  h[1930] = 0; /* the video signal: undefined */
   for (int i = 0; i < kFieldCount; ++i) {
     unsigned char *p = h + kFields[i].at;
     const char *name = kFields[i].name;
