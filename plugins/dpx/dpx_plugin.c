@@ -193,12 +193,14 @@ static int plan_depth(ORX_OBJECT *object, int *bits) {
     else if (groups[g]->bits > widest) widest = groups[g]->bits;
   }
   const int asked = kit_setting_int(object, kCapDepth, 0);
-  *bits = asked == 8 || asked == 10 || asked == 12 || asked == 16 || asked >= 32 ? asked
-          : floating                                                           ? 32 * floating
-          : widest <= 8                                                        ? 8
-          : widest <= 10                                                       ? 10
-          : widest <= 12                                                       ? 12
-                                                                               : 16;
+  const int valid = asked == 8 || asked == 10 || asked == 12 || asked == 16 || asked == 32 ||
+                    asked == 64;
+  *bits = valid ? asked
+          : floating ? 32 * floating
+          : widest <= 8 ? 8
+          : widest <= 10 ? 10
+          : widest <= 12 ? 12
+                         : 16;
   if (floating && *bits < 32 &&
       !kit_narrowed(object, 0, "floating-point samples stored as %d-bit integers", *bits))
     return 0;
