@@ -47,5 +47,7 @@ int tiff_read(const std::uint8_t *data, std::size_t size);
 int exr_read(const std::uint8_t *data, std::size_t size);
 int hdr_read(const std::uint8_t *data, std::size_t size);
 int pnm_read(const std::uint8_t *data, std::size_t size);
+int dpx_read(const std::uint8_t *data, std::size_t size);
+int cineon_read(const std::uint8_t *data, std::size_t size);
 
 }  // namespace orx::fuzz

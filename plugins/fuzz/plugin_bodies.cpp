@@ -90,5 +90,11 @@ int hdr_read(const std::uint8_t *data, std::size_t size) {
 int pnm_read(const std::uint8_t *data, std::size_t size) {
   return read_all("pnm", "pnm", ".pnm", data, size);
 }
+int dpx_read(const std::uint8_t *data, std::size_t size) {
+  return read_all("dpx", "dpx", ".dpx", data, size);
+}
+int cineon_read(const std::uint8_t *data, std::size_t size) {
+  return read_all("cineon", "cineon", ".cin", data, size);
+}
 
 }  // namespace orx::fuzz

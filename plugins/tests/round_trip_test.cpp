@@ -175,6 +175,17 @@ const Case kCases[] = {
     {"pnm", ".pnm", {3, 0, 0, F, 32}, 0, false, {3, 0, 0, F, 32}},
     {"pnm", ".pnm", {1, 0, 1, F, 32}, 0, false, {1, 0, 0, F, 32}},
     {"pnm", ".pnm", {2, 0, 0, I, 8}, 0, false, {}},
+    // DPX keeps 8, 10, 12, 16-bit and float samples; other widths are
+    // widened.
+    {"dpx", ".dpx", {1, 0, 0, I, 8}, 0, false, {1, 0, 0, I, 8}},
+    {"dpx", ".dpx", {1, 0, 0, I, 10}, 0, false, {1, 0, 0, I, 10}},
+    {"dpx", ".dpx", {3, 0, 0, I, 10}, 0, false, {3, 0, 0, I, 10}},
+    {"dpx", ".dpx", {3, 1, 0, I, 12}, 0, false, {3, 1, 0, I, 12}},
+    {"dpx", ".dpx", {3, 1, 2, I, 16}, 0, false, {3, 1, 0, I, 16}},
+    {"dpx", ".dpx", {3, 1, 0, F, 32}, 0, false, {3, 1, 0, F, 32}},
+    {"dpx", ".dpx", {1, 0, 0, ORX_C_DOUBLE, 64}, 0, false, {1, 0, 0, ORX_C_DOUBLE, 64}},
+    {"dpx", ".dpx", {1, 0, 0, I, 5}, 1.0 / 255, false, {1, 0, 0, I, 8}},
+    {"dpx", ".dpx", {2, 0, 0, I, 8}, 0, false, {}},
 };
 
 // Every test runs with the plug-ins loaded and the error service clean.
@@ -267,7 +278,7 @@ TEST_P(RoundTrip, ReadsBackWhatWasWritten) {
     if (std::string(c.key) == "png") {  // TIFF has no gamma, EXR is linear
       EXPECT_NEAR(info.images[0].curve.gamma, 1.8, 1e-4);
     }
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < 3 && std::string(c.key) != "dpx"; ++i) {  // DPX has none
       EXPECT_NEAR(info.red[i], red[i], 1e-4);
       EXPECT_NEAR(info.white[i], white[i], 1e-4);
     }
@@ -332,6 +343,8 @@ TEST_F(PluginTest, SettingsEveryValueOfASettingRoundTrips) {
       {"jpeg", ".jpg", {3, 0, 0, I, 8}, 0, {20, 60, 98}, 0.3},
       {"hdr", ".hdr", {3, 0, 0, F, 32}, 0, {0, 1}, 1.0 / 256},
       {"pnm", ".pnm", {3, 0, 0, I, 8}, 0, {0, 1}, 0},
+      {"dpx", ".dpx", {3, 0, 0, I, 8}, 0, {8, 10, 16, 32}, 1e-3},
+      {"dpx", ".dpx", {1, 0, 0, I, 12}, 1, {1, 0}, 0},  // filled, packed
   };
   for (const SettingCase &s : cases) {
     if (!has(s.key)) continue;
@@ -433,6 +446,32 @@ TEST_F(PluginTest, HdrAndPnmDamagedFilesAreRefused) {
   ORX_close(object);
 }
 
+// DPX files this reader does not decode, or whose sizes lie, are refused
+// at open with the reason, before any row is allocated.
+TEST_F(PluginTest, DpxUnreadableOrLyingHeadersAreRefused) {
+  if (!has("dpx")) GTEST_SKIP();
+  TempDir dir;
+  const std::string path = dir.file("d.dpx");
+  const Layout l{3, 0, 0, I, 10};
+  Request r(nullptr, path, describe(l, 9, 7));
+  ASSERT_EQ(write_pattern(&r.info, l, false), 0);
+  const std::string good = slurp(path);
+  const struct {
+    std::size_t at;
+    std::string bytes;
+    const char *says;
+  } cases[] = {{806, std::string("\0\1", 2), "run-length encoded image data is not supported"},
+               {800, "\x64", "descriptor 100 is not supported"},
+               {772, std::string("\0\x10", 2), "the file ends before its image data does"},
+               {808, "\xff\xff\xff\0", "the file ends before its image data does"}};
+  for (const auto &c : cases) {
+    std::string bad = good;
+    bad.replace(c.at, c.bytes.size(), c.bytes);
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << bad;
+    expect_refused(path, c.says);
+  }
+}
+
 // Damaged EXR headers are refused at open: a channel list declared shorter
 // than it is (then a string attribute declaring 1.9 GB), a damaged tile
 // header, and chunks beyond the memory limit (a data window far wider than
@@ -454,7 +493,7 @@ TEST_F(PluginTest, ExrDamagedHeadersAreRefusedAtOpen) {
 TEST_F(PluginTest, OutOfMemoryOpenAndScanReportEveryFailure) {
   for (const auto &[key, ext] :
        {std::pair{"png", ".png"}, {"tiff", ".tif"}, {"exr", ".exr"}, {"jpeg", ".jpg"},
-        {"hdr", ".hdr"}, {"pnm", ".pnm"}}) {
+        {"hdr", ".hdr"}, {"pnm", ".pnm"}, {"dpx", ".dpx"}}) {
     if (!has(key)) continue;
     TempDir dir;
     const std::string path = dir.file(std::string("oom") + ext);
