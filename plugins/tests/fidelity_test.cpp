@@ -180,6 +180,27 @@ const Row kRows[] = {
      nullptr, 0.1},
     {"jpeg_orientation_icc",
      BASE ICC "convert {dir}/s.png -profile {dir}/p.icc -orient RightTop {out}", "jpg", 1e-6, nullptr, 0.1},
+    // SGI: OpenImageIO writes verbatim only and ImageMagick 16-bit verbatim
+    // only; our own writer's run-length copies are read back by OpenImageIO.
+    {"sgi_oiio8", BASE "oiiotool {dir}/s.png -o {out}", "sgi", 1e-6},
+    {"sgi_oiio16_grey_alpha", BASE "oiiotool {dir}/a.png --ch R,A -d uint16 -o {out}", "sgi", 1e-6},
+    {"sgi_oiio_five_channels", BASE "oiiotool {dir}/a.png --ch R,G,B,A,R -o {out}", "sgi", 1e-6},
+    {"sgi_magick_rle_rgba", BASE "convert {dir}/a.png -compress RLE SGI:{out}", "sgi", 1e-6},
+    {"sgi_magick_grey", BASE "convert {dir}/s.png -colorspace gray SGI:{out}", "sgi", 1e-6},
+    {"sgi_magick16", BASE "convert {dir}/s.png -depth 16 -compress None SGI:{out}", "sgi", 1e-6},
+    {"sgi_pil", BASE "/usr/bin/python3 -c \"from PIL import Image; "
+     "Image.open('{dir}/s.png').save('{out}', format='SGI')\"", "sgi", 1e-6},
+    // WebP: a lossy copy is read within what the codec loses again.
+    {"webp_oiio_lossy", BASE "oiiotool {dir}/s.png -o {out}", "webp", 1e-6, nullptr, 0.2},
+    {"webp_oiio_lossless_alpha", BASE "oiiotool {dir}/a.png --attrib compression lossless -o {out}",
+     "webp", 1e-6},
+    {"webp_magick_lossless", BASE "convert {dir}/s.png -define webp:lossless=true {out}", "webp", 1e-6},
+    {"webp_magick_alpha", BASE "convert {dir}/a.png -quality 60 {out}", "webp", 1e-6, nullptr, 0.2},
+    {"webp_cwebp_alpha", BASE "cwebp -quiet -q 50 -alpha_q 50 {dir}/a.png -o {out}", "webp", 1e-6,
+     nullptr, 0.2},
+    {"webp_pil_icc_exif", BASE ICC "/usr/bin/python3 -c \"from PIL import Image; e = Image.Exif(); "
+     "e[274] = 6; Image.open('{dir}/s.png').save('{out}', lossless=True, exif=e, "
+     "icc_profile=open('{dir}/p.icc', 'rb').read())\"", "webp", 1e-6},
 };
 #undef OIIO
 #undef BASE
