@@ -84,5 +84,11 @@ int tiff_read(const std::uint8_t *data, std::size_t size) {
 int exr_read(const std::uint8_t *data, std::size_t size) {
   return read_all("exr", "exr", ".exr", data, size);
 }
+int sgi_read(const std::uint8_t *data, std::size_t size) {
+  return read_all("sgi", "sgi", ".sgi", data, size);
+}
+int webp_read(const std::uint8_t *data, std::size_t size) {
+  return read_all("webp", "webp", ".webp", data, size);
+}
 
 }  // namespace orx::fuzz
