@@ -198,6 +198,11 @@ const Row kRows[] = {
     {"webp_magick_alpha", BASE "convert {dir}/a.png -quality 60 {out}", "webp", 1e-6, nullptr, 0.2},
     {"webp_cwebp_alpha", BASE "cwebp -quiet -q 50 -alpha_q 50 {dir}/a.png -o {out}", "webp", 1e-6,
      nullptr, 0.2},
+    // Each frame of an animation an image, composited as OpenImageIO shows it.
+    {"webp_magick_animation", BASE WARM "convert -delay 10 {dir}/s.png {dir}/w.png {out}", "webp",
+     1e-6, nullptr, 0.2},
+    {"webp_img2webp_lossless", BASE WARM "img2webp -lossless {dir}/w.png {dir}/s.png -o {out}",
+     "webp", 1e-6},
     {"webp_pil_icc_exif", BASE ICC "/usr/bin/python3 -c \"from PIL import Image; e = Image.Exif(); "
      "e[274] = 6; Image.open('{dir}/s.png').save('{out}', lossless=True, exif=e, "
      "icc_profile=open('{dir}/p.icc', 'rb').read())\"", "webp", 1e-6},

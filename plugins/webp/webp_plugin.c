@@ -1,9 +1,9 @@
 /* WebP files through libwebp: lossy and lossless, RGB or RGBA, 8 bits a
  * sample.  The ICCP, EXIF and XMP chunks map to the "ICCProfile", the
  * "Orientation" (from the EXIF block) and the "XMP" attributes, both ways;
- * the compression of a file is its descriptor's compression text.  An
- * animated file reads as its first frame composited on the canvas, with a
- * warning naming the frames left out.  WebP's colour is straight and the
+ * the compression of a file is its descriptor's compression text.  Each
+ * frame of an animation is an image, composited on the canvas as players
+ * show it, with its duration.  WebP's colour is straight and the
  * library's matte associated: reading multiplies the colour by the alpha,
  * writing divides it out again, unless the host asks for "unassociated
  * alpha".
@@ -57,62 +57,95 @@ void imageCapability(ORX_CAP_ENTRY **table, int32_t *first, int32_t *second, int
 /* An open file being read. */
 typedef struct Webp {
   const char *path;
-  unsigned char *bytes; /* the whole file */
+  unsigned char *bytes;       /* the whole file */
   size_t size;
   WebPDemuxer *demux;
-  KitPlane plane;
-  int decoded;
   int alpha;
   int frames;
-  int straight;         /* colour passes as stored ("unassociated alpha") */
+  int straight;               /* colour passes as stored ("unassociated alpha") */
+  WebPAnimDecoder *animation; /* an animation's decoder, once a frame is asked for */
+  int position;               /* the frames it has given */
+  struct Frame *shown;        /* the image whose plane holds pixels */
 } Webp;
 
+/* One image: the picture of a still file, or a frame of an animation
+ * composited on the canvas.  Only one frame's pixels are kept at a time. */
+typedef struct Frame {
+  Webp *file;
+  const ORX_IFD *ifd;
+  int index;
+  int decoded;
+  KitPlane plane;
+} Frame;
+
 static int release(ORX_OBJECT *object) {
-  Webp *w = object->private_cell != NULL ? (Webp *)object->private_cell[0] : NULL;
-  if (w == NULL) return 0;
-  object->private_cell[0] = NULL;
-  WebPDemuxDelete(w->demux);
-  free(w->bytes);
-  kit_plane_free(&w->plane);
-  ERR_free(w);
+  Frame *frames = object->private_cell != NULL ? (Frame *)object->private_cell[0] : NULL;
+  if (frames == NULL) return 0;
+  Webp *w = frames[0].file;
+  for (int32_t i = 0; i < object->info.image_count; ++i) {
+    kit_plane_free(&frames[i].plane);
+    object->private_cell[i] = NULL;
+  }
+  if (w != NULL) {
+    WebPAnimDecoderDelete(w->animation);
+    WebPDemuxDelete(w->demux);
+    free(w->bytes);
+    ERR_free(w);
+  }
+  ERR_free(frames);
   return 0;
 }
 
 /* --- Decoding ------------------------------------------------------------ */
 
-/* The first frame of an animation, composited on the canvas (RGBA). */
-static int decode_animation(Webp *w, const WebPData *data) {
-  WebPAnimDecoderOptions options;
-  if (!WebPAnimDecoderOptionsInit(&options)) return ORX_E_UNDECODABLE;
-  options.color_mode = MODE_RGBA;
-  options.use_threads = 0;
-  WebPAnimDecoder *decoder = WebPAnimDecoderNew(data, &options);
+/* Frame f of an animation, composited on the canvas: the decoder goes back
+ * to the start only for a frame before the last it gave. */
+static int decode_frame(Frame *f) {
+  Webp *w = f->file;
+  if (w->animation == NULL) {
+    WebPAnimDecoderOptions options;
+    if (!WebPAnimDecoderOptionsInit(&options)) return ORX_E_UNDECODABLE;
+    options.color_mode = MODE_RGBA;
+    options.use_threads = 0;
+    const WebPData whole = {w->bytes, w->size};
+    w->animation = WebPAnimDecoderNew(&whole, &options);
+    w->position = 0;
+  }
+  if (w->animation != NULL && w->position > f->index) {
+    WebPAnimDecoderReset(w->animation);
+    w->position = 0;
+  }
   uint8_t *canvas = NULL;
   int timestamp = 0;
-  if (decoder == NULL || !WebPAnimDecoderGetNext(decoder, &canvas, &timestamp)) {
-    WebPAnimDecoderDelete(decoder);
-    kit_fail(ORX_E_READ, "webp: cannot decode the first frame of %s (damaged)", w->path);
+  while (w->animation != NULL && w->position <= f->index &&
+         WebPAnimDecoderGetNext(w->animation, &canvas, &timestamp))
+    ++w->position;
+  if (w->animation == NULL || w->position <= f->index) {
+    kit_fail(ORX_E_READ, "webp: cannot decode frame %d of %s (damaged)", f->index + 1, w->path);
     return ORX_E_READ;
   }
-  const int32_t height = kit_plane_height(&w->plane);
-  const size_t stride = (size_t)kit_plane_width(&w->plane) * 4;
-  const int32_t channels = w->plane.channels;
-  const int32_t width = kit_plane_width(&w->plane);
-  for (int32_t r = 0; r < height; ++r) {
-    uint8_t *row = canvas + stride * (size_t)r;
-    /* Without alpha the canvas's RGBA closes up into RGB, in place. */
-    for (int32_t x = 1; channels == 3 && x < width; ++x) memmove(row + 3 * x, row + 4 * x, 3);
-    kit_plane_spread(&w->plane, r, row);
+  const int32_t height = kit_plane_height(&f->plane), width = kit_plane_width(&f->plane);
+  const size_t stride = (size_t)width * 4;
+  /* Without alpha each row of the canvas (which the decoder composites the
+   * next frame on) closes up into RGB in a row of its own. */
+  uint8_t *rgb = w->alpha ? NULL : (uint8_t *)malloc((size_t)width * 3);
+  if (!w->alpha && rgb == NULL) {
+    kit_fail(ORX_E_NO_MEMORY, "webp: %s: no memory for a decoded row", w->path);
+    return ORX_E_NO_MEMORY;
   }
-  WebPAnimDecoderDelete(decoder);
-  kit_warn("webp: %s: the first of %d frames read, %d left out", w->path, w->frames,
-           w->frames - 1);
+  for (int32_t r = 0; r < height; ++r) {
+    const uint8_t *row = canvas + stride * (size_t)r;
+    for (int32_t x = 0; rgb != NULL && x < width; ++x) memcpy(rgb + 3 * x, row + 4 * x, 3);
+    kit_plane_spread(&f->plane, r, rgb != NULL ? rgb : row);
+  }
+  free(rgb);
   return 0;
 }
 
-static int decode_still(Webp *w) {
-  const int32_t height = kit_plane_height(&w->plane);
-  const int32_t width = kit_plane_width(&w->plane);
+static int decode_still(Frame *f) {
+  Webp *w = f->file;
+  const int32_t height = kit_plane_height(&f->plane);
+  const int32_t width = kit_plane_width(&f->plane);
   const size_t stride = (size_t)width * (w->alpha ? 4 : 3);
   unsigned char *pixels = (unsigned char *)malloc(stride * (size_t)height);
   if (pixels == NULL) {
@@ -138,29 +171,36 @@ static int decode_still(Webp *w) {
                                                   : "damaged image data");
     return ORX_E_READ;
   }
-  for (int32_t r = 0; r < height; ++r) kit_plane_spread(&w->plane, r, pixels + stride * (size_t)r);
+  for (int32_t r = 0; r < height; ++r) kit_plane_spread(&f->plane, r, pixels + stride * (size_t)r);
   free(pixels);
   return 0;
 }
 
+/* Decodes an image into its plane, releasing the pixels of the one decoded
+ * before (a host's rows stay valid only until its next call). */
 static int decode(void *data) {
-  Webp *w = (Webp *)data;
-  const WebPData whole = {w->bytes, w->size};
-  const int status = w->frames > 1 ? decode_animation(w, &whole) : decode_still(w);
+  Frame *f = (Frame *)data;
+  Webp *w = f->file;
+  if (w->shown != NULL && w->shown != f) {
+    kit_plane_free(&w->shown->plane);
+    w->shown->decoded = 0;
+  }
+  w->shown = f;
+  const KitLayout layout = kit_layout_of(f->ifd);
+  int status = f->plane.data != NULL ? 0
+                                     : kit_plane_init(&f->plane, &layout, f->ifd->window,
+                                                      f->ifd->window, 0, webp_who, w->path);
+  if (status == 0) status = w->frames > 1 ? decode_frame(f) : decode_still(f);
   if (status != 0) return status;
-  for (int32_t r = 0; w->alpha && !w->straight && r < kit_plane_height(&w->plane); ++r)
-    kit_plane_associate(&w->plane, r, kWebpRounding);
-  /* The bytes are no longer needed. */
-  WebPDemuxDelete(w->demux);
-  w->demux = NULL;
-  free(w->bytes);
-  w->bytes = NULL;
+  for (int32_t r = 0; w->alpha && !w->straight && r < kit_plane_height(&f->plane); ++r)
+    kit_plane_associate(&f->plane, r, kWebpRounding);
   return 0;
 }
 
 static int scan_read(void *data, int32_t line, void *out) {
-  Webp *w = (Webp *)data;
-  return kit_scan_decoded(&w->plane, &w->decoded, decode, data, line, out, webp_who, w->path);
+  Frame *f = (Frame *)data;
+  return kit_scan_decoded(&f->plane, &f->decoded, decode, data, line, out, webp_who,
+                          f->file->path);
 }
 
 static int close_read(ORX_OBJECT *object, intptr_t argument) {
@@ -234,58 +274,103 @@ static int slurp(Webp *w) {
   return 1;
 }
 
-static int describe(ORX_OBJECT *object, Webp *w) {
+/* The chunks of the file, checked against its size; 0 after a report. */
+static int demultiplex(Webp *w) {
   const WebPData data = {w->bytes, w->size};
   WebPDemuxState state = WEBP_DEMUX_PARSE_ERROR;
   w->demux = WebPDemuxPartial(&data, &state);
   if (w->demux == NULL || state != WEBP_DEMUX_DONE) {
     const uint32_t riff = (uint32_t)w->bytes[4] | (uint32_t)w->bytes[5] << 8 |
                           (uint32_t)w->bytes[6] << 16 | (uint32_t)w->bytes[7] << 24;
-    return kit_fail(ORX_E_NOT_OUR_FILE,
-                    "webp: %s: %s", w->path,
+    return kit_fail(ORX_E_NOT_OUR_FILE, "webp: %s: %s", w->path,
                     state == WEBP_DEMUX_PARSE_ERROR || w->demux == NULL
                         ? "damaged chunks (a size that lies, or a chunk out of place)"
                     : (uint64_t)riff + 8 > w->size ? "the file ends before its RIFF size (truncated)"
                                                    : "the file ends early (truncated)");
   }
+  w->frames = (int)WebPDemuxGetI(w->demux, WEBP_FF_FRAME_COUNT);
+  if (WebPDemuxGetI(w->demux, WEBP_FF_CANVAS_WIDTH) == 0 ||
+      WebPDemuxGetI(w->demux, WEBP_FF_CANVAS_HEIGHT) == 0 || w->frames < 1)
+    return kit_fail(ORX_E_NOT_OUR_FILE, "webp: %s holds no image", w->path);
+  return 1;
+}
+
+/* Every image's descriptor (a frame of an animation is the whole canvas,
+ * its duration in milliseconds "webp:duration", the animation's loop count
+ * "webp:loop"), and the file's chunks on the first; 0 after a report. */
+static int describe(ORX_OBJECT *object, Webp *w) {
   const uint32_t width = WebPDemuxGetI(w->demux, WEBP_FF_CANVAS_WIDTH);
   const uint32_t height = WebPDemuxGetI(w->demux, WEBP_FF_CANVAS_HEIGHT);
   const uint32_t flags = WebPDemuxGetI(w->demux, WEBP_FF_FORMAT_FLAGS);
-  w->frames = (int)WebPDemuxGetI(w->demux, WEBP_FF_FRAME_COUNT);
-  WebPIterator frame;
-  if (width == 0 || height == 0 || w->frames < 1 || !WebPDemuxGetFrame(w->demux, 1, &frame))
-    return kit_fail(ORX_E_NOT_OUR_FILE, "webp: %s holds no image", w->path);
-  WebPBitstreamFeatures features;
-  const int lossless = WebPGetFeatures(frame.fragment.bytes, frame.fragment.size, &features) ==
-                           VP8_STATUS_OK && features.format == 2;
-  WebPDemuxReleaseIterator(&frame);
-  w->alpha = (flags & ALPHA_FLAG) != 0 || (w->frames == 1 && features.has_alpha);
-  ORX_IFD *ifd = &object->info.images[0];
-  kit_describe_size(ifd, (int32_t)width, (int32_t)height, 1.0);
-  KitLayout layout = {{3, w->alpha ? 1 : 0, 0},
-                      {ORX_C_INTEGER, ORX_C_INTEGER, ORX_C_INTEGER},
-                      {8, 8, 8}};
-  kit_layout_apply(&layout, ifd);
-  if (!kit_save(&ifd->image.name, "rgb") ||
-      !kit_save(&object->info.compression, lossless ? "lossless" : "lossy") ||
+  Frame *frames = (Frame *)object->private_cell[0];
+  int lossless = 1;
+  WebPIterator it;
+  for (int i = 0; i < w->frames; ++i) {
+    if (!WebPDemuxGetFrame(w->demux, i + 1, &it))
+      return kit_fail(ORX_E_NOT_OUR_FILE, "webp: %s: frame %d is missing", w->path, i + 1);
+    WebPBitstreamFeatures features;
+    const int found = WebPGetFeatures(it.fragment.bytes, it.fragment.size, &features) == VP8_STATUS_OK;
+    lossless &= found && features.format == 2;
+    w->alpha |= (flags & ALPHA_FLAG) != 0 || (found && features.has_alpha);
+    const int duration = it.duration;
+    WebPDemuxReleaseIterator(&it);
+    if (w->frames > 1 && ORX_attr_set_int(&object->info, i, "webp:duration", duration) != 0)
+      return 0;
+  }
+  if (w->frames > 1 && ORX_attr_set_int(&object->info, 0, "webp:loop",
+                                        (int32_t)WebPDemuxGetI(w->demux, WEBP_FF_LOOP_COUNT)) != 0)
+    return 0;
+  const KitLayout layout = {{3, w->alpha ? 1 : 0, 0},
+                            {ORX_C_INTEGER, ORX_C_INTEGER, ORX_C_INTEGER},
+                            {8, 8, 8}};
+  for (int i = 0; i < w->frames; ++i) {
+    ORX_IFD *ifd = &object->info.images[i];
+    kit_describe_size(ifd, (int32_t)width, (int32_t)height, 1.0);
+    kit_layout_apply(&layout, ifd);
+    if (!kit_save(&ifd->image.name, "rgb")) return 0;
+    frames[i].file = w;
+    frames[i].ifd = ifd;
+    frames[i].index = i;
+    object->private_cell[i] = &frames[i];
+  }
+  if (!kit_save(&object->info.compression, lossless ? "lossless" : "lossy") ||
       !describe_chunks(&object->info, w))
     return 0;
   /* Without a profile the colour is sRGB, as WebP readers take it. */
   if ((flags & ICCP_FLAG) == 0) kit_set_chromaticities(&object->info, kit_rec709);
-  return kit_plane_init(&w->plane, &layout, ifd->window, ifd->window, 0, webp_who, w->path) == 0;
+  /* The first image's plane is made now, so that a picture beyond the
+   * memory limit is refused at open; the others when they are asked for. */
+  return kit_plane_init(&frames[0].plane, &layout, frames[0].ifd->window, frames[0].ifd->window, 0,
+                        webp_who, w->path) == 0;
+}
+
+static void free_file(Webp *w) {
+  WebPDemuxDelete(w->demux);
+  free(w->bytes);
+  ERR_free(w);
 }
 
 int imageReadOpen(ORX_OBJECT *object) {
   const char *path = object->info.handle;
   if (path == NULL) return kit_fail(ORX_E_FIELD_MISSING, "webp: no file name to read");
-  if (!kit_new_images(object, 1)) return 0;
   Webp *w = (Webp *)kit_allocate(sizeof(Webp));
   if (w == NULL) return 0;
   memset(w, 0, sizeof *w);
   w->path = path;
   w->straight = kit_setting_int(object, kWebpCapUnassociated, 0) != 0;
-  object->private_cell[0] = w;
-  if (!slurp(w) || !describe(object, w)) return release(object);
+  if (!slurp(w) || !demultiplex(w) || !kit_new_images(object, w->frames)) {
+    free_file(w);
+    return 0;
+  }
+  Frame *frames = (Frame *)kit_allocate((size_t)w->frames * sizeof(Frame));
+  if (frames == NULL) {
+    free_file(w);
+    return 0;
+  }
+  memset(frames, 0, (size_t)w->frames * sizeof(Frame));
+  frames[0].file = w;
+  object->private_cell[0] = frames;
+  if (!describe(object, w)) return release(object);
   object->scan = scan_read;
   object->close = close_read;
   return 1;
