@@ -321,7 +321,12 @@ static int describe(ORX_OBJECT *object, Sgi *s, const unsigned char *h) {
   char name[kSgiNameBytes + 1];
   memcpy(name, h + 24, kSgiNameBytes);
   name[kSgiNameBytes] = 0;
-  if (name[0] != 0) {
+  /* A name with control characters is none: some writers leave whatever
+   * memory held in the field (OpenImageIO 2.4 does, when it has no
+   * description). */
+  int text = 1;
+  for (const unsigned char *c = (const unsigned char *)name; *c != 0; ++c) text &= *c >= 32 && *c != 127;
+  if (name[0] != 0 && text) {
     char *utf8 = kit_is_utf8(name) ? NULL : kit_latin1_to_utf8(name);
     const int saved = kit_save(&object->info.desc, utf8 != NULL ? utf8 : name);
     free(utf8);

@@ -244,10 +244,11 @@ static int describe_chunks(ORX_INFO *info, Webp *w) {
     if (text == NULL) return kit_fail(ORX_E_NO_MEMORY, "webp: no memory to read %s", w->path);
     memcpy(text, bytes, size);
     text[size] = 0;
-    const int bad = strlen(text) == size && kit_is_utf8(text) &&
-                    ORX_attr_set_string(info, 0, "XMP", text) != 0;
+    /* A packet padded with NULs ends at the first; one that is not UTF-8
+     * is no XMP. */
+    const int failed = kit_is_utf8(text) && ORX_attr_set_string(info, 0, "XMP", text) != 0;
     free(text);
-    if (bad) return 0;
+    if (failed) return 0;
   }
   return 1;
 }
