@@ -203,6 +203,14 @@ const Row kRows[] = {
      1e-6, nullptr, 0.2},
     {"webp_img2webp_lossless", BASE WARM "img2webp -lossless {dir}/w.png {dir}/s.png -o {out}",
      "webp", 1e-6},
+    // A lone frame in an animation's container, which only the animation
+    // decoder reads.
+    {"webp_one_frame_animation", BASE "oiiotool {dir}/s.png -o {dir}/s.webp && /usr/bin/python3 -c "
+     "\"import struct; v = open('{dir}/s.webp', 'rb').read()[12:]; "
+     "c = lambda t, d: t + struct.pack('<I', len(d)) + d; b = b'WEBP' + c(b'VP8X', bytes([2, 0, 0, "
+     "0, 63, 0, 0, 47, 0, 0])) + c(b'ANIM', bytes(6)) + c(b'ANMF', bytes(6) + bytes([63, 0, 0, 47, "
+     "0, 0, 100, 0, 0, 0]) + v); open('{out}', 'wb').write(b'RIFF' + struct.pack('<I', len(b)) + b)\"",
+     "webp", 1e-6, nullptr, 0.2},
     {"webp_pil_icc_exif", BASE ICC "/usr/bin/python3 -c \"from PIL import Image; e = Image.Exif(); "
      "e[274] = 6; Image.open('{dir}/s.png').save('{out}', lossless=True, exif=e, "
      "icc_profile=open('{dir}/p.icc', 'rb').read())\"", "webp", 1e-6},

@@ -62,6 +62,7 @@ typedef struct Webp {
   WebPDemuxer *demux;
   int alpha;
   int frames;
+  int animated;               /* frames on a canvas (even a single one) */
   int straight;               /* colour passes as stored ("unassociated alpha") */
   WebPAnimDecoder *animation; /* an animation's decoder, once a frame is asked for */
   int position;               /* the frames it has given */
@@ -190,7 +191,7 @@ static int decode(void *data) {
   int status = f->plane.data != NULL ? 0
                                      : kit_plane_init(&f->plane, &layout, f->ifd->window,
                                                       f->ifd->window, 0, webp_who, w->path);
-  if (status == 0) status = w->frames > 1 ? decode_frame(f) : decode_still(f);
+  if (status == 0) status = w->animated ? decode_frame(f) : decode_still(f);
   if (status != 0) return status;
   for (int32_t r = 0; w->alpha && !w->straight && r < kit_plane_height(&f->plane); ++r)
     kit_plane_associate(&f->plane, r, kWebpRounding);
@@ -304,6 +305,7 @@ static int describe(ORX_OBJECT *object, Webp *w) {
   const uint32_t height = WebPDemuxGetI(w->demux, WEBP_FF_CANVAS_HEIGHT);
   const uint32_t flags = WebPDemuxGetI(w->demux, WEBP_FF_FORMAT_FLAGS);
   Frame *frames = (Frame *)object->private_cell[0];
+  w->animated = (flags & ANIMATION_FLAG) != 0 || w->frames > 1;
   int lossless = 1;
   WebPIterator it;
   for (int i = 0; i < w->frames; ++i) {
