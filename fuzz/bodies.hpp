@@ -49,5 +49,7 @@ int hdr_read(const std::uint8_t *data, std::size_t size);
 int pnm_read(const std::uint8_t *data, std::size_t size);
 int dpx_read(const std::uint8_t *data, std::size_t size);
 int cineon_read(const std::uint8_t *data, std::size_t size);
+int sgi_read(const std::uint8_t *data, std::size_t size);
+int webp_read(const std::uint8_t *data, std::size_t size);
 
 }  // namespace orx::fuzz

@@ -10,7 +10,7 @@ packages=(
   # Build tools, the orx tool's command-line parser, pkg-config for hosts.
   cmake ninja-build g++ clang libclang-rt-14-dev libcli11-dev pkgconf
   # Codec libraries of the format plug-ins (each plug-in is skipped when missing).
-  libpng-dev libjpeg62-turbo-dev libtiff-dev libopenexr-dev
+  libpng-dev libjpeg62-turbo-dev libtiff-dev libopenexr-dev libwebp-dev
   # Tests and benchmarks (the benchmarks time OpenImageIO's kernels beside
   # ours when its development files are there).
   libgtest-dev libgmock-dev libbenchmark-dev libopenimageio-dev
@@ -24,8 +24,9 @@ packages=(
   python3-cffi python3-numpy python3-pytest python3-setuptools python3-wheel
   # The one-node Slurm cluster the farm test runs frame sequences on.
   slurm-wlm munge
-  # libtiff's tools make TIFF variants for them, and PIL an ICC profile.
-  libtiff-tools python3-pil
+  # libtiff's tools make TIFF variants for them, PIL an ICC profile, and
+  # libwebp's cwebp a WebP variant.
+  libtiff-tools python3-pil webp
   # Line and branch coverage (scripts/coverage.sh).
   gcovr
 )

@@ -96,5 +96,11 @@ int dpx_read(const std::uint8_t *data, std::size_t size) {
 int cineon_read(const std::uint8_t *data, std::size_t size) {
   return read_all("cineon", "cineon", ".cin", data, size);
 }
+int sgi_read(const std::uint8_t *data, std::size_t size) {
+  return read_all("sgi", "sgi", ".sgi", data, size);
+}
+int webp_read(const std::uint8_t *data, std::size_t size) {
+  return read_all("webp", "webp", ".webp", data, size);
+}
 
 }  // namespace orx::fuzz

@@ -261,6 +261,40 @@ const Row kRows[] = {
     {"cineon_10bit", BASE "convert {dir}/s.png -depth 10 {out}", "cin", 2e-5},
     {"cineon_16bit", BASE "convert {dir}/s.png -depth 16 {out}", "cin", 1e-6},
     {"cineon_8bit", BASE "convert {dir}/s.png -depth 8 {out}", "cin", 1e-6},
+    // SGI: OpenImageIO writes verbatim only and ImageMagick 16-bit verbatim
+    // only; our own writer's run-length copies are read back by OpenImageIO.
+    {"sgi_oiio8", BASE "oiiotool {dir}/s.png -o {out}", "sgi", 1e-6},
+    {"sgi_oiio16_grey_alpha", BASE "oiiotool {dir}/a.png --ch R,A -d uint16 -o {out}", "sgi", 1e-6},
+    {"sgi_oiio_five_channels", BASE "oiiotool {dir}/a.png --ch R,G,B,A,R -o {out}", "sgi", 1e-6},
+    {"sgi_magick_rle_rgba", BASE "convert {dir}/a.png -compress RLE SGI:{out}", "sgi", 1e-6},
+    {"sgi_magick_grey", BASE "convert {dir}/s.png -colorspace gray SGI:{out}", "sgi", 1e-6},
+    {"sgi_magick16", BASE "convert {dir}/s.png -depth 16 -compress None SGI:{out}", "sgi", 1e-6},
+    {"sgi_pil", BASE "/usr/bin/python3 -c \"from PIL import Image; "
+     "Image.open('{dir}/s.png').save('{out}', format='SGI')\"", "sgi", 1e-6},
+    // WebP: a lossy copy is read within what the codec loses again.
+    {"webp_oiio_lossy", BASE "oiiotool {dir}/s.png -o {out}", "webp", 1e-6, nullptr, 0.2},
+    {"webp_oiio_lossless_alpha", BASE "oiiotool {dir}/a.png --attrib compression lossless -o {out}",
+     "webp", 1e-6},
+    {"webp_magick_lossless", BASE "convert {dir}/s.png -define webp:lossless=true {out}", "webp", 1e-6},
+    {"webp_magick_alpha", BASE "convert {dir}/a.png -quality 60 {out}", "webp", 1e-6, nullptr, 0.2},
+    {"webp_cwebp_alpha", BASE "cwebp -quiet -q 50 -alpha_q 50 {dir}/a.png -o {out}", "webp", 1e-6,
+     nullptr, 0.2},
+    // Each frame of an animation an image, composited as OpenImageIO shows it.
+    {"webp_magick_animation", BASE WARM "convert -delay 10 {dir}/s.png {dir}/w.png {out}", "webp",
+     1e-6, nullptr, 0.2},
+    {"webp_img2webp_lossless", BASE WARM "img2webp -lossless {dir}/w.png {dir}/s.png -o {out}",
+     "webp", 1e-6},
+    // A lone frame in an animation's container, which only the animation
+    // decoder reads.
+    {"webp_one_frame_animation", BASE "oiiotool {dir}/s.png -o {dir}/s.webp && /usr/bin/python3 -c "
+     "\"import struct; v = open('{dir}/s.webp', 'rb').read()[12:]; "
+     "c = lambda t, d: t + struct.pack('<I', len(d)) + d; b = b'WEBP' + c(b'VP8X', bytes([2, 0, 0, "
+     "0, 63, 0, 0, 47, 0, 0])) + c(b'ANIM', bytes(6)) + c(b'ANMF', bytes(6) + bytes([63, 0, 0, 47, "
+     "0, 0, 100, 0, 0, 0]) + v); open('{out}', 'wb').write(b'RIFF' + struct.pack('<I', len(b)) + b)\"",
+     "webp", 1e-6, nullptr, 0.2},
+    {"webp_pil_icc_exif", BASE ICC "/usr/bin/python3 -c \"from PIL import Image; e = Image.Exif(); "
+     "e[274] = 6; Image.open('{dir}/s.png').save('{out}', lossless=True, exif=e, "
+     "icc_profile=open('{dir}/p.icc', 'rb').read())\"", "webp", 1e-6},
 };
 #undef OIIO
 #undef BASE
