@@ -45,5 +45,7 @@ int png_read(const std::uint8_t *data, std::size_t size);
 int jpeg_read(const std::uint8_t *data, std::size_t size);
 int tiff_read(const std::uint8_t *data, std::size_t size);
 int exr_read(const std::uint8_t *data, std::size_t size);
+int targa_read(const std::uint8_t *data, std::size_t size);
+int bmp_read(const std::uint8_t *data, std::size_t size);
 
 }  // namespace orx::fuzz

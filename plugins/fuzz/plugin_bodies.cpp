@@ -84,5 +84,11 @@ int tiff_read(const std::uint8_t *data, std::size_t size) {
 int exr_read(const std::uint8_t *data, std::size_t size) {
   return read_all("exr", "exr", ".exr", data, size);
 }
+int targa_read(const std::uint8_t *data, std::size_t size) {
+  return read_all("targa", "targa", ".tga", data, size);
+}
+int bmp_read(const std::uint8_t *data, std::size_t size) {
+  return read_all("bmp", "bmp", ".bmp", data, size);
+}
 
 }  // namespace orx::fuzz

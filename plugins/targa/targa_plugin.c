@@ -258,10 +258,18 @@ static int describe(ORX_OBJECT *object, Tga *t) {
   const long map_at = kTgaHeader + h.id_length;
   const long map_bytes = h.map_type == 1 ? (long)h.map_length * ((h.map_bits + 7) / 8) : 0;
   t->data_at = map_at + map_bytes;
+  /* A TGA 2.0 file's extension area (one that does not fit is ignored),
+   * which the pixels end before when it follows them. */
   long extension = 0;
+  unsigned char e[kTgaExtension];
   const int version2 = footer(t->file, size, &extension);
   t->data_end = version2 ? size - kTgaFooter : size;
-  if (extension >= t->data_at && extension + 2 <= t->data_end) t->data_end = extension;
+  const int extended = version2 && extension >= kTgaHeader &&
+                       extension + kTgaExtension <= t->data_end &&
+                       fseek(t->file, extension, SEEK_SET) == 0 &&
+                       fread(e, 1, kTgaExtension, t->file) == kTgaExtension &&
+                       r8_le16(e) >= kTgaExtension;
+  if (extended && extension >= t->data_at) t->data_end = extension;
   /* The pixels must fit in what follows them: stored ones byte for byte, a
    * packet of 1 + `bytes` bytes gives at most 128. */
   const uint64_t pixels = (uint64_t)h.width * (uint64_t)h.height;
@@ -287,11 +295,7 @@ static int describe(ORX_OBJECT *object, Tga *t) {
   }
   if ((t->pixels == TGA_INDEX8 || t->pixels == TGA_INDEX16) && !read_map(t, &h, map_at)) return 0;
   double aspect = 1.0;
-  unsigned char e[kTgaExtension];
-  if (version2 && extension >= kTgaHeader && extension + kTgaExtension <= size - kTgaFooter &&
-      fseek(t->file, extension, SEEK_SET) == 0 && fread(e, 1, kTgaExtension, t->file) ==
-      kTgaExtension && r8_le16(e) >= kTgaExtension && !describe_extension(object, t, e, &aspect))
-    return 0;
+  if (extended && !describe_extension(object, t, e, &aspect)) return 0;
   kit_describe_size(t->ifd, h.width, h.height, aspect);
   const int alpha = t->pixels == TGA_BGRA32 || t->pixels == TGA_GREY_ALPHA;
   const int grey = t->pixels == TGA_GREY || t->pixels == TGA_GREY_ALPHA;

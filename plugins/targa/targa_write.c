@@ -197,7 +197,7 @@ int tga_encode(ORX_OBJECT *object, Tga *t) {
   unsigned char *packed = (unsigned char *)malloc((size_t)width * (size_t)(size + 1));
   t->file = row != NULL && packed != NULL ? fopen(t->path, "wb") : NULL;
   int ok = t->file != NULL && fwrite(head, 1, kTgaHeader, t->file) == kTgaHeader &&
-           fwrite(id, 1, id_length, t->file) == id_length;
+           (id_length == 0 || fwrite(id, 1, id_length, t->file) == id_length);
   for (int32_t r = 0; ok && r < height; ++r) {
     if (alpha && !t->straight && !t->associated) kit_plane_dissociate(plane, r, KIT_ALPHA_TRUNCATE);
     const unsigned char *in = kit_plane_pixels(plane, r);
