@@ -162,7 +162,7 @@ static int describe(ORX_OBJECT *object, Bmp *b) {
   if (height < 0) height = -height;
   b->compression = (int)compression;
   const int bits = b->bits;
-  const int indexed = bits == 1 || bits == 4 || bits == 8;
+  const int indexed = bits == 1 || bits == 2 || bits == 4 || bits == 8;
   const int fields = compression == BMP_BITFIELDS || compression == BMP_ALPHABITFIELDS;
   if (!((compression == BMP_RGB && (indexed || bits == 16 || bits == 24 || bits == 32)) ||
         (compression == BMP_RLE8 && bits == 8) || (compression == BMP_RLE4 && bits == 4) ||
@@ -205,8 +205,7 @@ static int describe(ORX_OBJECT *object, Bmp *b) {
                     "file (truncated or damaged)",
                     b->path, (long long)width, (long long)height, (unsigned long long)room);
   int grey = 0;
-  if (indexed && !read_palette(b, 14 + (long)size + (fields && size == 40 ? 12 : 0),
-                               size == 12 ? 3 : 4, used, &grey))
+  if (indexed && !read_palette(b, 14 + (long)size, size == 12 ? 3 : 4, used, &grey))
     return 0;
   grey &= bits == 8;
   ORX_INFO *info = &object->info;

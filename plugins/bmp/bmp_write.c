@@ -18,17 +18,14 @@ static int scan_write(void *data, int32_t line, void *in) {
   return kit_plane_store(&b->plane, b->ifd, line, (void **)in, "bmp");
 }
 
-/* Keeps the attributes a BMP file carries: the resolution and an ICC
- * profile of the pixels' colour. */
+/* Keeps the attributes a BMP file carries: the resolution and an RGB ICC
+ * profile (a palette of greys is RGB too). */
 static void keep_attributes(ORX_INFO *info) {
   static const char *const kept[] = {"ICCProfile", "XResolution", "YResolution",
                                      "ResolutionUnit", NULL};
   ORX_attr_keep(info, kept);
-  for (int32_t i = 0; i < info->image_count; ++i) {
-    const ORX_ATTR *profile = ORX_attr_find(info, i, "ICCProfile");
-    if (profile != NULL && (i > 0 || !kit_profile_fits(profile, 3)))
-      ORX_attr_remove(info, i, "ICCProfile");
-  }
+  const ORX_ATTR *profile = ORX_attr_find(info, 0, "ICCProfile");
+  if (profile != NULL && !kit_profile_fits(profile, 3)) ORX_attr_remove(info, 0, "ICCProfile");
 }
 
 int bmp_write_open(ORX_OBJECT *object, Bmp *b) {

@@ -195,7 +195,7 @@ static int describe_extension(ORX_OBJECT *object, Tga *t, const unsigned char *e
   char text[330];
   if (!take_text(&info->user, field_text(e + 2, 41, text))) return 0;
   /* Four lines of comments, 80 characters each, up to the last one used. */
-  char comments[4 * 81 + 1] = "";
+  char comments[4 * 82 + 1] = "";
   size_t used = 0;
   for (int line = 0; line < 4; ++line) {
     strcat(comments, field_text(e + 43 + 81 * line, 81, text));

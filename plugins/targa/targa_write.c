@@ -30,12 +30,6 @@ static void keep_attributes(ORX_INFO *info) {
       (!ORX_attr_get_int(info, 0, "Orientation", &orientation) || orientation < 1 ||
        orientation > 4))
     ORX_attr_remove(info, 0, "Orientation");
-  for (int32_t i = 1; i < info->image_count; ++i)
-    while (ORX_attr_count(info, i) > 0) {
-      char name[256];
-      snprintf(name, sizeof name, "%s", ORX_attr_at(info, i, 0)->name);
-      ORX_attr_remove(info, i, name);
-    }
 }
 
 int tga_write_open(ORX_OBJECT *object, Tga *t) {
