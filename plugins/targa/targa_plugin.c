@@ -11,7 +11,8 @@
  * pixel's fourth byte always, multiplied into the colour (truncating)
  * unless the file says it is premultiplied, or unless, without an
  * extension area, every alpha is zero; 16-bit pixels' alpha bit and
- * colour-map alpha are not read. */
+ * colour-map alpha are not read.  16-bit grey is grey with a matte (which
+ * OpenImageIO reads as two plain channels). */
 #include <stdlib.h>
 #include <string.h>
 
