@@ -186,7 +186,7 @@ const Row kRows[] = {
     {"jpeg_orientation_icc",
      BASE ICC "convert {dir}/s.png -profile {dir}/p.icc -orient RightTop {out}", "jpg", 1e-6, nullptr, 0.1},
     // Targa: straight alpha associated (truncating) as OpenImageIO does;
-    // struct-made files for what no tool writes: 16-bit pixels with an
+    // struct-made files for what no peer writes: 16-bit pixels with an
     // alpha bit stored right to left, runs crossing rows, a 15-bit colour
     // map from entry 2 (OpenImageIO ignores the first entry's index,
     // ImageMagick reads it, its 5-bit fields up to a level lower).
