@@ -51,5 +51,7 @@ int dpx_read(const std::uint8_t *data, std::size_t size);
 int cineon_read(const std::uint8_t *data, std::size_t size);
 int sgi_read(const std::uint8_t *data, std::size_t size);
 int webp_read(const std::uint8_t *data, std::size_t size);
+int targa_read(const std::uint8_t *data, std::size_t size);
+int bmp_read(const std::uint8_t *data, std::size_t size);
 
 }  // namespace orx::fuzz

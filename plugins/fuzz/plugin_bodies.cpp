@@ -102,5 +102,11 @@ int sgi_read(const std::uint8_t *data, std::size_t size) {
 int webp_read(const std::uint8_t *data, std::size_t size) {
   return read_all("webp", "webp", ".webp", data, size);
 }
+int targa_read(const std::uint8_t *data, std::size_t size) {
+  return read_all("targa", "targa", ".tga", data, size);
+}
+int bmp_read(const std::uint8_t *data, std::size_t size) {
+  return read_all("bmp", "bmp", ".bmp", data, size);
+}
 
 }  // namespace orx::fuzz

@@ -83,6 +83,11 @@ struct Row {
   "'{dir}/a.hdr', 'rb').read().replace(" replace ", 1))\""
 #define PNM_BYTES(expression) \
   "/usr/bin/python3 -c \"import struct; open('{out}', 'wb').write(" expression ")\""
+// Python with PIL and struct over a picture: im, its size w, h, pixels p.
+#define PIL_OF(name)                                                                         \
+  "/usr/bin/python3 -c \"import itertools as I, struct as S; from PIL import Image; im = "    \
+  "Image.open('{dir}/" name ".png'); w, h = im.size; p = im.load(); "
+#define PIL PIL_OF("s")
 const Row kRows[] = {
     {"exr_half_rgba", OIIO("--pattern fill:topleft=0,0,0,0:topright=1,0,0,1:bottomleft=0,1,0,0.5:"
                            "bottomright=0,0,1,1 40x24 4 -d half"), "exr", 0},
@@ -295,8 +300,62 @@ const Row kRows[] = {
     {"webp_pil_icc_exif", BASE ICC "/usr/bin/python3 -c \"from PIL import Image; e = Image.Exif(); "
      "e[274] = 6; Image.open('{dir}/s.png').save('{out}', lossless=True, exif=e, "
      "icc_profile=open('{dir}/p.icc', 'rb').read())\"", "webp", 1e-6},
+    // Targa: straight alpha associated (truncating) as OpenImageIO does;
+    // struct-made files for what no peer writes: 16-bit pixels with an
+    // alpha bit stored right to left, runs crossing rows, a 15-bit colour
+    // map from entry 2 (OpenImageIO ignores the first entry's index,
+    // ImageMagick reads it, its 5-bit fields up to a level lower).
+    {"targa_oiio_rgba_texts", BASE "oiiotool {dir}/a.png --attrib Artist me --attrib DocumentName "
+     "job --attrib ImageDescription 'a b' --attrib oiio:Gamma 1.8 --attrib PixelAspectRatio 2 "
+     "--attrib targa:ImageID id -o {out}", "tga", 1e-6},
+    {"targa_oiio_grey_rle", BASE "oiiotool {dir}/s.png --ch R --compression rle -o {out}", "tga", 1e-6},
+    {"targa_magick_rle", BASE "convert {dir}/s.png -compress RLE {out}", "tga", 1e-6},
+    {"targa_pillow_map_rle", BASE PIL "q = im.quantize(16); q.save('{out}', rle=True)\"", "tga", 1e-6,
+     nullptr, 1e-6},
+    {"targa_pillow_bottom_left", BASE PIL "im.save('{out}')\"", "tga", 1e-6},
+    {"targa_16bit_right_to_left", BASE PIL "open('{out}', 'wb').write(S.pack('<3B2HB4H2B', 0, 0, 2, 0, "
+     "0, 0, 0, 0, w, h, 16, 0x31) + b''.join(S.pack('<H', p[x, y][0] >> 3 << 10 | p[x, y][1] >> 3 << "
+     "5 | p[x, y][2] >> 3 | (x & 1) << 15) for y in range(h) for x in reversed(range(w))))\"", "tga", 1e-6},
+    {"targa_runs_across_rows", "oiiotool --pattern checker:width=24:height=5:color1=1,0,0:color2=0,0,1 "
+     "64x48 3 -d uint8 -o "
+     "{dir}/k.png && " PIL_OF("k") "s = [bytes(p[x, y])[::-1] for y in reversed(range(h)) for x in "
+     "range(w)]; r = [(k, len(list(g))) for k, g in I.groupby(s)]; open('{out}', 'wb').write(S.pack("
+     "'<3B2HB4H2B', 0, 0, 10, 0, 0, 0, 0, 0, w, h, 24, 0) + b''.join(bytes([127 + min(n - i, 128)]) + "
+     "k for k, n in r for i in range(0, n, 128)))\"", "tga", 1e-6},
+    {"targa_15bit_map_from_2", BASE PIL "q = im.quantize(16); c = q.getpalette()[:48]; open('{out}', "
+     "'wb').write(S.pack('<3B2HB4H2B', 0, 1, 1, 2, 16, 15, 0, 0, w, h, 8, 0x20) + b''.join(S.pack('<H',"
+     " c[i] >> 3 << 10 | c[i + 1] >> 3 << 5 | c[i + 2] >> 3) for i in range(0, 48, 3)) + bytes(i + 2 "
+     "for i in q.tobytes()))\" && convert {out} {dir}/ref.png", "tga", 1.0 / 255, "{dir}/ref.png", 1e-6},
+    // BMP: OpenImageIO hands BMP alpha out straight and cannot read
+    // ImageMagick's RLE8 (its last end of line) or these RLE4 deltas:
+    // ImageMagick is the oracle there; alpha rows hold 0 or 1 only.
+    {"bmp_magick_rle8", BASE "convert {dir}/s.png -type Palette {out} && convert {out} {dir}/ref.png",
+     "bmp", 1e-6, "{dir}/ref.png", 1e-6},
+    {"bmp_rle4_deltas", "/usr/bin/python3 -c \"import struct as S; d = bytes([6, 0x12, 0, 0, 0, 2, 2, 0, 4, 0x55, 0, 0, "
+     "0, 6, 0x34, 0x50, 0x12, 0, 0, 1]); open('{out}', 'wb').write(b'BM' + S.pack('<IHHIIiiHHI"
+     "IiiII', 118 + len(d), 0, 0, 118, 40, 6, 3, 1, 4, 2, len(d), 0, 0, 16, 0) + b''.join(bytes([i * 16, "
+     "255 - i * 16, 99, 0]) for i in range(16)) + d)\" && convert {out} {dir}/ref.png", "bmp", 1e-6,
+     "{dir}/ref.png", 1e-6},
+    {"bmp_magick_4bit", BASE "convert {dir}/s.png -colors 16 {out}", "bmp", 1e-6, nullptr, 1e-6},
+    {"bmp_magick_1bit", BASE "convert {dir}/s.png -colors 2 {out}", "bmp", 1e-6, nullptr, 1e-6},
+    {"bmp_magick_os2_palette", BASE "convert {dir}/s.png -colors 16 BMP2:{out}", "bmp", 1e-6, nullptr, 1e-6},
+    {"bmp_magick_bmp3", BASE "convert {dir}/s.png BMP3:{out}", "bmp", 1e-6},
+    {"bmp_magick_v4_alpha", BASE "convert {dir}/a.png -channel A -threshold 50% +channel -background "
+     "black -alpha background -define bmp:format=bmp4 {out}", "bmp", 1e-6},
+    {"bmp_oiio_rgba", BASE "convert {dir}/a.png -channel A -threshold 50% +channel -background black "
+     "-alpha background {dir}/b.png && oiiotool {dir}/b.png -o {out}", "bmp", 1e-6, nullptr, 1e-6},
+    {"bmp_pillow_grey_density", BASE PIL "im.convert('L').save('{out}')\"", "bmp", 1e-6},
+    {"bmp_pillow_palette", BASE PIL "im.quantize(16).save('{out}')\"", "bmp", 1e-6, nullptr, 1e-6},
+    {"bmp_565_top_down", BASE PIL "open('{out}', 'wb').write(b'BM' + S.pack('<IHHIIiiHHIIiiIIIII', 66 + "
+     "2 * w * h, 0, 0, 66, 40, w, -h, 1, 16, 3, 2 * w * h, 0, 0, 0, 0, 0xf800, 0x7e0, 0x1f) + b''.join("
+     "S.pack('<H', p[x, y][0] >> 3 << 11 | p[x, y][1] >> 2 << 5 | p[x, y][2] >> 3) for y in range(h) "
+     "for x in range(w)))\"", "bmp", 1e-6, nullptr, 1e-6},
+    {"bmp_v5_icc_dpi", BASE ICC "convert {dir}/s.png -profile {dir}/p.icc -density 72 -units "
+     "PixelsPerInch {out}", "bmp", 1e-6},
 };
 #undef OIIO
+#undef PIL
+#undef PIL_OF
 #undef BASE
 #undef HDR_RUNS
 #undef HDR_EDIT

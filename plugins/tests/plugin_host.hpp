@@ -26,7 +26,11 @@ class FormatPlugins : public PluginModules {
 
 // Whether the plug-in for files ending in ext was built.
 inline bool built(const std::string &ext) {
-  const std::string module = ext == "tif" ? "tiff" : ext == "jpg" ? "jpeg" : ext == "cin" ? "cineon" : ext;
+  const std::string module = ext == "tif"   ? "tiff"
+                             : ext == "jpg" ? "jpeg"
+                             : ext == "cin" ? "cineon"
+                             : ext == "tga" ? "targa"
+                                            : ext;
   return std::filesystem::exists(std::string(ORX_PLUGIN_BUILD_DIR) + "/" + module + ".so");
 }
 

@@ -197,6 +197,17 @@ const Case kCases[] = {
     {"webp", ".webp", {3, 0, 0, I, 8}, 0.1, true, {3, 0, 0, I, 8}},
     {"webp", ".webp", {3, 1, 0, I, 16}, 0.1, true, {3, 1, 0, I, 8}},
     {"webp", ".webp", {1, 0, 0, I, 8}, 0.06, true, {3, 0, 0, I, 8}},
+    // Targa and BMP store 8-bit grey, RGB and RGBA, narrowing the rest;
+    // BMP's 1-bit grey reads as RGB, as OpenImageIO reads it.
+    {"targa", ".tga", {1, 0, 0, I, 8}, 0, false, {1, 0, 0, I, 8}},
+    {"targa", ".tga", {3, 1, 0, I, 8}, 0, false, {3, 1, 0, I, 8}},
+    {"targa", ".tga", {3, 0, 1, I, 16}, 1.0 / 255, false, {3, 0, 0, I, 8}},
+    {"targa", ".tga", {2, 0, 0, I, 8}, 0, false, {}},
+    {"bmp", ".bmp", {1, 0, 0, I, 8}, 0, false, {1, 0, 0, I, 8}},
+    {"bmp", ".bmp", {1, 0, 0, I, 1}, 0, false, {3, 0, 0, I, 8}},
+    {"bmp", ".bmp", {3, 0, 0, I, 8}, 0, false, {3, 0, 0, I, 8}},
+    {"bmp", ".bmp", {3, 1, 0, I, 8}, 0, false, {3, 1, 0, I, 8}},
+    {"bmp", ".bmp", {3, 2, 0, I, 16}, 1.0 / 255, false, {3, 1, 0, I, 8}},
 };
 
 // Every test runs with the plug-ins loaded and the error service clean.
@@ -245,10 +256,11 @@ TEST_P(RoundTrip, ReadsBackWhatWasWritten) {
   TempDir dir;
   const std::string path = dir.file(std::string("image") + c.extension);
   Request r(nullptr, path, describe(c.layout, 37, 23));
-  // Formats with every header text; SGI keeps the description alone.
+  // Formats with every header text (DPX and Targa without chromaticities);
+  // SGI keeps the description alone.
   const std::string key = c.key;
-  const bool texts = key == "png" || key == "tiff" || key == "exr" || key == "dpx";
-  const bool metadata = texts || key == "sgi";
+  const bool texts = key == "png" || key == "tiff" || key == "exr" || key == "dpx" || key == "targa";
+  const bool metadata = texts || key == "sgi", primaries = texts && key != "dpx" && key != "targa";
   const float red[3] = {0.64f, 0.33f, 0.03f}, white[3] = {0.3127f, 0.329f, 0.3583f};
   if (metadata) {
     r.info.name = STR_save("shot 12");
@@ -291,7 +303,7 @@ TEST_P(RoundTrip, ReadsBackWhatWasWritten) {
       if (key == "png") {  // TIFF has no gamma, EXR is linear
         EXPECT_NEAR(info.images[0].curve.gamma, 1.8, 1e-4);
       }
-      for (int i = 0; i < 3 && key != "dpx"; ++i) {  // DPX has no chromaticities
+      for (int i = 0; i < 3 && primaries; ++i) {
         EXPECT_NEAR(info.red[i], red[i], 1e-4);
         EXPECT_NEAR(info.white[i], white[i], 1e-4);
       }
@@ -362,6 +374,7 @@ TEST_F(PluginTest, SettingsEveryValueOfASettingRoundTrips) {
       {"sgi", ".sgi", {3, 1, 0, I, 16}, 0, {0, 1}, 0},
       {"webp", ".webp", {3, 1, 0, I, 8}, 0, {0, 1}, 0.15},
       {"webp", ".webp", {3, 0, 0, I, 8}, 1, {10, 50, 100}, 0.3},
+      {"targa", ".tga", {3, 1, 0, I, 8}, 0, {0, 1}, 0},
   };
   for (const SettingCase &s : cases) {
     if (!has(s.key)) continue;
@@ -489,6 +502,36 @@ TEST_F(PluginTest, DpxUnreadableOrLyingHeadersAreRefused) {
   }
 }
 
+// Targa and BMP headers may claim any size and offset: what the rest of
+// the file cannot hold is refused at open, before the plane is allocated;
+// run-length data that overruns the image is read with a warning.
+TEST_F(PluginTest, TargaAndBmpClaimingMoreThanTheirBytesAreRefused) {
+  if (!has("targa") || !has("bmp")) GTEST_SKIP();
+  TempDir dir;
+  const auto file = [&](const char *name, std::string bytes) {
+    std::ofstream(dir.file(name), std::ios::binary) << bytes;
+    return dir.file(name);
+  };
+  const std::string tga(std::string("\0\0\x0a\0\0\0\0\0\0\0\0\0\xff\xff\xff\xff\x20\x20", 18));
+  const std::string bmp = std::string("BM\0\0\0\0\0\0\0\0\x36\0\0\0(\0\0\0", 18) +
+                          std::string("\x10\0\0\0\x10\0\0\0\x01\0\x18\0", 12) + std::string(24, '\0');
+  expect_refused(file("huge.tga", tga + std::string(40, '\xff')), "65535 x 65535 pixels cannot");
+  expect_refused(file("short.bmp", bmp + std::string(100, '\0')), "16 x 16 pixels cannot");
+  std::string far = bmp + std::string(16 * 48, '\0');
+  far[13] = '\x7f';
+  expect_refused(file("far.bmp", far), "lies outside the file");
+  // A run of 255 pixels into a 16 x 16 picture of 8-bit indices, RLE8.
+  std::string rle = bmp + std::string("\xff\x01\0\x01", 4);
+  rle[28] = 8;
+  rle[30] = 1;
+  ORX_OBJECT *object = open_image(file("over.bmp", rle), nullptr);
+  ASSERT_NE(object, nullptr);
+  void **rows = nullptr;
+  EXPECT_EQ(ORX_scan_read(object, 0, &rows), 0);
+  EXPECT_TRUE(warned("run-length pixels fall outside"));
+  ORX_close(object);
+}
+
 // Damaged EXR headers are refused at open: a channel list declared shorter
 // than it is (then a string attribute declaring 1.9 GB), a damaged tile
 // header, and chunks beyond the memory limit (a data window far wider than
@@ -559,7 +602,8 @@ TEST_F(PluginTest, SgiAndWebpDamageIsRefusedOrWarned) {
 TEST_F(PluginTest, OutOfMemoryOpenAndScanReportEveryFailure) {
   for (const auto &[key, ext] :
        {std::pair{"png", ".png"}, {"tiff", ".tif"}, {"exr", ".exr"}, {"jpeg", ".jpg"},
-        {"hdr", ".hdr"}, {"pnm", ".pnm"}, {"dpx", ".dpx"}, {"sgi", ".sgi"}, {"webp", ".webp"}}) {
+        {"hdr", ".hdr"}, {"pnm", ".pnm"}, {"dpx", ".dpx"}, {"sgi", ".sgi"}, {"webp", ".webp"},
+        {"targa", ".tga"}, {"bmp", ".bmp"}}) {
     if (!has(key)) continue;
     TempDir dir;
     const std::string path = dir.file(std::string("oom") + ext);
