@@ -137,18 +137,6 @@ static void run_length(const Bmp *b, const unsigned char *s, size_t n, int32_t w
   }
 }
 
-/* Whether any alpha sample of the plane is above zero. */
-static int any_alpha(const KitPlane *plane) {
-  const int32_t matte = plane->layout.count[0];
-  const size_t step = kit_plane_step(plane, matte);
-  for (int32_t r = 0; r < kit_plane_height(plane); ++r) {
-    const unsigned char *a = kit_plane_at(plane, r, matte);
-    for (int32_t x = 0; x < kit_plane_width(plane); ++x)
-      if (a[(size_t)x * step] != 0) return 1;
-  }
-  return 0;
-}
-
 int bmp_decode(void *data) {
   Bmp *b = (Bmp *)data;
   const int32_t width = kit_plane_width(&b->plane), height = kit_plane_height(&b->plane);
@@ -188,7 +176,7 @@ int bmp_decode(void *data) {
   if (d.unended)
     kit_warn("bmp: %s: the run-length data ends without an end of bitmap (truncated; the rest "
              "read as index 0)", b->path);
-  if (b->plane.layout.count[1] > 0 && !b->straight && any_alpha(&b->plane))
+  if (b->plane.layout.count[1] > 0 && !b->straight && r8_any_alpha(&b->plane))
     for (int32_t r = 0; r < height; ++r) kit_plane_associate(&b->plane, r, KIT_ALPHA_ROUND);
   return 0;
 }

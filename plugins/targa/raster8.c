@@ -67,3 +67,15 @@ int r8_begin(ORX_OBJECT *object, const char *who, const KitLayout *layout, KitPl
                         KIT_PLANE_INTERLEAVED | KIT_PLANE_WRITE, who, object->info.handle) == 0 &&
          kit_claim(who, object->info.handle, created);
 }
+
+/* Whether any alpha sample of the plane is above zero. */
+int r8_any_alpha(const KitPlane *plane) {
+  const int32_t matte = plane->layout.count[0];
+  const size_t step = kit_plane_step(plane, matte);
+  for (int32_t r = 0; r < kit_plane_height(plane); ++r) {
+    const unsigned char *a = kit_plane_at(plane, r, matte);
+    for (int32_t x = 0; x < kit_plane_width(plane); ++x)
+      if (a[(size_t)x * step] != 0) return 1;
+  }
+  return 0;
+}

@@ -50,6 +50,10 @@ long r8_file_size(FILE *file);
  * reporting (a file too short for them is reported as truncated). */
 unsigned char *r8_load(FILE *file, long offset, size_t n, const char *who, const char *path);
 
+/* Whether any alpha sample of an 8-bit plane with a matte is above zero:
+ * files whose fourth byte is all zero hold no coverage there. */
+int r8_any_alpha(const KitPlane *plane);
+
 /* The layout a host's first image is stored in: 8-bit grey or RGB, with
  * one matte or none; mattes after the first, auxiliary channels, deeper
  * and floating-point samples and a window away from 0,0 are noted as

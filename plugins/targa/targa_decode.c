@@ -108,18 +108,6 @@ static void mirror(unsigned char *row, int n, int size) {
   }
 }
 
-/* Whether any alpha sample of the plane is above zero. */
-static int any_alpha(const KitPlane *plane) {
-  const int32_t matte = plane->layout.count[0];
-  const size_t step = kit_plane_step(plane, matte);
-  for (int32_t r = 0; r < kit_plane_height(plane); ++r) {
-    const unsigned char *a = kit_plane_at(plane, r, matte);
-    for (int32_t x = 0; x < kit_plane_width(plane); ++x)
-      if (a[(size_t)x * step] != 0) return 1;
-  }
-  return 0;
-}
-
 int tga_decode(void *data) {
   Tga *t = (Tga *)data;
   const int32_t width = kit_plane_width(&t->plane), height = kit_plane_height(&t->plane);
@@ -164,7 +152,7 @@ int tga_decode(void *data) {
    * coverage, and the colour is handed out as stored (as OpenImageIO
    * reads it). */
   if (t->plane.layout.count[1] > 0 && !t->straight && t->alpha_type != 4 &&
-      (t->alpha_type >= 0 || any_alpha(&t->plane)))
+      (t->alpha_type >= 0 || r8_any_alpha(&t->plane)))
     for (int32_t r = 0; r < height; ++r) kit_plane_associate(&t->plane, r, KIT_ALPHA_TRUNCATE);
   return 0;
 }
