@@ -9,8 +9,11 @@
 /* One pass over a row per sample size; integers in 64 bits, where even two
  * 32-bit samples multiply exactly.  The division is the inverse of the
  * multiplication: a straight value it gives multiplies back to the
- * associated one it came from. */
-#define KIT_ASSOCIATE_INT(T)                                                         \
+ * associated one it came from.  TOP, the largest sample, is a constant for
+ * the common 8 and 16-bit samples, so that the compiler divides by it with
+ * a multiplication (a division per sample costs more than the decode of a
+ * compressed file). */
+#define KIT_ASSOCIATE_INT(T, TOP)                                                    \
   do {                                                                               \
     for (int32_t x = 0; x < width; ++x) {                                            \
       T a, c;                                                                        \
@@ -18,12 +21,12 @@
       memcpy(&c, colour + (size_t)x * cstep, sizeof c);                              \
       uint64_t v;                                                                    \
       if (!divide)                                                                   \
-        v = ((uint64_t)c * a + half) / top;                                          \
+        v = ((uint64_t)c * a + half) / (TOP);                                        \
       else if (a == 0)                                                               \
         v = 0;                                                                       \
       else                                                                           \
-        v = ((uint64_t)c * top + (round ? a / 2 : a - 1u)) / a;                     \
-      c = (T)(v > top ? top : v);                                                    \
+        v = ((uint64_t)c * (TOP) + (round ? a / 2 : a - 1u)) / a;                   \
+      c = (T)(v > (TOP) ? (TOP) : v);                                                \
       memcpy(colour + (size_t)x * cstep, &c, sizeof c);                              \
     }                                                                                \
   } while (0)
@@ -54,9 +57,11 @@ static void convert_row(KitPlane *plane, int32_t r, KitAlphaRounding rounding, i
     const size_t cstep = kit_plane_step(plane, k);
     if (l->type[1] == ORX_C_FLOAT) KIT_ASSOCIATE_REAL(float);
     else if (l->type[1] == ORX_C_DOUBLE) KIT_ASSOCIATE_REAL(double);
-    else if (l->bits[1] <= 8) KIT_ASSOCIATE_INT(uint8_t);
-    else if (l->bits[1] <= 16) KIT_ASSOCIATE_INT(uint16_t);
-    else KIT_ASSOCIATE_INT(uint32_t);
+    else if (l->bits[1] == 8) KIT_ASSOCIATE_INT(uint8_t, UINT64_C(255));
+    else if (l->bits[1] < 8) KIT_ASSOCIATE_INT(uint8_t, top);
+    else if (l->bits[1] == 16) KIT_ASSOCIATE_INT(uint16_t, UINT64_C(65535));
+    else if (l->bits[1] < 16) KIT_ASSOCIATE_INT(uint16_t, top);
+    else KIT_ASSOCIATE_INT(uint32_t, top);
   }
 }
 
