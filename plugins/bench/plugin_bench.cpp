@@ -42,14 +42,23 @@ const Format kFormats[] = {
     {"jpeg", ".jpg", 3, ORX_C_INTEGER, 8, OIIO::TypeDesc::UINT8, OIIO::TypeDesc::UINT8, "jpeg:90"},
     {"tiff", ".tif", 4, ORX_C_INTEGER, 16, OIIO::TypeDesc::UINT16, OIIO::TypeDesc::UINT16, "lzw"},
     {"exr", ".exr", 4, ORX_C_FLOAT, 32, OIIO::TypeDesc::FLOAT, OIIO::TypeDesc::HALF, "zip"},
+    {"dpx", ".dpx", 3, ORX_C_INTEGER, 16, OIIO::TypeDesc::UINT16, OIIO::TypeDesc::UINT16, ""},
+    {"hdr", ".hdr", 3, ORX_C_FLOAT, 32, OIIO::TypeDesc::FLOAT, OIIO::TypeDesc::FLOAT, ""},
+    {"pnm", ".pnm", 3, ORX_C_INTEGER, 8, OIIO::TypeDesc::UINT8, OIIO::TypeDesc::UINT8, ""},
+    {"targa", ".tga", 4, ORX_C_INTEGER, 8, OIIO::TypeDesc::UINT8, OIIO::TypeDesc::UINT8, "none"},
+    {"bmp", ".bmp", 3, ORX_C_INTEGER, 8, OIIO::TypeDesc::UINT8, OIIO::TypeDesc::UINT8, ""},
+    // OpenImageIO writes SGI verbatim only: both read its file, each writes its default.
+    {"sgi", ".sgi", 4, ORX_C_INTEGER, 8, OIIO::TypeDesc::UINT8, OIIO::TypeDesc::UINT8, ""},
+    {"webp", ".webp", 4, ORX_C_INTEGER, 8, OIIO::TypeDesc::UINT8, OIIO::TypeDesc::UINT8, "webp:75"},
 };
+constexpr std::size_t kFormatCount = sizeof kFormats / sizeof kFormats[0];
 
 std::size_t sample_bytes(const Format &f) { return f.type == ORX_C_FLOAT ? 4 : f.bits / 8; }
 
 // The frame as one buffer of interleaved pixels; channel rows for the
 // library are gathered from it per line.
 const std::vector<unsigned char> &frame(const Format &f) {
-  static std::vector<unsigned char> frames[4];
+  static std::vector<unsigned char> frames[kFormatCount];
   std::vector<unsigned char> &v = frames[&f - kFormats];
   if (!v.empty()) return v;
   std::mt19937 rng(1234);
@@ -74,7 +83,7 @@ const std::vector<unsigned char> &frame(const Format &f) {
 
 // Planar copy of the frame: for each line, one row per channel.
 const std::vector<unsigned char> &planar(const Format &f) {
-  static std::vector<unsigned char> frames[4];
+  static std::vector<unsigned char> frames[kFormatCount];
   std::vector<unsigned char> &v = frames[&f - kFormats];
   if (!v.empty()) return v;
   const std::vector<unsigned char> &in = frame(f);
