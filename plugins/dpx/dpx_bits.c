@@ -5,24 +5,6 @@
 
 #include <string.h>
 
-static uint32_t load32(const unsigned char *p, int big) {
-  return big ? (uint32_t)p[0] << 24 | (uint32_t)p[1] << 16 | (uint32_t)p[2] << 8 | p[3]
-             : (uint32_t)p[3] << 24 | (uint32_t)p[2] << 16 | (uint32_t)p[1] << 8 | p[0];
-}
-
-static uint16_t load16(const unsigned char *p, int big) {
-  return (uint16_t)(big ? p[0] << 8 | p[1] : p[1] << 8 | p[0]);
-}
-
-static void store32(unsigned char *p, uint32_t v, int big) {
-  for (int k = 0; k < 4; ++k) p[big ? 3 - k : k] = (unsigned char)(v >> (8 * k));
-}
-
-static void store16(unsigned char *p, uint16_t v, int big) {
-  p[big ? 1 : 0] = (unsigned char)v;
-  p[big ? 0 : 1] = (unsigned char)(v >> 8);
-}
-
 int dpx_sample_size(int bits) {
   return bits <= 8 ? 1 : bits <= 16 ? 2 : bits == 32 ? 4 : 8;
 }
@@ -52,18 +34,18 @@ void dpx_unpack(const DpxCoding *c, const unsigned char *in, void *out, size_t n
   } else if (c->bits == 16 || (c->bits == 12 && c->packing != DPX_PACKED)) {
     const int shift = c->bits == 12 && c->packing == DPX_FILLED_A ? 4 : 0;
     const uint16_t mask = (uint16_t)((1u << c->bits) - 1u);
-    for (size_t i = 0; i < n; ++i) o16[i] = (uint16_t)(load16(in + 2 * i, c->big) >> shift) & mask;
+    for (size_t i = 0; i < n; ++i) o16[i] = (uint16_t)(dpx_get16(in + 2 * i, c->big) >> shift) & mask;
   } else if (c->bits == 10 && c->packing != DPX_PACKED) {
     int s[3];
     filled_shifts(c, s);
     size_t i = 0;
     for (; i + 3 <= n; i += 3, in += 4) {
-      const uint32_t w = load32(in, c->big);
+      const uint32_t w = dpx_get32(in, c->big);
       o16[i] = (uint16_t)(w >> s[0] & 0x3ff);
       o16[i + 1] = (uint16_t)(w >> s[1] & 0x3ff);
       o16[i + 2] = (uint16_t)(w >> s[2] & 0x3ff);
     }
-    for (int k = 0; i < n; ++i, ++k) o16[i] = (uint16_t)(load32(in, c->big) >> s[k] & 0x3ff);
+    for (int k = 0; i < n; ++i, ++k) o16[i] = (uint16_t)(dpx_get32(in, c->big) >> s[k] & 0x3ff);
   } else if (c->bits == 10 || c->bits == 12) {
     /* Packed: a stream of bits, each 32-bit word filled from its low end. */
     const uint64_t mask = (1u << c->bits) - 1u;
@@ -71,7 +53,7 @@ void dpx_unpack(const DpxCoding *c, const unsigned char *in, void *out, size_t n
     int have = 0;
     for (size_t i = 0; i < n; ++i) {
       if (have < c->bits) {
-        bits |= (uint64_t)load32(in, c->big) << have;
+        bits |= (uint64_t)dpx_get32(in, c->big) << have;
         in += 4;
         have += 32;
       }
@@ -81,13 +63,13 @@ void dpx_unpack(const DpxCoding *c, const unsigned char *in, void *out, size_t n
     }
   } else if (c->bits == 32) {
     for (size_t i = 0; i < n; ++i) {
-      const uint32_t w = load32(in + 4 * i, c->big);
+      const uint32_t w = dpx_get32(in + 4 * i, c->big);
       memcpy((unsigned char *)out + 4 * i, &w, 4);
     }
   } else {
     for (size_t i = 0; i < n; ++i) {
-      const uint64_t hi = load32(in + 8 * i + (c->big ? 0 : 4), c->big);
-      const uint64_t w = hi << 32 | load32(in + 8 * i + (c->big ? 4 : 0), c->big);
+      const uint64_t hi = dpx_get32(in + 8 * i + (c->big ? 0 : 4), c->big);
+      const uint64_t w = hi << 32 | dpx_get32(in + 8 * i + (c->big ? 4 : 0), c->big);
       memcpy((unsigned char *)out + 8 * i, &w, 8);
     }
   }
@@ -100,14 +82,14 @@ void dpx_pack(const DpxCoding *c, const void *in, unsigned char *out, size_t n) 
     memcpy(out, in, n);
   } else if (c->bits == 16 || (c->bits == 12 && c->packing != DPX_PACKED)) {
     const int shift = c->bits == 12 && c->packing == DPX_FILLED_A ? 4 : 0;
-    for (size_t i = 0; i < n; ++i) store16(out + 2 * i, (uint16_t)(i16[i] << shift), c->big);
+    for (size_t i = 0; i < n; ++i) dpx_put16(out + 2 * i, (uint16_t)(i16[i] << shift), c->big);
   } else if (c->bits == 10 && c->packing != DPX_PACKED) {
     int s[3];
     filled_shifts(c, s);
     for (size_t i = 0; i < n; i += 3, out += 4) {
       uint32_t w = 0;
       for (int k = 0; k < 3 && i + (size_t)k < n; ++k) w |= (uint32_t)(i16[i + k] & 0x3ff) << s[k];
-      store32(out, w, c->big);
+      dpx_put32(out, w, c->big);
     }
   } else if (c->bits == 10 || c->bits == 12) {
     const uint64_t mask = (1u << c->bits) - 1u;
@@ -117,25 +99,25 @@ void dpx_pack(const DpxCoding *c, const void *in, unsigned char *out, size_t n) 
       bits |= (i16[i] & mask) << have;
       have += c->bits;
       if (have >= 32) {
-        store32(out, (uint32_t)bits, c->big);
+        dpx_put32(out, (uint32_t)bits, c->big);
         out += 4;
         bits >>= 32;
         have -= 32;
       }
     }
-    if (have > 0) store32(out, (uint32_t)bits, c->big);
+    if (have > 0) dpx_put32(out, (uint32_t)bits, c->big);
   } else if (c->bits == 32) {
     for (size_t i = 0; i < n; ++i) {
       uint32_t w;
       memcpy(&w, (const unsigned char *)in + 4 * i, 4);
-      store32(out + 4 * i, w, c->big);
+      dpx_put32(out + 4 * i, w, c->big);
     }
   } else {
     for (size_t i = 0; i < n; ++i) {
       uint64_t w;
       memcpy(&w, (const unsigned char *)in + 8 * i, 8);
-      store32(out + 8 * i + (c->big ? 0 : 4), (uint32_t)(w >> 32), c->big);
-      store32(out + 8 * i + (c->big ? 4 : 0), (uint32_t)w, c->big);
+      dpx_put32(out + 8 * i + (c->big ? 0 : 4), (uint32_t)(w >> 32), c->big);
+      dpx_put32(out + 8 * i + (c->big ? 4 : 0), (uint32_t)w, c->big);
     }
   }
 }

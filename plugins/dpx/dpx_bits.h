@@ -9,6 +9,22 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/* 16 and 32-bit words of either byte order, from and into bytes. */
+static inline uint32_t dpx_get32(const unsigned char *p, int big) {
+  return big ? (uint32_t)p[0] << 24 | (uint32_t)p[1] << 16 | (uint32_t)p[2] << 8 | p[3]
+             : (uint32_t)p[3] << 24 | (uint32_t)p[2] << 16 | (uint32_t)p[1] << 8 | p[0];
+}
+static inline uint16_t dpx_get16(const unsigned char *p, int big) {
+  return (uint16_t)(big ? p[0] << 8 | p[1] : p[1] << 8 | p[0]);
+}
+static inline void dpx_put32(unsigned char *p, uint32_t v, int big) {
+  for (int k = 0; k < 4; ++k) p[big ? 3 - k : k] = (unsigned char)(v >> (8 * k));
+}
+static inline void dpx_put16(unsigned char *p, uint32_t v, int big) {
+  p[big ? 1 : 0] = (unsigned char)v;
+  p[big ? 0 : 1] = (unsigned char)(v >> 8);
+}
+
 enum { DPX_PACKED = 0, DPX_FILLED_A = 1, DPX_FILLED_B = 2 };
 
 typedef struct DpxCoding {

@@ -12,23 +12,6 @@
 #include "orx/err.h"
 #include "plugin_kit.h"
 
-uint32_t dpx_get32(const unsigned char *p, int big) {
-  return big ? (uint32_t)p[0] << 24 | (uint32_t)p[1] << 16 | (uint32_t)p[2] << 8 | p[3]
-             : (uint32_t)p[3] << 24 | (uint32_t)p[2] << 16 | (uint32_t)p[1] << 8 | p[0];
-}
-
-static uint32_t get16(const unsigned char *p, int big) {
-  return big ? (uint32_t)p[0] << 8 | p[1] : (uint32_t)p[1] << 8 | p[0];
-}
-
-static void put32(unsigned char *p, uint32_t v, int big) {
-  for (int k = 0; k < 4; ++k) p[big ? 3 - k : k] = (unsigned char)(v >> (8 * k));
-}
-
-static void put16(unsigned char *p, uint32_t v, int big) {
-  p[big ? 1 : 0] = (unsigned char)v;
-  p[big ? 0 : 1] = (unsigned char)(v >> 8);
-}
 
 static float get_real(const unsigned char *p, int big) {
   const uint32_t w = dpx_get32(p, big);
@@ -40,7 +23,7 @@ static float get_real(const unsigned char *p, int big) {
 static void put_real(unsigned char *p, float f, int big) {
   uint32_t w;
   memcpy(&w, &f, 4);
-  put32(p, w, big);
+  dpx_put32(p, w, big);
 }
 
 #define kUndefined32 0xFFFFFFFFu
@@ -141,9 +124,9 @@ static void parse_element(const unsigned char *e, int big, DpxElement *el) {
   el->transfer = e[21];
   el->colorimetric = e[22];
   el->coding.bits = e[23];
-  el->coding.packing = (int)get16(e + 24, big);
+  el->coding.packing = (int)dpx_get16(e + 24, big);
   el->coding.big = big;
-  el->encoding = (int)get16(e + 26, big);
+  el->encoding = (int)dpx_get16(e + 26, big);
   el->offset = dpx_get32(e + 28, big);
   el->line_padding = dpx_get32(e + 32, big);
   if (el->line_padding == kUndefined32) el->line_padding = 0;
@@ -164,8 +147,8 @@ int dpx_parse(const unsigned char *h, size_t n, DpxImage *image, const char *pat
   if (!big && memcmp(h, "XPDS", 4) != 0)
     return kit_fail(ORX_E_NOT_OUR_FILE, "dpx: %s is not a DPX file", path);
   image->big = big;
-  image->orientation = (int)get16(h + 768, big);
-  image->elements = (int)get16(h + 770, big);
+  image->orientation = (int)dpx_get16(h + 768, big);
+  image->elements = (int)dpx_get16(h + 770, big);
   image->width = dpx_get32(h + 772, big);
   image->height = dpx_get32(h + 776, big);
   if (image->elements < 1 || image->elements > 8)
@@ -388,16 +371,16 @@ static uint32_t timecode(const char *text) {
 }
 
 static void format_element(unsigned char *e, const DpxElement *el, int big) {
-  put32(e, 0, big);
+  dpx_put32(e, 0, big);
   e[20] = (unsigned char)el->descriptor;
   e[21] = (unsigned char)el->transfer;
   e[22] = (unsigned char)el->colorimetric;
   e[23] = (unsigned char)el->coding.bits;
-  put16(e + 24, (uint32_t)el->coding.packing, big);
-  put16(e + 26, 0, big);
-  put32(e + 28, el->offset, big);
-  put32(e + 32, el->line_padding, big);
-  put32(e + 36, 0, big);
+  dpx_put16(e + 24, (uint32_t)el->coding.packing, big);
+  dpx_put16(e + 26, 0, big);
+  dpx_put32(e + 28, el->offset, big);
+  dpx_put32(e + 32, el->line_padding, big);
+  dpx_put32(e + 36, 0, big);
   put_text(e + 40, 32, NULL);
 }
 
@@ -406,13 +389,13 @@ int dpx_format(unsigned char h[DPX_HEADER_SIZE], ORX_INFO *info, const DpxImage 
   const int big = image->big;
   memset(h, 0xFF, DPX_HEADER_SIZE);
   memcpy(h, big ? "SDPX" : "XPDS", 4);
-  put32(h + 4, image->element[0].offset, big);
+  dpx_put32(h + 4, image->element[0].offset, big);
   put_text(h + 8, 8, "V2.0");
-  put32(h + 16, file_size, big);
-  put32(h + 20, 1, big);
-  put32(h + 24, DPX_GENERIC_SIZE, big);
-  put32(h + 28, DPX_HEADER_SIZE - DPX_GENERIC_SIZE, big);
-  put32(h + 32, 0, big);
+  dpx_put32(h + 16, file_size, big);
+  dpx_put32(h + 20, 1, big);
+  dpx_put32(h + 24, DPX_GENERIC_SIZE, big);
+  dpx_put32(h + 28, DPX_HEADER_SIZE - DPX_GENERIC_SIZE, big);
+  dpx_put32(h + 32, 0, big);
   put_text(h + 36, 100, NULL);
   for (int k = 0; k < 1 + image->has_alpha_element; ++k)
     format_element(h + DPX_ELEMENT_AT + k * DPX_ELEMENT_SIZE, &image->element[k], big);
@@ -431,27 +414,27 @@ int dpx_format(unsigned char h[DPX_HEADER_SIZE], ORX_INFO *info, const DpxImage 
   }
   put_text(h + 460, 200, NULL);
   put_text(h + 664, 104, NULL);
-  put16(h + 770, (uint32_t)(1 + image->has_alpha_element), big);
-  put32(h + 772, image->width, big);
-  put32(h + 776, image->height, big);
+  dpx_put16(h + 770, (uint32_t)(1 + image->has_alpha_element), big);
+  dpx_put32(h + 772, image->width, big);
+  dpx_put32(h + 776, image->height, big);
   int32_t orientation = 1;
   ORX_attr_get_int(info, 0, "Orientation", &orientation);
-  put16(h + 768, 0, big);
+  dpx_put16(h + 768, 0, big);
   for (uint32_t k = 0; k < 8; ++k)
-    if (kOrientations[k] == orientation) put16(h + 768, k, big);
+    if (kOrientations[k] == orientation) dpx_put16(h + 768, k, big);
   put_text(h + 1356, 52, NULL);
-  put32(h + 1408, image->x_offset, big);
-  put32(h + 1412, image->y_offset, big);
-  put32(h + 1424, image->original_width, big);
-  put32(h + 1428, image->original_height, big);
+  dpx_put32(h + 1408, image->x_offset, big);
+  dpx_put32(h + 1412, image->y_offset, big);
+  dpx_put32(h + 1424, image->original_width, big);
+  dpx_put32(h + 1428, image->original_height, big);
   put_text(h + 1432, 100, NULL);
   put_text(h + 1532, 24, NULL);
   put_text(h + 1556, 64, NULL);
   uint32_t across = 1, down = 1;
   if (fabs(image->pixel_aspect - 1.0) > 1e-6)
     kit_aspect_densities(image->pixel_aspect, 100000, &down, &across);
-  put32(h + 1628, across, big);
-  put32(h + 1632, down, big);
+  dpx_put32(h + 1628, across, big);
+  dpx_put32(h + 1632, down, big);
   put_text(h + 1644, 20, NULL);
   put_text(h + 1664, 48, NULL);
   put_text(h + 1732, 132, NULL);
@@ -467,12 +450,12 @@ int dpx_format(unsigned char h[DPX_HEADER_SIZE], ORX_INFO *info, const DpxImage 
       const char *text = ORX_attr_get_string(info, 0, name);
       if (text != NULL) put_text(p, kFields[i].length, text);
     } else if (kFields[i].kind == F_TIMECODE) {
-      put32(p, timecode(ORX_attr_get_string(info, 0, name)), big);
+      dpx_put32(p, timecode(ORX_attr_get_string(info, 0, name)), big);
     } else if (kFields[i].kind == F_REAL) {
       if (ORX_attr_get_float(info, 0, name, &f)) put_real(p, f, big);
     } else if (ORX_attr_get_int(info, 0, name, &v)) {
       if (kFields[i].kind == F_U8) *p = (unsigned char)v;
-      else put32(p, (uint32_t)v, big);
+      else dpx_put32(p, (uint32_t)v, big);
     }
   }
   /* The attributes that describe the file say what it now stores. */

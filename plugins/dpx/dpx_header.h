@@ -57,8 +57,6 @@ typedef struct DpxField {
  * 0 when memory ran out. */
 int dpx_describe_fields(ORX_INFO *info, const unsigned char *h, size_t size, int big,
                         const DpxField *fields, int count);
-/* A 32-bit number of a header. */
-uint32_t dpx_get32(const unsigned char *p, int big);
 /* A text field's characters up to its first NUL (out holds length + 1
  * bytes); "" when the field is undefined. */
 void dpx_field_text(const unsigned char *p, size_t length, char *out);
