@@ -10,6 +10,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <string.h>
 
 #include "orx/plugin.h"
 #include "plugin_kit.h"
@@ -67,5 +68,14 @@ enum { PNM_CAP_ENCODING = 0, PNM_CAP_UNASSOCIATED = 1 };
 /* PAM's colour is straight; the products truncate, as PNG's do, so that a
  * PNG copied to PAM keeps its straight colour exactly. */
 static const KitAlphaRounding pnm_rounding = KIT_ALPHA_TRUNCATE;
+
+/* Whether this machine stores numbers little-endian (PFM samples are
+ * either order). */
+static inline int pnm_host_little(void) {
+  const uint16_t one = 1;
+  unsigned char b;
+  memcpy(&b, &one, 1);
+  return b == 1;
+}
 
 #endif /* ORX_PNM_H */

@@ -89,17 +89,10 @@ static const char *decode_binary(const PnmImage *im, const unsigned char *bytes,
   return NULL;
 }
 
-static int host_little(void) {
-  const uint16_t one = 1;
-  unsigned char b;
-  memcpy(&b, &one, 1);
-  return b == 1;
-}
-
 static const char *decode_float(const PnmImage *im, const unsigned char *bytes, KitPlane *plane,
                                 unsigned char *row) {
   const size_t n = (size_t)im->width * (size_t)im->depth;
-  const int swap = im->little != host_little();
+  const int swap = im->little != pnm_host_little();
   for (int32_t k = 0; k < im->height; ++k) {
     const unsigned char *in = bytes + im->at + (size_t)k * n * 4;
     for (size_t i = 0; i < n; ++i) {

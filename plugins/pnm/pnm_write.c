@@ -154,20 +154,13 @@ static void write_header(FILE *file, const PnmImage *p, const char *comment) {
     fprintf(file, "%u\n", p->maxval);
 }
 
-static int host_little(void) {
-  const uint16_t one = 1;
-  unsigned char b;
-  memcpy(&b, &one, 1);
-  return b == 1;
-}
-
 /* One row of pixels (the plane's interleaved samples) into out; its size. */
 static size_t encode_row(const PnmImage *p, const unsigned char *pixels, unsigned char *out) {
   const size_t n = (size_t)p->width * (size_t)p->depth;
   const int wide = p->bits > 8;
   size_t k = 0;
   if (p->kind == 'F' || p->kind == 'f') {
-    const int swap = p->little != host_little();
+    const int swap = p->little != pnm_host_little();
     for (size_t i = 0; i < n; ++i) {
       float f;
       memcpy(&f, pixels + 4 * i, 4);
